@@ -1,0 +1,7 @@
+#ifndef QUORBIX_VIRTDISK_EXPORT_H_
+#define QUORBIX_VIRTDISK_EXPORT_H_
+
+// Marks what the shared library offers; everything else in it is compiled hidden.
+#define QUORBIX_VIRTDISK_EXPORT __attribute__((visibility("default")))
+
+#endif  // QUORBIX_VIRTDISK_EXPORT_H_
