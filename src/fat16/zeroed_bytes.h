@@ -1,0 +1,39 @@
+#ifndef QUORBIX_VIRTDISK_FAT16_ZEROED_BYTES_H_
+#define QUORBIX_VIRTDISK_FAT16_ZEROED_BYTES_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace quorbix::virtdisk::internal {
+
+// A fixed number of bytes, all zero at first, in one piece.
+//
+// Pages that are never written cost neither time nor memory, unlike those of a vector, which fills
+// them: most of a large image stays empty, and filling 512 MiB takes three times as long as writing
+// them to a file. The pages are huge where the system allows it.
+class ZeroedBytes {
+ public:
+  ZeroedBytes() = default;
+  explicit ZeroedBytes(std::size_t size);  // throws std::bad_alloc
+  ~ZeroedBytes();
+  ZeroedBytes(ZeroedBytes&& other) noexcept;
+  ZeroedBytes& operator=(ZeroedBytes&& other) noexcept;
+
+  std::uint8_t* data() { return first; }
+  const std::uint8_t* data() const { return first; }
+  std::size_t size() const { return count; }
+  std::span<const std::uint8_t> Span() const { return {first, count}; }
+
+  // Maps what was never written before it is read from end to end; a system call that meets such
+  // pages one by one takes much longer.
+  void PrepareToRead() const;
+
+ private:
+  std::uint8_t* first = nullptr;
+  std::size_t count = 0;
+};
+
+}  // namespace quorbix::virtdisk::internal
+
+#endif  // QUORBIX_VIRTDISK_FAT16_ZEROED_BYTES_H_
