@@ -1,0 +1,99 @@
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "builder/tree_population.h"
+#include "support/child_process.h"
+#include "support/temp_folder.h"
+
+namespace quorbix::virtdisk::internal {
+namespace {
+
+namespace fs = std::filesystem;
+using test::TempFolder;
+
+constexpr std::uint64_t kMiB = 1048576;
+
+void* RunFunction(void* function) {
+  (*static_cast<std::function<void()>*>(function))();
+  return nullptr;
+}
+
+// Runs `body` on a thread whose stack has `stackBytes` bytes.
+void RunOnSmallStack(std::size_t stackBytes, std::function<void()> body) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, stackBytes);
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(&thread, &attributes, RunFunction, &body), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+fs::path DeepPath(int levels) {
+  fs::path path = ".";
+  for (int level = 0; level < levels; ++level) path /= "d";
+  return path;
+}
+
+TEST(DeepTree, Of1000Levels_IsCopiedWithFewDescriptorsAndASmallStack) {
+  TempFolder folder;
+  folder.File(DeepPath(1000) / "f", "deep");
+  const int status = test::RunInChild({.openFileLimit = 32}, [&] {
+    int result = 1;
+    RunOnSmallStack(256 * 1024, [&] {
+      Fat16Image image;
+      std::string err;
+      std::vector<std::string> skipped;
+      if (!image.Init(4 * kMiB, err)) return;
+      if (!PopulateDir(image, 0, folder.Path(), err, skipped) || !skipped.empty()) return;
+      // 1,000 directories and one file of one cluster: the next free cluster is 1,003.
+      result = image.AllocCluster() == 1003 ? 0 : 2;
+    });
+    return result;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST(DeepTree, BeyondThePathsTheHostCanName_IsSkippedThere) {
+  TempFolder folder;
+  const fs::path before = fs::current_path();
+  fs::current_path(folder.Path());
+  for (int level = 0; level < 30; ++level) {
+    const std::string name(200, 'x');
+    fs::create_directory(name);
+    fs::current_path(name);
+  }
+  fs::current_path(before);
+  Fat16Image image;
+  std::string err;
+  std::vector<std::string> skipped;
+  ASSERT_TRUE(image.Init(65536, err));
+  EXPECT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped));
+  ASSERT_EQ(skipped.size(), 1u);
+  EXPECT_TRUE(skipped[0].ends_with(" [dir-iter: File name too long]")) << skipped[0].substr(3900);
+}
+
+TEST(WideTree, Of8000FilesInOneFolder_GivesEachASlotInOrder) {
+  TempFolder folder;
+  for (int i = 0; i < 8000; ++i) folder.File("sub/F" + std::to_string(i) + ".TXT");
+  Fat16Image image;
+  std::string err;
+  std::vector<std::string> skipped;
+  ASSERT_TRUE(image.Init(8 * kMiB, err));
+  ASSERT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped)) << err;
+  EXPECT_TRUE(skipped.empty());
+  // 8,002 slots, 16 to a cluster: 501 clusters in a row, with two slots in the last.
+  const std::size_t data = 162 * 512;
+  std::size_t used = 0;
+  while (image.Bytes()[data + used * 32] != 0) ++used;
+  EXPECT_EQ(used, 8002u);
+  EXPECT_EQ(image.AllocCluster(), 503);
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal
