@@ -18,10 +18,7 @@ fs::file_time_type TakeStamp() {
   static std::mutex lastStampMutex;
   static std::optional<fs::file_time_type> lastStamp;
   const std::lock_guard lock(lastStampMutex);
-  // The clock is read under the mutex: read before it, a thread that was held up would use a time
-  // that others have passed.
-  const auto now = fs::file_time_type::clock::from_sys(std::chrono::system_clock::now());
-  lastStamp = NextStamp(now, lastStamp);
+  lastStamp = NextStamp(fs::file_time_type::clock::now(), lastStamp);
   return *lastStamp;
 }
 

@@ -201,7 +201,7 @@ bool Fat16Image::SaveToFile(const std::filesystem::path& outputPath, std::string
   bytes.PrepareToRead();
   out.write(reinterpret_cast<const char*>(bytes.data()),
             static_cast<std::streamsize>(bytes.size()));
-  // A full disk may show only when the last bytes are pushed out.
+  // Some file systems tell of a failed write only then.
   out.close();
   if (!out) return Fail(err, kWriteFailed + outputPath.string());
   return true;

@@ -42,26 +42,27 @@ class Fat16Image {
   void SeedClusterAllocator(std::uint32_t seed);
 
   // Takes the next free cluster, as the end of a chain of its own. Returns 0 when none is left.
-  std::uint16_t AllocCluster();
+  [[nodiscard]] std::uint16_t AllocCluster();
 
   // Returns the offset, from the start of the image, of the first free slot of a directory; a
   // subdirectory that is full grows by a cluster. Returns -1 on failure, with
   //   "Root directory is full"
   //   "Disk full, cannot extend directory"
-  std::int64_t FindFreeDirSlot(std::uint32_t dirCluster, std::string& err);
+  [[nodiscard]] std::int64_t FindFreeDirSlot(std::uint32_t dirCluster, std::string& err);
 
   // Writes the data, then the entry. Returns the first cluster, or kEmptyFileAdded for a file of
   // size 0. Returns 0 on failure, with
   //   "Disk full"
   //   "Disk full while writing file"
   // or a message of FindFreeDirSlot.
-  std::uint16_t AddFile(std::uint32_t parentCluster, std::string_view shortName,
-                        const std::uint8_t* data, std::uint32_t size, std::string& err);
+  [[nodiscard]] std::uint16_t AddFile(std::uint32_t parentCluster, std::string_view shortName,
+                                      const std::uint8_t* data, std::uint32_t size,
+                                      std::string& err);
 
   // Returns the new directory's first cluster. Returns 0 on failure, with "Disk full" or a message
   // of FindFreeDirSlot.
-  std::uint16_t AddDirectory(std::uint32_t parentCluster, std::string_view shortName,
-                             std::string& err);
+  [[nodiscard]] std::uint16_t AddDirectory(std::uint32_t parentCluster, std::string_view shortName,
+                                           std::string& err);
 
   // Truncates or creates `outputPath` and writes the image. True only when the system has accepted
   // every byte; a failed write can leave a truncated file. Fails with

@@ -11,7 +11,7 @@ namespace {
 std::uint8_t* MapZeroPages(std::size_t size) {
   void* pages = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (pages == MAP_FAILED) throw std::bad_alloc();
-  // Both pieces of advice are about speed alone: a refusal changes nothing.
+  // About speed alone, as in PrepareToRead: a refusal changes nothing.
   ::madvise(pages, size, MADV_HUGEPAGE);
   return static_cast<std::uint8_t*>(pages);
 }

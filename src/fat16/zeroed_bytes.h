@@ -10,8 +10,8 @@ namespace quorbix::virtdisk::internal {
 // A fixed number of bytes, all zero at first, in one piece.
 //
 // Pages that are never written cost neither time nor memory, unlike those of a vector, which fills
-// them: most of a large image stays empty, and filling 512 MiB takes three times as long as writing
-// them to a file. The pages are huge where the system allows it.
+// them: most of a large image stays empty, and filling it takes longer than writing it to a file.
+// The pages are huge where the system allows it.
 class ZeroedBytes {
  public:
   ZeroedBytes() = default;

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -55,6 +57,51 @@ TEST(DeepTree, Of1000Levels_IsCopiedWithFewDescriptorsAndASmallStack) {
       result = image.AllocCluster() == 1003 ? 0 : 2;
     });
     return result;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+// Peak resident memory of this process in bytes.
+std::uint64_t PeakMemory() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("VmHWM:")) return std::stoull(line.substr(6)) * 1024;
+  }
+  return 0;
+}
+
+TEST(DeepTree, WithManyEntriesAtEveryLevel_TakesLittleMemory) {
+  // Every level holds 40 files beside the next folder, so that whatever is listed first, most of
+  // the listings are held while the bottom is copied.
+  TempFolder folder;
+  std::string path = ".";
+  for (int level = 0; level < 300; ++level) {
+    path += "/d";
+    for (int i = 0; i < 40; ++i) folder.File(path + "/f" + std::to_string(i));
+  }
+  const int status = test::RunInChild({}, [&] {
+    Fat16Image image;
+    std::string err;
+    std::vector<std::string> skipped;
+    const std::uint64_t before = PeakMemory();
+    if (!image.Init(4 * kMiB, err)) return 1;
+    if (!PopulateDir(image, 0, folder.Path(), err, skipped)) return 2;
+    const std::uint64_t mebibytes = (PeakMemory() - before) / kMiB;
+    return mebibytes < 4 + 32 ? 0 : static_cast<int>(std::min<std::uint64_t>(mebibytes, 250));
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST(LargeFiles, OfRisingSizes_AreReadIntoTheMemoryOfTheLargest) {
+  TempFolder folder;
+  folder.File("a", std::string(60 * kMiB, 'a')).File("b", std::string(60 * kMiB + 4096, 'b'));
+  const int status = test::RunInChild({}, [&] {
+    std::vector<std::uint8_t> content;
+    const std::uint64_t before = PeakMemory();
+    if (ReadHostFile(folder / "a", content) != 0) return 1;
+    if (ReadHostFile(folder / "b", content) != 0) return 2;
+    const std::uint64_t mebibytes = (PeakMemory() - before) / kMiB;
+    return mebibytes < 60 + 32 ? 0 : static_cast<int>(std::min<std::uint64_t>(mebibytes, 250));
   });
   EXPECT_EQ(status, 0);
 }

@@ -51,6 +51,14 @@ TEST_F(DirectorySlots, FindFreeDirSlot_TakesASlotThatLooksDeleted) {
   EXPECT_EQ(image.FindFreeDirSlot(0, err), kRootOffset + 32);
 }
 
+// Meant, odd as it is: nothing of a label is mapped, and 0xE5 as a first byte says "deleted".
+TEST_F(DirectorySlots, ALabelThatBeginsWithE5_GivesItsSlotToTheFirstEntry) {
+  image.SetVolumeLabel(
+      "\xE5"
+      "abc");
+  EXPECT_EQ(image.FindFreeDirSlot(0, err), kRootOffset);
+}
+
 TEST_F(DirectorySlots, The513thEntryOfTheRoot_Fails) {
   AddEmptyFiles(0, 512);
   err = "what was there before";
@@ -98,7 +106,7 @@ TEST_F(DirectorySlots, ASubdirectory_HasRoomFor14EntriesBesideTheDots) {
   EXPECT_EQ(image.FindFreeDirSlot(2, err), kDataOffset + 15 * 32);
 }
 
-TEST_F(DirectorySlots, AFullSubdirectory_GrowsByAZeroedLinkedCluster) {
+TEST_F(DirectorySlots, AFullSubdirectory_GrowsByALinkedCluster) {
   image.SeedClusterAllocator(2);
   ASSERT_EQ(image.AddDirectory(0, "DIR", err), 4);
   image.SeedClusterAllocator(7);
@@ -148,7 +156,7 @@ TEST_F(DirectorySlots, InterleavedDirectories_FillTheirOwnSlotsInOrder) {
   ASSERT_EQ(image.AddDirectory(0, "B", err), 3);
   for (unsigned i = 0; i < 40; ++i) {
     const std::string name = "F" + std::to_string(i);
-    image.AddFile(2 + i % 2, name, nullptr, 0, err);
+    ASSERT_EQ(image.AddFile(2 + i % 2, name, nullptr, 0, err), 0xFFFF);
   }
   std::vector<std::uint8_t> bytes = BytesOf(image);
   // A's chain is 2, 4; B's is 3, 5: each grew when its 15th entry came.

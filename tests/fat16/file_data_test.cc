@@ -47,7 +47,7 @@ TEST_F(FileData, ExactlyOneCluster_TakesOne) {
   EXPECT_EQ(BytesOf(image), expected.Bytes());
 }
 
-TEST_F(FileData, OneByteMore_TakesTwoAndPadsTheSecondWithZeros) {
+TEST_F(FileData, OneByteMore_TakesTwo) {
   EXPECT_EQ(Add("TWO        ", std::string(513, 't')), 2);
   ImageCrafter expected = BlankDisk({});
   expected.File("TWO", {.firstCluster = 2, .size = 513}).Chain({2, 3}).Fill(2, 't').Data(3, "t");
@@ -104,6 +104,52 @@ TEST_F(FileData, SuccessfulAdd_LeavesTheMessageAlone) {
   err = "an older message";
   ASSERT_EQ(Add("A          ", "a"), 2);
   EXPECT_EQ(err, "an older message");
+}
+
+// 33 MiB: 8 sectors, so 4,096 bytes and 128 slots, to a cluster.
+class LargeClusters : public testing::Test {
+ protected:
+  LargeClusters() {
+    EXPECT_TRUE(image.Init(33 * 1048576, err)) << err;
+    image.WriteBootSector("", 0);
+    image.SetVolumeLabel("");
+    image.WriteMbr();
+  }
+
+  static ImageCrafter Blank() {
+    return BlankDisk({.sectorsPerCluster = 8,
+                      .sectorsPerFat = 33,
+                      .clusters = 8435,
+                      .trailingSectors = 4,
+                      .partitionSectors = 67583,
+                      .lastSectorChs = {0x00, 0x30, 0x43}});
+  }
+
+  Fat16Image image;
+  std::string err;
+};
+
+TEST_F(LargeClusters, Files_TakeOneClusterAndOneByteMoreTakesTwo) {
+  const std::string content(4097, 'x');
+  const auto* data = reinterpret_cast<const std::uint8_t*>(content.data());
+  EXPECT_EQ(image.AddFile(0, "ONE", data, 4096, err), 2);
+  EXPECT_EQ(image.AddFile(0, "TWO", data, 4097, err), 3);
+  ImageCrafter expected = Blank();
+  expected.File("ONE", {.firstCluster = 2, .size = 4096}).Chain({2}).Fill(2, 'x');
+  expected.File("TWO", {.firstCluster = 3, .size = 4097}).Chain({3, 4}).Fill(3, 'x').Data(4, "x");
+  EXPECT_TRUE(BytesOf(image) == expected.Bytes());
+}
+
+TEST_F(LargeClusters, Subdirectory_GrowsAfter126EntriesBesideTheDots) {
+  ASSERT_EQ(image.AddDirectory(0, "SUB", err), 2);
+  ImageCrafter expected = Blank();
+  expected.Directory("SUB", 2).Chain({2, 3}).InCluster(2).DotEntries(2, 0);
+  for (int i = 0; i < 127; ++i) {
+    const std::string name = "F" + std::to_string(i);
+    ASSERT_EQ(image.AddFile(2, name, nullptr, 0, err), 0xFFFF);
+    expected.File(name);
+  }
+  EXPECT_TRUE(BytesOf(image) == expected.Bytes());
 }
 
 }  // namespace

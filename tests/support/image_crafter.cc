@@ -99,11 +99,12 @@ std::size_t ImageCrafter::NextSlotOffset() const {
 ImageCrafter& ImageCrafter::RawSlot(std::string_view elevenBytes, SlotFields fields) {
   if (elevenBytes.size() != 11) throw std::invalid_argument("a slot's name has eleven bytes");
   const std::size_t slot = NextSlotOffset();
+  if (slot + 32 > image.size()) throw std::out_of_range("slot");
   if (directory != 0 && nextSlot[directory] % (ClusterBytes() / 32) == 0 &&
       nextSlot[directory] != 0) {
     std::fill_n(image.begin() + static_cast<std::ptrdiff_t>(slot), ClusterBytes(), std::uint8_t{0});
   }
-  std::memcpy(&image.at(slot), elevenBytes.data(), 11);
+  std::memcpy(&image[slot], elevenBytes.data(), 11);
   Byte(slot + 11, fields.attributes);
   U16(slot + 22, fields.writeTime);
   U16(slot + 24, fields.writeDate);
@@ -152,6 +153,7 @@ ImageCrafter& ImageCrafter::FatWord(std::uint16_t cluster, std::uint16_t word) {
 }
 
 ImageCrafter& ImageCrafter::Fill(std::uint16_t cluster, std::uint8_t value) {
+  if (ClusterOffset(cluster) + ClusterBytes() > image.size()) throw std::out_of_range("cluster");
   std::fill_n(image.begin() + static_cast<std::ptrdiff_t>(ClusterOffset(cluster)), ClusterBytes(),
               value);
   return *this;

@@ -29,8 +29,9 @@ class QUORBIX_VIRTDISK_EXPORT IFatImageBuilder {
   // lists them; symbolic links are followed. Images carry no file times.
   //
   // True: the image file is written completely, and its modification time is later, by 1 ms or
-  // more, than that of any image this process built before. LastError is then empty, except when an
-  // empty file had to be dropped because its folder could take no further entry.
+  // more, than that of any image this process built before (where the system lets the process set
+  // it, which it does not for another user's file). LastError is then empty, except when an empty
+  // file had to be dropped because its folder could take no further entry.
   //
   // False: LastError says why, with one of
   //   "Source folder does not exist: " + path

@@ -2,8 +2,10 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <utility>
@@ -14,16 +16,42 @@
 
 namespace {
 
-// What happens to the listings of this process: after so many entries beside "." and "..", an
-// error; and something to do once, when a listing ends.
+// What happens to this process: an error after so many entries of a listing (beside "." and ".."),
+// something to do once when a listing ends, an error after so many reads, a close that fails.
 int entriesBeforeError = -1;
 std::function<void()> whenAListingEnds;
+int readsBeforeError = -1;
+bool closeFails = false;
+
+template <class Function>
+Function* NextOf(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
 
 }  // namespace
 
-// Stands in front of the C library's function for the whole program, the C++ library included.
+// These stand in front of the C library's functions for the whole program, the C++ library
+// included.
+
+extern "C" ssize_t read(int file, void* buffer, size_t size) {
+  static const auto next = NextOf<ssize_t(int, void*, size_t)>("read");
+  if (readsBeforeError >= 0 && readsBeforeError-- == 0) {
+    errno = EIO;
+    return -1;
+  }
+  return next(file, buffer, size);
+}
+
+extern "C" int fclose(FILE* file) {
+  static const auto next = NextOf<int(FILE*)>("fclose");
+  const int result = next(file);
+  if (!std::exchange(closeFails, false)) return result;
+  errno = EIO;
+  return EOF;
+}
+
 extern "C" dirent* readdir(DIR* stream) {
-  static const auto next = reinterpret_cast<dirent* (*)(DIR*)>(::dlsym(RTLD_NEXT, "readdir"));
+  static const auto next = NextOf<dirent*(DIR*)>("readdir");
   dirent* entry = next(stream);
   const bool dots = entry != nullptr && entry->d_name[0] == '.';
   if (entry != nullptr && !dots && entriesBeforeError >= 0 && entriesBeforeError-- == 0) {
@@ -45,15 +73,17 @@ using test::TempFolder;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class ListingFault : public testing::Test {
+class SystemFault : public testing::Test {
  protected:
-  ListingFault() {
+  SystemFault() {
     EXPECT_TRUE(image.Init(65536, err)) << err;
     for (const char* name : {"A", "B", "C", "D"}) folder.File(name, name);
   }
-  ~ListingFault() override {
+  ~SystemFault() override {
     entriesBeforeError = -1;
     whenAListingEnds = nullptr;
+    readsBeforeError = -1;
+    closeFails = false;
   }
 
   std::size_t RootEntries() const {
@@ -68,21 +98,21 @@ class ListingFault : public testing::Test {
   std::vector<std::string> skipped;
 };
 
-TEST_F(ListingFault, ListingThatFailsHalfWay_KeepsWhatItGave) {
+TEST_F(SystemFault, ListingThatFailsHalfWay_KeepsWhatItGave) {
   entriesBeforeError = 3;
   EXPECT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped));
   EXPECT_EQ(RootEntries(), 3u);
   EXPECT_THAT(skipped, ElementsAre(folder.Path().string() + " [dir-iter: Input/output error]"));
 }
 
-TEST_F(ListingFault, ListingThatFailsAtOnce_GivesNothing) {
+TEST_F(SystemFault, ListingThatFailsAtOnce_GivesNothing) {
   entriesBeforeError = 0;
   EXPECT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped));
   EXPECT_EQ(RootEntries(), 0u);
   EXPECT_THAT(skipped, ElementsAre(folder.Path().string() + " [dir-iter: Input/output error]"));
 }
 
-TEST_F(ListingFault, FileDeletedBetweenListingAndReading_IsSkipped) {
+TEST_F(SystemFault, FileDeletedBetweenListingAndReading_IsSkipped) {
   whenAListingEnds = [&] { folder.Remove("B"); };
   EXPECT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped));
   EXPECT_EQ(RootEntries(), 3u);
@@ -90,11 +120,27 @@ TEST_F(ListingFault, FileDeletedBetweenListingAndReading_IsSkipped) {
                                    " [transient read error \xE2\x80\x94 file may have changed]"));
 }
 
-TEST_F(ListingFault, FileThatGrewBetweenListingAndReading_IsCopiedAsItIs) {
+TEST_F(SystemFault, FileThatGrewBetweenListingAndReading_IsCopiedAsItIs) {
   whenAListingEnds = [&] { folder.File("B", std::string(1000, 'B')); };
   EXPECT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped));
   EXPECT_EQ(RootEntries(), 4u);
   EXPECT_THAT(skipped, IsEmpty());
+}
+
+TEST_F(SystemFault, FileThatFailsHalfWay_IsSkippedNeverCut) {
+  for (const char* name : {"A", "B", "C"}) folder.Remove(name);
+  folder.File("D", std::string(20000, 'D'));
+  readsBeforeError = 1;  // the first read gives all the bytes, the second should find the end
+  EXPECT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped));
+  EXPECT_EQ(RootEntries(), 0u);
+  EXPECT_THAT(skipped, ElementsAre((folder / "D").string() +
+                                   " [transient read error \xE2\x80\x94 file may have changed]"));
+}
+
+TEST_F(SystemFault, ImageWhoseCloseFails_IsAFailedWrite) {
+  closeFails = true;
+  EXPECT_FALSE(image.SaveToFile(folder / "disk.img", err));
+  EXPECT_EQ(err, "Write failed for: " + (folder / "disk.img").string());
 }
 
 }  // namespace
