@@ -44,7 +44,7 @@ std::string UniqueFat83Name(std::string_view hostName,
   const std::string base = plain.substr(0, dir_entry::kBaseNameSize);
   const std::string extension = plain.substr(dir_entry::kBaseNameSize);
   for (int n = 1; n <= kHighestTail; ++n) {
-    const std::string tail = "~" + std::to_string(n);
+    const std::string tail = std::string("~").append(std::to_string(n));
     // The blanks of a short base stay before the tail: readers trim only trailing blanks.
     std::string candidate = base.substr(0, dir_entry::kBaseNameSize - tail.size());
     candidate.append(tail).append(extension);

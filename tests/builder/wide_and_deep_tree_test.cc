@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -71,13 +72,14 @@ std::uint64_t PeakMemory() {
 }
 
 TEST(DeepTree, WithManyEntriesAtEveryLevel_TakesLittleMemory) {
-  // Every level holds 40 files beside the next folder, so that whatever is listed first, most of
+  // Every level holds 20 files beside the next folder, so that whatever is listed first, most of
   // the listings are held while the bottom is copied.
   TempFolder folder;
-  std::string path = ".";
+  std::string path = folder.Path().string();
   for (int level = 0; level < 300; ++level) {
     path += "/d";
-    for (int i = 0; i < 40; ++i) folder.File(path + "/f" + std::to_string(i));
+    ASSERT_EQ(::mkdir(path.c_str(), 0755), 0);
+    for (int i = 0; i < 20; ++i) std::ofstream(path + "/f" + std::to_string(i)).close();
   }
   const int status = test::RunInChild({}, [&] {
     Fat16Image image;
@@ -127,7 +129,9 @@ TEST(DeepTree, BeyondThePathsTheHostCanName_IsSkippedThere) {
 
 TEST(WideTree, Of8000FilesInOneFolder_GivesEachASlotInOrder) {
   TempFolder folder;
-  for (int i = 0; i < 8000; ++i) folder.File("sub/F" + std::to_string(i) + ".TXT");
+  folder.Folder("sub");
+  const std::string sub = (folder / "sub/F").string();
+  for (int i = 0; i < 8000; ++i) std::ofstream(sub + std::to_string(i) + ".TXT").close();
   Fat16Image image;
   std::string err;
   std::vector<std::string> skipped;

@@ -51,6 +51,8 @@ struct Fat16FsInfo {
 // The bytes may come from anywhere: no image makes an operation throw, read or write outside the
 // image, or take more work than its size warrants. The object holds its own copy of the bytes and
 // never touches a file of the host; a caller keeps a rewrite by writing ImageBytes() out.
+// Only memory can run out: results hold full paths, and a search that matches every one of
+// thousands of directories nested in each other returns gigabytes of them.
 //
 // Paths count from the volume's root. "/" and "\" both separate, runs of them count as one, ASCII
 // letter case does not matter, and a leading separator may be missing. "." and ".." have no special
@@ -135,7 +137,7 @@ class QUORBIX_VIRTDISK_EXPORT Fat16FsImage {
                          std::string& err);
 
  private:
-  struct Impl;
+  struct QUORBIX_VIRTDISK_HIDDEN Impl;
   std::unique_ptr<Impl> impl;
 };
 

@@ -1,0 +1,19 @@
+#ifndef QUORBIX_VIRTDISK_TESTS_BROWSER_AGREEMENT_H_
+#define QUORBIX_VIRTDISK_TESTS_BROWSER_AGREEMENT_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace quorbix::virtdisk::test {
+
+// Loads `image` into the library's browser and into PlainBrowser, asks both everything about up to
+// `queries` of its entries, rewrites up to `rewrites` of its files, and returns the first
+// difference in words; empty when there is none.
+std::string FindDisagreement(const std::vector<std::uint8_t>& image, std::size_t queries,
+                             std::size_t rewrites);
+
+}  // namespace quorbix::virtdisk::test
+
+#endif  // QUORBIX_VIRTDISK_TESTS_BROWSER_AGREEMENT_H_
