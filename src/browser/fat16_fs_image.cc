@@ -36,6 +36,8 @@ constexpr std::string_view kIsDirectory = "path is a directory";
 constexpr std::string_view kTooLong = "new file content exceeds allocated cluster chain";
 constexpr std::string_view kNoChain = "file has no allocated cluster chain";
 
+constexpr std::uint64_t kMostFileBytes = 0xFFFFFFFF;  // what DIR_FileSize can say
+
 bool ComesBefore(const Fat16FsEntry& a, const Fat16FsEntry& b) {
   if (a.isDirectory != b.isDirectory) return a.isDirectory;
   return a.path < b.path;
@@ -46,13 +48,30 @@ bool HasSmallerPath(const Fat16FsEntry& a, const Fat16FsEntry& b) { return a.pat
 }  // namespace
 
 bool Fat16FsImage::Impl::Parse(std::string& err) {
-  err.clear();
+  try {
+    return ParseOrThrow(err);
+  } catch (...) {
+    // Out of memory half way: the tables may be out of step, so none of them stays.
+    ForgetVolume();
+    throw;
+  }
+}
+
+void Fat16FsImage::Impl::ForgetVolume() noexcept {
   index.clear();
-  keys.Reset();
+  keys.Clear();
+  directories.clear();
+  firstRecords.clear();
+  chainLengths.clear();
+}
+
+bool Fat16FsImage::Impl::ParseOrThrow(std::string& err) {
+  err.clear();
+  ForgetVolume();
+  info = Fat16FsInfo{};
   directories.assign(1, true);
   firstRecords.assign(1, kNoRecord);
-  chainLengths.clear();
-  info = Fat16FsInfo{};
+  keys.KnowRoot();
   if (image.size() < internal::kSectorBytes) return Fail(err, kImageTooSmall);
   if (!LocateVolume(err)) return false;
   ReadBootSector();
@@ -214,7 +233,9 @@ bool Fat16FsImage::WriteExistingFile(const std::string& path,
   err.clear();
   if (record == nullptr) return Fail(err, kFileNotFound);
   if (record->IsDirectory()) return Fail(err, kIsDirectory);
-  if (newContent.size() > record->allocatedBytes) return Fail(err, kTooLong);
+  if (newContent.size() > std::min(record->allocatedBytes, kMostFileBytes)) {
+    return Fail(err, kTooLong);
+  }
   if (record->firstCluster < fat::kFirstCluster) {
     if (!newContent.empty()) return Fail(err, kNoChain);
   } else {

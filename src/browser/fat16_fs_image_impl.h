@@ -74,10 +74,12 @@ struct Fat16FsImage::Impl {
   std::vector<std::uint32_t> firstRecords;
 
   // What following the FAT from each cluster comes to: a number of clusters, or a mark for a broken
-  // chain. Its size is the first cluster whose data ends beyond the image.
+  // chain. Its size is the first cluster whose data ends beyond the image, 0xFFF8 at most.
   std::vector<std::uint16_t> chainLengths;
 
  private:
+  bool ParseOrThrow(std::string& err);
+  void ForgetVolume() noexcept;
   bool LocateVolume(std::string& err);
   void ReadBootSector();
   bool HasUsableGeometry() const;

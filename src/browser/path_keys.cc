@@ -16,10 +16,12 @@ std::string_view TakeComponent(std::string_view& path) {
 
 }  // namespace
 
-void PathKeys::Reset() {
+void PathKeys::Clear() noexcept {
   steps.clear();
-  size = 1;
+  size = 0;
 }
+
+void PathKeys::KnowRoot() { size = 1; }
 
 PathKeys::Step PathKeys::MakeStep(Key parent, std::string_view component) {
   Step step{.parent = parent, .length = static_cast<std::uint8_t>(component.size())};

@@ -24,8 +24,11 @@ class PathKeys {
   // Longest component that an entry's name can have: base, dot and extension.
   static constexpr std::size_t kMaxComponent = 12;
 
-  // Forgets every path but the root. A new object does not even know that one.
-  void Reset();
+  // Forgets every path, the root too, as a new object.
+  void Clear() noexcept;
+
+  // Gives the root its number; before that nothing is found. Only after Clear.
+  void KnowRoot();
 
   // The number of `path`, taken below `parent`, after giving one to each part of it that had none.
   // `path` is normalised and its components have at most kMaxComponent bytes.

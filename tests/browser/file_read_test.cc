@@ -123,9 +123,11 @@ TEST(FileRead, SameNameInDirectoriesOfOneKey_MeansTheFirstWalked) {
 
 TEST(FileRead, DirectoryBeforeAFileOfTheSameName_HidesIt) {
   auto image = ImageCrafter().Directory("A", 2).File("A", {.firstCluster = 3, .size = 1});
-  image.InCluster(2);
+  image.InCluster(2).File("IN").Chain({2});
+  const auto browser = Load(image);
 
-  EXPECT_EQ(ReadMessage(*Load(image), "/A"), "path is a directory");
+  EXPECT_EQ(ReadMessage(*browser, "/A"), "path is a directory");
+  EXPECT_THAT(ListPaths(*browser, "/A"), testing::ElementsAre("/A/IN"));
 }
 
 TEST(FileRead, Reading_DoesNotChangeTheImage) {

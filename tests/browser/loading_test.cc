@@ -209,6 +209,43 @@ TEST(Loading, TooSmallImage_ForgetsTheEarlierOne) {
   EXPECT_EQ(ReadMessage(*browser, "/A.TXT"), "file not found");
 }
 
+// The volume begins 511 bytes before the image's end.
+Bytes BootSectorCutShort() {
+  ImageCrafter image({.startLba = 3});
+  return image.CutTo(3 * 512 + 511).Bytes();
+}
+
+void ExpectOnlyTheRejectedImage(const Fat16FsImage& browser, const Bytes& rejected) {
+  EXPECT_EQ(browser.ImageBytes(), rejected);
+  EXPECT_TRUE(AllPaths(browser).empty());
+  EXPECT_TRUE(ListPaths(browser, "/").empty());
+  EXPECT_EQ(ListMessage(browser, "/D"), "directory not found");
+  EXPECT_EQ(ReadMessage(browser, "/A.TXT"), "file not found");
+}
+
+TEST(Loading, RefusedBootSector_ForgetsTheEarlierImage) {
+  const auto browser = Load(ImageCrafter().File("A.TXT").Directory("D", 5).InCluster(5));
+  const Bytes rejected(600, 0x77);
+
+  EXPECT_EQ(LoadMessage(*browser, rejected), "unsupported or invalid FAT16 BPB");
+
+  ExpectOnlyTheRejectedImage(*browser, rejected);
+  EXPECT_EQ(browser->Info().bytesPerSector, 0x7777);
+}
+
+TEST(Loading, BootSectorCutShort_ForgetsTheEarlierImageAndTellsThePartition) {
+  const auto browser = Load(ImageCrafter().File("A.TXT").Directory("D", 5).InCluster(5));
+  const Bytes rejected = BootSectorCutShort();
+
+  EXPECT_EQ(LoadMessage(*browser, rejected), "vbr offset out of range");
+
+  ExpectOnlyTheRejectedImage(*browser, rejected);
+  EXPECT_TRUE(browser->Info().partitioned);
+  EXPECT_EQ(browser->Info().partitionType, 0x04);
+  EXPECT_EQ(browser->Info().partitionStartLba, 3u);
+  EXPECT_EQ(browser->Info().bytesPerSector, 0u);
+}
+
 TEST(Loading, SecondImage_ReplacesTheFirst) {
   const auto browser =
       Load(ImageCrafter({.label = "ONE"}).File("A.TXT").Directory("D", 5).InCluster(5));

@@ -51,12 +51,14 @@ struct Fat16FsInfo {
 // The bytes may come from anywhere: no image makes an operation throw, read or write outside the
 // image, or take more work than its size warrants. The object holds its own copy of the bytes and
 // never touches a file of the host; a caller keeps a rewrite by writing ImageBytes() out.
-// Only memory can run out: results hold full paths, and a search that matches every one of
-// thousands of directories nested in each other returns gigabytes of them.
+// Only memory can run out: results hold full paths, so that a listing or a search in directories
+// nested thousands deep can come to gigabytes. std::bad_alloc then leaves the operation; one that
+// leaves a load or a rewrite leaves the object without an index, to be loaded again.
 //
 // Paths count from the volume's root. "/" and "\" both separate, runs of them count as one, ASCII
 // letter case does not matter, and a leading separator may be missing. "." and ".." have no special
-// meaning. When several entries share a path, the first one in directory order is meant.
+// meaning. When several entries share a path, reading and rewriting mean the first one
+// that the walk over the directories meets, and directories are listed as one.
 //
 // Failing operations return false and put a message into `err`; every operation empties `err`
 // first. One object serves one thread at a time, except that const operations may run at the same
@@ -70,14 +72,14 @@ class QUORBIX_VIRTDISK_EXPORT Fat16FsImage {
   Fat16FsImage& operator=(const Fat16FsImage&) = delete;
 
   // Copies `image` into this object, replacing what it held, and indexes the FAT16 volume in it:
-  // the first usable one of the four primary partitions (type 0x01, 0x04, 0x06 or 0x0E), else a
-  // bare volume that begins at byte 0. `image` may be this object's own ImageBytes().
+  // the first of the four primary partitions (type 0x01, 0x04, 0x06 or 0x0E) that starts in it,
+  // else a bare volume that begins at byte 0. `image` may be this object's own ImageBytes().
   //
   // On failure `err` is one of
   //   "image too small"                      fewer than 512 bytes
   //   "vbr offset out of range"              the partition's boot sector does not fit the image
   //   "unsupported or invalid FAT16 BPB"
-  //   "directory block out of range"         a directory's sectors end beyond the image
+  //   "directory block out of range"         the root directory ends beyond the image
   //   "cluster loop detected"                in a directory's chain, or more slots than fit
   //   "cluster offset out of range"          in a directory's chain
   // and the object holds the new bytes, with the description and the index as far as they came.
