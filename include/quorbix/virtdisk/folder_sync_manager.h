@@ -18,11 +18,14 @@ namespace quorbix::virtdisk {
 // wins, unless its time stamp is the lower of two that are compared raw, in different units: for
 // folder files dated before the year 2174 that makes the image's version win, dated or not.
 //
-// Files whose own name begins with "." are left alone on the host and are not part of the agreed
-// state; a rebuild still copies them into the image.
+// Files whose own name begins with "." are passed over on the host and are not part of the agreed
+// state; a rebuild still copies them into the image. Nothing is written through a link to a folder.
+// Names that are not 8.3 already do not meet their own short form in the image, which is written
+// out beside them: keep to 8.3 names, those of folders in upper case.
 //
-// Nothing is reported: a pass that fails changes nothing further, and the next one tries again.
-// The agreed state lives in memory and is forgotten by Start.
+// Nothing is reported. A pass that fails changes nothing further, and the next one tries again; a
+// single file that could not be carried over is tried again by the first pass that finds a change
+// on either side. The agreed state lives in memory and is forgotten by Start.
 //
 // Beware: when a rebuild fails (the folder no longer fits into the image, say), the folder as it is
 // still becomes the agreed state, and files that never reached the image are then taken as deleted
@@ -45,14 +48,16 @@ class QUORBIX_VIRTDISK_EXPORT IFolderSyncManager {
   // An error in the middle of listing the folder (a sub-folder that cannot be opened, or that
   // vanishes before it is entered) is an exception; on the worker thread it ends the process
   // through std::terminate, as exhausted memory does. An application that cannot vouch for every
-  // sub-folder passes the largest interval (49 days), so that the worker only waits, calls SyncNow
-  // on a thread of its own whenever a pass is due, and catches.
+  // sub-folder passes an interval so long that the worker never comes to a pass, calls SyncNow on a
+  // thread of its own whenever one is due, and catches. (Stop must then not follow Start at once:
+  // see there.)
   virtual void Start(const std::filesystem::path& imagePath, const std::filesystem::path& hostRoot,
                      unsigned int intervalMs = 5000) = 0;
 
   // Asks the worker to end and waits until it has; a pass that is under way is finished first.
   // Without a worker it returns at once. The wait can last one interval longer when the request
-  // meets the worker just as it begins to wait. The destructor does the same.
+  // meets the worker just as it begins to wait. Not to be called from two threads at once. The
+  // destructor does the same; no other call may be under way then.
   virtual void Stop() = 0;
 
   // Runs one pass on the calling thread, after waiting for a pass of the worker to finish, whether

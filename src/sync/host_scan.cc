@@ -1,0 +1,162 @@
+#include "sync/host_scan.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <span>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "sync/hash_bytes.h"
+
+namespace quorbix::virtdisk::internal {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kCannotCreateHostFolder[] = "Cannot create host folder: ";
+constexpr char kHostDirectoryWalkFailed[] = "Host directory walk failed: ";
+constexpr std::uint64_t kLargestSize = 0xFFFFFFFF;
+
+std::span<const std::uint8_t> AsBytes(const char* data, std::size_t size) {
+  return {reinterpret_cast<const std::uint8_t*>(data), size};
+}
+
+std::uint64_t Combine(std::uint64_t seed, std::uint64_t value) {
+  return seed ^ (value + 0x9E3779B97F4A7C15 + (seed << 6) + (seed >> 2));
+}
+
+// The file clock's epoch is the year 2174: until then stamps are negative and become 0. The
+// conflict rule is meant to see them so.
+std::uint64_t RawStamp(const ::timespec& time) {
+  using std::chrono::nanoseconds;
+  using std::chrono::seconds;
+  constexpr auto kLargest = std::chrono::duration_cast<seconds>(nanoseconds::max());
+  if (time.tv_sec < 0 || time.tv_sec >= kLargest.count()) return 0;
+  const std::chrono::sys_time<nanoseconds> system{seconds(time.tv_sec) + nanoseconds(time.tv_nsec)};
+  const auto ticks = std::chrono::file_clock::from_sys(system).time_since_epoch().count();
+  return ticks < 0 ? 0 : static_cast<std::uint64_t>(ticks);
+}
+
+bool ReadExactly(int file, char* data, std::size_t size) {
+  while (size > 0) {
+    const ::ssize_t got = ::read(file, data, size);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return false;
+    data += got;
+    size -= static_cast<std::size_t>(got);
+  }
+  return true;
+}
+
+// What a scan wants to know of one file.
+struct FileContent {
+  std::uint64_t hash = 0;
+  std::uint64_t size = 0;  // bytes
+  std::uint64_t stamp = 0;
+};
+
+// Reads one file after the other through one buffer. An idle pass consists of little else, so each
+// file costs four calls of the system: one that opens it, one for size and time, one that reads,
+// one that closes. Streams and path queries would double the calls.
+class FileHasher {
+ public:
+  FileHasher() : buffer(kBufferBytes) {}
+
+  // False when the file cannot be opened, or cannot be read up to the size it had when opened.
+  bool Hash(const fs::path& path, FileContent& content) {
+    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) return false;
+    const bool done = HashOpened(file, content);
+    ::close(file);
+    return done;
+  }
+
+ private:
+  static constexpr std::size_t kBufferBytes = 256 * 1024;  // stays in the processor's cache
+
+  bool HashOpened(int file, FileContent& content) {
+    struct ::stat status;
+    if (::fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    content = {kEmptyHash, static_cast<std::uint64_t>(status.st_size), RawStamp(status.st_mtim)};
+    for (std::uint64_t left = content.size; left > 0;) {
+      const auto part = static_cast<std::size_t>(std::min<std::uint64_t>(left, buffer.size()));
+      if (!ReadExactly(file, buffer.data(), part)) return false;
+      content.hash = HashBytes(AsBytes(buffer.data(), part), content.hash);
+      left -= part;
+    }
+    return true;
+  }
+
+  std::vector<char> buffer;
+};
+
+bool EnsureFolder(const fs::path& root, std::string& error) {
+  std::error_code ec;
+  if (fs::exists(fs::status(root, ec))) return true;
+  fs::create_directories(root, ec);
+  if (!ec) return true;
+  error = kCannotCreateHostFolder + root.native() + " (" + ec.message() + ")";
+  return false;
+}
+
+// Takes the listing's own prefix off, so that links and ".." in `root` stay what they are and the
+// system is not asked.
+fs::path RelativeTo(const fs::path& root, const fs::path& entry) {
+  const std::size_t begin = entry.native().find_first_not_of('/', root.native().size());
+  return begin == std::string::npos ? fs::path() : fs::path(entry.native().substr(begin));
+}
+
+std::uint64_t EntrySignature(const std::string& key, const FileVersion& version) {
+  std::uint64_t value = version.contentHash;
+  value = Combine(value, HashBytes(AsBytes(key.data(), key.size())));
+  value = Combine(value, version.size);
+  return Combine(value, version.modifiedStamp);
+}
+
+bool IsRegularFile(const fs::directory_entry& entry) {
+  std::error_code ec;
+  return entry.is_regular_file(ec);
+}
+
+bool IsHidden(const fs::path& relPath) { return relPath.filename().native().starts_with('.'); }
+
+}  // namespace
+
+void ScanHostFiles(const fs::path& root, VersionMap& versions, PathMap& hostPaths,
+                   std::uint64_t& signature, std::string& error) {
+  versions.clear();
+  hostPaths.clear();
+  signature = 0;
+  if (!EnsureFolder(root, error)) return;
+  FileHasher hasher;
+  std::error_code ec;
+  fs::recursive_directory_iterator it(root, ec);
+  // A folder that cannot be opened is an empty one: the end is looked at before the error.
+  for (; it != fs::recursive_directory_iterator(); ++it) {
+    if (ec) {
+      error = kHostDirectoryWalkFailed + ec.message();
+      return;
+    }
+    if (!IsRegularFile(*it)) continue;
+    fs::path relPath = RelativeTo(root, it->path());
+    FileContent content;
+    if (IsHidden(relPath) || !hasher.Hash(it->path(), content)) continue;
+    const FileVersion version{
+        .contentHash = content.hash,
+        .modifiedStamp = content.stamp,
+        .size = static_cast<std::uint32_t>(std::min<std::uint64_t>(content.size, kLargestSize))};
+    const std::string key = KeyFromRelPath(relPath);
+    signature = Combine(signature, EntrySignature(key, version));
+    versions.insert_or_assign(key, version);
+    hostPaths.insert_or_assign(key, std::move(relPath));
+  }
+}
+
+}  // namespace quorbix::virtdisk::internal

@@ -1,0 +1,78 @@
+#include "sync/file_version.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "sync/hash_bytes.h"
+
+namespace quorbix::virtdisk::internal {
+namespace {
+
+TEST(HashBytes, NoBytes_GiveTheStartValue) { EXPECT_EQ(HashBytes({}), 0x14650FB0739D0383u); }
+
+TEST(HashBytes, OneZeroByte_IsTheStartValueTimesThePrime) {
+  const std::vector<std::uint8_t> bytes{0};
+  EXPECT_EQ(HashBytes(bytes), 0x44BD2BD473CCF799u);
+}
+
+TEST(HashBytes, EachByte_IsMixedInBeforeTheMultiplication) {
+  const std::vector<std::uint8_t> bytes{'a', 'b', 'c'};
+  EXPECT_EQ(HashBytes(bytes), 0xE16801510DB89EFDu);
+}
+
+TEST(HashBytes, HighBytes_CountAsUnsigned) {
+  const std::vector<std::uint8_t> bytes{0xFF};
+  EXPECT_EQ(HashBytes(bytes), 0x44BD24D473CCEBB4u);
+}
+
+TEST(HashBytes, Pieces_GiveTheHashOfTheWhole) {
+  const std::vector<std::uint8_t> a{'a'};
+  const std::vector<std::uint8_t> bc{'b', 'c'};
+  EXPECT_EQ(HashBytes(bc, HashBytes(a)), 0xE16801510DB89EFDu);
+}
+
+TEST(FileVersion, DefaultMade_IsAllZero) {
+  const FileVersion version;
+  EXPECT_EQ(version.contentHash, 0u);
+  EXPECT_EQ(version.modifiedStamp, 0u);
+  EXPECT_EQ(version.size, 0u);
+  EXPECT_EQ(version.firstCluster, 0u);
+}
+
+TEST(KeyFromRelPath, LetterCase_IsLowered) {
+  EXPECT_EQ(KeyFromRelPath("Sub/File.TXT"), "sub/file.txt");
+}
+
+TEST(KeyFromRelPath, NamesOfBothSides_Meet) {
+  EXPECT_EQ(KeyFromRelPath("DOCS/README.TXT"), "docs/readme.txt");
+  EXPECT_EQ(KeyFromRelPath("docs/ReadMe.txt"), "docs/readme.txt");
+}
+
+TEST(KeyFromRelPath, OnlyAsciiLetters_AreLowered) {
+  EXPECT_EQ(KeyFromRelPath("AZ@[`{09_\xC3\x84"), "az@[`{09_\xC3\x84");  // A with two dots stays
+}
+
+TEST(KeyFromRelPath, RootAlone_IsASlash) {
+  EXPECT_EQ(KeyFromRelPath("/"), "/");
+  EXPECT_EQ(KeyFromRelPath("//"), "/");
+}
+
+TEST(KeyFromRelPath, RootBeforeNames_IsNotFollowedByAnotherSlash) {
+  EXPECT_EQ(KeyFromRelPath("/A/B"), "/a/b");
+}
+
+TEST(KeyFromRelPath, OneElement_IsThatElement) { EXPECT_EQ(KeyFromRelPath("X"), "x"); }
+
+TEST(KeyFromRelPath, EmptyPath_HasAnEmptyKey) { EXPECT_EQ(KeyFromRelPath(""), ""); }
+
+TEST(KeyFromRelPath, TrailingSeparator_StaysAsOneSlash) {
+  EXPECT_EQ(KeyFromRelPath("A/B/"), "a/b/");
+}
+
+TEST(KeyFromRelPath, DotElements_Stay) { EXPECT_EQ(KeyFromRelPath("./A/../B"), "./a/../b"); }
+
+TEST(KeyFromRelPath, Backslash_IsAnOrdinaryByte) { EXPECT_EQ(KeyFromRelPath("A\\B"), "a\\b"); }
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal
