@@ -1,0 +1,275 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "program_run.h"
+#include "support/child_process.h"
+#include "support/temp_folder.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+using test::ProgramRun;
+using test::RunVirtdisk;
+using test::TempFolder;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+constexpr std::uint64_t kMiB = 1024 * 1024;
+
+ProgramRun Build(const TempFolder& folder, std::vector<std::string> more = {}) {
+  std::vector<std::string> arguments{"build", (folder / "DISK").string(),
+                                     (folder / "disk.img").string()};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  return RunVirtdisk(arguments);
+}
+
+TEST(BuildCommand, SmallFolder_MakesAnImageOf3MiB) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "abc");
+  const ProgramRun run = Build(folder);
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_THAT(run.err, IsEmpty());
+  EXPECT_EQ(fs::file_size(folder / "disk.img"), 3 * kMiB);
+}
+
+TEST(BuildCommand, Summary_TellsTheVolume) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", std::string(513, 'a')).Folder("DISK/SUB").File("DISK/SUB/EMPTY");
+  const std::string out = Build(folder).out;
+  EXPECT_THAT(out, HasSubstr("disk.img, 3 MiB\n"));
+  EXPECT_THAT(out, HasSubstr("  label           DISK\n"));
+  EXPECT_THAT(out, ::testing::ContainsRegex("  volume id       [0-9A-F]{4}-[0-9A-F]{4}\n"));
+  EXPECT_THAT(out, HasSubstr("  cluster size    512 bytes\n"));
+  EXPECT_THAT(out, HasSubstr("  clusters used   3\n"));
+  EXPECT_THAT(out, HasSubstr("  clusters free   6,059\n"));
+  EXPECT_THAT(out, HasSubstr("  files           2\n"));
+  EXPECT_THAT(out, HasSubstr("  directories     1\n"));
+  EXPECT_THAT(out, Not(HasSubstr("Skipped")));
+  EXPECT_THAT(out, Not(HasSubstr("another name")));
+}
+
+TEST(BuildCommand, NamesShownDifferently_AreAllTold) {
+  TempFolder folder;
+  folder.File("DISK/LongFileName.txt").File("DISK/Sub/lower.txt").File("DISK/.profile");
+  const std::string out = Build(folder).out;
+  EXPECT_THAT(out, HasSubstr("  LongFileName.txt -> LONGFILE.TXT\n"));
+  EXPECT_THAT(out, HasSubstr("  Sub -> SUB\n"));
+  EXPECT_THAT(out, HasSubstr("  Sub/lower.txt -> LOWER.TXT\n"));
+  EXPECT_THAT(out, HasSubstr("  .profile -> (in the image, but not listed"));
+}
+
+TEST(BuildCommand, NamesWithControlCharacters_AreMadeSafe) {
+  TempFolder folder;
+  folder.File("DISK/a\x1b[2J.txt");
+  EXPECT_THAT(Build(folder).out, HasSubstr("  a\\x1B[2J.txt -> A__2J.TXT\n"));
+}
+
+TEST(BuildCommand, SkippedEntries_AreToldAndDoNotFail) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a").Link("DISK/MEM", "/proc/self/mem");
+  const ProgramRun run = Build(folder);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out, HasSubstr("Skipped:\n  " + (folder / "DISK/MEM").string() +
+                                 " [transient read error \xE2\x80\x94 file may have changed]\n"));
+}
+
+TEST(BuildCommand, StrictWithSkippedEntries_GivesStatus4) {
+  TempFolder folder;
+  folder.Link("DISK/MEM", "/proc/self/mem");
+  EXPECT_EQ(Build(folder, {"--strict"}).status, 4);
+}
+
+TEST(BuildCommand, StrictWithoutRemarks_GivesStatus0) {
+  TempFolder folder;
+  folder.File("DISK/LongFileName.txt");
+  EXPECT_EQ(Build(folder, {"--strict"}).status, 0);
+}
+
+TEST(BuildCommand, DroppedEmptyFile_IsARemark) {
+  TempFolder folder;
+  for (int i = 0; i < 512; ++i) folder.File("DISK/" + std::to_string(i));
+  const ProgramRun run = Build(folder);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: remark: Root directory is full"));
+  EXPECT_THAT(run.out, HasSubstr("  files           511\n"));
+  EXPECT_EQ(Build(folder, {"--strict"}).status, 4);
+}
+
+TEST(BuildCommand, FullRoot_IsToldWithWhatToDo) {
+  TempFolder folder;
+  for (int i = 0; i < 512; ++i) folder.File("DISK/" + std::to_string(i), "x");
+  const ProgramRun run = Build(folder);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: Root directory is full\n"));
+  EXPECT_THAT(run.err, HasSubstr("at most 511 entries beside the label"));
+  EXPECT_FALSE(folder.Exists("disk.img"));
+}
+
+TEST(BuildCommand, Json_IsOneObject) {
+  TempFolder folder;
+  folder.File("DISK/lower.txt", "abc").Folder("DISK/SUB").Link("DISK/MEM", "/proc/self/mem");
+  const auto record = Build(folder, {"--json"}).Json();
+  EXPECT_EQ(record["image"], (folder / "disk.img").string());
+  EXPECT_EQ(record["bytes"], 3 * kMiB);
+  EXPECT_EQ(record["label"], "DISK");
+  EXPECT_EQ(record["clusterBytes"], 512);
+  EXPECT_EQ(record["clustersUsed"], 2);
+  EXPECT_EQ(record["clustersFree"], 6060);
+  EXPECT_EQ(record["files"], 1);
+  EXPECT_EQ(record["directories"], 1);
+  EXPECT_EQ(record["skipped"].size(), 1U);
+  EXPECT_EQ(record["renamed"][0]["host"], "lower.txt");
+  EXPECT_EQ(record["renamed"][0]["image"], "LOWER.TXT");
+  EXPECT_TRUE(record["remark"].is_null());
+}
+
+TEST(BuildCommand, JsonWithNamesThatAreNoUtf8_IsStillJson) {
+  TempFolder folder;
+  folder.File("DISK/\xFF\xFE.txt");
+  EXPECT_EQ(Build(folder, {"--json"}).Json()["renamed"][0]["image"], "__.TXT");
+}
+
+TEST(BuildCommand, SizeByHand_IsTaken) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a");
+  EXPECT_EQ(Build(folder, {"--size", "5M"}).status, 0);
+  EXPECT_EQ(fs::file_size(folder / "disk.img"), 5 * kMiB);
+}
+
+TEST(BuildCommand, SizeOfFewClusters_IsBuiltWithAWarning) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a");
+  const ProgramRun run = Build(folder, {"--size", "64K"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: warning: "));
+  EXPECT_THAT(run.err, HasSubstr("FAT12"));
+  EXPECT_EQ(fs::file_size(folder / "disk.img"), 65536U);
+}
+
+TEST(BuildCommand, SizeWithTooShortAFat_IsBuiltWithAWarning) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a");
+  const ProgramRun run = Build(folder, {"--size", "2130944"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.err, HasSubstr("a FAT too short for its clusters"));
+}
+
+TEST(BuildCommand, SizeThatOthersRead_HasNoWarning) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a");
+  EXPECT_THAT(Build(folder, {"--size", "2129920"}).err, IsEmpty());
+}
+
+TEST(BuildCommand, SizeTooSmallForTheFolder_IsToldWithTheOneNeeded) {
+  TempFolder folder;
+  folder.File("DISK/A.BIN", std::string(4 * kMiB, 'a')).File("disk.img", "old");
+  const ProgramRun run = Build(folder, {"--size", "3M"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: Disk full while writing file\n"));
+  EXPECT_THAT(run.err, HasSubstr("The folder needs an image of 5 MiB"));
+  EXPECT_EQ(folder.Read("disk.img"), "old");
+}
+
+TEST(BuildCommand, SizeBelow64K_FailsWithTheLibrarysMessage) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a");
+  const ProgramRun run = Build(folder, {"--size", "65535"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: Image too small (minimum 64 KB)\n"));
+}
+
+TEST(BuildCommand, FolderBeyondAnyImage_FailsWithTheLibrarysMessage) {
+  TempFolder folder;
+  folder.File("DISK/SPARSE.BIN");
+  fs::resize_file(folder / "DISK/SPARSE.BIN", 5ULL << 30);
+  const ProgramRun run = Build(folder);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: Volume too large for FAT16 (max ~2 GB)\n"));
+  EXPECT_THAT(run.err, HasSubstr("The folder needs more than 4.0 GiB"));
+}
+
+TEST(BuildCommand, MissingFolder_FailsWithTheLibrarysMessage) {
+  const TempFolder folder;
+  const ProgramRun run = Build(folder);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(
+      run.err,
+      HasSubstr("virtdisk: Source folder does not exist: " + (folder / "DISK").string() + "\n"));
+  EXPECT_THAT(run.out, IsEmpty());
+}
+
+TEST(BuildCommand, FileAsFolder_FailsWithTheLibrarysMessage) {
+  TempFolder folder;
+  folder.File("DISK", "a");
+  EXPECT_THAT(Build(folder).err, HasSubstr("virtdisk: Source path is not a directory: "));
+}
+
+TEST(BuildCommand, OutputThatCannotBeOpened_FailsWithTheLibrarysMessage) {
+  TempFolder folder;
+  folder.Folder("DISK");
+  const ProgramRun run =
+      RunVirtdisk({"build", (folder / "DISK").string(), "/nonexistent/disk.img"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: Cannot open output image: /nonexistent/disk.img\n"));
+}
+
+TEST(BuildCommand, PathThatEndsInASeparator_HasNoLabel) {
+  TempFolder folder;
+  folder.Folder("DISK");
+  const ProgramRun run =
+      RunVirtdisk({"build", (folder / "DISK/").string(), (folder / "disk.img").string(), "--json"});
+  EXPECT_EQ(run.Json()["label"], "");
+}
+
+TEST(BuildCommand, FolderBehindAForbiddenOne_FailsWithAMessage) {
+  TempFolder folder;
+  folder.File("UP/DISK/A.TXT", "a").Forbidden("UP");
+  const int status = test::RunInChild({.dropRoot = true}, [&] {
+    const ProgramRun run =
+        RunVirtdisk({"build", (folder / "UP/DISK").string(), "/tmp/never-written.img"});
+    return run.status == 1 && run.err.find("Permission denied") != std::string::npos ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST(MeasureCommand, Folder_IsMeasured) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", std::string(1000, 'a')).File("DISK/SUB/B.TXT", "b");
+  const ProgramRun run = RunVirtdisk({"measure", (folder / "DISK").string()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "files      1,001 bytes\nauto size  3 MiB\n");
+}
+
+TEST(MeasureCommand, Json_IsOneObject) {
+  TempFolder folder;
+  folder.File("DISK/A.BIN", std::string(4 * kMiB, 'a'));
+  const auto record = RunVirtdisk({"measure", (folder / "DISK").string(), "--json"}).Json();
+  EXPECT_EQ(record["bytes"], 4 * kMiB);
+  EXPECT_EQ(record["autoSize"], 5 * kMiB);
+}
+
+TEST(MeasureCommand, FolderBeyondAnyImage_HasNoSize) {
+  TempFolder folder;
+  folder.File("DISK/SPARSE.BIN");
+  fs::resize_file(folder / "DISK/SPARSE.BIN", 5ULL << 30);
+  const ProgramRun run = RunVirtdisk({"measure", (folder / "DISK").string(), "--json"});
+  EXPECT_EQ(run.Json()["bytes"], 5ULL << 30);
+  EXPECT_TRUE(run.Json()["autoSize"].is_null());
+  EXPECT_THAT(run.err, HasSubstr("no FAT16 image is large enough"));
+}
+
+TEST(MeasureCommand, MissingFolder_Fails) {
+  const ProgramRun run = RunVirtdisk({"measure", "/nonexistent"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: Source folder does not exist: /nonexistent\n"));
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::tool

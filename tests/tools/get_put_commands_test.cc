@@ -1,0 +1,221 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "program_run.h"
+#include "support/child_process.h"
+#include "support/image_crafter.h"
+#include "support/temp_folder.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+using test::ImageCrafter;
+using test::ProgramRun;
+using test::RunVirtdisk;
+using test::TempFolder;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+
+ImageCrafter SmallDisk() {
+  ImageCrafter crafter;
+  crafter.File("A.TXT", {.firstCluster = 2, .size = 3}).Chain({2}).Data(2, "aaa");
+  crafter.Directory("SUB", 3).Chain({3}).InCluster(3).DotEntries(3, 0);
+  crafter.File("B.TXT", {.firstCluster = 4, .size = 3}).Chain({4}).Data(4, "bbb");
+  crafter.Directory("IN", 5).Chain({5}).InCluster(5).DotEntries(5, 3).File("EMPTY");
+  return crafter;
+}
+
+class GetCommand : public ::testing::Test {
+ protected:
+  ProgramRun Get(const ImageCrafter& crafter, const std::string& path) {
+    test::WriteBytes(folder / "disk.img", crafter.Bytes());
+    return RunVirtdisk({"get", (folder / "disk.img").string(), path, (folder / "DEST").string()});
+  }
+
+  TempFolder folder;
+};
+
+TEST_F(GetCommand, Root_IsCopiedWhole) {
+  EXPECT_EQ(Get(SmallDisk(), "/").status, 0);
+  EXPECT_THAT(folder.Files("DEST"), ElementsAre(Pair("A.TXT", "aaa"), Pair("SUB/B.TXT", "bbb"),
+                                                Pair("SUB/IN/EMPTY", "")));
+}
+
+TEST_F(GetCommand, Directory_GivesItsContentToTheDestination) {
+  EXPECT_EQ(Get(SmallDisk(), "sub").status, 0);
+  EXPECT_THAT(folder.Files("DEST"), ElementsAre(Pair("B.TXT", "bbb"), Pair("IN/EMPTY", "")));
+}
+
+TEST_F(GetCommand, FileToANewName_IsCopied) {
+  EXPECT_EQ(Get(SmallDisk(), "/sub/b.txt").status, 0);
+  EXPECT_EQ(folder.Read("DEST"), "bbb");
+}
+
+TEST_F(GetCommand, FileToAFolder_KeepsItsName) {
+  folder.Folder("DEST");
+  EXPECT_EQ(Get(SmallDisk(), "/sub/b.txt").status, 0);
+  EXPECT_EQ(folder.Read("DEST/B.TXT"), "bbb");
+}
+
+TEST_F(GetCommand, FilesThatExist_AreReplaced) {
+  folder.File("DEST/A.TXT", "old").File("DEST/OTHER", "kept");
+  EXPECT_EQ(Get(SmallDisk(), "/").status, 0);
+  EXPECT_EQ(folder.Read("DEST/A.TXT"), "aaa");
+  EXPECT_EQ(folder.Read("DEST/OTHER"), "kept");
+}
+
+TEST_F(GetCommand, MissingPath_FailsAndMakesNothing) {
+  const ProgramRun run = Get(SmallDisk(), "/NOPE");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: file not found\n"));
+  EXPECT_FALSE(folder.Exists("DEST"));
+}
+
+TEST_F(GetCommand, NamesThatLeadOut_AreRefusedAndTheRestIsExtracted) {
+  ImageCrafter crafter;
+  for (const char* name : {"../../X    ", "/etc/x     ", "A/B     TXT", "..      /X "}) {
+    crafter.RawSlot(name, {.firstCluster = 2, .size = 3});
+  }
+  crafter.File("A.TXT", {.firstCluster = 2, .size = 3}).Chain({2}).Data(2, "aaa");
+  const ProgramRun run = Get(crafter, "/");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(folder.Files("."),
+              ElementsAre(Pair("DEST/A.TXT", "aaa"), Pair("disk.img", ::testing::_)));
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: refused to extract /../../X: its name would lead out"));
+}
+
+TEST_F(GetCommand, NameWithANulInItsExtension_IsCutBeforeIt) {
+  ImageCrafter crafter;
+  crafter.RawSlot(std::string_view("A       T\0X", 11), {.firstCluster = 2, .size = 3});
+  crafter.Chain({2}).Data(2, "aaa");
+  EXPECT_EQ(Get(crafter, "/").status, 0);
+  EXPECT_THAT(folder.Files("DEST"), ElementsAre(Pair("A.T", "aaa")));
+}
+
+TEST_F(GetCommand, DirectoryThatLeadsOut_TakesItsContentWithIt) {
+  ImageCrafter crafter;
+  crafter.RawSlot("../OUT     ", {.attributes = 0x10, .firstCluster = 3});
+  crafter.Chain({3}).InCluster(3).File("B.TXT", {.firstCluster = 4, .size = 3});
+  crafter.Chain({4}).Data(4, "bbb");
+  folder.Folder("OUT");
+  EXPECT_EQ(Get(crafter, "/").status, 1);
+  EXPECT_THAT(folder.Files("OUT"), IsEmpty());
+  EXPECT_THAT(folder.Files("DEST"), IsEmpty());
+}
+
+TEST_F(GetCommand, LinkInPlaceOfAFolder_IsNotFollowed) {
+  folder.Folder("OUT/IN").Folder("DEST").Link("DEST/SUB", "../OUT");
+  const ProgramRun run = Get(SmallDisk(), "/");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(folder.Files("OUT"), IsEmpty());
+  EXPECT_EQ(folder.Read("DEST/A.TXT"), "aaa");
+  EXPECT_THAT(run.err, HasSubstr("refused to extract /SUB/IN/EMPTY"));
+}
+
+TEST_F(GetCommand, LinkInPlaceOfAFile_IsReplaced) {
+  folder.File("OUT.TXT", "kept").Folder("DEST").Link("DEST/A.TXT", "../OUT.TXT");
+  EXPECT_EQ(Get(SmallDisk(), "/").status, 0);
+  EXPECT_EQ(folder.Read("OUT.TXT"), "kept");
+  EXPECT_EQ(folder.Read("DEST/A.TXT"), "aaa");
+}
+
+TEST_F(GetCommand, DestinationThatIsALink_IsTaken) {
+  folder.Folder("REAL").Link("DEST", "REAL");
+  EXPECT_EQ(Get(SmallDisk(), "/").status, 0);
+  EXPECT_EQ(folder.Read("REAL/SUB/B.TXT"), "bbb");
+}
+
+TEST_F(GetCommand, BrokenFile_FailsAndTheRestIsExtracted) {
+  ImageCrafter crafter;
+  crafter.File("LOOP.TXT", {.firstCluster = 2, .size = 2000}).FatWord(2, 2);
+  crafter.File("Z.TXT", {.firstCluster = 3, .size = 3}).Chain({3}).Data(3, "zzz");
+  const ProgramRun run = Get(crafter, "/");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: cluster loop detected\n"));
+  EXPECT_THAT(folder.Files("DEST"), ElementsAre(Pair("Z.TXT", "zzz")));
+}
+
+TEST_F(GetCommand, TwoFilesOfAName_GiveTheFirst) {
+  ImageCrafter crafter;
+  crafter.File("A.TXT", {.firstCluster = 2, .size = 3}).Chain({2}).Data(2, "one");
+  crafter.File("A.TXT", {.firstCluster = 3, .size = 3}).Chain({3}).Data(3, "two");
+  const ProgramRun run = Get(crafter, "/");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(folder.Read("DEST/A.TXT"), "one");
+  EXPECT_THAT(run.err, HasSubstr("another entry has the same name"));
+}
+
+class PutCommand : public ::testing::Test {
+ protected:
+  PutCommand() { test::WriteBytes(folder / "disk.img", SmallDisk().Bytes()); }
+
+  ProgramRun Put(const std::string& path, const std::string& content,
+                 const std::string& image = "disk.img") {
+    folder.File("new", content);
+    return RunVirtdisk({"put", (folder / image).string(), path, (folder / "new").string()});
+  }
+
+  TempFolder folder;
+};
+
+TEST_F(PutCommand, File_GetsTheNewContentAndNothingElseChanges) {
+  ImageCrafter expected = SmallDisk();
+  expected.Fill(2, 0).Data(2, "hello").U32(expected.RootOffset() + 28, 5);
+  EXPECT_EQ(Put("/a.txt", "hello").status, 0);
+  EXPECT_EQ(test::ReadBytes(folder / "disk.img"), expected.Bytes());
+}
+
+TEST_F(PutCommand, Image_KeepsItsMode) {
+  fs::permissions(folder / "disk.img", fs::perms{0640});
+  EXPECT_EQ(Put("/a.txt", "hello").status, 0);
+  EXPECT_EQ(fs::status(folder / "disk.img").permissions(), fs::perms{0640});
+}
+
+TEST_F(PutCommand, ImageBehindALink_IsReplacedAndTheLinkStays) {
+  folder.Link("link.img", "disk.img");
+  EXPECT_EQ(Put("/a.txt", "hello", "link.img").status, 0);
+  EXPECT_TRUE(fs::is_symlink(folder / "link.img"));
+  EXPECT_EQ(RunVirtdisk({"cat", (folder / "disk.img").string(), "/A.TXT"}).out, "hello");
+}
+
+TEST_F(PutCommand, ContentBeyondItsClusters_FailsAndTellsTheRoom) {
+  const ProgramRun run = Put("/A.TXT", std::string(513, 'x'));
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: new file content exceeds allocated cluster chain\n"));
+  EXPECT_THAT(run.err, HasSubstr("has 513 bytes"));
+  EXPECT_THAT(run.err, HasSubstr("has room for 512"));
+  EXPECT_EQ(test::ReadBytes(folder / "disk.img"), SmallDisk().Bytes());
+}
+
+TEST_F(PutCommand, MissingFileInTheImage_Fails) {
+  EXPECT_THAT(Put("/NOPE", "x").err, HasSubstr("virtdisk: file not found\n"));
+}
+
+TEST_F(PutCommand, MissingFileOnTheHost_Fails) {
+  const ProgramRun run =
+      RunVirtdisk({"put", (folder / "disk.img").string(), "/A.TXT", "/nonexistent"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: cannot read /nonexistent: "));
+}
+
+TEST_F(PutCommand, HostDiskFull_LeavesTheOldImageAndNothingElse) {
+  folder.File("new", "hello");
+  const int status = test::RunInChild({.fileSizeLimit = 4096}, [&] {
+    return RunVirtdisk({"put", (folder / "disk.img").string(), "/A.TXT", (folder / "new").string()})
+        .status;
+  });
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(test::ReadBytes(folder / "disk.img"), SmallDisk().Bytes());
+  EXPECT_THAT(folder.Files("."), ElementsAre(Pair("disk.img", ::testing::_), Pair("new", "hello")));
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::tool

@@ -1,0 +1,250 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "program_run.h"
+#include "support/image_crafter.h"
+#include "support/temp_folder.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+using test::ImageCrafter;
+using test::ProgramRun;
+using test::RunVirtdisk;
+using test::TempFolder;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+// A file with a date, one without, and a directory with a file.
+ImageCrafter SmallDisk() {
+  ImageCrafter crafter({.label = "CRAFTED"});
+  crafter.File(
+      "DATED.TXT",
+      {.attributes = 0x21, .firstCluster = 2, .size = 5, .writeTime = 0x6C47, .writeDate = 0x5A71});
+  crafter.Chain({2}).Data(2, "dated").File("EMPTY");
+  crafter.Directory("SUB", 3).Chain({3}).InCluster(3).DotEntries(3, 0);
+  crafter.File("B.TXT", {.firstCluster = 4, .size = 600}).Chain({4, 6});
+  crafter.Fill(4, 'b').Fill(6, 'c');
+  return crafter;
+}
+
+class ImageCommands : public ::testing::Test {
+ protected:
+  ImageCommands() { Write(SmallDisk()); }
+
+  void Write(const ImageCrafter& crafter) {
+    test::WriteBytes(folder / "disk.img", crafter.Bytes());
+  }
+  std::string Image() const { return (folder / "disk.img").string(); }
+
+  TempFolder folder;
+};
+
+using InfoCommand = ImageCommands;
+using LsCommand = ImageCommands;
+using FindCommand = ImageCommands;
+using CatCommand = ImageCommands;
+using MapCommand = ImageCommands;
+
+TEST_F(InfoCommand, Volume_IsDescribed) {
+  const ProgramRun run = RunVirtdisk({"info", Image()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "image        " + Image() +
+                         ", 48,640 bytes\n"
+                         "partition    type 0x04, sectors from 1, 94 of them\n"
+                         "label        CRAFTED\n"
+                         "volume id    1234-ABCD\n"
+                         "file system  FAT16\n"
+                         "clusters     90 of 512 bytes: 4 used, 86 free\n"
+                         "FATs         2 of 1 sector\n"
+                         "root         16 entries\n"
+                         "files        3, 605 bytes\n"
+                         "directories  1\n");
+}
+
+TEST_F(InfoCommand, BareVolume_HasNoPartition) {
+  Write(ImageCrafter({.partitioned = false}));
+  EXPECT_THAT(RunVirtdisk({"info", Image()}).out, HasSubstr("partition    none"));
+  EXPECT_TRUE(RunVirtdisk({"info", Image(), "--json"}).Json()["partition"].is_null());
+}
+
+TEST_F(InfoCommand, Json_IsOneObject) {
+  const auto record = RunVirtdisk({"info", Image(), "--json"}).Json();
+  EXPECT_EQ(record["bytes"], 48640);
+  EXPECT_EQ(record["partition"]["type"], 4);
+  EXPECT_EQ(record["partition"]["startSector"], 1);
+  EXPECT_EQ(record["partition"]["sectors"], 94);
+  EXPECT_EQ(record["label"], "CRAFTED");
+  EXPECT_EQ(record["volumeId"], "1234-ABCD");
+  EXPECT_EQ(record["clusters"], 90);
+  EXPECT_EQ(record["clustersUsed"], 4);
+  EXPECT_EQ(record["clustersFree"], 86);
+  EXPECT_EQ(record["clustersBad"], 0);
+  EXPECT_EQ(record["files"], 3);
+  EXPECT_EQ(record["directories"], 1);
+  EXPECT_EQ(record["fileBytes"], 605);
+}
+
+TEST_F(InfoCommand, LabelWithControlCharacters_IsMadeSafe) {
+  Write(ImageCrafter({.label = "A\x1b[2J"}));
+  EXPECT_THAT(RunVirtdisk({"info", Image()}).out, HasSubstr("label        A\\x1B[2J\n"));
+}
+
+TEST_F(InfoCommand, LabelThatIsNoUtf8_IsStillJson) {
+  Write(ImageCrafter({.label = "\xFF\xFE"}));
+  EXPECT_EQ(RunVirtdisk({"info", Image(), "--json"}).Json()["label"], "\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+TEST_F(InfoCommand, MissingImage_IsToldWithItsPath) {
+  const ProgramRun run = RunVirtdisk({"info", "/nonexistent/disk.img"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.out, IsEmpty());
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: cannot read /nonexistent/disk.img: No such file"));
+}
+
+TEST_F(InfoCommand, FileThatIsNoImage_FailsWithTheLibrarysMessage) {
+  folder.File("tiny", "no disk").File("zeros", std::string(512, '\0'));
+  const ProgramRun tiny = RunVirtdisk({"info", (folder / "tiny").string()});
+  EXPECT_EQ(tiny.status, 1);
+  EXPECT_THAT(tiny.err, HasSubstr("virtdisk: image too small\n"));
+  EXPECT_THAT(tiny.err, HasSubstr((folder / "tiny").string()));
+  const ProgramRun zeros = RunVirtdisk({"info", (folder / "zeros").string()});
+  EXPECT_EQ(zeros.status, 1);
+  EXPECT_THAT(zeros.err, HasSubstr("virtdisk: unsupported or invalid FAT16 BPB\n"));
+}
+
+TEST_F(LsCommand, Root_ListsDirectoriesFirst) {
+  EXPECT_EQ(RunVirtdisk({"ls", Image()}).out, "SUB/\nDATED.TXT\nEMPTY\n");
+}
+
+TEST_F(LsCommand, Details_ShowAttributesSizeAndDate) {
+  EXPECT_EQ(RunVirtdisk({"ls", Image(), "-l"}).out,
+            "d----           0                       SUB/\n"
+            "-r--a           5  2025-03-17 13:34:14  DATED.TXT\n"
+            "----a           0                       EMPTY\n");
+}
+
+TEST_F(LsCommand, Recursive_ShowsFullPaths) {
+  EXPECT_EQ(RunVirtdisk({"ls", Image(), "-R"}).out, "/SUB/\n/SUB/B.TXT\n/DATED.TXT\n/EMPTY\n");
+  EXPECT_EQ(RunVirtdisk({"ls", Image(), "sub", "-R"}).out, "/SUB/B.TXT\n");
+}
+
+TEST_F(LsCommand, File_ListsItself) {
+  EXPECT_EQ(RunVirtdisk({"ls", Image(), "\\sub\\b.txt"}).out, "B.TXT\n");
+}
+
+TEST_F(LsCommand, MissingPath_FailsWithTheLibrarysMessage) {
+  const ProgramRun run = RunVirtdisk({"ls", Image(), "/NOPE"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: directory not found\n"));
+  EXPECT_THAT(run.err, HasSubstr("/NOPE in " + Image()));
+}
+
+TEST_F(LsCommand, Json_IsOneObjectALine) {
+  const auto lines = RunVirtdisk({"ls", Image(), "--json"}).JsonLines();
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_EQ(lines[0]["type"], "directory");
+  EXPECT_EQ(lines[0]["path"], "/SUB");
+  EXPECT_EQ(lines[1]["name"], "DATED.TXT");
+  EXPECT_EQ(lines[1]["type"], "file");
+  EXPECT_EQ(lines[1]["size"], 5);
+  EXPECT_EQ(lines[1]["modified"], "2025-03-17 13:34:14");
+  EXPECT_EQ(lines[1]["attributes"], 0x21);
+  EXPECT_EQ(lines[1]["firstCluster"], 2);
+  EXPECT_TRUE(lines[2]["modified"].is_null());
+}
+
+TEST_F(LsCommand, HostileNames_AreMadeSafeAndStayJson) {
+  ImageCrafter crafter;
+  crafter.RawSlot("A\x1b[2J\x9b\xff TXT", {.writeDate = 0xFFFF});
+  Write(crafter);
+  EXPECT_EQ(RunVirtdisk({"ls", Image()}).out, "A\\x1B[2J\\x9B\\xFF.TXT\n");
+  EXPECT_THAT(RunVirtdisk({"ls", Image(), "-l"}).out, HasSubstr("invalid date"));
+  EXPECT_TRUE(RunVirtdisk({"ls", Image(), "--json"}).JsonLines()[0]["modified"].is_null());
+}
+
+TEST_F(LsCommand, Colour_MarksDirectoriesOnlyOnATerminal) {
+  EXPECT_THAT(RunVirtdisk({"ls", Image()}, true).out, HasSubstr("\x1b[1;34mSUB\x1b[0m/\n"));
+  EXPECT_THAT(RunVirtdisk({"ls", Image()}).out, Not(HasSubstr("\x1b")));
+}
+
+TEST_F(FindCommand, Text_FindsPathsInAnyCase) {
+  const ProgramRun run = RunVirtdisk({"find", Image(), "b"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "/SUB/\n/SUB/B.TXT\n");
+}
+
+TEST_F(FindCommand, NoMatch_IsDoneWithoutOutput) {
+  const ProgramRun run = RunVirtdisk({"find", Image(), "ZZZ"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out, IsEmpty());
+}
+
+TEST_F(FindCommand, EmptyText_FailsWithTheLibrarysMessage) {
+  const ProgramRun run = RunVirtdisk({"find", Image(), ""});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: empty query\n"));
+}
+
+TEST_F(FindCommand, Json_IsOneObjectALine) {
+  const auto lines = RunVirtdisk({"find", Image(), "txt", "--json"}).JsonLines();
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[1]["path"], "/SUB/B.TXT");
+}
+
+TEST_F(CatCommand, File_IsWrittenByteForByte) {
+  const ProgramRun run = RunVirtdisk({"cat", Image(), "/sub/b.txt"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, std::string(512, 'b') + std::string(88, 'c'));
+}
+
+TEST_F(CatCommand, MissingFile_FailsWithTheLibrarysMessage) {
+  const ProgramRun run = RunVirtdisk({"cat", Image(), "/NOPE"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: file not found\n"));
+}
+
+TEST_F(CatCommand, Directory_FailsWithTheLibrarysMessage) {
+  const ProgramRun run = RunVirtdisk({"cat", Image(), "/SUB"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: path is a directory\n"));
+  EXPECT_THAT(run.err, HasSubstr("`virtdisk get`"));
+}
+
+TEST_F(CatCommand, LoopingChain_FailsWithTheLibrarysMessage) {
+  ImageCrafter crafter;
+  crafter.File("A.TXT", {.firstCluster = 2, .size = 2000}).FatWord(2, 2);
+  Write(crafter);
+  EXPECT_THAT(RunVirtdisk({"cat", Image(), "/A.TXT"}).err, HasSubstr("cluster loop detected\n"));
+}
+
+TEST_F(MapCommand, Console_ShowsTheDisk) {
+  const ProgramRun run = RunVirtdisk({"map", Image()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out, HasSubstr("CRAFTED: 47.5 KiB, 90 clusters of 512 bytes\n"));
+  EXPECT_THAT(run.out, HasSubstr("  ====%#D#.#...."));
+}
+
+TEST_F(MapCommand, Picture_IsWrittenAsAFile) {
+  const ProgramRun run = RunVirtdisk({"map", Image(), "-o", (folder / "disk.svg").string()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out, IsEmpty());
+  EXPECT_THAT(folder.Read("disk.svg"), ::testing::StartsWith("<svg "));
+}
+
+TEST_F(MapCommand, PictureToTheStandardOutput_IsData) {
+  EXPECT_THAT(RunVirtdisk({"map", Image(), "-o", "-"}).out, ::testing::StartsWith("<svg "));
+}
+
+TEST_F(MapCommand, PictureThatCannotBeWritten_Fails) {
+  const ProgramRun run = RunVirtdisk({"map", Image(), "-o", "/nonexistent/disk.svg"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: cannot write /nonexistent/disk.svg"));
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::tool

@@ -1,0 +1,94 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_COMMANDS_H_
+#define QUORBIX_VIRTDISK_TOOL_COMMANDS_H_
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "console.h"
+
+namespace quorbix::virtdisk::tool {
+
+// One function per subcommand. Each returns the program's exit status.
+
+struct BuildOptions {
+  std::filesystem::path folder;
+  std::filesystem::path image;
+  std::optional<std::uint64_t> size;  // bytes; nothing: the smallest that will do
+  bool strict = false;
+  bool json = false;
+};
+int RunBuild(Console& console, const BuildOptions& options);
+
+struct MeasureOptions {
+  std::filesystem::path folder;
+  bool json = false;
+};
+int RunMeasure(Console& console, const MeasureOptions& options);
+
+struct InfoOptions {
+  std::filesystem::path image;
+  bool json = false;
+};
+int RunInfo(Console& console, const InfoOptions& options);
+
+struct ListOptions {
+  std::filesystem::path image;
+  std::string path = "/";
+  bool recursive = false;
+  bool details = false;
+  bool json = false;
+};
+int RunList(Console& console, const ListOptions& options);
+
+struct FindOptions {
+  std::filesystem::path image;
+  std::string text;
+  bool json = false;
+};
+int RunFind(Console& console, const FindOptions& options);
+
+struct CatOptions {
+  std::filesystem::path image;
+  std::string path;
+};
+int RunCat(Console& console, const CatOptions& options);
+
+struct GetOptions {
+  std::filesystem::path image;
+  std::string path;
+  std::filesystem::path destination;
+};
+int RunGet(Console& console, const GetOptions& options);
+
+struct PutOptions {
+  std::filesystem::path image;
+  std::string path;
+  std::filesystem::path file;
+};
+int RunPut(Console& console, const PutOptions& options);
+
+struct MapOptions {
+  std::filesystem::path image;
+  std::filesystem::path picture;  // empty: draw on the console
+};
+int RunMap(Console& console, const MapOptions& options);
+
+struct SyncOptions {
+  std::filesystem::path image;
+  std::filesystem::path folder;
+  std::uint32_t intervalMs = 5000;
+  bool once = false;
+};
+int RunSync(Console& console, const SyncOptions& options);
+
+struct DemoOptions {
+  std::filesystem::path folder;  // empty: a sample of its own
+  bool keep = false;
+};
+int RunDemo(Console& console, const DemoOptions& options);
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_COMMANDS_H_

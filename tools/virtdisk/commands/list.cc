@@ -1,0 +1,107 @@
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include <quorbix/virtdisk/fat16_fs_image.h>
+
+#include "commands.h"
+#include "exit_status.h"
+#include "fat_date.h"
+#include "image_file.h"
+#include "image_tree.h"
+#include "json.h"
+#include "text.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+constexpr char kDirectoryColour[] = "\x1b[1;34m";
+constexpr char kReset[] = "\x1b[0m";
+constexpr std::size_t kSizeWidth = 10;  // holds every 32-bit number
+constexpr std::size_t kDateWidth = 19;
+
+// "drhsa", with a dash for each that does not hold.
+std::string AttributeLetters(const Fat16FsEntry& entry) {
+  constexpr struct {
+    unsigned bit;
+    char letter;
+  } kLetters[] = {{0x10, 'd'}, {0x01, 'r'}, {0x02, 'h'}, {0x04, 's'}, {0x20, 'a'}};
+  std::string letters;
+  for (const auto& [bit, letter] : kLetters) letters += (entry.attributes & bit) ? letter : '-';
+  return letters;
+}
+
+std::string Right(const std::string& text, std::size_t width) {
+  return std::string(width - std::min(width, text.size()), ' ') + text;
+}
+
+std::string Details(const Fat16FsEntry& entry) {
+  std::string date = FormatFatDate(entry.writeDate, entry.writeTime);
+  date.resize(kDateWidth, ' ');
+  return AttributeLetters(entry) + "  " + Right(std::to_string(entry.size), kSizeWidth) + "  " +
+         date + "  ";
+}
+
+struct Style {
+  bool fullPath = false;
+  bool details = false;
+  bool json = false;
+};
+
+void Print(Console& console, const Fat16FsEntry& entry, const Style& style) {
+  if (style.json) {
+    console.out << OneLine(EntryRecord(entry)) << "\n";
+    return;
+  }
+  if (style.details) console.out << Details(entry);
+  const bool coloured = console.colour && entry.isDirectory;
+  if (coloured) console.out << kDirectoryColour;
+  console.out << Printable(style.fullPath ? entry.path : entry.name);
+  if (coloured) console.out << kReset;
+  console.out << (entry.isDirectory ? "/\n" : "\n");
+}
+
+int ListTree(Console& console, const ListOptions& options, const Fat16FsImage& image,
+             const Style& style) {
+  const ImageTree tree(image);
+  for (const Fat16FsEntry* entry : tree.Below(options.path)) Print(console, *entry, style);
+  return kDone;
+}
+
+}  // namespace
+
+int RunList(Console& console, const ListOptions& options) {
+  Fat16FsImage image;
+  if (!LoadImage(console, options.image, image)) return kFailed;
+  const Style style{options.recursive, options.details, options.json};
+  std::vector<Fat16FsEntry> entries;
+  std::string err;
+  if (image.ListDirectory(options.path, entries, err)) {
+    if (options.recursive) return ListTree(console, options, image, style);
+    for (const Fat16FsEntry& entry : entries) Print(console, entry, style);
+    return kDone;
+  }
+  const ImageTree tree(image);
+  const Fat16FsEntry* file = tree.Find(options.path);
+  if (file == nullptr) {
+    return Fail(console, err,
+                Within(options.path, options.image) +
+                    " is no directory and no file; `virtdisk ls -R IMAGE` shows all there are.");
+  }
+  Print(console, *file, style);
+  return kDone;
+}
+
+int RunFind(Console& console, const FindOptions& options) {
+  Fat16FsImage image;
+  if (!LoadImage(console, options.image, image)) return kFailed;
+  std::vector<Fat16FsEntry> entries;
+  std::string err;
+  if (!image.Search(options.text, entries, err)) {
+    return Fail(console, err, "Give a part of a name or a path to look for.");
+  }
+  for (const Fat16FsEntry& entry : entries) Print(console, entry, {true, false, options.json});
+  return kDone;
+}
+
+}  // namespace quorbix::virtdisk::tool

@@ -1,0 +1,42 @@
+#include "map.h"
+
+#include <span>
+#include <string>
+
+#include <quorbix/virtdisk/fat16_fs_image.h>
+
+#include "commands.h"
+#include "exit_status.h"
+#include "host_file.h"
+#include "image_file.h"
+#include "image_tree.h"
+#include "map_svg.h"
+#include "map_text.h"
+
+namespace quorbix::virtdisk::tool {
+
+int RunMap(Console& console, const MapOptions& options) {
+  Fat16FsImage image;
+  if (!LoadImage(console, options.image, image)) return kFailed;
+  const ImageTree tree(image);
+  const DiskMap map = MapVolume(VolumeView(image.Info(), image.ImageBytes()), tree.Entries());
+  const std::string volume = DescribeVolume(map, image.ImageBytes().size());
+  const std::string name = options.image.filename().string();
+  const std::string& label = image.Info().volumeLabel;
+  if (options.picture.empty()) {
+    const std::string heading = (label.empty() ? name : label) + ": " + volume;
+    console.out << DrawText(map, heading, {console.width, console.colour});
+    return kDone;
+  }
+  const std::string svg = DrawSvg(map, label.empty() ? name : label, name + ", " + volume);
+  if (options.picture == "-") {
+    console.out << svg;
+    return kDone;
+  }
+  std::string err;
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(svg.data());
+  if (WriteHostFile(options.picture, std::span(bytes, svg.size()), err)) return kDone;
+  return Fail(console, err, "Does the folder exist, and may you write there?");
+}
+
+}  // namespace quorbix::virtdisk::tool

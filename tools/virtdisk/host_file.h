@@ -1,0 +1,29 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_HOST_FILE_H_
+#define QUORBIX_VIRTDISK_TOOL_HOST_FILE_H_
+
+#include <cstdint>
+#include <filesystem>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace quorbix::virtdisk::tool {
+
+// Reads a regular file of the host whole. On failure returns false, says why in `err` and leaves
+// `bytes` empty.
+bool ReadHostFile(const std::filesystem::path& path, std::vector<std::uint8_t>& bytes,
+                  std::string& err);
+
+// Puts `bytes` in place of the file `path` through a temporary file in the same folder, which is
+// written out to the disk and then renamed, so that a crash leaves the old file or the new one.
+//
+// A file that is replaced keeps its mode and, where the process may give it away, its owner; hard
+// links to it keep the old content. A symbolic link at `path` is replaced itself. Whatever else is
+// no regular file is refused. On failure returns false, says why in `err`, and nothing is left
+// behind.
+bool WriteHostFile(const std::filesystem::path& path, std::span<const std::uint8_t> bytes,
+                   std::string& err);
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_HOST_FILE_H_

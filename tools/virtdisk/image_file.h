@@ -1,0 +1,21 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_IMAGE_FILE_H_
+#define QUORBIX_VIRTDISK_TOOL_IMAGE_FILE_H_
+
+#include <filesystem>
+#include <string>
+
+#include <quorbix/virtdisk/fat16_fs_image.h>
+
+#include "console.h"
+
+namespace quorbix::virtdisk::tool {
+
+// Reads the image file `path` into `image`. On failure tells the console and returns false.
+bool LoadImage(Console& console, const std::filesystem::path& path, Fat16FsImage& image);
+
+// `NAME in IMAGE`, for messages.
+std::string Within(const std::string& name, const std::filesystem::path& image);
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_IMAGE_FILE_H_

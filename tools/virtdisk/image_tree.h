@@ -1,0 +1,47 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_IMAGE_TREE_H_
+#define QUORBIX_VIRTDISK_TOOL_IMAGE_TREE_H_
+
+#include <cstddef>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <quorbix/virtdisk/fat16_fs_image.h>
+
+namespace quorbix::virtdisk::tool {
+
+// The path of the directory that holds an entry, in stored case.
+std::string ParentPath(const Fat16FsEntry& entry);
+
+// Every entry of an image under its directory.
+class ImageTree {
+ public:
+  explicit ImageTree(const Fat16FsImage& image);
+
+  // What is handed out lives as long as the tree: not for a temporary one.
+  //
+  // In byte-wise order of their paths.
+  const std::vector<Fat16FsEntry>& Entries() const& { return entries; }
+  const std::vector<Fat16FsEntry>& Entries() && = delete;
+
+  // Whether `path` is the root or a directory.
+  bool IsDirectory(const std::string& path) const;
+
+  // The entry at `path`, the first in path order where several share it; nullptr for none.
+  const Fat16FsEntry* Find(const std::string& path) const&;
+  const Fat16FsEntry* Find(const std::string& path) && = delete;
+
+  // Everything below the directory `path`, depth first, in a directory's listing order: its
+  // directories, then its files. Directories that share a path are one, whose content comes once,
+  // after the first of them.
+  std::vector<const Fat16FsEntry*> Below(const std::string& path) const&;
+  std::vector<const Fat16FsEntry*> Below(const std::string& path) && = delete;
+
+ private:
+  std::vector<Fat16FsEntry> entries;
+  std::unordered_map<std::string, std::vector<std::size_t>> children;  // by key of the parent
+};
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_IMAGE_TREE_H_

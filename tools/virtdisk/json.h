@@ -1,0 +1,23 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_JSON_H_
+#define QUORBIX_VIRTDISK_TOOL_JSON_H_
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include <quorbix/virtdisk/fat16_fs_image.h>
+
+namespace quorbix::virtdisk::tool {
+
+// Keeps the order in which the members are put in.
+using Json = nlohmann::ordered_json;
+
+// One line. Bytes that are no UTF-8, which names on a disk may hold, become U+FFFD.
+std::string OneLine(const Json& value);
+
+// The record of one entry, as `ls --json` and `find --json` print it.
+Json EntryRecord(const Fat16FsEntry& entry);
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_JSON_H_

@@ -1,0 +1,222 @@
+#include "program.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <functional>
+#include <new>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
+#include "commands.h"
+#include "exit_status.h"
+#include "text.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+constexpr char kExitStatuses[] =
+    "Exit status: 0 done, 1 failed, 2 usage, 3 refused by a guard, 4 done with remarks (--strict).";
+constexpr char kJsonHelp[] = "Print JSON";
+constexpr char kImageHelp[] = "Disk image";
+
+// The options of every subcommand and which one was given.
+class CommandLine {
+ public:
+  explicit CommandLine(Console& theConsole)
+      : console(theConsole), app("A virtual hard disk: FAT16 disk images and folders", "virtdisk") {
+    app.set_version_flag("--version", "virtdisk " VIRTDISK_VERSION);
+    app.require_subcommand(1);
+    app.footer(kExitStatuses);
+    app.failure_message([](const CLI::App* asked, const CLI::Error& error) {
+      std::string name = asked->get_name();
+      for (const CLI::App* sub : asked->get_subcommands()) name += " " + sub->get_name();
+      return std::string("virtdisk: ") + Printable(error.what()) + "\n  `" + name +
+             " --help` tells the arguments.\n";
+    });
+    AddBuild();
+    AddMeasure();
+    AddInfo();
+    AddList();
+    AddFind();
+    AddCat();
+    AddGet();
+    AddPut();
+    AddMap();
+    AddSync();
+    AddDemo();
+  }
+
+  int Run(std::vector<std::string> arguments) {
+    std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
+    try {
+      app.parse(std::move(arguments));
+    } catch (const CLI::ParseError& error) {
+      return app.exit(error, console.out, console.err) == 0 ? kDone : kUsage;
+    }
+    return command();
+  }
+
+ private:
+  CLI::App* Add(const std::string& name, const std::string& text, const std::string& example,
+                std::function<int()> run) {
+    CLI::App* sub = app.add_subcommand(name, text);
+    sub->footer("Example:\n  virtdisk " + example);
+    sub->callback([this, run = std::move(run)] { command = run; });
+    return sub;
+  }
+
+  void AddBuild() {
+    CLI::App* sub =
+        Add("build", "Make a disk image from a folder", "build ~/disks/GAMES games.img --size 64M",
+            [this] { return RunBuild(console, build); });
+    sub->add_option("FOLDER", build.folder,
+                    "Folder to copy; its last name becomes the disk's label, and a path that ends "
+                    "in / gives none")
+        ->required();
+    sub->add_option("IMAGE", build.image, "Disk image to write")->required();
+    sub->add_option_function<std::string>(
+        "--size", [this](const std::string& t) { SetSize(t); },
+        "Size of the image: bytes, or with K, M or G (powers of "
+        "1024), or auto for the smallest whole number of MiB "
+        "that will do (the default)");
+    sub->add_flag("--strict", build.strict, "Exit with 4 when something was left out");
+    sub->add_flag("--json", build.json, kJsonHelp);
+  }
+
+  void AddMeasure() {
+    CLI::App* sub = Add("measure", "Tell how large a folder is, and the image that it needs",
+                        "measure ~/disks/GAMES", [this] { return RunMeasure(console, measure); });
+    sub->add_option("FOLDER", measure.folder, "Folder to measure")->required();
+    sub->add_flag("--json", measure.json, kJsonHelp);
+  }
+
+  void AddInfo() {
+    CLI::App* sub = Add("info", "Describe the volume in an image", "info games.img",
+                        [this] { return RunInfo(console, info); });
+    sub->add_option("IMAGE", info.image, kImageHelp)->required();
+    sub->add_flag("--json", info.json, kJsonHelp);
+  }
+
+  void AddList() {
+    CLI::App* sub = Add("ls", "List a directory of an image", "ls games.img /LETTERS -l",
+                        [this] { return RunList(console, list); });
+    sub->add_option("IMAGE", list.image, kImageHelp)->required();
+    sub->add_option("PATH", list.path, "Directory or file inside the image (/ without it)");
+    sub->add_flag("-R,--recursive", list.recursive, "Everything below, by full path");
+    sub->add_flag("-l,--long", list.details, "With attributes, size and date");
+    sub->add_flag("--json", list.json, "Print a JSON object a line");
+  }
+
+  void AddFind() {
+    CLI::App* sub = Add("find", "Find files and directories by a part of their paths",
+                        "find games.img maze", [this] { return RunFind(console, find); });
+    sub->add_option("IMAGE", find.image, kImageHelp)->required();
+    sub->add_option("TEXT", find.text, "Text to look for, in any letter case")->required();
+    sub->add_flag("--json", find.json, "Print a JSON object a line");
+  }
+
+  void AddCat() {
+    CLI::App* sub = Add("cat", "Write a file of an image to the standard output",
+                        "cat games.img /LETTERS/AUNT.TXT", [this] { return RunCat(console, cat); });
+    sub->add_option("IMAGE", cat.image, kImageHelp)->required();
+    sub->add_option("PATH", cat.path, "File inside the image")->required();
+  }
+
+  void AddGet() {
+    CLI::App* sub = Add("get", "Copy a file or a whole directory out of an image",
+                        "get games.img / ~/rescued", [this] { return RunGet(console, get); });
+    sub->add_option("IMAGE", get.image, kImageHelp)->required();
+    sub->add_option("PATH", get.path, "File or directory inside the image")->required();
+    sub->add_option("DEST", get.destination,
+                    "For a file, its new path or an existing folder; for a directory, the folder "
+                    "that takes its content")
+        ->required();
+  }
+
+  void AddPut() {
+    CLI::App* sub =
+        Add("put", "Replace the content of a file that exists in an image, in its own clusters",
+            "put games.img /LETTERS/AUNT.TXT aunt.txt", [this] { return RunPut(console, put); });
+    sub->add_option("IMAGE", put.image, "Disk image; replaced whole or not at all")->required();
+    sub->add_option("PATH", put.path, "File inside the image")->required();
+    sub->add_option("FILE", put.file, "File with the new content")->required();
+  }
+
+  void AddMap() {
+    CLI::App* sub = Add("map", "Draw how an image's clusters are used", "map games.img -o disk.svg",
+                        [this] { return RunMap(console, map); });
+    sub->add_option("IMAGE", map.image, kImageHelp)->required();
+    sub->add_option("-o,--output", map.picture,
+                    "Write an SVG picture there (- for the standard output)");
+  }
+
+  void AddSync() {
+    CLI::App* sub = Add("sync", "Keep an image and a folder in step, both ways, until interrupted",
+                        "sync games.img ~/disks/GAMES --interval 2000",
+                        [this] { return RunSync(console, sync); });
+    sub->add_option("IMAGE", sync.image, kImageHelp)->required();
+    sub->add_option("FOLDER", sync.folder, "Folder; made when it is missing")->required();
+    sub->add_option("--interval", sync.intervalMs, "Milliseconds from one pass to the next")
+        ->capture_default_str();
+    sub->add_flag("--once", sync.once, "Run one pass and end");
+  }
+
+  void AddDemo() {
+    CLI::App* sub = Add("demo", "Show the whole life of a disk in a temporary folder",
+                        "demo examples/sample_disk", [this] { return RunDemo(console, demo); });
+    sub->add_option("FOLDER", demo.folder, "Folder to start from; a sample without it");
+    sub->add_flag("--keep", demo.keep, "Leave the temporary folder behind");
+  }
+
+  void SetSize(const std::string& text) {
+    build.size.reset();
+    if (text == "auto") return;
+    build.size = ParseSize(text);
+    if (build.size) return;
+    throw CLI::ValidationError("--size", "\"" + text +
+                                             "\" is no size; give bytes, a number with "
+                                             "K, M or G, or auto");
+  }
+
+  Console& console;
+  CLI::App app;
+  std::function<int()> command;
+  BuildOptions build;
+  MeasureOptions measure;
+  InfoOptions info;
+  ListOptions list;
+  FindOptions find;
+  CatOptions cat;
+  GetOptions get;
+  PutOptions put;
+  MapOptions map;
+  SyncOptions sync;
+  DemoOptions demo;
+};
+
+int RunCaught(Console& console, std::vector<std::string> arguments) {
+  try {
+    return CommandLine(console).Run(std::move(arguments));
+  } catch (const std::bad_alloc&) {
+    return Fail(console, "not enough memory", "An image is held in memory whole.");
+  } catch (const std::exception& error) {
+    return Fail(console, error.what(), "Nothing further was done.");
+  }
+}
+
+}  // namespace
+
+int RunProgram(Console& console, std::vector<std::string> arguments) {
+  const int status = RunCaught(console, std::move(arguments));
+  if (console.out) errno = 0;  // else that of the write that failed
+  console.out.flush();
+  if (console.out) return status;
+  return Fail(console, "cannot write to the standard output" +
+                           (errno == 0 ? "" : ": " + std::generic_category().message(errno)));
+}
+
+}  // namespace quorbix::virtdisk::tool

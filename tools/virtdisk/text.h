@@ -1,0 +1,40 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_TEXT_H_
+#define QUORBIX_VIRTDISK_TOOL_TEXT_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quorbix::virtdisk::tool {
+
+// Makes text from a disk or a host safe to print: control characters, among them those that
+// UTF-8 can spell, direction overrides and bytes that are no UTF-8 become "\xHH".
+std::string Printable(std::string_view text);
+
+// The same, then with &, <, > and quotes as XML wants them.
+std::string EscapeXml(std::string_view text);
+
+// 6062 -> "6,062"
+std::string GroupDigits(std::uint64_t number);
+
+// 3145728 -> "3 MiB", 1536 -> "1.5 KiB", 512 -> "512 bytes"
+std::string FormatBytes(std::uint64_t bytes);
+
+// 1 "file", 2 "files"
+std::string Count(std::uint64_t number, std::string_view singular, std::string_view plural);
+
+// 0x1A2B3C4D -> "1A2B-3C4D"
+std::string FormatVolumeId(std::uint32_t id);
+
+// "65536", "64K", "64KiB", "64 MiB", "1g" -> bytes; units are powers of 1024. Nothing for zero, a
+// sign, a fraction, an unknown unit, or more than 64 bits.
+std::optional<std::uint64_t> ParseSize(std::string_view text);
+
+// The form in which two paths inside an image mean the same entry: "/" in front, separators of
+// either kind single, none at the end, ASCII letters lower-case.
+std::string PathKey(std::string_view path);
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_TEXT_H_

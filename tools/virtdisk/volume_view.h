@@ -1,0 +1,64 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_VOLUME_VIEW_H_
+#define QUORBIX_VIRTDISK_TOOL_VOLUME_VIEW_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include <quorbix/virtdisk/fat16_fs_image.h>
+
+namespace quorbix::virtdisk::tool {
+
+inline constexpr std::uint32_t kFirstCluster = 2;
+
+struct ClusterCounts {
+  std::uint32_t used = 0;
+  std::uint32_t free = 0;
+  std::uint32_t bad = 0;  // marked so in the FAT; neither used nor free
+};
+
+// The clusters of a volume as its first FAT tells of them. Any image will do: no field of its boot
+// sector is trusted, and what lies outside the image or the FAT does not exist here.
+class VolumeView {
+ public:
+  // `bytes` are the image, or its beginning as far as the end of the first FAT when `imageBytes`
+  // tells how long the image is. They must outlive the view.
+  VolumeView(const Fat16FsInfo& info, std::span<const std::uint8_t> bytes);
+  VolumeView(const Fat16FsInfo& info, std::span<const std::uint8_t> bytes,
+             std::uint64_t imageBytes);
+
+  // Numbered from kFirstCluster: as many as the boot sector tells of, the image holds and the FAT
+  // has words for.
+  std::uint32_t ClusterCount() const { return clusterCount; }
+  std::uint32_t ClusterBytes() const { return clusterBytes; }
+  bool HasCluster(std::uint32_t cluster) const;
+  std::uint16_t FatWord(std::uint32_t cluster) const;  // 0 for a cluster that does not exist
+  ClusterCounts CountClusters() const;
+
+  // In sectors: what lies in front of the root directory (partition table, boot sector, FATs), and
+  // the root directory.
+  std::uint64_t SystemSectors() const { return rootStart; }
+  std::uint64_t RootSectors() const { return dataStart - rootStart; }
+
+  // The serial number of the volume, where its boot sector says that it has one.
+  std::optional<std::uint32_t> VolumeId() const;
+
+ private:
+  std::optional<std::uint32_t> LoadNumber(std::uint64_t offset, std::size_t width) const;
+
+  std::span<const std::uint8_t> image;
+  std::uint64_t bootSector = 0;  // byte offset
+  std::uint64_t fatOffset = 0;   // byte offset
+  std::uint64_t rootStart = 0;   // sector
+  std::uint64_t dataStart = 0;   // sector
+  std::uint32_t clusterBytes = 0;
+  std::uint32_t clusterCount = 0;
+};
+
+constexpr bool IsEndOfChain(std::uint16_t word) { return word >= 0xFFF8; }
+constexpr bool IsBadMark(std::uint16_t word) { return word == 0xFFF7; }
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_VOLUME_VIEW_H_
