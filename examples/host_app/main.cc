@@ -37,7 +37,7 @@ std::string ReadText(const fs::path& file) {
 // Twice what the files need, for whole clusters, directories and growth; 3 MiB at least, which is
 // where FAT16 begins for other readers of the disk.
 std::uint64_t RoomyDiskSize(std::uint64_t folderBytes) {
-  constexpr std::uint64_t kMiB = 1024 * 1024;
+  constexpr std::uint64_t kMiB = 1048576;
   return std::max(3 * kMiB, folderBytes * 2 / kMiB * kMiB);
 }
 

@@ -191,7 +191,7 @@ bool Fat16FsImage::ListDirectory(const std::string& path, std::vector<Fat16FsEnt
 
 bool Fat16FsImage::Search(const std::string& query, std::vector<Fat16FsEntry>& results,
                           std::string& err) const {
-  const std::string needle = query;  // `query` may lie in `results`
+  const std::string needle(query, 0);  // `query` may lie in `results`
   results.clear();
   err.clear();
   if (needle.empty()) return Fail(err, kEmptyQuery);

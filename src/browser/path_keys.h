@@ -2,12 +2,12 @@
 #define QUORBIX_VIRTDISK_BROWSER_PATH_KEYS_H_
 
 #include <array>
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string_view>
+#include <tuple>
 
 namespace quorbix::virtdisk::internal {
 
@@ -45,7 +45,10 @@ class PathKeys {
     Key parent = kRoot;
     std::uint8_t length = 0;  // of the component, which may hold any byte
     std::array<unsigned char, kMaxComponent> component{};
-    auto operator<=>(const Step&) const = default;
+    bool operator<(const Step& other) const {
+      return std::tie(parent, length, component) <
+             std::tie(other.parent, other.length, other.component);
+    }
   };
   static Step MakeStep(Key parent, std::string_view component);
 

@@ -79,7 +79,8 @@ class FileHasher {
   }
 
  private:
-  static constexpr std::size_t kBufferBytes = 256 * 1024;  // stays in the processor's cache
+  static constexpr std::size_t kBufferBytes =
+      std::size_t{256} * 1024;  // stays in the processor's cache
 
   bool HashOpened(int file, FileContent& content) {
     struct ::stat status;

@@ -129,7 +129,8 @@ class Picture {
   // Cells from `begin` to `end`, which lie in one row, as one bar.
   std::string Bar(std::size_t begin, std::size_t end) const {
     const double x = kPadding + pitch * static_cast<double>(begin % columns);
-    const double y = kGridTop + pitch * static_cast<double>(begin / columns);
+    const std::size_t row = begin / columns;
+    const double y = kGridTop + pitch * static_cast<double>(row);
     return Rect(x, y, pitch * static_cast<double>(end - begin) - kGap, pitch - kGap,
                 " rx=\"" + Number(Radius()) + "\"");
   }
@@ -177,7 +178,7 @@ class Picture {
     return text + "</g>\n";
   }
 
-  std::string GroupColour(Area area, std::uint32_t owner) const {
+  static std::string GroupColour(Area area, std::uint32_t owner) {
     return area == Area::kFile ? FileColour(owner) : ColourOf(area);
   }
 
@@ -259,7 +260,8 @@ class Picture {
     constexpr double kColumnWidth = (kWidth - 2 * kPadding) / kListColumns;
     const std::size_t rows = (files.size() + kListColumns - 1) / kListColumns;
     for (std::size_t i = 0; i < files.size(); ++i) {
-      const double x = kPadding + kColumnWidth * static_cast<double>(i / rows);
+      const std::size_t column = i / rows;
+      const double x = kPadding + kColumnWidth * static_cast<double>(column);
       const double y = bottom + kLegendRow * static_cast<double>(i % rows);
       list += ListItem(x, y, kColumnWidth - 28, files[i]);
     }

@@ -42,13 +42,13 @@ std::string ShortName(std::string_view hostName) {
 }
 
 std::string DirectoryNames::Take(std::string_view hostName) {
-  const std::string plain = ShortName(hostName);
+  std::string plain = ShortName(hostName);
   if (plain.empty()) return {};
   if (taken.insert(plain).second) return plain;
   for (int n = 1; n <= kLastTail; ++n) {
-    const std::string tail = "~" + std::to_string(n);
+    const std::string tail = std::string("~").append(std::to_string(n));
     // The blanks of a short base stay, so that the tail always ends in column eight.
-    const std::string candidate =
+    std::string candidate =
         plain.substr(0, kBaseSize - tail.size()) + tail + plain.substr(kBaseSize);
     if (taken.insert(candidate).second) return candidate;
   }

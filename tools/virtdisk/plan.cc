@@ -6,7 +6,7 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
-constexpr std::uint64_t kMebi = 1024 * 1024;
+constexpr std::uint64_t kMebi = 1048576;
 constexpr std::uint32_t kSectorBytes = 512;
 constexpr std::uint64_t kSmallestImage = 65536;
 constexpr std::uint32_t kSlotBytes = 32;

@@ -58,7 +58,7 @@ class Extractor {
   void Take(const ExtractionStep& step) {
     if (step.refusal != nullptr) return Refuse(step, step.refusal);
     const std::string parent = fs::path(step.target).parent_path().string();
-    if (!parent.empty() && realFolders.count(parent) == 0) return Refuse(step, kNoFolder);
+    if (!parent.empty() && !realFolders.contains(parent)) return Refuse(step, kNoFolder);
     const fs::path target = options.destination / step.target;
     if (step.entry->isDirectory) {
       MakeFolder(step, target);
