@@ -15,14 +15,19 @@ long allocationsLeft = -1;
 
 }  // namespace
 
-void* operator new(std::size_t size) {
-  if (allocationsLeft == 0) throw std::bad_alloc();
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  if (allocationsLeft == 0) return nullptr;
   if (allocationsLeft > 0) --allocationsLeft;
-  if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
+  return std::malloc(size == 0 ? 1 : size);
+}
+
+void* operator new(std::size_t size) {
+  if (void* memory = operator new(size, std::nothrow)) return memory;
   throw std::bad_alloc();
 }
 
 void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace quorbix::virtdisk {
