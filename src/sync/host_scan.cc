@@ -71,7 +71,8 @@ class FileHasher {
 
   // False when the file cannot be opened, or cannot be read up to the size it had when opened.
   bool Hash(const fs::path& path, FileContent& content) {
-    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // Not to wait for ever at a pipe that took the file's place since the listing.
+    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (file < 0) return false;
     const bool done = HashOpened(file, content);
     ::close(file);
@@ -79,8 +80,8 @@ class FileHasher {
   }
 
  private:
-  static constexpr std::size_t kBufferBytes =
-      std::size_t{256} * 1024;  // stays in the processor's cache
+  // Stays in the processor's cache.
+  static constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
 
   bool HashOpened(int file, FileContent& content) {
     struct ::stat status;

@@ -3,7 +3,8 @@
 
 namespace quorbix::virtdisk::test {
 
-// Whether this build runs under AddressSanitizer or ThreadSanitizer, which keep memory of their own.
+// Whether this build runs under AddressSanitizer or ThreadSanitizer, which keep memory of their
+// own.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool kInstrumented = true;
 #elif defined(__has_feature)
