@@ -54,6 +54,47 @@ TEST_F(GetCommand, Directory_GivesItsContentToTheDestination) {
   EXPECT_THAT(folder.Files("DEST"), ElementsAre(Pair("B.TXT", "bbb"), Pair("IN/EMPTY", "")));
 }
 
+TEST_F(GetCommand, FileOntoTheImageItself_IsRefused) {
+  const std::string disk = (folder / "disk.img").string();
+  test::WriteBytes(disk, SmallDisk().Bytes());
+  folder.Link("link.img", "disk.img");
+  for (const char* destination : {"disk.img", "link.img"}) {
+    const ProgramRun run = RunVirtdisk({"get", disk, "A.TXT", (folder / destination).string()});
+    EXPECT_EQ(run.status, 3) << destination;
+    EXPECT_THAT(run.err, HasSubstr("would take the image's place"));
+  }
+  EXPECT_EQ(test::ReadBytes(disk), SmallDisk().Bytes());
+}
+
+TEST_F(GetCommand, TreeThatHoldsTheImagesName_LeavesTheImageAlone) {
+  ImageCrafter crafter;
+  crafter.File("A.TXT", {.firstCluster = 2, .size = 3}).Chain({2}).Data(2, "aaa");
+  crafter.File("DISK.IMG", {.firstCluster = 3, .size = 3}).Chain({3}).Data(3, "bad");
+  const std::string disk = (folder / "DISK.IMG").string();
+  test::WriteBytes(disk, crafter.Bytes());
+  EXPECT_EQ(RunVirtdisk({"get", disk, "/", folder.Path().string()}).status, 1);
+  EXPECT_EQ(test::ReadBytes(disk), crafter.Bytes());
+  EXPECT_EQ(folder.Read("A.TXT"), "aaa");
+}
+
+TEST_F(GetCommand, PictureOntoTheImageItself_IsRefused) {
+  const std::string disk = (folder / "disk.img").string();
+  test::WriteBytes(disk, SmallDisk().Bytes());
+  EXPECT_EQ(RunVirtdisk({"map", disk, "-o", disk}).status, 3);
+  EXPECT_EQ(test::ReadBytes(disk), SmallDisk().Bytes());
+}
+
+TEST_F(GetCommand, SyncWithAFolderThatCannotBeMade_Fails) {
+  const std::string disk = (folder / "disk.img").string();
+  test::WriteBytes(disk, SmallDisk().Bytes());
+  folder.File("file");
+  for (const char* place : {"file", "file/below"}) {
+    const ProgramRun run = RunVirtdisk({"sync", disk, (folder / place).string(), "--once"});
+    EXPECT_EQ(run.status, 1) << place;
+    EXPECT_THAT(run.err, HasSubstr((folder / place).string()));
+  }
+}
+
 TEST_F(GetCommand, FileToANewName_IsCopied) {
   EXPECT_EQ(Get(SmallDisk(), "/sub/b.txt").status, 0);
   EXPECT_EQ(folder.Read("DEST"), "bbb");

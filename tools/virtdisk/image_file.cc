@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "host_file.h"
@@ -19,6 +20,11 @@ bool LoadImage(Console& console, const std::filesystem::path& path, Fat16FsImage
   Fail(console, err,
        path.string() + " holds no FAT16 volume that can be read; is it the right file, and whole?");
   return false;
+}
+
+bool IsSameFile(const std::filesystem::path& a, const std::filesystem::path& b) {
+  std::error_code unknown;
+  return std::filesystem::equivalent(a, b, unknown) && !unknown;
 }
 
 std::string Within(const std::string& name, const std::filesystem::path& image) {

@@ -19,7 +19,7 @@ namespace quorbix::virtdisk::tool {
 namespace {
 
 constexpr char kExitStatuses[] =
-    "Exit status: 0 done, 1 failed, 2 usage, 3 refused by a guard, 4 done with remarks (--strict).";
+    "Exit status: 0 done, 1 failed, 2 usage, 3 refused, 4 done with remarks (--strict).";
 constexpr char kJsonHelp[] = "Print JSON";
 constexpr char kImageHelp[] = "Disk image";
 
@@ -80,10 +80,11 @@ class CommandLine {
     sub->add_option("IMAGE", build.image, "Disk image to write")->required();
     sub->add_option_function<std::string>(
         "--size", [this](const std::string& t) { SetSize(t); },
-        "Size of the image: bytes, or with K, M or G (powers of "
+        "Size of the image: bytes, or with K, M or G, also KiB, MiB or GiB (powers of "
         "1024), or auto for the smallest whole number of MiB "
         "that will do (the default)");
-    sub->add_flag("--strict", build.strict, "Exit with 4 when something was left out");
+    sub->add_flag("--strict", build.strict,
+                  "Exit with 4 when an entry was skipped, or the library made a remark");
     sub->add_flag("--json", build.json, kJsonHelp);
   }
 
@@ -160,7 +161,12 @@ class CommandLine {
                         [this] { return RunSync(console, sync); });
     sub->add_option("IMAGE", sync.image, kImageHelp)->required();
     sub->add_option("FOLDER", sync.folder, "Folder; made when it is missing")->required();
-    sub->add_option("--interval", sync.intervalMs, "Milliseconds from one pass to the next")
+    sub->footer(
+        "Example:\n  virtdisk sync games.img ~/disks/GAMES --interval 2000\n\n"
+        "Keep the folder well below the image's size: when it no longer fits, the image stays as\n"
+        "it was, and the files that never reached it are deleted from the folder.");
+    sub->add_option("--interval", sync.intervalMs,
+                    "Milliseconds from one pass to the next; 0 for no pause")
         ->capture_default_str();
     sub->add_flag("--once", sync.once, "Run one pass and end");
   }

@@ -111,6 +111,9 @@ class Demonstration {
       WriteSample(folder);
       return Say("Made a sample folder, " + folder.string());
     }
+    if (!fs::is_directory(options.folder)) {
+      throw StepFailed("Source path is not a directory: " + options.folder.string());
+    }
     if (SurveyFolder(options.folder).content.endless) {
       throw StepFailed(options.folder.string() + " is too large for a disk");
     }
@@ -137,7 +140,7 @@ class Demonstration {
     for (const auto& [path, marks] : ListHostSide(folder)) {
       if (marks.size != 0) files.push_back(path);
     }
-    if (files.size() < 2) throw StepFailed("the folder needs two files that are not empty");
+    if (files.size() < 2) throw StepFailed(folder.string() + " needs two files that are not empty");
     hostEdited = files.front();
     guestEdited = files.back();
   }

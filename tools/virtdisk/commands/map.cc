@@ -33,6 +33,11 @@ int RunMap(Console& console, const MapOptions& options) {
     console.out << svg;
     return kDone;
   }
+  if (IsSameFile(options.picture, options.image)) {
+    Fail(console, "the picture would take the image's place: " + options.image.string(),
+         "Give another path with -o.");
+    return kRefused;
+  }
   std::string err;
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(svg.data());
   if (WriteHostFile(options.picture, std::span(bytes, svg.size()), err)) return kDone;

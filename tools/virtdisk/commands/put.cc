@@ -64,7 +64,7 @@ int RunPut(Console& console, const PutOptions& options) {
   std::error_code failed;
   const fs::path target = fs::canonical(options.image, failed);
   if (!failed && WriteHostFile(target, image.ImageBytes(), err)) return kDone;
-  return Fail(console, failed ? failed.message() : err,
+  return Fail(console, failed ? options.image.string() + ": " + failed.message() : err,
               options.image.string() + " is as it was before.");
 }
 

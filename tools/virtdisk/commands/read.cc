@@ -19,6 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr char kImageItself[] = "it would take the place of the image that is read";
 constexpr char kNoFolder[] = "a symbolic link or a file stands where a folder should be";
 
 std::string HintFor(const std::string& message, const std::string& path, const fs::path& image) {
@@ -50,8 +51,10 @@ class Extractor {
     std::error_code failed;
     fs::create_directories(options.destination, failed);
     if (fs::is_directory(options.destination)) return true;
-    Fail(console, "cannot make the folder " + options.destination.string() + ": " +
-                      (failed ? failed.message() : "something else has that name"));
+    Fail(console,
+         "cannot make the folder " + options.destination.string() + ": " +
+             (failed ? failed.message() : "something else has that name"),
+         "Give the path of a folder, or of one that can be made.");
     return false;
   }
 
@@ -79,6 +82,7 @@ class Extractor {
   }
 
   void CopyFile(const ExtractionStep& step, const fs::path& target) {
+    if (IsSameFile(target, options.image)) return Refuse(step, kImageItself);
     std::vector<std::uint8_t> content;
     std::string err;
     if (!image.ReadFile(step.entry->path, content, err)) {
@@ -90,7 +94,7 @@ class Extractor {
 
   void Refuse(const ExtractionStep& step, const std::string& reason) {
     exitStatus = Fail(console, "refused to extract " + step.entry->path + ": " + reason,
-                      "The rest is extracted.");
+                      "What is not refused is extracted.");
   }
 
   Console& console;
@@ -119,8 +123,14 @@ int GetFile(Console& console, const Fat16FsImage& image, const GetOptions& optio
     }
     target /= entry->name;
   }
+  if (IsSameFile(target, options.image)) {
+    Fail(console, options.path + " would take the image's place: " + options.image.string(),
+         "Give another destination.");
+    return kRefused;
+  }
   if (WriteHostFile(target, content, err)) return kDone;
-  return Fail(console, err, "Not copied: " + options.path);
+  return Fail(console, err,
+              "Not copied: " + options.path + ". Does the folder exist, and may you write there?");
 }
 
 }  // namespace

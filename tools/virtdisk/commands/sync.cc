@@ -100,19 +100,31 @@ bool CanBeSynchronised(Console& console, const SyncOptions& options) {
   return false;
 }
 
+// A pass would make a missing folder itself, but say nothing when it cannot.
+bool MakeFolder(Console& console, const SyncOptions& options) {
+  std::error_code failed;
+  std::filesystem::create_directories(options.folder, failed);
+  std::error_code unknown;
+  if (std::filesystem::is_directory(options.folder, unknown)) return true;
+  const bool exists = std::filesystem::exists(options.folder, unknown);
+  Fail(console,
+       exists ? "not a folder: " + options.folder.string()
+              : "cannot make the folder " + options.folder.string() + ": " + failed.message(),
+       "Give the folder that the image is to be kept in step with.");
+  return false;
+}
+
 }  // namespace
 
 int RunSync(Console& console, const SyncOptions& options) {
-  if (!CanBeSynchronised(console, options)) return kFailed;
-  std::error_code ignored;
-  const auto status = std::filesystem::status(options.folder, ignored);
-  if (std::filesystem::exists(status) && !std::filesystem::is_directory(status)) {
-    return Fail(console, "not a folder: " + options.folder.string(),
-                "Give the folder that the image is to be kept in step with.");
-  }
   StopSignals signals;
+  if (!CanBeSynchronised(console, options) || !MakeFolder(console, options)) return kFailed;
   Synchroniser synchroniser(console, options);
-  if (options.once) return synchroniser.Pass() ? kDone : kFailed;
+  if (options.once) {
+    const bool done = synchroniser.Pass();
+    signals.WaitFor(std::chrono::milliseconds(0));  // one that came meanwhile has been obeyed
+    return done ? kDone : kFailed;
+  }
   console.err << "Keeping " << Printable(options.image.string()) << " and "
               << Printable(options.folder.string()) << " in step; Ctrl-C ends it.\n";
   do {
