@@ -10,6 +10,7 @@
 
 #include "browser/browser_fixture.h"
 #include "support/child_process.h"
+#include "support/need_tool.h"
 #include "support/temp_folder.h"
 
 namespace quorbix::virtdisk::test {
@@ -23,13 +24,6 @@ struct DiskShape {
 };
 
 void PrintTo(const DiskShape& shape, std::ostream* out) { *out << shape.name; }
-
-std::string MissingTool() {
-  for (const char* tool : {"mkfs.fat", "mdir"}) {
-    if (RunCommand({tool, "--help"}).status == 127) return tool;
-  }
-  return "";
-}
 
 std::string Tool(const std::vector<std::string>& arguments) {
   const CommandResult result = RunCommand(arguments);
@@ -86,10 +80,8 @@ Names EntriesOfMdir(const std::string& table) {
 class ForeignImage : public testing::TestWithParam<DiskShape> {
  protected:
   void SetUp() override {
-    const std::string missing = MissingTool();
-    if (!missing.empty() && std::getenv("CI") != nullptr) FAIL() << missing << " is missing";
-    if (!missing.empty())
-      GTEST_SKIP() << missing << " is not installed (packages: dosfstools, mtools)";
+    NEED_TOOL("mkfs.fat");
+    NEED_TOOL("mdir");
     ::setenv("MTOOLS_SKIP_CHECK", "1", 1);
     Format();
     Populate();

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -11,16 +10,8 @@
 #include "interop/fsck_findings.h"
 #include "interop/random_tree.h"
 #include "support/child_process.h"
+#include "support/need_tool.h"
 #include "support/temp_folder.h"
-
-// A missing tool is skipped aloud on a developer's machine and a failure in CI.
-#define NEED_TOOL(name)                                                      \
-  do {                                                                       \
-    if (RunCommand({name, "--help"}).status == 127) {                        \
-      if (std::getenv("CI") != nullptr) FAIL() << name << " is missing";     \
-      GTEST_SKIP() << name << " is missing: scripts/setup test installs it"; \
-    }                                                                        \
-  } while (false)
 
 namespace quorbix::virtdisk::test {
 namespace {
