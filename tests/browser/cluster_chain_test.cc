@@ -7,7 +7,7 @@ namespace quorbix::virtdisk::test {
 namespace {
 
 // A volume of 90 one-sector clusters, 2 to 91, with one file that claims more than it owns.
-ImageCrafter OneFile(std::uint16_t firstCluster) {
+ImageCrafter OneFileAt(std::uint16_t firstCluster) {
   return ImageCrafter().File("A", {.firstCluster = firstCluster, .size = 0xFFFFFFFF});
 }
 
@@ -26,7 +26,7 @@ std::size_t AllocatedBytes(const ImageCrafter& image, std::size_t atMost = 100 *
 std::size_t ReadLength(const ImageCrafter& image) { return ReadText(*Load(image), "/A").size(); }
 
 TEST(ClusterChain, Chain_IsFollowedToItsEndMark) {
-  const auto image = OneFile(5).Chain({5, 9, 3}).Fill(5, 'a').Fill(9, 'b').Fill(3, 'c');
+  const auto image = OneFileAt(5).Chain({5, 9, 3}).Fill(5, 'a').Fill(9, 'b').Fill(3, 'c');
 
   EXPECT_EQ(ReadText(*Load(image), "/A"),
             std::string(512, 'a') + std::string(512, 'b') + std::string(512, 'c'));
@@ -35,57 +35,57 @@ TEST(ClusterChain, Chain_IsFollowedToItsEndMark) {
 
 TEST(ClusterChain, EveryEndMark_EndsTheChain) {
   for (unsigned word = 0xFFF8; word <= 0xFFFF; ++word) {
-    const auto image = OneFile(2).FatWord(2, static_cast<std::uint16_t>(word));
+    const auto image = OneFileAt(2).FatWord(2, static_cast<std::uint16_t>(word));
     EXPECT_EQ(ReadLength(image), 512u) << word;
   }
 }
 
 TEST(ClusterChain, FreeAndReservedWords_EndTheChain) {
-  EXPECT_EQ(ReadLength(OneFile(2).FatWord(2, 0)), 512u);
-  EXPECT_EQ(ReadLength(OneFile(2).FatWord(2, 1)), 512u);
+  EXPECT_EQ(ReadLength(OneFileAt(2).FatWord(2, 0)), 512u);
+  EXPECT_EQ(ReadLength(OneFileAt(2).FatWord(2, 1)), 512u);
 }
 
 TEST(ClusterChain, StartBelowTwoOrAtAnEndMark_IsAnEmptyChain) {
   for (const std::uint16_t start : Words{0x0000, 0x0001, 0xFFF8, 0xFFFF}) {
-    EXPECT_EQ(ReadLength(OneFile(start)), 0u) << start;
-    EXPECT_EQ(AllocatedBytes(OneFile(start)), 0u) << start;
+    EXPECT_EQ(ReadLength(OneFileAt(start)), 0u) << start;
+    EXPECT_EQ(AllocatedBytes(OneFileAt(start)), 0u) << start;
   }
 }
 
 TEST(ClusterChain, LoopToTheFirstCluster_IsDetected) {
-  const auto image = OneFile(2).Chain({2, 3, 4}).FatWord(4, 2);
+  const auto image = OneFileAt(2).Chain({2, 3, 4}).FatWord(4, 2);
 
   EXPECT_EQ(ReadMessage(*Load(image), "/A"), "cluster loop detected");
   EXPECT_EQ(AllocatedBytes(image), 0u);
 }
 
 TEST(ClusterChain, ClusterThatFollowsItself_IsDetected) {
-  EXPECT_EQ(ReadMessage(*Load(OneFile(2).FatWord(2, 2)), "/A"), "cluster loop detected");
+  EXPECT_EQ(ReadMessage(*Load(OneFileAt(2).FatWord(2, 2)), "/A"), "cluster loop detected");
 }
 
 TEST(ClusterChain, TailThatRunsIntoALoop_IsDetected) {
-  const auto image = OneFile(2).Chain({2, 3, 4, 5}).FatWord(5, 4);
+  const auto image = OneFileAt(2).Chain({2, 3, 4, 5}).FatWord(5, 4);
 
   EXPECT_EQ(ReadMessage(*Load(image), "/A"), "cluster loop detected");
 }
 
 TEST(ClusterChain, StartBeyondTheImage_IsOutOfRange) {
-  EXPECT_EQ(ReadMessage(*Load(OneFile(92)), "/A"), "cluster offset out of range");
-  EXPECT_EQ(ReadMessage(*Load(OneFile(0xFFF7)), "/A"), "cluster offset out of range");
-  EXPECT_EQ(AllocatedBytes(OneFile(92)), 0u);
+  EXPECT_EQ(ReadMessage(*Load(OneFileAt(92)), "/A"), "cluster offset out of range");
+  EXPECT_EQ(ReadMessage(*Load(OneFileAt(0xFFF7)), "/A"), "cluster offset out of range");
+  EXPECT_EQ(AllocatedBytes(OneFileAt(92)), 0u);
 }
 
 TEST(ClusterChain, ChainThatLeavesTheImage_IsOutOfRange) {
-  const auto image = OneFile(2).Chain({2, 3, 4}).FatWord(4, 92);
+  const auto image = OneFileAt(2).Chain({2, 3, 4}).FatWord(4, 92);
 
   EXPECT_EQ(ReadMessage(*Load(image), "/A"), "cluster offset out of range");
   EXPECT_EQ(AllocatedBytes(image), 0u);
 }
 
-TEST(ClusterChain, LastClusterOfTheImage_IsInRange) { EXPECT_EQ(ReadLength(OneFile(91)), 512u); }
+TEST(ClusterChain, LastClusterOfTheImage_IsInRange) { EXPECT_EQ(ReadLength(OneFileAt(91)), 512u); }
 
 TEST(ClusterChain, ClusterCutByTheImagesEnd_IsOutOfRange) {
-  auto image = OneFile(91);
+  auto image = OneFileAt(91);
   image.CutTo(image.Bytes().size() - 1);
 
   EXPECT_EQ(ReadMessage(*Load(image), "/A"), "cluster offset out of range");
@@ -99,7 +99,8 @@ TEST(ClusterChain, ClustersBeyondTheVolumesCount_AreDeliberatelyAccepted) {
 }
 
 TEST(ClusterChain, BadClusterMark_IsDeliberatelyFollowedLikeANumber) {
-  EXPECT_EQ(ReadMessage(*Load(OneFile(2).FatWord(2, 0xFFF7)), "/A"), "cluster offset out of range");
+  EXPECT_EQ(ReadMessage(*Load(OneFileAt(2).FatWord(2, 0xFFF7)), "/A"),
+            "cluster offset out of range");
 }
 
 TEST(ClusterChain, BadClusterMark_IsAClusterWhereTheImageIsLargeEnough) {
@@ -111,7 +112,7 @@ TEST(ClusterChain, BadClusterMark_IsAClusterWhereTheImageIsLargeEnough) {
 }
 
 TEST(ClusterChain, OnlyTheFirstFat_IsRead) {
-  auto image = OneFile(2).Chain({2, 3, 4});
+  auto image = OneFileAt(2).Chain({2, 3, 4});
   image.U16(image.FatOffset(1) + 2 * 2, 0xFFFF);
 
   EXPECT_EQ(ReadLength(image), 3u * 512);

@@ -4,7 +4,7 @@ namespace quorbix::virtdisk::test {
 namespace {
 
 // /DOCS with README.TXT and SUB in it, /DOCS/SUB with DEEP.TXT, and the file /TOP.TXT.
-ImageCrafter SmallTree() {
+ImageCrafter DocsTree() {
   auto image = ImageCrafter().File("TOP.TXT").Directory("DOCS", 2);
   image.InCluster(2).DotEntries(2, 0).File("README.TXT").Directory("SUB", 3);
   image.InCluster(3).DotEntries(3, 2).File("DEEP.TXT");
@@ -12,7 +12,7 @@ ImageCrafter SmallTree() {
 }
 
 TEST(Listing, Directory_ShowsItsDirectChildrenOnly) {
-  const auto browser = Load(SmallTree());
+  const auto browser = Load(DocsTree());
 
   EXPECT_THAT(ListPaths(*browser, "/"), testing::ElementsAre("/DOCS", "/TOP.TXT"));
   EXPECT_THAT(ListPaths(*browser, "/DOCS"), testing::ElementsAre("/DOCS/SUB", "/DOCS/README.TXT"));
@@ -20,7 +20,7 @@ TEST(Listing, Directory_ShowsItsDirectChildrenOnly) {
 }
 
 TEST(Listing, EveryWayToWriteTheRoot_ListsTheRoot) {
-  const auto browser = Load(SmallTree());
+  const auto browser = Load(DocsTree());
 
   for (const char* root : {"", "/", "\\", "//", "/\\/"}) {
     EXPECT_THAT(ListPaths(*browser, root), testing::ElementsAre("/DOCS", "/TOP.TXT")) << root;
@@ -28,7 +28,7 @@ TEST(Listing, EveryWayToWriteTheRoot_ListsTheRoot) {
 }
 
 TEST(Listing, EveryWayToWriteAPath_ListsTheSameDirectory) {
-  const auto browser = Load(SmallTree());
+  const auto browser = Load(DocsTree());
 
   for (const char* path : {"/docs/", "DOCS", "\\Docs", "//docs//", "docs\\"}) {
     EXPECT_THAT(ListPaths(*browser, path), testing::SizeIs(2)) << path;
@@ -37,11 +37,11 @@ TEST(Listing, EveryWayToWriteAPath_ListsTheSameDirectory) {
 }
 
 TEST(Listing, File_IsNoDirectory) {
-  EXPECT_EQ(ListMessage(*Load(SmallTree()), "/TOP.TXT"), "directory not found");
+  EXPECT_EQ(ListMessage(*Load(DocsTree()), "/TOP.TXT"), "directory not found");
 }
 
 TEST(Listing, UnknownPath_IsNotFound) {
-  const auto browser = Load(SmallTree());
+  const auto browser = Load(DocsTree());
 
   EXPECT_EQ(ListMessage(*browser, "/NONE"), "directory not found");
   EXPECT_EQ(ListMessage(*browser, "/DOC"), "directory not found");
@@ -54,7 +54,7 @@ TEST(Listing, UnknownPath_IsNotFound) {
 }
 
 TEST(Listing, NulInAPath_IsNotTakenForPadding) {
-  EXPECT_EQ(ListMessage(*Load(SmallTree()), std::string("/DOCS\0", 6)), "directory not found");
+  EXPECT_EQ(ListMessage(*Load(DocsTree()), std::string("/DOCS\0", 6)), "directory not found");
 }
 
 TEST(Listing, DirectoriesComeFirst_ThenBytewise) {
@@ -120,7 +120,7 @@ TEST(Listing, FileAndDirectoryOfOneName_KeepTheDirectoryKnown) {
 }
 
 TEST(Listing, Results_AreReplacedAndTheMessageEmptied) {
-  const auto browser = Load(SmallTree());
+  const auto browser = Load(DocsTree());
   std::vector<Fat16FsEntry> results(5);
   std::string err = "left over";
 
@@ -131,7 +131,7 @@ TEST(Listing, Results_AreReplacedAndTheMessageEmptied) {
 }
 
 TEST(Listing, Failure_EmptiesTheResults) {
-  const auto browser = Load(SmallTree());
+  const auto browser = Load(DocsTree());
   std::vector<Fat16FsEntry> results(5);
   std::string err;
 
@@ -141,7 +141,7 @@ TEST(Listing, Failure_EmptiesTheResults) {
 }
 
 TEST(Listing, PathInsideTheResults_IsReadBeforeTheyAreReplaced) {
-  const auto browser = Load(SmallTree());
+  const auto browser = Load(DocsTree());
   std::vector<Fat16FsEntry> results = List(*browser, "/");
   std::string err;
 
@@ -151,7 +151,7 @@ TEST(Listing, PathInsideTheResults_IsReadBeforeTheyAreReplaced) {
 }
 
 TEST(Listing, PathInsideTheMessage_IsReadBeforeItIsEmptied) {
-  const auto browser = Load(SmallTree());
+  const auto browser = Load(DocsTree());
   std::vector<Fat16FsEntry> results;
   std::string err = "/DOCS/SUB";
 
@@ -161,7 +161,7 @@ TEST(Listing, PathInsideTheMessage_IsReadBeforeItIsEmptied) {
 }
 
 TEST(Listing, Results_AreCopiesThatOutliveTheBrowser) {
-  auto browser = Load(SmallTree());
+  auto browser = Load(DocsTree());
   const std::vector<Fat16FsEntry> results = List(*browser, "/");
 
   browser.reset();

@@ -4,7 +4,7 @@ namespace quorbix::virtdisk::test {
 namespace {
 
 // /A with README.TXT; /TXTFILES with ONE and SUB; /TXTFILES/SUB with TWO; /B.DAT
-ImageCrafter SmallTree() {
+ImageCrafter TextTree() {
   auto image = ImageCrafter().Directory("TXTFILES", 3).Directory("A", 2).File("B.DAT");
   image.InCluster(2).File("README.TXT");
   image.InCluster(3).File("ONE").Directory("SUB", 4);
@@ -22,19 +22,19 @@ std::string SearchMessage(const Fat16FsImage& browser, const std::string& query)
 }
 
 TEST(Search, Text_IsFoundInNamesAndBelowMatchingDirectories) {
-  EXPECT_THAT(SearchPaths(*Load(SmallTree()), "TXT"),
+  EXPECT_THAT(SearchPaths(*Load(TextTree()), "TXT"),
               testing::ElementsAre("/A/README.TXT", "/TXTFILES", "/TXTFILES/ONE", "/TXTFILES/SUB",
                                    "/TXTFILES/SUB/TWO"));
 }
 
 TEST(Search, LetterCase_DoesNotMatter) {
-  EXPECT_THAT(SearchPaths(*Load(SmallTree()), "readme.T"), testing::ElementsAre("/A/README.TXT"));
+  EXPECT_THAT(SearchPaths(*Load(TextTree()), "readme.T"), testing::ElementsAre("/A/README.TXT"));
   EXPECT_THAT(SearchPaths(*Load(ImageCrafter().File("lower.txt")), "LOWER"),
               testing::ElementsAre("/lower.txt"));
 }
 
 TEST(Search, TextAcrossASeparator_MatchesThePath) {
-  const auto browser = Load(SmallTree());
+  const auto browser = Load(TextTree());
 
   EXPECT_THAT(SearchPaths(*browser, "a/re"), testing::ElementsAre("/A/README.TXT"));
   EXPECT_THAT(SearchPaths(*browser, "files/sub/t"), testing::ElementsAre("/TXTFILES/SUB/TWO"));
@@ -42,12 +42,12 @@ TEST(Search, TextAcrossASeparator_MatchesThePath) {
 }
 
 TEST(Search, TextThatSpansTheDirectoryAndBelow_MatchesEverythingBelow) {
-  EXPECT_THAT(SearchPaths(*Load(SmallTree()), "TXTFILES/S"),
+  EXPECT_THAT(SearchPaths(*Load(TextTree()), "TXTFILES/S"),
               testing::ElementsAre("/TXTFILES/SUB", "/TXTFILES/SUB/TWO"));
 }
 
 TEST(Search, WholePath_MatchesItself) {
-  const auto browser = Load(SmallTree());
+  const auto browser = Load(TextTree());
 
   EXPECT_THAT(SearchPaths(*browser, "/TXTFILES/SUB/TWO"),
               testing::ElementsAre("/TXTFILES/SUB/TWO"));
@@ -56,7 +56,7 @@ TEST(Search, WholePath_MatchesItself) {
 }
 
 TEST(Search, Query_IsNotNormalised) {
-  const auto browser = Load(SmallTree());
+  const auto browser = Load(TextTree());
 
   EXPECT_TRUE(SearchPaths(*browser, "a\\re").empty());
   EXPECT_TRUE(SearchPaths(*browser, " README").empty());
@@ -73,14 +73,14 @@ TEST(Search, TextOfASiblingPath_DoesNotLeakIntoTheNext) {
 }
 
 TEST(Search, Slash_FindsEverythingButTheRoot) {
-  EXPECT_THAT(SearchPaths(*Load(SmallTree()), "/"), testing::SizeIs(7));
+  EXPECT_THAT(SearchPaths(*Load(TextTree()), "/"), testing::SizeIs(7));
 }
 
 TEST(Search, NothingFound_IsASuccess) {
-  EXPECT_EQ(SearchMessage(*Load(SmallTree()), "NOWHERE"), "");
+  EXPECT_EQ(SearchMessage(*Load(TextTree()), "NOWHERE"), "");
 }
 
-TEST(Search, EmptyQuery_Fails) { EXPECT_EQ(SearchMessage(*Load(SmallTree()), ""), "empty query"); }
+TEST(Search, EmptyQuery_Fails) { EXPECT_EQ(SearchMessage(*Load(TextTree()), ""), "empty query"); }
 
 TEST(Search, EmptyQuery_FailsBeforeAnyLoadToo) {
   EXPECT_EQ(SearchMessage(Fat16FsImage(), ""), "empty query");
@@ -93,7 +93,7 @@ TEST(Search, Blank_IsSearchedFor) {
 }
 
 TEST(Search, QueryLongerThanAnyPath_FindsNothing) {
-  EXPECT_TRUE(SearchPaths(*Load(SmallTree()), std::string(100000, 'A')).empty());
+  EXPECT_TRUE(SearchPaths(*Load(TextTree()), std::string(100000, 'A')).empty());
 }
 
 TEST(Search, Results_AreOrderedByPathWithoutDirectoriesFirst) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "fat16/fat16_fixture.h"
 #include "fat16/fat16_image.h"
 #include "support/image_bytes.h"
 
@@ -15,15 +16,7 @@ using test::BytesOf;
 using ::testing::Each;
 using ::testing::ElementsAre;
 
-constexpr std::uint64_t kMiB = 1048576;
 constexpr std::uint64_t kSmallest = 65536;  // clusters 2 to 93, FATs at 1,024 and 1,536
-
-Fat16Image EmptyImage(std::uint64_t sizeBytes) {
-  Fat16Image image;
-  std::string err;
-  EXPECT_TRUE(image.Init(sizeBytes, err)) << err;
-  return image;
-}
 
 std::vector<unsigned> TakeAllClusters(Fat16Image& image) {
   std::vector<unsigned> taken;

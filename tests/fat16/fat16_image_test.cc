@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "fat16/fat16_fixture.h"
 #include "support/blank_disk.h"
 #include "support/image_bytes.h"
 #include "support/latin1_locale.h"
@@ -19,15 +20,6 @@ using test::BlankDisk;
 using test::BytesOf;
 using test::ImageCrafter;
 using ::testing::ElementsAre;
-
-constexpr std::uint64_t kMiB = 1048576;
-
-Fat16Image EmptyImage(std::uint64_t sizeBytes) {
-  Fat16Image image;
-  std::string err;
-  EXPECT_TRUE(image.Init(sizeBytes, err)) << err;
-  return image;
-}
 
 Fat16Image BootableImage(std::uint64_t sizeBytes, std::string_view label, std::uint32_t volumeId) {
   Fat16Image image = EmptyImage(sizeBytes);

@@ -6,10 +6,10 @@
 #include <limits>
 #include <vector>
 
+#include "fat16/fat16_fixture.h"
+
 namespace quorbix::virtdisk::internal {
 namespace {
-
-constexpr std::uint64_t kMiB = 1048576;
 
 Geometry GeometryOf(std::uint64_t sizeBytes) {
   Geometry geometry;

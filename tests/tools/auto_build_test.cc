@@ -8,15 +8,16 @@
 #include <string>
 #include <vector>
 
+#include "support/sizes.h"
+
 namespace quorbix::virtdisk::tool {
 namespace {
 
+using test::kMiB;
 using ::testing::_;
 using ::testing::InSequence;
 using ::testing::Return;
 using ::testing::StrictMock;
-
-constexpr std::uint64_t kMiB = 1024 * 1024;
 
 class FakeBuilder : public IFatImageBuilder {
  public:

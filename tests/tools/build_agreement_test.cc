@@ -14,6 +14,7 @@
 #include "folder_survey.h"
 #include "names.h"
 #include "plan.h"
+#include "support/sizes.h"
 #include "support/temp_folder.h"
 #include "volume_view.h"
 
@@ -24,6 +25,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using test::kMiB;
 using test::TempFolder;
 
 // Trees of odd names and sizes around whole clusters.

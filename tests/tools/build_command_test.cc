@@ -7,6 +7,7 @@
 
 #include "program_run.h"
 #include "support/child_process.h"
+#include "support/sizes.h"
 #include "support/temp_folder.h"
 
 namespace quorbix::virtdisk::tool {
@@ -14,14 +15,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using test::kMiB;
 using test::ProgramRun;
 using test::RunVirtdisk;
 using test::TempFolder;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
-
-constexpr std::uint64_t kMiB = 1024 * 1024;
 
 ProgramRun Build(const TempFolder& folder, std::vector<std::string> more = {}) {
   std::vector<std::string> arguments{"build", (folder / "DISK").string(),

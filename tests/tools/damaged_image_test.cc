@@ -16,7 +16,7 @@
 namespace quorbix::virtdisk::test {
 namespace {
 
-std::vector<std::uint8_t> SmallDisk() {
+std::vector<std::uint8_t> SoundDisk() {
   ImageCrafter crafter({.clusters = 30});
   crafter.File("A.TXT", {.firstCluster = 2, .size = 1200}).Chain({2, 3, 9});
   crafter.Directory("SUB", 5).Chain({5, 6}).InCluster(5).DotEntries(5, 0);
@@ -38,7 +38,7 @@ TEST_P(DamagedImage, EveryCommand_EndsWithDataOrAMessage) {
   const std::string path = (folder / "disk.img").string();
   const std::string box = (folder / "BOX/DEST").string();
   for (int round = 0; round < 25; ++round) {
-    std::vector<std::uint8_t> bytes = SmallDisk();
+    std::vector<std::uint8_t> bytes = SoundDisk();
     for (auto changes = 1 + random() % 8; changes > 0; --changes) {
       static const std::vector<std::uint8_t> values{0, 1, 2, 5, 8, '.', '/', '\\', 0x7F, 0xFF};
       bytes[446 + random() % (kLayoutBytes - 446)] = values[random() % values.size()];

@@ -20,7 +20,7 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 
 // A file with a date, one without, and a directory with a file.
-ImageCrafter SmallDisk() {
+ImageCrafter DatedDisk() {
   ImageCrafter crafter({.label = "CRAFTED"});
   crafter.File(
       "DATED.TXT",
@@ -34,7 +34,7 @@ ImageCrafter SmallDisk() {
 
 class ImageCommands : public ::testing::Test {
  protected:
-  ImageCommands() { Write(SmallDisk()); }
+  ImageCommands() { Write(DatedDisk()); }
 
   void Write(const ImageCrafter& crafter) {
     test::WriteBytes(folder / "disk.img", crafter.Bytes());

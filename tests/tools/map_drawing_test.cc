@@ -5,7 +5,7 @@
 #include <sstream>
 #include <string>
 
-#include "image_tree.h"
+#include "map_fixture.h"
 #include "map_svg.h"
 #include "map_text.h"
 #include "support/image_crafter.h"
@@ -18,23 +18,15 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-DiskMap Map(const ImageCrafter& crafter) {
-  Fat16FsImage image;
-  std::string err;
-  image.LoadFromBytes(crafter.Bytes(), err);
-  const ImageTree tree(image);
-  return MapVolume(VolumeView(image.Info(), image.ImageBytes()), tree.Entries());
-}
-
-ImageCrafter SmallDisk() {
+ImageCrafter DrawnDisk() {
   ImageCrafter crafter({.clusters = 20});
   crafter.File("A.TXT", {.firstCluster = 2, .size = 1200}).Chain({2, 3, 9});
   crafter.Directory("SUB", 5).Chain({5}).InCluster(5).Chain({11});
   return crafter;
 }
 
-TEST(DrawText, SmallDisk_IsDrawnCellByCell) {
-  EXPECT_EQ(DrawText(Map(SmallDisk()), "DISK", {.width = 22}),
+TEST(DrawText, DrawnDisk_IsDrawnCellByCell) {
+  EXPECT_EQ(DrawText(Map(DrawnDisk()), "DISK", {.width = 22}),
             "DISK\n"
             "One cell: 1 cluster (512 bytes)\n"
             "\n"
@@ -69,11 +61,11 @@ TEST(DrawText, CellsMostlyFree_AreMarked) {
 }
 
 TEST(DrawText, WithoutColour_HasNoEscapes) {
-  EXPECT_THAT(DrawText(Map(SmallDisk()), "DISK", {}), Not(HasSubstr("\x1b")));
+  EXPECT_THAT(DrawText(Map(DrawnDisk()), "DISK", {}), Not(HasSubstr("\x1b")));
 }
 
 TEST(DrawText, WithColour_EndsEveryColourOnItsLine) {
-  std::istringstream lines(DrawText(Map(SmallDisk()), "DISK", {.width = 40, .colour = true}));
+  std::istringstream lines(DrawText(Map(DrawnDisk()), "DISK", {.width = 40, .colour = true}));
   bool coloured = false;
   for (std::string line; std::getline(lines, line);) {
     const std::size_t last = line.rfind("\x1b[");
@@ -93,7 +85,7 @@ TEST(DrawText, NamesOfTheDisk_AreMadeSafe) {
 }
 
 TEST(DrawSvg, File_IsOneGroupOfBarsInItsColour) {
-  const std::string svg = DrawSvg(Map(SmallDisk()), "DISK", "disk.img");
+  const std::string svg = DrawSvg(Map(DrawnDisk()), "DISK", "disk.img");
   const std::size_t title = svg.find("<title>/A.TXT\n1,200 bytes, 3 clusters\n2 fragments: 2-3, 9");
   ASSERT_NE(title, std::string::npos);
   const std::size_t end = svg.find("</g>", title);
@@ -103,7 +95,7 @@ TEST(DrawSvg, File_IsOneGroupOfBarsInItsColour) {
 }
 
 TEST(DrawSvg, Legend_NamesEveryArea) {
-  const std::string svg = DrawSvg(Map(SmallDisk()), "DISK", "disk.img");
+  const std::string svg = DrawSvg(Map(DrawnDisk()), "DISK", "disk.img");
   for (const char* name :
        {"boot and FATs", "root directory", "directories", "files", "free", "lost or broken"}) {
     EXPECT_THAT(svg, HasSubstr(std::string(">") + name + "</text>"));

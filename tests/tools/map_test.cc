@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "image_tree.h"
+#include "map_fixture.h"
 #include "support/image_crafter.h"
 
 namespace quorbix::virtdisk::tool {
@@ -16,14 +16,6 @@ namespace {
 using test::ImageCrafter;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-DiskMap Map(const ImageCrafter& crafter) {
-  Fat16FsImage image;
-  std::string err;
-  image.LoadFromBytes(crafter.Bytes(), err);
-  const ImageTree tree(image);
-  return MapVolume(VolumeView(image.Info(), image.ImageBytes()), tree.Entries());
-}
 
 // One letter for each of the first clusters: f file, d directory, . free, ! lost.
 std::string Letters(const DiskMap& map, std::size_t count) {
@@ -135,7 +127,7 @@ TEST(CountAreas, Clusters_AreCountedByUse) {
   EXPECT_THAT(CountAreas(Map(crafter)), ElementsAre(0, 0, 1, 2, 86, 1));
 }
 
-TEST(DrawCells, SmallDisk_HasACellPerCluster) {
+TEST(DrawCells, DrawnDisk_HasACellPerCluster) {
   const Drawing drawing = DrawCells(Map(ImageCrafter()), 1000);
   EXPECT_EQ(drawing.clustersPerCell, 1U);
   ASSERT_EQ(drawing.cells.size(), 4U + 1 + 90);

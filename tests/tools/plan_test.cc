@@ -8,13 +8,14 @@
 #include <optional>
 #include <vector>
 
+#include "support/sizes.h"
+
 namespace quorbix::virtdisk::tool {
 namespace {
 
+using test::kKiB;
+using test::kMiB;
 using ::testing::ElementsAre;
-
-constexpr std::uint64_t kKiB = 1024;
-constexpr std::uint64_t kMiB = 1024 * kKiB;
 
 struct GeometryRow {
   std::uint64_t size;

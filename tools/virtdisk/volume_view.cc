@@ -5,11 +5,12 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
-constexpr std::uint64_t kSectorBytes = 512;
-constexpr std::uint64_t kFatWordsPerSector = 256;
-constexpr std::uint64_t kMostClusters = 0xFFF7 - kFirstCluster;  // numbers end below the bad mark
-constexpr std::uint64_t kExtendedSignature = 38;                 // u8, from the boot sector's start
-constexpr std::uint64_t kVolumeId = 39;                          // u32
+constexpr std::uint64_t kBytesPerSector = 512;
+constexpr std::uint64_t kWordsPerFatSector = 256;
+constexpr std::uint64_t kMostFatClusters =
+    0xFFF7 - kFirstCluster;                       // numbers end below the bad mark
+constexpr std::uint64_t kExtendedSignature = 38;  // u8, from the boot sector's start
+constexpr std::uint64_t kVolumeId = 39;           // u32
 constexpr std::uint32_t kHasVolumeId = 0x29;
 
 // The sectors between the first cluster and the end of the volume. A volume that does not tell its
@@ -32,17 +33,17 @@ VolumeView::VolumeView(const Fat16FsInfo& info, std::span<const std::uint8_t> by
                        std::uint64_t imageBytes)
     : image(bytes), bootSector(info.volumeOffset) {
   const std::uint64_t fatStart = std::uint64_t{info.partitionStartLba} + info.reservedSectors;
-  fatOffset = fatStart * kSectorBytes;
+  fatOffset = fatStart * kBytesPerSector;
   rootStart = fatStart + std::uint64_t{info.fatCount} * info.sectorsPerFat;
   dataStart = rootStart + info.rootDirSectors;
-  clusterBytes = static_cast<std::uint32_t>(info.sectorsPerCluster * kSectorBytes);
+  clusterBytes = static_cast<std::uint32_t>(info.sectorsPerCluster * kBytesPerSector);
   if (info.sectorsPerCluster == 0 || fatOffset >= bytes.size()) return;
   const std::uint64_t clusters =
-      DataSectors(info, dataStart, imageBytes / kSectorBytes) / info.sectorsPerCluster;
-  const std::uint64_t fatWords = std::min<std::uint64_t>(info.sectorsPerFat * kFatWordsPerSector,
+      DataSectors(info, dataStart, imageBytes / kBytesPerSector) / info.sectorsPerCluster;
+  const std::uint64_t fatWords = std::min<std::uint64_t>(info.sectorsPerFat * kWordsPerFatSector,
                                                          (bytes.size() - fatOffset) / 2);
   const std::uint64_t inFat = fatWords < kFirstCluster ? 0 : fatWords - kFirstCluster;
-  clusterCount = static_cast<std::uint32_t>(std::min({clusters, inFat, kMostClusters}));
+  clusterCount = static_cast<std::uint32_t>(std::min({clusters, inFat, kMostFatClusters}));
 }
 
 bool VolumeView::HasCluster(std::uint32_t cluster) const {
