@@ -8,8 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "sync/cluster_chain.h"
+#include "sync/fat_context.h"
 #include "sync/hash_bytes.h"
-#include "sync/image_reader.h"
+#include "sync/image_file_map.h"
 
 namespace fs = std::filesystem;
 using namespace quorbix::virtdisk::internal;

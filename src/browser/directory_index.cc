@@ -9,8 +9,9 @@
 
 #include "browser/fat16_fs_image_impl.h"
 #include "browser/path_text.h"
+#include "common/byte_order.h"
 #include "common/fail.h"
-#include "fat16/byte_order.h"
+#include "common/fat_words.h"
 #include "fat16/volume_layout.h"
 
 namespace quorbix::virtdisk {
@@ -36,8 +37,8 @@ static_assert(fat::kFirstEndOfChain - fat::kFirstCluster < kBeingMeasured);
 
 constexpr bool IsBroken(std::uint16_t length) { return length == kLoops || length == kLeavesImage; }
 
-constexpr std::uint16_t kEndOfChain = 0;
-constexpr std::uint16_t kRootStart = 0;  // start cluster of the fixed root directory
+constexpr std::uint16_t kNoNextCluster = 0;  // what NextCluster says at the end of a chain
+constexpr std::uint16_t kRootStart = 0;      // start cluster of the fixed root directory
 
 bool IsSkipped(const std::uint8_t* slot) {
   return slot[0] == dir_entry::kDeleted ||
@@ -141,7 +142,7 @@ bool Fat16FsImage::Impl::OpenLastRecord(std::vector<OpenDirectory>& open,
 bool Fat16FsImage::Impl::GoToNextCluster(OpenDirectory& directory) const {
   if (directory.cluster == kRootStart) return false;
   directory.cluster = NextCluster(directory.cluster);
-  if (directory.cluster == kEndOfChain) return false;
+  if (directory.cluster == kNoNextCluster) return false;
   directory.nextSlot = ClusterOffset(directory.cluster);
   directory.blockEnd = directory.nextSlot + ClusterBytes();
   return true;
@@ -200,7 +201,7 @@ void Fat16FsImage::Impl::MeasureChains() {
 void Fat16FsImage::Impl::MeasureChain(std::uint16_t start) {
   std::uint16_t unmeasured = 0;  // clusters from `start` on that have no length yet
   std::uint16_t rest = 0;        // what the chain after them comes to
-  for (std::uint16_t cluster = start; cluster != kEndOfChain; cluster = NextCluster(cluster)) {
+  for (std::uint16_t cluster = start; cluster != kNoNextCluster; cluster = NextCluster(cluster)) {
     if (cluster >= chainLengths.size()) {
       rest = kLeavesImage;
       break;
@@ -222,9 +223,9 @@ void Fat16FsImage::Impl::MeasureChain(std::uint16_t start) {
 std::uint16_t Fat16FsImage::Impl::NextCluster(std::uint16_t cluster) const {
   const std::uint64_t wordOffset = std::uint64_t{info.fatStartSector} * info.bytesPerSector +
                                    std::uint64_t{cluster} * fat::kWordBytes;
-  if (wordOffset + 1 >= image.size()) return kEndOfChain;
+  if (wordOffset + 1 >= image.size()) return kNoNextCluster;
   const std::uint16_t word = LoadU16(&image[wordOffset]);
-  return fat::LeadsToCluster(word) ? word : kEndOfChain;
+  return fat::LeadsToCluster(word) ? word : kNoNextCluster;
 }
 
 bool Fat16FsImage::Impl::CheckChain(std::uint16_t start, std::string& err) const {

@@ -6,13 +6,13 @@
 #include <iterator>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "browser/fat16_fs_image_impl.h"
 #include "browser/path_text.h"
+#include "common/byte_order.h"
 #include "common/fail.h"
-#include "fat16/byte_order.h"
+#include "common/partition_types.h"
 #include "fat16/volume_layout.h"
 
 namespace quorbix::virtdisk {

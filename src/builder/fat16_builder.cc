@@ -18,7 +18,7 @@ namespace {
 constexpr char kNoSource[] = "Source folder does not exist: ";
 constexpr char kSourceNotAFolder[] = "Source path is not a directory: ";
 
-// As Build copies them: a link to a file counts as its target. Links to folders are not followed.
+// Links to folders are not followed here, unlike in a build: some lead round in circles.
 bool IsFolderItself(const fs::directory_entry& entry) {
   std::error_code unknown;
   return entry.is_directory(unknown) && !entry.is_symlink(unknown);

@@ -5,8 +5,9 @@
 #include <fstream>
 
 #include "common/ascii.h"
+#include "common/byte_order.h"
 #include "common/fail.h"
-#include "fat16/byte_order.h"
+#include "common/fat_words.h"
 #include "fat16/volume_layout.h"
 
 namespace quorbix::virtdisk::internal {
@@ -127,6 +128,7 @@ void Fat16Image::WriteMbr() {
   const auto last = EncodeChs(kPartitionStart + geometry.partitionSectors - 1);
   entry[partition_entry::kStatus] = partition_entry::kActive;
   std::copy(first.begin(), first.end(), entry + partition_entry::kFirstChs);
+  // At every size, deliberately, although the type once meant volumes below 32 MiB.
   entry[partition_entry::kType] = partition_entry::kTypeFat16Small;
   std::copy(last.begin(), last.end(), entry + partition_entry::kLastChs);
   StoreU32(entry + partition_entry::kStartLba, kPartitionStart);

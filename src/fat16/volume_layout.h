@@ -32,17 +32,11 @@ inline constexpr std::size_t kStartLba = 8;      // u32, sectors
 inline constexpr std::size_t kSectorCount = 12;  // u32
 inline constexpr std::uint8_t kActive = 0x80;
 inline constexpr std::uint8_t kTypeFat12 = 0x01;
-inline constexpr std::uint8_t kTypeFat16Small = 0x04;  // FAT16 below 32 MiB
+inline constexpr std::uint8_t kTypeFat16Small = 0x04;
 inline constexpr std::uint8_t kTypeFat16 = 0x06;
 inline constexpr std::uint8_t kTypeFat16Lba = 0x0E;
 static_assert(kSectorCount + 4 == kSize);
 static_assert(mbr::kPartitionTable + mbr::kPartitionCount * kSize == mbr::kSignature);
-
-// The types whose volume the two readers look into.
-constexpr bool IsSupportedType(std::uint8_t type) {
-  return type == kTypeFat12 || type == kTypeFat16Small || type == kTypeFat16 ||
-         type == kTypeFat16Lba;
-}
 }  // namespace partition_entry
 
 namespace boot_sector {                                // first sector of a volume
@@ -66,7 +60,6 @@ inline constexpr std::size_t kVolumeId = 39;           // u32       BS_VolID
 inline constexpr std::size_t kVolumeLabel = 43;        // char[11]  BS_VolLab
 inline constexpr std::size_t kFileSystemType = 54;     // char[8]   BS_FilSysType
 inline constexpr std::size_t kSignature = 510;         // u8[2]
-inline constexpr std::size_t kOemNameSize = 8;
 inline constexpr std::size_t kVolumeLabelSize = 11;
 inline constexpr std::size_t kFileSystemTypeSize = 8;
 inline constexpr std::uint8_t kMediaFixedDisk = 0xF8;
@@ -105,14 +98,6 @@ inline constexpr std::uint16_t kFirstEndOfChain = 0xFFF8;
 inline constexpr std::uint16_t kEndOfChain = 0xFFFF;
 inline constexpr std::uint16_t kReservedWord0 = 0xFFF8;  // media byte in the low byte
 inline constexpr std::uint16_t kReservedWord1 = 0xFFFF;
-
-constexpr bool IsFree(std::uint16_t word) { return word == kFree; }
-constexpr bool IsEndOfChain(std::uint16_t word) { return word >= kFirstEndOfChain; }
-// Whether a first cluster or a FAT word leads to a cluster. Reserved values and the bad-cluster
-// mark 0xFFF7 do: readers follow them as they stand.
-constexpr bool LeadsToCluster(std::uint16_t word) {
-  return word >= kFirstCluster && !IsEndOfChain(word);
-}
 }  // namespace fat
 
 }  // namespace quorbix::virtdisk::internal

@@ -7,9 +7,12 @@
 #include <utility>
 #include <vector>
 
+#include "sync/cluster_chain.h"
+#include "sync/directory_walk.h"
+#include "sync/fat_context.h"
 #include "sync/host_scan.h"
 #include "sync/host_write.h"
-#include "sync/image_reader.h"
+#include "sync/image_file_map.h"
 #include "sync/sync_decision.h"
 
 namespace quorbix::virtdisk::internal {

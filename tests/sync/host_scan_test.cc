@@ -10,6 +10,7 @@
 #include "support/child_process.h"
 #include "support/temp_folder.h"
 #include "sync/hash_bytes.h"
+#include "sync/known_hashes.h"
 
 namespace quorbix::virtdisk::internal {
 namespace {
@@ -19,9 +20,6 @@ using test::RunInChild;
 using test::TempFolder;
 using testing::Pair;
 using testing::UnorderedElementsAre;
-
-constexpr std::uint64_t kHashOfNothing = 0x14650FB0739D0383;
-constexpr std::uint64_t kHashOfAbc = 0xE16801510DB89EFD;
 
 struct Scan {
   explicit Scan(const fs::path& root) {

@@ -7,7 +7,8 @@
 #include <vector>
 
 #include "support/image_crafter.h"
-#include "sync/image_reader.h"
+#include "sync/directory_walk.h"
+#include "sync/fat_context.h"
 
 namespace quorbix::virtdisk::internal {
 

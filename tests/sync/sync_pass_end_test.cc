@@ -8,7 +8,7 @@
 #include "support/child_process.h"
 #include "support/image_crafter.h"
 #include "sync/host_scan.h"
-#include "sync/image_reader.h"
+#include "sync/image_file_map.h"
 #include "sync/sync_pass.h"
 #include "sync/synced_disk.h"
 

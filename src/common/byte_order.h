@@ -1,5 +1,5 @@
-#ifndef QUORBIX_VIRTDISK_FAT16_BYTE_ORDER_H_
-#define QUORBIX_VIRTDISK_FAT16_BYTE_ORDER_H_
+#ifndef QUORBIX_VIRTDISK_COMMON_BYTE_ORDER_H_
+#define QUORBIX_VIRTDISK_COMMON_BYTE_ORDER_H_
 
 #include <cstdint>
 
@@ -31,4 +31,4 @@ inline void StoreU32(std::uint8_t* p, std::uint32_t value) {
 
 }  // namespace quorbix::virtdisk::internal
 
-#endif  // QUORBIX_VIRTDISK_FAT16_BYTE_ORDER_H_
+#endif  // QUORBIX_VIRTDISK_COMMON_BYTE_ORDER_H_

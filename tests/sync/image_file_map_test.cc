@@ -1,17 +1,17 @@
+#include "sync/image_file_map.h"
+
 #include <gtest/gtest.h>
 
 #include "support/image_crafter.h"
+#include "sync/cluster_chain.h"
 #include "sync/hash_bytes.h"
 #include "sync/image_context.h"
-#include "sync/image_reader.h"
+#include "sync/known_hashes.h"
 
 namespace quorbix::virtdisk::internal {
 namespace {
 
 using test::ImageCrafter;
-
-constexpr std::uint64_t kHashOfNothing = 0x14650FB0739D0383;
-constexpr std::uint64_t kHashOfAbc = 0xE16801510DB89EFD;
 
 struct Map {
   std::vector<DiskFile> files{1};  // what was there before must go

@@ -1,8 +1,9 @@
+#include "sync/fat_context.h"
+
 #include <gtest/gtest.h>
 
 #include "support/image_crafter.h"
 #include "support/temp_folder.h"
-#include "sync/image_reader.h"
 
 namespace quorbix::virtdisk::internal {
 namespace {

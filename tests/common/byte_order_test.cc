@@ -1,4 +1,4 @@
-#include "fat16/byte_order.h"
+#include "common/byte_order.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

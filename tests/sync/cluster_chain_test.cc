@@ -1,8 +1,9 @@
+#include "sync/cluster_chain.h"
+
 #include <gtest/gtest.h>
 
 #include "support/image_crafter.h"
 #include "sync/image_context.h"
-#include "sync/image_reader.h"
 
 namespace quorbix::virtdisk::internal {
 namespace {

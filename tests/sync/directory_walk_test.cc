@@ -1,9 +1,10 @@
+#include "sync/directory_walk.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "support/image_crafter.h"
 #include "sync/image_context.h"
-#include "sync/image_reader.h"
 
 namespace quorbix::virtdisk::internal {
 namespace {
