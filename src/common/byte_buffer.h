@@ -1,0 +1,81 @@
+#ifndef QUORBIX_VIRTDISK_COMMON_BYTE_BUFFER_H_
+#define QUORBIX_VIRTDISK_COMMON_BYTE_BUFFER_H_
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <span>
+#include <utility>
+
+namespace quorbix::virtdisk::internal {
+
+// Bytes that are about to be read into: unlike a vector's, they are not filled with zeros first,
+// which takes as long as the reading when the memory is fresh.
+class ByteBuffer {
+ public:
+  ByteBuffer() = default;
+  explicit ByteBuffer(std::size_t size) { Resize(size); }
+  ByteBuffer(ByteBuffer&& other) noexcept { *this = std::move(other); }
+  ByteBuffer& operator=(ByteBuffer&& other) noexcept {
+    first.swap(other.first);
+    std::swap(count, other.count);
+    std::swap(capacity, other.capacity);
+    return *this;
+  }
+
+  std::uint8_t* data() { return first.get(); }
+  const std::uint8_t* data() const { return first.get(); }
+  std::size_t size() const { return count; }
+  bool empty() const { return count == 0; }
+  std::uint8_t& operator[](std::size_t i) { return first[i]; }
+  const std::uint8_t& operator[](std::size_t i) const { return first[i]; }
+  std::span<std::uint8_t> Span() { return {first.get(), count}; }
+  std::span<const std::uint8_t> Span() const { return {first.get(), count}; }
+
+  // Keeps the bytes up to the smaller of both sizes; what comes after them is undefined. Throws
+  // std::bad_alloc, and is then as it was.
+  void Resize(std::size_t size) {
+    if (size > capacity) Grow(size);
+    count = size;
+  }
+
+  // Forgets the content. Makes room for `size` bytes without holding old and new room at once.
+  void Reset(std::size_t size) {
+    count = 0;
+    if (size > capacity) {
+      first.reset();
+      capacity = 0;
+    }
+    Resize(size);
+  }
+
+  void Assign(std::span<const std::uint8_t> bytes) {
+    Reset(bytes.size());
+    std::copy(bytes.begin(), bytes.end(), first.get());
+  }
+
+ private:
+  struct Free {
+    void operator()(std::uint8_t* bytes) const { std::free(bytes); }
+  };
+
+  // The C library moves large blocks by their pages, without copying.
+  void Grow(std::size_t size) {
+    void* grown = std::realloc(first.get(), size);
+    if (grown == nullptr) throw std::bad_alloc();
+    static_cast<void>(first.release());
+    first.reset(static_cast<std::uint8_t*>(grown));
+    capacity = size;
+  }
+
+  std::unique_ptr<std::uint8_t[], Free> first;
+  std::size_t count = 0;
+  std::size_t capacity = 0;
+};
+
+}  // namespace quorbix::virtdisk::internal
+
+#endif  // QUORBIX_VIRTDISK_COMMON_BYTE_BUFFER_H_

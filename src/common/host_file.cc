@@ -1,0 +1,53 @@
+#include "common/host_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace quorbix::virtdisk::internal {
+
+Descriptor OpenHostPath(const char* path, int flags, ::mode_t newFileMode) {
+  int file;
+  do {
+    file = ::open(path, flags | O_CLOEXEC, newFileMode);
+  } while (file < 0 && errno == EINTR);
+  return Descriptor(file);
+}
+
+Descriptor OpenHostFile(const char* path, int flags, ::mode_t newFileMode) {
+  Descriptor file = OpenHostPath(path, flags | O_NONBLOCK, newFileMode);
+  // Only a lease is answered so; a pipe that is opened without waiting succeeds or gives ENXIO.
+  if (file || errno != EWOULDBLOCK) return file;
+  return OpenHostPath(path, flags, newFileMode);
+}
+
+Descriptor OpenRegularFile(const char* path, struct ::stat& status) {
+  Descriptor file = OpenHostFile(path, O_RDONLY);
+  if (!file || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return Descriptor();
+  return file;
+}
+
+std::ptrdiff_t ReadFully(int file, std::span<std::uint8_t> buffer) {
+  std::size_t done = 0;
+  while (done < buffer.size()) {
+    const ::ssize_t got = ::read(file, buffer.data() + done, buffer.size() - done);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return -1;
+    if (got == 0) break;
+    done += static_cast<std::size_t>(got);
+  }
+  return static_cast<std::ptrdiff_t>(done);
+}
+
+bool WriteFully(int file, std::span<const std::uint8_t> bytes) {
+  while (!bytes.empty()) {
+    const ::ssize_t taken = ::write(file, bytes.data(), bytes.size());
+    if (taken < 0 && errno == EINTR) continue;
+    if (taken <= 0) return false;
+    bytes = bytes.subspan(static_cast<std::size_t>(taken));
+  }
+  return true;
+}
+
+}  // namespace quorbix::virtdisk::internal

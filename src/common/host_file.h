@@ -1,0 +1,37 @@
+#ifndef QUORBIX_VIRTDISK_COMMON_HOST_FILE_H_
+#define QUORBIX_VIRTDISK_COMMON_HOST_FILE_H_
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "common/descriptor.h"
+
+namespace quorbix::virtdisk::internal {
+
+// Files of the host. They may change their kind, their size and their existence at any moment, and
+// failures leave their cause in errno.
+
+// Opens `path` with the flags of open(2), and waits where that waits. Programs that the process
+// starts do not inherit what is opened here.
+Descriptor OpenHostPath(const char* path, int flags, ::mode_t newFileMode = 0666);
+
+// Opens what should be a file. Never waits for the other end of a pipe that took its place, but
+// does wait for another process that holds a lease on the file, as file servers do for their
+// clients, to give it back.
+Descriptor OpenHostFile(const char* path, int flags, ::mode_t newFileMode = 0666);
+
+// The same, and nothing unless it is a regular file; `status` is what it is when opened.
+Descriptor OpenRegularFile(const char* path, struct ::stat& status);
+
+// Reads until `buffer` is full or the file ends. Returns how much was read, or -1 on failure.
+std::ptrdiff_t ReadFully(int file, std::span<std::uint8_t> buffer);
+
+// False: the system did not take all of `bytes`.
+[[nodiscard]] bool WriteFully(int file, std::span<const std::uint8_t> bytes);
+
+}  // namespace quorbix::virtdisk::internal
+
+#endif  // QUORBIX_VIRTDISK_COMMON_HOST_FILE_H_

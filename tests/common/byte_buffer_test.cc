@@ -1,0 +1,48 @@
+#include "common/byte_buffer.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace quorbix::virtdisk::internal {
+namespace {
+
+std::string Text(const ByteBuffer& buffer) { return {buffer.Span().begin(), buffer.Span().end()}; }
+
+ByteBuffer BufferOf(std::string_view text) {
+  ByteBuffer buffer;
+  buffer.Assign(std::vector<std::uint8_t>(text.begin(), text.end()));
+  return buffer;
+}
+
+TEST(ByteBuffer, Growing_KeepsTheContent) {
+  ByteBuffer buffer = BufferOf("content");
+  buffer.Resize(std::size_t{10} << 20);
+  EXPECT_EQ(Text(buffer).substr(0, 7), "content");
+}
+
+TEST(ByteBuffer, Shrinking_KeepsTheBeginningAndItsPlace) {
+  ByteBuffer buffer = BufferOf("content");
+  const std::uint8_t* before = buffer.data();
+  buffer.Resize(3);
+  EXPECT_EQ(Text(buffer), "con");
+  EXPECT_EQ(buffer.data(), before);
+}
+
+TEST(ByteBuffer, MovedFrom_IsEmpty) {
+  ByteBuffer from = BufferOf("content");
+  const ByteBuffer to = std::move(from);
+  EXPECT_EQ(Text(to), "content");
+  EXPECT_TRUE(from.empty());
+}
+
+TEST(ByteBuffer, MoreThanThereIs_ThrowsAndChangesNothing) {
+  ByteBuffer buffer = BufferOf("content");
+  EXPECT_THROW(buffer.Resize(std::size_t{1} << 62), std::bad_alloc);
+  EXPECT_EQ(Text(buffer), "content");
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal
