@@ -15,19 +15,73 @@
 namespace quorbix::virtdisk::internal {
 namespace {
 
+constexpr std::uint64_t kNoLimit = std::numeric_limits<std::uint64_t>::max();
+
+// A size of 0 means the whole chain.
 std::uint64_t LimitOf(const FileVersion& version) {
-  return version.size == 0 ? std::numeric_limits<std::uint64_t>::max() : version.size;
+  return version.size == 0 ? kNoLimit : version.size;
 }
 
-// Hashes the files of a volume, each in place. Files that share clusters cannot make that take many
-// times the image's size.
+// The files of a listing that begin in one cluster, shortest first, so that each is a beginning of
+// the next: however many there are, one reading of the chain serves them all.
+class SharedBeginning {
+ public:
+  SharedBeginning(std::span<const std::size_t> filesByLimit, std::vector<DiskFile>& listedFiles)
+      : group(filesByLimit), files(listedFiles) {}
+
+  bool AllSettled() const { return settled == group.size(); }
+  std::span<const std::size_t> Settled() const { return group.first(settled); }
+  std::uint64_t SettledBytes() const { return settledBytes; }  // of all these files together
+
+  // Goes on with the next bytes of the chain. Every file that ends within them gets its hash.
+  void Take(std::span<const std::uint8_t> bytes) {
+    while (!AllSettled() && Missing() <= bytes.size()) {
+      const auto last = static_cast<std::size_t>(Missing());
+      Hash(bytes.first(last));
+      bytes = bytes.subspan(last);
+      Settle();
+    }
+    if (!AllSettled()) Hash(bytes);
+  }
+
+  // The chain has ended, and with it every file that is left.
+  void TakeEnd() {
+    while (!AllSettled()) Settle();
+  }
+
+ private:
+  FileVersion& Next() { return files[group[settled]].version; }
+  std::uint64_t Missing() { return LimitOf(Next()) - held; }
+
+  void Hash(std::span<const std::uint8_t> bytes) {
+    hash = HashBytes(bytes, hash);
+    held += bytes.size();
+  }
+
+  void Settle() {
+    Next().contentHash = hash;
+    settledBytes += held;
+    ++settled;
+  }
+
+  std::span<const std::size_t> group;
+  std::vector<DiskFile>& files;
+  std::uint64_t hash = kEmptyHash;
+  std::uint64_t held = 0;  // bytes that `hash` covers
+  std::size_t settled = 0;
+  std::uint64_t settledBytes = 0;
+};
+
+// Hashes the files of a volume, each in place. Files that share clusters cannot make that, nor the
+// copying of all of them afterwards, take many times the image's size.
 class FileHashes {
  public:
   FileHashes(const FatContext& fatContext, std::vector<DiskFile>& listedFiles)
       : context(fatContext),
         files(listedFiles),
         readable(listedFiles.size(), false),
-        bytesLeft(kMostReadings * fatContext.image.size()) {}
+        readBytesLeft(kMostReadings * fatContext.image.size()),
+        fileBytesLeft(kMostReadings * fatContext.image.size()) {}
 
   // False when the files share too much. Sets the hash of every file whose chain can be read.
   bool Run() {
@@ -37,8 +91,7 @@ class FileHashes {
       const auto end = std::find_if(begin, order.end(), [&](std::size_t index) {
         return files[index].version.firstCluster != cluster;
       });
-      HashFromOneCluster(std::span(begin, end));
-      if (sharesTooMuch) return false;
+      if (!HashFromOneCluster(cluster, std::span(begin, end))) return false;
       begin = end;
     }
     return true;
@@ -62,41 +115,33 @@ class FileHashes {
     return order;
   }
 
-  // Files that begin in the same cluster, ordered by limit, are beginnings of one another: however
-  // many there are, the chain is read once.
-  void HashFromOneCluster(std::span<const std::size_t> group) {
-    std::uint64_t hash = kEmptyHash;
-    std::uint64_t held = 0;  // bytes that `hash` covers
-    const auto settle = [&](std::size_t index) {
-      files[index].version.contentHash = hash;
-      readable[index] = true;
-      group = group.subspan(1);
-    };
-    const auto visit = [&](std::span<const std::uint8_t> bytes) {
-      sharesTooMuch = bytes.size() > bytesLeft;
-      if (sharesTooMuch) return false;
-      bytesLeft -= bytes.size();
-      while (!group.empty() && LimitOf(files[group.front()].version) - held <= bytes.size()) {
-        const std::size_t part = LimitOf(files[group.front()].version) - held;
-        hash = HashBytes(bytes.first(part), hash);
-        held += part;
-        bytes = bytes.subspan(part);
-        settle(group.front());
-      }
-      if (group.empty()) return false;
-      hash = HashBytes(bytes, hash);
-      held += bytes.size();
-      return true;
-    };
-    if (!FollowChain(context, files[group.front()].version.firstCluster, visit)) return;
-    while (!sharesTooMuch && !group.empty()) settle(group.front());
+  // False when that takes more than is left.
+  bool HashFromOneCluster(std::uint16_t cluster, std::span<const std::size_t> group) {
+    SharedBeginning beginning(group, files);
+    bool tooMuch = false;
+    const bool sound = FollowChain(context, cluster, [&](std::span<const std::uint8_t> bytes) {
+      tooMuch = !Spend(bytes.size(), readBytesLeft);
+      if (tooMuch) return false;
+      beginning.Take(bytes);
+      return !beginning.AllSettled();
+    });
+    if (tooMuch) return false;
+    if (sound) beginning.TakeEnd();
+    for (const std::size_t index : beginning.Settled()) readable[index] = true;
+    return Spend(beginning.SettledBytes(), fileBytesLeft);
+  }
+
+  static bool Spend(std::uint64_t bytes, std::uint64_t& bytesLeft) {
+    if (bytes > bytesLeft) return false;
+    bytesLeft -= bytes;
+    return true;
   }
 
   const FatContext& context;
   std::vector<DiskFile>& files;
   std::vector<bool> readable;
-  std::uint64_t bytesLeft;
-  bool sharesTooMuch = false;
+  std::uint64_t readBytesLeft;  // for chains, each read once for all files that begin in it
+  std::uint64_t fileBytesLeft;  // for files, each counted whole
 };
 
 }  // namespace

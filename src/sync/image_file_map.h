@@ -13,8 +13,8 @@ namespace quorbix::virtdisk::internal {
 // with `contentHash` 0 and has no entry in `versions`; of several files with one key the last is
 // the one in `versions`.
 //
-// False as for WalkDirectory, or when the files share so many clusters that reading them all would
-// take many times the image's size.
+// False as for WalkDirectory, or when the files share so many clusters that reading or copying them
+// all would take many times the image's size.
 [[nodiscard]] bool BuildImageFileMap(const FatContext& context, std::vector<DiskFile>& files,
                                      VersionMap& versions);
 

@@ -130,17 +130,36 @@ TEST(BuildImageFileMap, FilesOnALoop_AreReadableUpToIt) {
   EXPECT_TRUE(map.versions.contains("fits"));
 }
 
-TEST(BuildImageFileMap, ManyFilesOnOneLongChain_ReadItOnce) {
+// A disk of 30 MB that is one chain, and files that all begin in it.
+ImageCrafter OneLongChain(const std::vector<std::uint32_t>& sizes) {
   constexpr std::uint16_t kClusters = 60000;
   ImageCrafter image({.rootEntryCount = 32768, .sectorsPerFat = 256, .clusters = kClusters});
   for (std::uint16_t i = 2; i < kClusters + 1; ++i)
     image.FatWord(i, static_cast<std::uint16_t>(i + 1));
   image.FatWord(kClusters + 1, 0xFFFF);
-  for (std::uint32_t i = 0; i < 30000; ++i) {
-    image.File("F" + std::to_string(i), {.firstCluster = 2, .size = 0xFFFFFFFF - i});
+  for (std::size_t i = 0; i < sizes.size(); ++i) {
+    image.File("F" + std::to_string(i), {.firstCluster = 2, .size = sizes[i]});
   }
-  // Read anew for each file, the chain would be 900 GB, and the test would not end in time.
-  EXPECT_EQ(MapOf(image).versions.size(), 30000u);
+  return image;
+}
+
+TEST(BuildImageFileMap, AFewFilesOnOneLongChain_AreAllHashed) {
+  EXPECT_EQ(MapOf(OneLongChain(std::vector<std::uint32_t>(8, 0))).versions.size(), 8u);
+}
+
+TEST(BuildImageFileMap, ManyShortFilesOnOneLongChain_AreAllHashed) {
+  std::vector<std::uint32_t> sizes;
+  for (std::uint32_t i = 0; i < 30000; ++i) sizes.push_back(1 + i % 8000);
+  EXPECT_EQ(MapOf(OneLongChain(sizes)).versions.size(), sizes.size());
+}
+
+// Copied one by one they would come to 900 GB.
+TEST(BuildImageFileMap, ManyLongFilesOnOneLongChain_AreRefused) {
+  std::vector<std::uint32_t> sizes;
+  for (std::uint32_t i = 0; i < 30000; ++i) sizes.push_back(0xFFFFFFFF - i);
+  Map map;
+  EXPECT_FALSE(BuildImageFileMap(ContextOf(OneLongChain(sizes)), map.files, map.versions));
+  EXPECT_TRUE(map.versions.empty());
 }
 
 // Files that each begin one cluster further on in the same chain.

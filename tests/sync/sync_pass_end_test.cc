@@ -124,6 +124,24 @@ TEST_F(PassEnd, ImageThatCannotBeListedWhole_LeavesTheHostAndTheStateAsTheyWere)
   EXPECT_TRUE(Equal(state, before));
 }
 
+// 500 files on one chain of 1 MB would be half a gigabyte on the host.
+TEST_F(PassEnd, ImageWhoseFilesShareTheirClusters_IsNotCopiedOut) {
+  folder.File("host/A.TXT", "a");
+  BuildAndAgree();
+  const SyncState before = state;
+  test::ImageCrafter image({.rootEntryCount = 512, .sectorsPerFat = 8, .clusters = 2000});
+  for (int i = 0; i < 500; ++i) {
+    image.File("F" + std::to_string(i), {.firstCluster = 2, .size = 1'000'000});
+  }
+  for (std::uint16_t cluster = 2; cluster < 2001; ++cluster) {
+    image.FatWord(cluster, static_cast<std::uint16_t>(cluster + 1));
+  }
+  test::WriteBytes(Image(), image.FatWord(2001, 0xFFFF).Bytes());
+  Pass();
+  EXPECT_EQ(OnHost(), (FileTree{{"A.TXT", "a"}}));
+  EXPECT_TRUE(Equal(state, before));
+}
+
 TEST_F(PassEnd, FolderAsImage_LeavesTheStateAsItWas) {
   folder.Folder("DISK.IMG").File("host/A.TXT", "a");
   Pass();
