@@ -1,11 +1,13 @@
 #include "sync/fat_context.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstddef>
-#include <fstream>
-#include <ios>
 
 #include "common/byte_order.h"
 #include "common/fail.h"
+#include "common/host_file.h"
 #include "common/partition_types.h"
 #include "fat16/volume_layout.h"
 
@@ -53,14 +55,13 @@ void DeriveSectors(FatContext& context) {
 }  // namespace
 
 bool LoadImageBytes(const fs::path& path, std::vector<std::uint8_t>& bytes, std::string& error) {
-  std::ifstream in(path, std::ios::binary | std::ios::ate);
-  if (!in) return Fail(error, kCannotOpenImage + path.native());
-  const std::streamoff size = in.tellg();
-  if (size <= 0 || size % kSectorBytes != 0) return Fail(error, kInvalidImageSize + path.native());
-  in.seekg(0);
+  const Descriptor in = OpenHostFile(path.c_str(), O_RDONLY);
+  const ::off_t size = in ? ::lseek(in.Get(), 0, SEEK_END) : -1;
+  if (size < 0) return Fail(error, kCannotOpenImage + path.native());
+  if (size == 0 || size % kSectorBytes != 0) return Fail(error, kInvalidImageSize + path.native());
   bytes.assign(static_cast<std::size_t>(size), 0);
-  in.read(reinterpret_cast<char*>(bytes.data()), size);
-  return in.good() || Fail(error, kCannotReadImage + path.native());
+  const bool whole = ::lseek(in.Get(), 0, SEEK_SET) == 0 && ReadFully(in.Get(), bytes) == size;
+  return whole || Fail(error, kCannotReadImage + path.native());
 }
 
 bool ParseLoadedImage(FatContext& context, std::string& error) {

@@ -1,11 +1,8 @@
 #include "sync/host_scan.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <span>
@@ -13,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "common/folder_walk.h"
+#include "common/host_file.h"
 #include "sync/hash_bytes.h"
 
 namespace quorbix::virtdisk::internal {
@@ -44,17 +43,6 @@ std::uint64_t RawStamp(const ::timespec& time) {
   return ticks < 0 ? 0 : static_cast<std::uint64_t>(ticks);
 }
 
-bool ReadExactly(int file, char* data, std::size_t size) {
-  while (size > 0) {
-    const ::ssize_t got = ::read(file, data, size);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) return false;
-    data += got;
-    size -= static_cast<std::size_t>(got);
-  }
-  return true;
-}
-
 // What a scan wants to know of one file.
 struct FileContent {
   std::uint64_t hash = 0;
@@ -70,33 +58,25 @@ class FileHasher {
   FileHasher() : buffer(kBufferBytes) {}
 
   // False when the file cannot be opened, or cannot be read up to the size it had when opened.
-  bool Hash(const fs::path& path, FileContent& content) {
-    // Not to wait for ever at a pipe that took the file's place since the listing.
-    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (file < 0) return false;
-    const bool done = HashOpened(file, content);
-    ::close(file);
-    return done;
+  bool Hash(const char* path, FileContent& content) {
+    struct ::stat status;
+    const Descriptor file = OpenRegularFile(path, status);
+    if (!file) return false;
+    content = {kEmptyHash, static_cast<std::uint64_t>(status.st_size), RawStamp(status.st_mtim)};
+    for (std::uint64_t left = content.size; left > 0;) {
+      const std::span part(buffer.data(), std::min<std::uint64_t>(left, buffer.size()));
+      if (ReadFully(file.Get(), part) != static_cast<std::ptrdiff_t>(part.size())) return false;
+      content.hash = HashBytes(part, content.hash);
+      left -= part.size();
+    }
+    return true;
   }
 
  private:
   // Stays in the processor's cache.
   static constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
 
-  bool HashOpened(int file, FileContent& content) {
-    struct ::stat status;
-    if (::fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return false;
-    content = {kEmptyHash, static_cast<std::uint64_t>(status.st_size), RawStamp(status.st_mtim)};
-    for (std::uint64_t left = content.size; left > 0;) {
-      const auto part = static_cast<std::size_t>(std::min<std::uint64_t>(left, buffer.size()));
-      if (!ReadExactly(file, buffer.data(), part)) return false;
-      content.hash = HashBytes(AsBytes(buffer.data(), part), content.hash);
-      left -= part;
-    }
-    return true;
-  }
-
-  std::vector<char> buffer;
+  std::vector<std::uint8_t> buffer;
 };
 
 bool EnsureFolder(const fs::path& root, std::string& error) {
@@ -108,11 +88,10 @@ bool EnsureFolder(const fs::path& root, std::string& error) {
   return false;
 }
 
-// Takes the listing's own prefix off, so that links and ".." in `root` stay what they are and the
+// Takes the walk's own prefix off, so that links and ".." in `root` stay what they are and the
 // system is not asked.
-fs::path RelativeTo(const fs::path& root, const fs::path& entry) {
-  const std::size_t begin = entry.native().find_first_not_of('/', root.native().size());
-  return begin == std::string::npos ? fs::path() : fs::path(entry.native().substr(begin));
+fs::path RelativeTo(const fs::path& root, const std::string& entry) {
+  return fs::path(entry.substr(entry.find_first_not_of('/', root.native().size())));
 }
 
 std::uint64_t EntrySignature(const std::string& key, const FileVersion& version) {
@@ -122,9 +101,9 @@ std::uint64_t EntrySignature(const std::string& key, const FileVersion& version)
   return Combine(value, version.modifiedStamp);
 }
 
-bool IsRegularFile(const fs::directory_entry& entry) {
-  std::error_code ec;
-  return entry.is_regular_file(ec);
+bool IsRegularFile(const FolderWalk& walk) {
+  std::error_code ignored;
+  return walk.IsRegularFile(ignored);
 }
 
 bool IsHidden(const fs::path& relPath) { return relPath.filename().native().starts_with('.'); }
@@ -139,17 +118,17 @@ void ScanHostFiles(const fs::path& root, VersionMap& versions, PathMap& hostPath
   if (!EnsureFolder(root, error)) return;
   FileHasher hasher;
   std::error_code ec;
-  fs::recursive_directory_iterator it(root, ec);
+  FolderWalk walk(root, ec);
   // A folder that cannot be opened is an empty one: the end is looked at before the error.
-  for (; it != fs::recursive_directory_iterator(); ++it) {
+  for (; !walk.AtEnd(); walk.Advance()) {
     if (ec) {
       error = kHostDirectoryWalkFailed + ec.message();
       return;
     }
-    if (!IsRegularFile(*it)) continue;
-    fs::path relPath = RelativeTo(root, it->path());
+    if (!IsRegularFile(walk)) continue;
+    fs::path relPath = RelativeTo(root, walk.Path());
     FileContent content;
-    if (IsHidden(relPath) || !hasher.Hash(it->path(), content)) continue;
+    if (IsHidden(relPath) || !hasher.Hash(walk.Path().c_str(), content)) continue;
     const FileVersion version{
         .contentHash = content.hash,
         .modifiedStamp = content.stamp,

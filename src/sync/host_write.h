@@ -10,7 +10,8 @@ namespace quorbix::virtdisk::internal {
 
 // Makes `bytes` the whole content of `target`, so that a reader sees the old file or the new one,
 // never a part. Missing folders are created; the bytes go to a file named as the target plus
-// ".quorbix_tmp", which then takes the target's name.
+// ".quorbix_tmp", which then takes the target's name. A file that is replaced hands its permission
+// bits on. A link, pipe, socket or device that has the temporary file's name is removed.
 //
 // On failure returns false and says why in `err`; the target keeps its content, except that it can
 // be gone when it could not be replaced in one step. Bytes that could not be written, on a full

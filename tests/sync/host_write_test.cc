@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
 
 #include <chrono>
 
@@ -22,6 +25,16 @@ std::string WriteError(const fs::path& target, std::string_view content) {
   std::string err = "earlier text";
   EXPECT_FALSE(WriteFileAtomically(target, Bytes(content), err));
   return err;
+}
+
+// Exit statuses: 0 as it should be, 1 no failure, 2 another message, 3 the target changed, 4 no
+// temporary file.
+int ExpectWriteFailed(const fs::path& target, const std::vector<std::uint8_t>& bytes) {
+  std::string err;
+  if (WriteFileAtomically(target, bytes, err)) return 1;
+  if (err != "Write failed: " + target.native() + ".quorbix_tmp") return 2;
+  if (test::ReadWholeFile(target) != "old") return 3;
+  return fs::exists(target.native() + ".quorbix_tmp") ? 0 : 4;
 }
 
 TEST(WriteFileAtomically, NewFile_GetsTheBytesAndLeavesNoTemporary) {
@@ -93,6 +106,103 @@ TEST(WriteFileAtomically, LinkAsTarget_IsReplacedItself) {
   EXPECT_FALSE(fs::is_symlink(folder / "link"));
 }
 
+TEST(WriteFileAtomically, LinkInTheTemporarysPlace_IsNotWrittenThrough) {
+  TempFolder folder;
+  folder.File("outside", "theirs").Link("A.TXT.quorbix_tmp", "outside");
+  std::string err;
+  EXPECT_TRUE(WriteFileAtomically(folder / "A.TXT", Bytes("new"), err));
+  EXPECT_EQ(folder.Files(),
+            (std::map<std::string, std::string>{{"A.TXT", "new"}, {"outside", "theirs"}}));
+  EXPECT_FALSE(fs::is_symlink(folder / "A.TXT"));
+}
+
+TEST(WriteFileAtomically, DanglingLinkInTheTemporarysPlace_CreatesNothingElsewhere) {
+  TempFolder folder;
+  folder.Link("A.TXT.quorbix_tmp", "elsewhere");
+  std::string err;
+  EXPECT_TRUE(WriteFileAtomically(folder / "A.TXT", Bytes("new"), err));
+  EXPECT_EQ(folder.Files(), (std::map<std::string, std::string>{{"A.TXT", "new"}}));
+}
+
+TEST(WriteFileAtomically, LinkToAFolderInTheTemporarysPlace_IsRemovedItself) {
+  TempFolder folder;
+  folder.File("sub/F", "theirs").Link("A.TXT.quorbix_tmp", "sub");
+  std::string err;
+  EXPECT_TRUE(WriteFileAtomically(folder / "A.TXT", Bytes("new"), err));
+  EXPECT_EQ(folder.Files(),
+            (std::map<std::string, std::string>{{"A.TXT", "new"}, {"sub/F", "theirs"}}));
+}
+
+// Would wait for a reader: the alarm ends it.
+TEST(WriteFileAtomically, PipeInTheTemporarysPlace_IsNotWaitedAt) {
+  TempFolder folder;
+  folder.Pipe("A.TXT.quorbix_tmp");
+  const int status = RunInChild({}, [&] {
+    ::alarm(20);
+    std::string err;
+    return WriteFileAtomically(folder / "A.TXT", Bytes("new"), err) ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(folder.Files(), (std::map<std::string, std::string>{{"A.TXT", "new"}}));
+}
+
+TEST(WriteFileAtomically, DeviceInTheTemporarysPlace_IsNotWrittenTo) {
+  TempFolder folder;
+  const std::string device = (folder / "A.TXT.quorbix_tmp").string();
+  if (::mknod(device.c_str(), S_IFCHR | 0600, makedev(1, 3)) != 0) {
+    GTEST_SKIP() << "no right to make a device";
+  }
+  std::string err;
+  EXPECT_TRUE(WriteFileAtomically(folder / "A.TXT", Bytes("new"), err));
+  EXPECT_EQ(folder.Files(), (std::map<std::string, std::string>{{"A.TXT", "new"}}));
+}
+
+unsigned ModeOfFile(const fs::path& path) {
+  return static_cast<unsigned>(fs::status(path).permissions()) & 07777u;
+}
+
+TEST(WriteFileAtomically, ReplacedFile_HandsItsPermissionsOn) {
+  TempFolder folder;
+  for (const unsigned mode : {0600u, 0640u, 0755u, 0666u}) {
+    folder.File("A.TXT", "old");
+    fs::permissions(folder / "A.TXT", fs::perms{mode});
+    std::string err;
+    EXPECT_TRUE(WriteFileAtomically(folder / "A.TXT", Bytes("new"), err));
+    EXPECT_EQ(ModeOfFile(folder / "A.TXT"), mode);
+  }
+}
+
+TEST(WriteFileAtomically, ReplacedFile_DoesNotHandOnTheRightsOfItsOwner) {
+  TempFolder folder;
+  folder.File("A.TXT", "old");
+  fs::permissions(folder / "A.TXT", fs::perms{06755});
+  std::string err;
+  EXPECT_TRUE(WriteFileAtomically(folder / "A.TXT", Bytes("new"), err));
+  EXPECT_EQ(ModeOfFile(folder / "A.TXT"), 0755u);
+}
+
+TEST(WriteFileAtomically, NewFile_HasThePermissionsOfTheProcesssMask) {
+  TempFolder folder;
+  const int status = RunInChild({}, [&] {
+    ::umask(027);
+    std::string err;
+    return WriteFileAtomically(folder / "A.TXT", Bytes("new"), err) ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(ModeOfFile(folder / "A.TXT"), 0640u);
+}
+
+TEST(WriteFileAtomically, TemporaryOfAPrivateFile_IsPrivateToo) {
+  TempFolder folder;
+  folder.File("A.TXT", "old").File("A.TXT.quorbix_tmp", "a leftover that all may read");
+  fs::permissions(folder / "A.TXT", fs::perms{0600});
+  const int status = RunInChild({.fileSizeLimit = 0}, [&] {
+    return ExpectWriteFailed(folder / "A.TXT", Bytes("ten bytes."));
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(ModeOfFile(folder / "A.TXT.quorbix_tmp"), 0600u);
+}
+
 TEST(WriteFileAtomically, FolderBelowAFile_CannotBeCreated) {
   TempFolder folder;
   folder.File("file", "old");
@@ -124,16 +234,6 @@ TEST(WriteFileAtomically, FullFolderInTheTargetsPlace_FailsAndTellsOfTheRemoval)
   EXPECT_EQ(WriteError(target, "new"),
             "rename failed: " + target + ".quorbix_tmp -> " + target + " (Success)");
   EXPECT_EQ(folder.Files(), (std::map<std::string, std::string>{{"A.TXT/inside", "old"}}));
-}
-
-// Exit statuses: 0 as it should be, 1 no failure, 2 another message, 3 the target changed, 4 no
-// temporary file.
-int ExpectWriteFailed(const fs::path& target, const std::vector<std::uint8_t>& bytes) {
-  std::string err;
-  if (WriteFileAtomically(target, bytes, err)) return 1;
-  if (err != "Write failed: " + target.native() + ".quorbix_tmp") return 2;
-  if (test::ReadWholeFile(target) != "old") return 3;
-  return fs::exists(target.native() + ".quorbix_tmp") ? 0 : 4;
 }
 
 TEST(WriteFileAtomically, TenBytesOverTheSizeLimit_FailAtTheWrite) {

@@ -286,6 +286,9 @@ TEST_F(DoSyncTest, FileThatCannotBeWrittenToTheHost_IsTriedAgainAtTheNextChange)
 }
 
 TEST_F(DoSyncTest, NamesThatLeadOutOfTheFolder_TouchNothingThere) {
+  // An absolute path of eight bytes: what such a name could reach of the root.
+  const fs::path absolute = "/qvxfile";
+  ASSERT_FALSE(fs::exists(absolute));
   folder.Folder("a/b/host")
       .File("X", "mine")
       .File("a/X", "mine")
@@ -293,7 +296,7 @@ TEST_F(DoSyncTest, NamesThatLeadOutOfTheFolder_TouchNothingThere) {
       .File("DISK.IMG", ImageCrafter({.rootEntryCount = 32})
                             .RawSlot("../../X    ", {.firstCluster = 2, .size = 4})
                             .RawSlot("../X       ", {.firstCluster = 2, .size = 4})
-                            .RawSlot("/tmp/qvx   ", {.firstCluster = 2, .size = 4})
+                            .RawSlot("/qvxfile   ", {.firstCluster = 2, .size = 4})
                             .RawSlot("..      /X ", {.firstCluster = 2, .size = 4})
                             .RawSlot("../..      ", {.attributes = 0x10, .firstCluster = 3})
                             .RawSlot("/          ", {.attributes = 0x10, .firstCluster = 3})
@@ -305,8 +308,6 @@ TEST_F(DoSyncTest, NamesThatLeadOutOfTheFolder_TouchNothingThere) {
                             .File("X", {.firstCluster = 2, .size = 4})
                             .Chain({3})
                             .Bytes());
-  const fs::path absolute = "/tmp/qvx";
-  ASSERT_FALSE(fs::exists(absolute));
 
   RunSyncPass(Image(), folder / "a/b/host", state);
 
