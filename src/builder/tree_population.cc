@@ -1,12 +1,15 @@
 #include "builder/tree_population.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
-#include <fstream>
+#include <cstddef>
 #include <limits>
 #include <string_view>
 #include <unordered_set>
 #include <utility>
 
+#include "common/host_file.h"
 #include "fat16/short_name.h"
 
 namespace quorbix::virtdisk::internal {
@@ -20,21 +23,41 @@ constexpr char kStatPrefix[] = "stat: ";
 constexpr char kDirIterPrefix[] = "dir-iter: ";
 
 constexpr std::size_t kReadChunk = std::size_t{256} * 1024;
-constexpr std::uintmax_t kMostExpected = std::numeric_limits<std::uint32_t>::max();
+// Some files of the system say that they are empty, and give their content to one read alone.
+constexpr std::uint64_t kSmallestRead = 4096;
 
-// What the metadata say, 0 when they say nothing. A hint for the allocation, never relied on.
-std::uintmax_t ExpectedSize(const fs::path& hostFile) {
-  std::error_code unknown;
-  const std::uintmax_t size = fs::file_size(hostFile, unknown);
-  return unknown ? 0 : size;
-}
+// An entry of the host as the standard library's would be, had it been listed just now.
+class AskedEntry {
+ public:
+  AskedEntry(const fs::path& entryPath, fs::file_type listedType)
+      : path(entryPath),
+        known(listedType != fs::file_type::none && listedType != fs::file_type::symlink),
+        listed(listedType) {}
+
+  bool is_directory(std::error_code& error) const {
+    return Type(error) == fs::file_type::directory;
+  }
+  bool is_regular_file(std::error_code& error) const {
+    return Type(error) == fs::file_type::regular;
+  }
+
+ private:
+  fs::file_type Type(std::error_code& error) const {
+    error.clear();
+    return known ? listed : fs::status(path, error).type();
+  }
+
+  const fs::path& path;
+  const bool known;
+  const fs::file_type listed;
+};
 
 // A directory on the way. Its listing is taken whole before the first entry is copied, so that no
 // open descriptor is left behind at each level of a deep tree.
 struct OpenDir {
   std::string hostDir;
   std::uint32_t cluster = 0;
-  HostListing listing;
+  FolderListing listing;
   std::size_t next = 0;  // entry to copy
   std::unordered_set<std::string> shortNames;
 };
@@ -42,8 +65,8 @@ struct OpenDir {
 class TreePopulation {
  public:
   TreePopulation(Fat16Image& target, std::string& error, std::vector<std::string>& skippedEntries,
-                 const ListDir& lister)
-      : image(target), err(error), skipped(skippedEntries), listDir(lister) {}
+                 const HostQueries& hostQueries)
+      : image(target), err(error), skipped(skippedEntries), host(hostQueries) {}
 
   bool Run(const fs::path& hostDir, std::uint32_t dirCluster) {
     Open(hostDir, dirCluster);
@@ -51,7 +74,7 @@ class TreePopulation {
       OpenDir& dir = open.back();
       if (dir.next < dir.listing.entries.size()) {
         // Taken out, since adding a subdirectory moves `dir`.
-        const HostEntry entry = std::move(dir.listing.entries[dir.next++]);
+        const ListedEntry entry = std::move(dir.listing.entries[dir.next++]);
         if (!AddEntry(dir, entry)) return false;
         continue;
       }
@@ -63,14 +86,14 @@ class TreePopulation {
 
  private:
   void Open(const fs::path& hostDir, std::uint32_t cluster) {
-    open.push_back({hostDir.native(), cluster, listDir(hostDir), 0, {}});
+    open.push_back({hostDir.native(), cluster, host.list(hostDir), 0, {}});
   }
 
   void Skip(const fs::path& path, const std::string& reason) {
     skipped.push_back(path.string() + " [" + reason + "]");
   }
 
-  bool AddEntry(OpenDir& dir, const HostEntry& entry) {
+  bool AddEntry(OpenDir& dir, const ListedEntry& entry) {
     const fs::path path = fs::path(dir.hostDir) / entry.name;
     const std::string shortName = UniqueFat83Name(entry.name, dir.shortNames);
     if (shortName.empty()) {
@@ -80,13 +103,14 @@ class TreePopulation {
     // Whatever becomes of the entry: one that is passed over uses its name up all the same.
     dir.shortNames.insert(shortName);
 
-    switch (entry.kind) {
+    std::error_code statusError;
+    switch (host.ask(path, entry.type, statusError)) {
       case EntryKind::kDirectory:
         return AddSubdirectory(dir.cluster, shortName, path);
       case EntryKind::kRegularFile:
         return AddFile(dir.cluster, shortName, path);
       case EntryKind::kStatusFailed:
-        Skip(path, kStatPrefix + entry.statusError.message());
+        Skip(path, kStatPrefix + statusError.message());
         return true;
       case EntryKind::kOther:
         return true;
@@ -103,7 +127,7 @@ class TreePopulation {
   }
 
   bool AddFile(std::uint32_t parentCluster, const std::string& shortName, const fs::path& path) {
-    if (ReadHostFile(path, content) != kReadWhole) {
+    if (ReadHostFile(path, content, image.DataBytes()) != kReadWhole) {
       Skip(path, kReadError);
       return true;
     }
@@ -117,49 +141,42 @@ class TreePopulation {
   Fat16Image& image;
   std::string& err;
   std::vector<std::string>& skipped;
-  const ListDir& listDir;
-  std::vector<OpenDir> open;          // from the top directory down to the one being copied
-  std::vector<std::uint8_t> content;  // of one file, kept so that its memory serves the next
+  const HostQueries& host;
+  std::vector<OpenDir> open;  // from the top directory down to the one being copied
+  ByteBuffer content;         // of one file, kept so that its memory serves the next
 };
 
 }  // namespace
 
-HostListing ListHostDir(const fs::path& hostDir) {
-  HostListing listing;
-  for (fs::directory_iterator it(hostDir, listing.error), end; !listing.error && it != end;
-       it.increment(listing.error)) {
-    HostEntry entry;
-    entry.name = it->path().filename().native();
-    entry.kind = KindOf(*it, entry.statusError);
-    listing.entries.push_back(std::move(entry));
-  }
-  return listing;
+EntryKind AskKind(const fs::path& path, fs::file_type listed, std::error_code& error) {
+  return KindOf(AskedEntry(path, listed), error);
 }
 
 bool PopulateDir(Fat16Image& image, std::uint32_t dirCluster, const fs::path& hostDir,
-                 std::string& err, std::vector<std::string>& skipped, const ListDir& listDir) {
-  return TreePopulation(image, err, skipped, listDir).Run(hostDir, dirCluster);
+                 std::string& err, std::vector<std::string>& skipped, const HostQueries& host) {
+  return TreePopulation(image, err, skipped, host).Run(hostDir, dirCluster);
 }
 
-int ReadHostFile(const fs::path& hostFile, std::vector<std::uint8_t>& content) {
-  content.clear();
-  std::ifstream in;
-  in.rdbuf()->pubsetbuf(nullptr, 0);  // read straight into `content`
-  in.open(hostFile, std::ios::binary);
-  if (!in) return kUnreadable;
-  // One byte more than expected, so that the file's end is met without another chunk.
-  std::size_t chunk = std::min(ExpectedSize(hostFile), kMostExpected) + 1;
-  // Growing would hold the old and the new memory at the same time.
-  if (content.capacity() < chunk) std::vector<std::uint8_t>().swap(content);
+int ReadHostFile(const fs::path& hostFile, ByteBuffer& content, std::uint64_t mostBytes) {
+  content.Reset(0);
+  struct ::stat status;
+  const Descriptor file = OpenRegularFile(hostFile.c_str(), status);
+  if (!file) return kUnreadable;
+  // One byte more than expected, so that the file's end is met without another read.
+  const auto expected = static_cast<std::uint64_t>(status.st_size) + 1;
+  std::uint64_t chunk = std::min(std::max(expected, kSmallestRead), mostBytes + 1);
+  content.Reset(static_cast<std::size_t>(chunk));
   std::size_t size = 0;
-  while (in) {
-    content.resize(size + chunk);
-    in.read(reinterpret_cast<char*>(content.data() + size), static_cast<std::streamsize>(chunk));
-    size += static_cast<std::size_t>(in.gcount());
-    chunk = kReadChunk;
+  while (chunk > 0) {
+    content.Resize(static_cast<std::size_t>(size + chunk));
+    const std::ptrdiff_t got = ReadFully(file.Get(), content.Span().subspan(size));
+    if (got < 0) return kUnreadable;
+    size += static_cast<std::size_t>(got);
+    if (static_cast<std::uint64_t>(got) < chunk) break;
+    chunk = std::min<std::uint64_t>(kReadChunk, mostBytes + 1 - size);
   }
-  content.resize(size);
-  return in.bad() ? kUnreadable : kReadWhole;
+  content.Resize(size);
+  return kReadWhole;
 }
 
 }  // namespace quorbix::virtdisk::internal

@@ -4,10 +4,13 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <limits>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "common/byte_buffer.h"
+#include "common/folder_listing.h"
 #include "fat16/fat16_image.h"
 
 namespace quorbix::virtdisk::internal {
@@ -28,22 +31,19 @@ EntryKind KindOf(const Entry& entry, std::error_code& error) {
   return EntryKind::kOther;
 }
 
-// What a listing says of one entry. Names, not paths: the path class keeps every component apart,
-// and the listings of all directories down to a deep one are held at the same time.
-struct HostEntry {
-  std::string name;
-  EntryKind kind = EntryKind::kOther;
-  std::error_code statusError;  // with kStatusFailed
+// The same for the entry at `path`, of which a listing reported the type `listed`. Links, and
+// entries of unknown type, are asked for what they are now.
+EntryKind AskKind(const std::filesystem::path& path, std::filesystem::file_type listed,
+                  std::error_code& error);
+
+// What a population asks of the host.
+struct HostQueries {
+  std::function<FolderListing(const std::filesystem::path& folder)> list =
+      [](const std::filesystem::path& folder) { return ListFolder(folder); };
+  std::function<EntryKind(const std::filesystem::path& path, std::filesystem::file_type listed,
+                          std::error_code& error)>
+      ask = AskKind;
 };
-
-struct HostListing {
-  std::vector<HostEntry> entries;  // in the host's order
-  std::error_code error;           // what kept the listing from beginning, or ended it early
-};
-
-HostListing ListHostDir(const std::filesystem::path& hostDir);
-
-using ListDir = std::function<HostListing(const std::filesystem::path& hostDir)>;
 
 // Copies what lies in `hostDir`, with all subdirectories, into the directory `dirCluster` of
 // `image`, in the order in which the host lists it.
@@ -54,16 +54,18 @@ using ListDir = std::function<HostListing(const std::filesystem::path& hostDir)>
 // message stays in `err`.
 [[nodiscard]] bool PopulateDir(Fat16Image& image, std::uint32_t dirCluster,
                                const std::filesystem::path& hostDir, std::string& err,
-                               std::vector<std::string>& skipped,
-                               const ListDir& listDir = ListHostDir);
+                               std::vector<std::string>& skipped, const HostQueries& host = {});
 
 enum : int { kReadWhole = 0, kUnreadable = 1 };
 
 // Replaces `content` by the whole content of a host file and returns kReadWhole; returns
-// kUnreadable when the file cannot be opened or an error ends the reading before the file's end.
-// The size that the file's metadata give is not relied on.
-[[nodiscard]] int ReadHostFile(const std::filesystem::path& hostFile,
-                               std::vector<std::uint8_t>& content);
+// kUnreadable when the file cannot be opened, is no regular file by now, or an error ends the
+// reading before the file's end. The size that the file's metadata give is not relied on.
+//
+// No more than `mostBytes` are read, and one byte beyond them when the file has it: whoever has no
+// room for more needs to know no more.
+[[nodiscard]] int ReadHostFile(const std::filesystem::path& hostFile, ByteBuffer& content,
+                               std::uint64_t mostBytes = std::numeric_limits<std::uint32_t>::max());
 
 }  // namespace quorbix::virtdisk::internal
 

@@ -1,13 +1,15 @@
 #include "fat16/fat16_image.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <array>
-#include <fstream>
 
 #include "common/ascii.h"
 #include "common/byte_order.h"
 #include "common/fail.h"
 #include "common/fat_words.h"
+#include "common/host_file.h"
 #include "fat16/volume_layout.h"
 
 namespace quorbix::virtdisk::internal {
@@ -198,15 +200,12 @@ std::uint16_t Fat16Image::AddDirectory(std::uint32_t parentCluster, std::string_
 }
 
 bool Fat16Image::SaveToFile(const std::filesystem::path& outputPath, std::string& err) const {
-  std::ofstream out(outputPath, std::ios::binary | std::ios::trunc);
+  Descriptor out = OpenHostPath(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC);
   if (!out) return Fail(err, kCannotOpen + outputPath.string());
   bytes.PrepareToRead();
-  out.write(reinterpret_cast<const char*>(bytes.data()),
-            static_cast<std::streamsize>(bytes.size()));
-  // Some file systems tell of a failed write only then.
-  out.close();
-  if (!out) return Fail(err, kWriteFailed + outputPath.string());
-  return true;
+  const bool written = WriteFully(out.Get(), bytes.Span());
+  // Some file systems tell of a failed write only when the file is closed.
+  return (out.Close() && written) || Fail(err, kWriteFailed + outputPath.string());
 }
 
 std::uint64_t Fat16Image::ClusterBytes() const {

@@ -73,6 +73,9 @@ class Fat16Image {
   std::span<const std::uint8_t> Bytes() const { return bytes.Span(); }
   const Geometry& Layout() const { return geometry; }
 
+  // What all clusters together hold, those in use included.
+  std::uint64_t DataBytes() const { return geometry.clusterCount * ClusterBytes(); }
+
  private:
   // Where the search for a free slot goes on: everything before it is in use, for good, since
   // nothing is ever deleted from an image under construction.

@@ -3,15 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "builder/tree_population.h"
+#include "support/child_process.h"
 #include "support/temp_folder.h"
 
 namespace {
@@ -42,12 +43,12 @@ extern "C" ssize_t read(int file, void* buffer, size_t size) {
   return next(file, buffer, size);
 }
 
-extern "C" int fclose(FILE* file) {
-  static const auto next = NextOf<int(FILE*)>("fclose");
+extern "C" int close(int file) {
+  static const auto next = NextOf<int(int)>("close");
   const int result = next(file);
   if (!std::exchange(closeFails, false)) return result;
   errno = EIO;
-  return EOF;
+  return -1;
 }
 
 extern "C" dirent* readdir(DIR* stream) {
@@ -124,6 +125,62 @@ TEST_F(SystemFault, FileThatGrewBetweenListingAndReading_IsCopiedAsItIs) {
   whenAListingEnds = [&] { folder.File("B", std::string(1000, 'B')); };
   EXPECT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped));
   EXPECT_EQ(RootEntries(), 4u);
+  EXPECT_THAT(skipped, IsEmpty());
+}
+
+// Would wait for a writer: the alarm ends it.
+TEST_F(SystemFault, PipeThatTookAFilesPlaceSinceTheListing_IsSkippedWithoutWaiting) {
+  const int status = test::RunInChild({}, [&] {
+    ::alarm(20);
+    whenAListingEnds = [&] { folder.Remove("B").Pipe("B"); };
+    if (!PopulateDir(image, 0, folder.Path(), err, skipped)) return 1;
+    if (RootEntries() != 3) return 2;
+    return skipped == std::vector<std::string>{(folder / "B").string() +
+                                               " [transient read error \xE2\x80\x94 file may "
+                                               "have changed]"}
+               ? 0
+               : 3;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(SystemFault, FolderThatTookAFilesPlaceSinceTheListing_IsSkipped) {
+  whenAListingEnds = [&] { folder.Remove("B").Folder("B"); };
+  EXPECT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped));
+  EXPECT_EQ(RootEntries(), 3u);
+  EXPECT_THAT(skipped, ElementsAre((folder / "B").string() +
+                                   " [transient read error \xE2\x80\x94 file may have changed]"));
+}
+
+// Endless, if it were read.
+TEST_F(SystemFault, LinkToADeviceThatTookAFilesPlaceSinceTheListing_IsSkipped) {
+  whenAListingEnds = [&] { folder.Remove("B").Link("B", "/dev/zero"); };
+  EXPECT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped));
+  EXPECT_EQ(RootEntries(), 3u);
+  EXPECT_THAT(skipped, ElementsAre((folder / "B").string() +
+                                   " [transient read error \xE2\x80\x94 file may have changed]"));
+}
+
+TEST_F(SystemFault, LinkWhoseTargetVanishedSinceTheListing_IsPassedOver) {
+  TempFolder elsewhere;
+  elsewhere.File("target", "there");
+  folder.Remove("B").Link("B", elsewhere / "target");
+  whenAListingEnds = [&] { elsewhere.Remove("target"); };
+  EXPECT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped));
+  EXPECT_EQ(RootEntries(), 3u);
+  EXPECT_THAT(skipped, IsEmpty());
+}
+
+TEST_F(SystemFault, LinkWhoseTargetBecameAFolderSinceTheListing_IsCopiedAsAFolder) {
+  for (const char* name : {"A", "B", "C", "D"}) folder.Remove(name);
+  TempFolder elsewhere;
+  elsewhere.File("target", "a file");
+  folder.Link("LINK", elsewhere / "target");
+  whenAListingEnds = [&] { elsewhere.Remove("target").File("target/INNER", "x"); };
+  EXPECT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped));
+  EXPECT_EQ(RootEntries(), 1u);
+  EXPECT_EQ(image.Bytes()[2048 + 11], 0x10);
+  EXPECT_EQ(image.Bytes()[18432 + 64], 'I');  // the entry behind "." and ".."
   EXPECT_THAT(skipped, IsEmpty());
 }
 

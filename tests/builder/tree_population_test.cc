@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -36,10 +37,28 @@ class TreePopulationTest : public testing::Test {
 
   bool Populate() { return PopulateDir(image, 0, folder.Path(), err, skipped); }
 
-  // With a listing of the top folder that says so, whatever lies there.
-  bool PopulateListed(std::vector<HostEntry> entries) {
-    const ListDir listDir = [&](const fs::path&) { return HostListing{entries, {}}; };
-    return PopulateDir(image, 0, folder.Path(), err, skipped, listDir);
+  struct ToldKind {
+    std::string name;
+    EntryKind kind = EntryKind::kOther;
+    std::error_code error = {};
+  };
+
+  // With a host that lists these entries in the top folder, and says of each what it is.
+  bool PopulateTold(const std::vector<ToldKind>& entries) {
+    HostQueries host;
+    host.list = [&](const fs::path&) {
+      FolderListing listing{.opened = true, .entries = {}, .error = {}};
+      for (const ToldKind& told : entries) listing.entries.push_back({told.name});
+      return listing;
+    };
+    host.ask = [&](const fs::path& path, fs::file_type, std::error_code& error) {
+      const auto told = std::find_if(entries.begin(), entries.end(), [&](const ToldKind& entry) {
+        return entry.name == path.filename();
+      });
+      error = told->error;
+      return told->kind;
+    };
+    return PopulateDir(image, 0, folder.Path(), err, skipped, host);
   }
 
   // The names of the root's slots behind the label, as the eleven bytes on the disk.
@@ -162,33 +181,33 @@ TEST_F(TreePopulationTest, LinksToADeviceAndToAPipe_ArePassedOverSilently) {
 
 TEST_F(TreePopulationTest, WhatIsPassedOver_UsesItsNameUp) {
   folder.File("SAME.TXT");
-  ASSERT_TRUE(PopulateListed(
-      {{"same.txt", EntryKind::kOther, {}}, {"SAME.TXT", EntryKind::kRegularFile, {}}}));
+  ASSERT_TRUE(
+      PopulateTold({{"same.txt", EntryKind::kOther}, {"SAME.TXT", EntryKind::kRegularFile}}));
   EXPECT_THAT(RootNames(), ElementsAre("SAME  ~1TXT"));
 }
 
 TEST_F(TreePopulationTest, WhatIsSkipped_UsesItsNameUp) {
   folder.File("SAME.TXT");
-  ASSERT_TRUE(PopulateListed({{"same.txt", EntryKind::kRegularFile, {}},  // gone by now
-                              {"SAME.TXT", EntryKind::kRegularFile, {}}}));
+  ASSERT_TRUE(PopulateTold({{"same.txt", EntryKind::kRegularFile},  // gone by now
+                            {"SAME.TXT", EntryKind::kRegularFile}}));
   EXPECT_THAT(RootNames(), ElementsAre("SAME  ~1TXT"));
 }
 
 TEST_F(TreePopulationTest, HundredPipesOfOneShortName_LeaveNoneForAFile) {
-  std::vector<HostEntry> entries;
+  std::vector<ToldKind> entries;
   for (int i = 0; i < 100; ++i) {
-    entries.push_back({"longname" + std::to_string(i) + ".txt", EntryKind::kOther, {}});
+    entries.push_back({"longname" + std::to_string(i) + ".txt", EntryKind::kOther});
   }
-  entries.push_back({"longname-late.txt", EntryKind::kRegularFile, {}});
+  entries.push_back({"longname-late.txt", EntryKind::kRegularFile});
   folder.File("longname-late.txt");
-  ASSERT_TRUE(PopulateListed(entries));
+  ASSERT_TRUE(PopulateTold(entries));
   EXPECT_THAT(RootNames(), IsEmpty());
   EXPECT_THAT(skipped, ElementsAre(At("longname-late.txt") + " [name not representable in 8.3]"));
 }
 
 TEST_F(TreePopulationTest, StatusThatFails_IsSkippedWithTheSystemsMessage) {
-  ASSERT_TRUE(PopulateListed(
-      {{"odd", EntryKind::kStatusFailed, std::make_error_code(std::errc::io_error)}}));
+  ASSERT_TRUE(
+      PopulateTold({{"odd", EntryKind::kStatusFailed, std::make_error_code(std::errc::io_error)}}));
   EXPECT_THAT(RootNames(), IsEmpty());
   EXPECT_THAT(skipped, ElementsAre(At("odd") + " [stat: Input/output error]"));
 }

@@ -12,6 +12,7 @@
 #include "builder/tree_population.h"
 #include "support/child_process.h"
 #include "support/instrumented.h"
+#include "support/sizes.h"
 #include "support/temp_folder.h"
 
 namespace quorbix::virtdisk::internal {
@@ -20,7 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 using test::TempFolder;
 
-constexpr std::uint64_t kMiB = 1048576;
+using test::kMiB;
 
 void* RunFunction(void* function) {
   (*static_cast<std::function<void()>*>(function))();
@@ -101,7 +102,7 @@ TEST(LargeFiles, OfRisingSizes_AreReadIntoTheMemoryOfTheLargest) {
   TempFolder folder;
   folder.File("a", std::string(60 * kMiB, 'a')).File("b", std::string(60 * kMiB + 4096, 'b'));
   const int status = test::RunInChild({}, [&] {
-    std::vector<std::uint8_t> content;
+    ByteBuffer content;
     const std::uint64_t before = PeakMemory();
     if (ReadHostFile(folder / "a", content) != 0) return 1;
     if (ReadHostFile(folder / "b", content) != 0) return 2;
@@ -109,6 +110,47 @@ TEST(LargeFiles, OfRisingSizes_AreReadIntoTheMemoryOfTheLargest) {
     return mebibytes < 60 + 32 ? 0 : static_cast<int>(std::min<std::uint64_t>(mebibytes, 250));
   });
   EXPECT_EQ(status, 0);
+}
+
+TEST(LargeFiles, ThatCanNeverFit_AreNotReadToTheirEnd) {
+  if (test::kInstrumented) GTEST_SKIP() << "a sanitizer's memory would be measured";
+  TempFolder folder;
+  folder.File("sparse");
+  fs::resize_file(folder / "sparse", 6144 * kMiB);
+  const int status = test::RunInChild({}, [&] {
+    Fat16Image image;
+    std::string err;
+    std::vector<std::string> skipped;
+    const std::uint64_t before = PeakMemory();
+    if (!image.Init(65536, err)) return 1;
+    if (PopulateDir(image, 0, folder.Path(), err, skipped)) return 2;
+    if (err != "Disk full while writing file") return 3;
+    return PeakMemory() - before < 32 * kMiB ? 0 : 4;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST(LargeFiles, ThatFindNoClusterAtAll_FailAsSmallOnesDo) {
+  TempFolder folder;
+  folder.File("sparse");
+  fs::resize_file(folder / "sparse", 6144 * kMiB);
+  Fat16Image image;
+  std::string err;
+  std::vector<std::string> skipped;
+  ASSERT_TRUE(image.Init(65536, err));
+  while (image.AllocCluster() != 0) continue;
+  EXPECT_FALSE(PopulateDir(image, 0, folder.Path(), err, skipped));
+  EXPECT_EQ(err, "Disk full");
+}
+
+TEST(LargeFiles, OfAllTheDiskHolds_AreCopied) {
+  TempFolder folder;
+  folder.File("exact", std::string(92 * 512, 'x'));
+  Fat16Image image;
+  std::string err;
+  std::vector<std::string> skipped;
+  ASSERT_TRUE(image.Init(65536, err));
+  EXPECT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped)) << err;
 }
 
 TEST(DeepTree, BeyondThePathsTheHostCanName_IsSkippedThere) {
