@@ -331,6 +331,31 @@ ImageCrafter OverlappingDirectories() {
   return image.FatWord(kClusters + 1, 0xFFFF);
 }
 
+// 36,000 files, each behind a path of nearly 4,000 bytes: a disk of 2 MB that would list as 140 MB.
+TEST(WalkDirectory, ManyFilesAtTheEndOfLongPaths_CutTheWalkShort) {
+  constexpr std::uint16_t kLevels = 1980;
+  constexpr std::uint16_t kFiles = 36000;
+  constexpr std::uint16_t kFilesPerCluster = 16;
+  ImageCrafter image({.sectorsPerFat = 17, .clusters = 4240});
+  image.Directory("D", 2);
+  for (std::uint16_t cluster = 2; cluster < kLevels + 1; ++cluster) {
+    image.Chain({cluster}).InCluster(cluster);
+    image.Directory("D", static_cast<std::uint16_t>(cluster + 1));
+  }
+  std::vector<std::uint16_t> innermost;
+  for (std::uint16_t i = 0; i < kFiles / kFilesPerCluster; ++i) {
+    innermost.push_back(static_cast<std::uint16_t>(kLevels + 1 + i));
+  }
+  image.Chain(innermost).InCluster(innermost[0]);
+  for (std::uint16_t i = 0; i < kFiles; ++i) image.File("F" + std::to_string(i));
+  std::vector<DiskFile> files;
+
+  EXPECT_FALSE(WalkDirectory(ContextOf(image), files));
+
+  EXPECT_GT(files.size(), 30'000u);
+  EXPECT_LT(files.size(), kFiles);
+}
+
 TEST(WalkDirectory, DirectoriesThatShareAChain_CostNoMoreThanTheImageHolds) {
   const FatContext context = ContextOf(OverlappingDirectories());
   std::vector<DiskFile> files;

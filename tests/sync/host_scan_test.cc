@@ -8,9 +8,11 @@
 #include <chrono>
 
 #include "support/child_process.h"
+#include "support/memory_folder.h"
 #include "support/temp_folder.h"
 #include "sync/hash_bytes.h"
 #include "sync/known_hashes.h"
+#include "sync/wait_until.h"
 
 namespace quorbix::virtdisk::internal {
 namespace {
@@ -246,6 +248,19 @@ TEST(ScanHostFiles, StampBefore1970_IsZero) {
   EXPECT_EQ(Scan(folder.Path()).versions.at("a").modifiedStamp, 0u);
 }
 
+// The distance between the two clocks' epochs would carry it round to a huge positive count.
+TEST(ScanHostFiles, StampLongBefore1970_IsZero) {
+  const test::MemoryFolder folder;
+  if (!folder.Usable()) GTEST_SKIP() << "no memory file system to write to";
+  test::WriteWholeFile(folder.Path() / "a", "abc");
+  const ::timespec times[2] = {{-9'000'000'000, 0}, {-9'000'000'000, 0}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, (folder.Path() / "a").c_str(), times, 0), 0);
+  struct ::stat status;
+  ASSERT_EQ(::stat((folder.Path() / "a").c_str(), &status), 0);
+  ASSERT_EQ(status.st_mtim.tv_sec, -9'000'000'000);
+  EXPECT_EQ(Scan(folder.Path()).versions.at("a").modifiedStamp, 0u);
+}
+
 TEST(ScanHostFiles, StampJustBefore2174_IsZero) {
   TempFolder folder;
   folder.File("a", "abc");
@@ -294,13 +309,25 @@ TEST(ScanHostFiles, Signature_CoversContentAndName) {
 
 TEST(ScanHostFiles, NamesThatDifferInCase_KeepTheLaterAndSignBoth) {
   TempFolder folder;
-  folder.File("NAME", "abc").File("name", "abc");
+  folder.File("NAME", "NAME").File("name", "name");
   std::string last;
   for (const auto& entry : fs::directory_iterator(folder.Path())) last = entry.path().filename();
   const Scan scan(folder.Path());
   EXPECT_THAT(scan.hostPaths, UnorderedElementsAre(Pair("name", last)));
+  const std::vector<std::uint8_t> content(last.begin(), last.end());
+  EXPECT_EQ(scan.versions.at("name").contentHash, HashBytes(content));
   TempFolder alone;
   EXPECT_NE(scan.signature, Scan(alone.File("name", "abc").Path()).signature);
+}
+
+TEST(ScanHostFiles, TwoThousandFiles_LeaveNoDescriptorOpen) {
+  TempFolder folder;
+  for (int i = 0; i < 2000; ++i) {
+    folder.File("d" + std::to_string(i % 40) + "/" + std::to_string(i), "abc");
+  }
+  const std::size_t descriptors = CountDescriptors();
+  EXPECT_EQ(Scan(folder.Path()).versions.size(), 2000u);
+  EXPECT_EQ(CountDescriptors(), descriptors);
 }
 
 TEST(ScanHostFiles, EarlierErrorText_IsNotCleared) {

@@ -41,15 +41,20 @@ bool Equal(const SyncState& a, const SyncState& b) {
 // A builder that does what it is told instead of building.
 class FakeBuilder : public IFatImageBuilder {
  public:
-  explicit FakeBuilder(std::function<bool()> buildAction) : action(std::move(buildAction)) {}
+  explicit FakeBuilder(std::function<bool()> buildAction, std::uint64_t* askedSize = nullptr)
+      : action(std::move(buildAction)), asked(askedSize) {}
 
-  bool Build(const fs::path&, const fs::path&, std::uint64_t) override { return action(); }
+  bool Build(const fs::path&, const fs::path&, std::uint64_t sizeBytes) override {
+    if (asked != nullptr) *asked = sizeBytes;
+    return action();
+  }
   std::uint64_t MeasureFolderSize(const fs::path&) const override { return 0; }
   std::string LastError() const override { return "made up"; }
   std::vector<std::string> SkippedFiles() const override { return {}; }
 
  private:
   std::function<bool()> action;
+  std::uint64_t* asked;
 };
 
 class PassEnd : public SyncedDisk {
@@ -104,11 +109,8 @@ TEST_F(PassEnd, MissingImage_LeavesTheStateAsItWas) {
   EXPECT_TRUE(Equal(state, before));
 }
 
-// 200 directories on one chain: the walk is cut short, and what it lacks is no deletion.
-TEST_F(PassEnd, ImageThatCannotBeListedWhole_LeavesTheHostAndTheStateAsTheyWere) {
-  folder.File("host/A.TXT", "a").File("host/B.TXT", "b");
-  BuildAndAgree();
-  const SyncState before = state;
+// 200 directories on one chain: a walk over them is cut short.
+test::ImageCrafter EndlessDisk() {
   test::ImageCrafter image({.rootEntryCount = 208, .sectorsPerFat = 4, .clusters = 1000});
   for (std::uint16_t i = 0; i < 200; ++i) {
     image.Directory("D" + std::to_string(i), static_cast<std::uint16_t>(2 + i));
@@ -118,8 +120,16 @@ TEST_F(PassEnd, ImageThatCannotBeListedWhole_LeavesTheHostAndTheStateAsTheyWere)
     for (char name = 'A'; name < 'A' + 16; ++name) image.File(std::string(1, name));
     image.FatWord(cluster, static_cast<std::uint16_t>(cluster + 1));
   }
-  test::WriteBytes(Image(), image.FatWord(1001, 0xFFFF).Bytes());
+  return image.FatWord(1001, 0xFFFF);
+}
+
+TEST_F(PassEnd, ImageThatCannotBeListedWhole_LeavesTheHostAndTheStateAsTheyWere) {
+  folder.File("host/A.TXT", "a").File("host/B.TXT", "b");
+  BuildAndAgree();
+  const SyncState before = state;
+  test::WriteBytes(Image(), EndlessDisk().Bytes());
   Pass();
+  // What the listing lacks is no deletion.
   EXPECT_EQ(OnHost(), (FileTree{{"A.TXT", "a"}, {"B.TXT", "b"}}));
   EXPECT_TRUE(Equal(state, before));
 }
@@ -148,11 +158,19 @@ TEST_F(PassEnd, FolderAsImage_LeavesTheStateAsItWas) {
   EXPECT_TRUE(Equal(state, SyncState()));
 }
 
+// A folder has a time and no size; the pass must end before it looks at the host.
+TEST_F(PassEnd, ImageWithoutASize_LeavesTheHostUncreated) {
+  folder.Folder("DISK.IMG");
+  Pass();
+  EXPECT_FALSE(folder.Exists("host"));
+}
+
 TEST_F(PassEnd, HostFolderThatCannotBeCreated_LeavesTheStateAsItWas) {
   folder.File("host/A.TXT", "a");
   BuildAndAgree();
   const SyncState before = state;
   folder.Remove("host").Link("host", "nowhere");
+  WriteInImage("A.TXT", "from image");  // a pass that went on would take note of its stamp
   Pass();
   EXPECT_TRUE(Equal(state, before));
 }
@@ -252,6 +270,34 @@ TEST_F(PassEnd, RebuiltImageThatDoesNotParse_KeepsTheAgreementAndReadsTheStamp) 
   EXPECT_EQ(state.lastHostSignature, before.lastHostSignature);
   EXPECT_EQ(state.lastImageSize, 1024u);
   ExpectStampReRead();
+}
+
+TEST_F(PassEnd, RebuiltImageThatCannotBeListedWhole_KeepsTheAgreementAndReadsTheStamp) {
+  folder.File("host/A.TXT", "a");
+  BuildAndAgree();
+  const SyncState before = state;
+  folder.File("host/A.TXT", "new");
+
+  PassWithBuild([&] {
+    test::WriteBytes(Image(), EndlessDisk().Bytes());
+    return true;
+  });
+
+  EXPECT_TRUE(Equal(state.baseline, before.baseline));
+  EXPECT_EQ(state.lastHostSignature, before.lastHostSignature);
+  ExpectStampReRead();
+}
+
+TEST_F(PassEnd, SizeForTheRebuild_IsThatOfThePasssBeginning) {
+  folder.File("host/A.TXT", "a");
+  BuildAndAgree();
+  folder.File("host/A.TXT", "new");
+  std::uint64_t asked = 0;
+  RunSyncPass(Image(), Host(), state, [&] {
+    fs::resize_file(Image(), 2 * kImageBytes);  // after the pass began, before it builds
+    return std::make_unique<FakeBuilder>([] { return false; }, &asked);
+  });
+  EXPECT_EQ(asked, kImageBytes);
 }
 
 TEST_F(PassEnd, NoRebuild_AgreesOnTheHostAsItIsAfterTheCopies) {

@@ -1,24 +1,80 @@
+// A pass that is killed at each of its steps leaves every host file whole, and the next pass ends
+// what it began. The killing waits for the pass, not for time: the process ends itself at a given
+// call of the system.
+
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <random>
-#include <thread>
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
 
+#include "support/child_process.h"
 #include "sync/sync_pass.h"
 #include "sync/synced_disk.h"
+
+namespace {
+
+int callsBeforeTheEnd = -1;  // negative: the process lives on
+
+bool IsTheLast() { return callsBeforeTheEnd >= 0 && callsBeforeTheEnd-- == 0; }
+
+void EndIfLast() {
+  if (IsTheLast()) ::raise(SIGKILL);
+}
+
+template <class Function>
+Function* NextOf(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+// These stand in front of the C library's functions for the whole program, the C++ library
+// included. The process ends before the call, or half way through a write.
+
+extern "C" int open(const char* path, int flags, ...) {
+  std::va_list rest;
+  va_start(rest, flags);
+  const int mode = va_arg(rest, int);
+  va_end(rest);
+  if ((flags & O_CREAT) != 0) EndIfLast();
+  return NextOf<int(const char*, int, ...)>("open")(path, flags, mode);
+}
+
+extern "C" ssize_t write(int file, const void* bytes, size_t size) {
+  static const auto next = NextOf<ssize_t(int, const void*, size_t)>("write");
+  if (IsTheLast()) {
+    next(file, bytes, size / 2);
+    ::raise(SIGKILL);
+  }
+  EndIfLast();
+  return next(file, bytes, size);
+}
+
+extern "C" int fchmod(int file, mode_t mode) noexcept {
+  EndIfLast();
+  return NextOf<int(int, mode_t)>("fchmod")(file, mode);
+}
+
+extern "C" int rename(const char* from, const char* to) noexcept {
+  EndIfLast();
+  return NextOf<int(const char*, const char*)>("rename")(from, to);
+}
 
 namespace quorbix::virtdisk::internal {
 namespace {
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
-constexpr int kFiles = 40;
+constexpr int kFiles = 6;
 constexpr std::size_t kFileBytes = 20'000;
-constexpr int kKills = 50;
+constexpr int kNeverKilled = 100'000;
 
 class KilledPass : public SyncedDisk {
  protected:
@@ -30,69 +86,49 @@ class KilledPass : public SyncedDisk {
     }
   }
 
-  // Forks a child that runs a pass as soon as it may. Returns when the child is ready for it.
-  ::pid_t StartChild() {
-    int ready[2];
-    if (::pipe(ready) != 0) return -1;
-    const ::pid_t child = ::fork();
-    if (child == 0) {
-      ::close(ready[0]);
-      static_cast<void>(!::write(ready[1], "r", 1));
+  // Whether the pass ended before the call at which it was to be killed.
+  bool PassToTheEnd(int calls) {
+    const int status = test::RunInChild({}, [&] {
+      callsBeforeTheEnd = calls;
       RunSyncPass(Image(), Host(), state);
-      ::_exit(0);
-    }
-    ::close(ready[1]);
-    char byte = 0;
-    static_cast<void>(!::read(ready[0], &byte, 1));
-    ::close(ready[0]);
-    return child;
+      return 0;
+    });
+    EXPECT_TRUE(status == 0 || status == 256 + SIGKILL) << status;
+    return status == 0;
   }
 
-  // Whether the file is whole, be it the old one or the new.
-  void ExpectOldOrNew() const {
+  // How many files are new; every one must be whole, be it the old one or the new.
+  int CountNew() const {
+    int count = 0;
     for (int i = 0; i < kFiles; ++i) {
       const std::string content = folder.Read("host/" + Name(i));
-      EXPECT_TRUE(content == std::string(kFileBytes, 'o') ||
-                  content == std::string(kFileBytes, 'n'))
-          << Name(i) << " has " << content.size() << " bytes";
-    }
-  }
-
-  std::size_t CountNew() const {
-    std::size_t count = 0;
-    for (int i = 0; i < kFiles; ++i) {
-      if (folder.Read("host/" + Name(i)).starts_with('n')) ++count;
+      const bool isNew = content == std::string(kFileBytes, 'n');
+      EXPECT_TRUE(isNew || content == std::string(kFileBytes, 'o')) << Name(i);
+      if (isNew) ++count;
     }
     return count;
   }
 };
 
 // The image's version of every file wins, so that the pass writes them all.
-TEST_F(KilledPass, EveryHostFile_IsWhole) {
+TEST_F(KilledPass, AtAnyCall_LeavesEveryHostFileWholeAndIsEndedByTheNext) {
   FillHost('n');
-  BuildImage(2 << 20);
-  FillHost('o');
-  const auto begin = Clock::now();
-  const ::pid_t whole = StartChild();
-  ASSERT_EQ(::waitpid(whole, nullptr, 0), whole);
-  const auto duration = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
-  ASSERT_EQ(CountNew(), static_cast<std::size_t>(kFiles));
-  std::mt19937 random(20240517);
-  std::uniform_int_distribution<std::int64_t> moment(0, duration.count());
-  int killedHalfway = 0;
-  for (int i = 0; i < kKills; ++i) {
+  BuildImage(1 << 20);
+  int killedHalfWay = 0;
+  int calls = 0;
+  for (bool ended = false; !ended; ++calls) {
+    SCOPED_TRACE("killed at call " + std::to_string(calls));
+    ASSERT_LT(calls, kNeverKilled);
     FillHost('o');
-    const ::pid_t child = StartChild();
-    std::this_thread::sleep_for(std::chrono::microseconds(moment(random)));
-    ::kill(child, SIGKILL);
-    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-    ExpectOldOrNew();
-    const std::size_t written = CountNew();
-    if (written > 0 && written < kFiles) ++killedHalfway;
+    ended = PassToTheEnd(calls);
+    const int written = CountNew();
+    if (written > 0 && written < kFiles) ++killedHalfWay;
+    ASSERT_TRUE(PassToTheEnd(kNeverKilled));
+    ASSERT_EQ(CountNew(), kFiles);
   }
-  RecordProperty("killedHalfway", killedHalfway);
-  // Were every kill too early or too late, the test would show nothing.
-  EXPECT_GT(killedHalfway, 0);
+  // Opening, half a write, a write, permissions and a rename for each file.
+  EXPECT_GE(calls, 5 * kFiles);
+  EXPECT_GE(killedHalfWay, kFiles);
 }
 
 }  // namespace

@@ -332,6 +332,48 @@ TEST_F(DoSyncTest, LinkToAFolder_IsNoWayOutForTheImage) {
   EXPECT_EQ(folder.Files("outside"), (FileTree{{"X.TXT", "theirs"}}));
 }
 
+TEST_F(DoSyncTest, LinkToAFolderFurtherDown_IsNoWayOutEither) {
+  folder.File("outside/X.TXT", "theirs").Link("host/A/B/LINK", folder / "outside");
+  folder.File("host/A/B/C.TXT", "c");
+  BuildAndAgree();
+  test::GuestEditor guest(Image());
+  ASSERT_TRUE(guest.Write("A/B/LINK/X.TXT", "mine"));
+  ASSERT_TRUE(guest.Write("A/B/LINK/NEW.TXT", "mine"));
+  guest.Save();
+  Pass();
+  EXPECT_EQ(folder.Files("outside"), (FileTree{{"X.TXT", "theirs"}}));
+}
+
+// The image has two files of one key: the version and the path must be the same one's.
+TEST_F(DoSyncTest, ImageFilesThatShareAKey_AreCopiedAsTheLastOfThem) {
+  folder.Folder("host").File("DISK.IMG", ImageCrafter()
+                                             .RawSlot("NAME    TXT", {.firstCluster = 2, .size = 5})
+                                             .RawSlot("name    txt", {.firstCluster = 3, .size = 4})
+                                             .Chain({2})
+                                             .Chain({3})
+                                             .Data(2, "first")
+                                             .Data(3, "last")
+                                             .Bytes());
+  Pass();
+  EXPECT_EQ(OnHost(), (FileTree{{"name.txt", "last"}}));
+}
+
+// Were the host's empty folders removed after the rebuild, the image would get them.
+TEST_F(DoSyncTest, FoldersThatADeletionEmptied_DoNotReachTheRebuiltImage) {
+  folder.File("host/GONE/DEEP/A.TXT", "a").File("host/B.TXT", "b");
+  BuildAndAgree();
+  GuestEditor guest(Image());
+  ASSERT_TRUE(guest.Remove("GONE/DEEP/A.TXT"));
+  guest.Save();
+  folder.File("host/B.TXT", "new");
+
+  Pass();
+
+  EXPECT_FALSE(folder.Exists("host/GONE"));
+  EXPECT_FALSE(GuestEditor(Image()).Exists("GONE"));
+  EXPECT_EQ(InImage(), (FileTree{{"B.TXT", "new"}}));
+}
+
 TEST_F(DoSyncTest, FolderInAnotherLetterCase_IsMadeAnewBesideTheOther) {
   folder.File("host/docs/A.TXT", "a");
   BuildAndAgree();
