@@ -30,6 +30,16 @@ namespace quorbix::virtdisk {
 // Beware: when a rebuild fails (the folder no longer fits into the image, say), the folder as it is
 // still becomes the agreed state, and files that never reached the image are then taken as deleted
 // there: a later pass deletes them from the folder. Keep the folder well below the image's size.
+//
+// Beware: a pass that rebuilds nothing looks at the folder twice. What is edited there between both
+// looks becomes the agreed state without having reached the image. The next pass that finds a change
+// on either side then takes the image for the newer one: it overwrites the edit, or deletes the file
+// when it was new. Leave the folder alone while the guest's changes are copied out; where that
+// cannot be had, save what was just edited under a new name as well, which carries it over.
+//
+// Beware: what the guest edits or adds behind a link to a folder never reaches the host, and is gone
+// from the image with the next rebuild. Keep real folders in the synchronised one, or tell the users
+// of the guest to leave the linked ones alone.
 class QUORBIX_VIRTDISK_EXPORT IFolderSyncManager {
  public:
   virtual ~IFolderSyncManager() = default;
@@ -66,8 +76,8 @@ class QUORBIX_VIRTDISK_EXPORT IFolderSyncManager {
   //
   // Throws std::filesystem::filesystem_error when listing the folder fails half way; the pass is
   // then cut short, no lock is held any more, and the manager can go on to be used. The exception
-  // carries the system's error but need not name the sub-folder: make every sub-folder readable, or
-  // remove those that are not, and call again.
+  // carries the system's error and the folder's path: make it readable, or remove it, and call
+  // again.
   virtual void SyncNow() = 0;
 
   // True from Start until Stop is called. Not to be called while another thread is inside Start or
