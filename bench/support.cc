@@ -1,6 +1,5 @@
 #include "support.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,10 +16,14 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t kChunk = 1 << 20;
+constexpr char kMemoryFileSystem[] = "/dev/shm";
 
 fs::path MakeRoot() {
   const char* chosen = std::getenv("VIRTDISK_BENCH_DIR");
-  const fs::path parent = chosen != nullptr ? fs::path(chosen) : fs::temp_directory_path();
+  const bool memory = ::access(kMemoryFileSystem, W_OK | X_OK) == 0;
+  const fs::path parent = chosen != nullptr ? fs::path(chosen)
+                          : memory          ? fs::path(kMemoryFileSystem)
+                                            : fs::temp_directory_path();
   std::string name = (parent / "virtdisk-bench-XXXXXX").string();
   if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make " + name);
   return name;
@@ -73,35 +76,6 @@ void BenchFolder::AddFiles(const fs::path& sub, std::size_t count, std::uint64_t
 double Median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
   return values.at(values.size() / 2);
-}
-
-std::uint64_t ReadEverything(const fs::path& folder) {
-  std::vector<char> buffer(kChunk);
-  std::uint64_t total = 0;
-  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
-    if (!entry.is_regular_file()) continue;
-    const int file = ::open(entry.path().c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) continue;
-    for (::ssize_t got; (got = ::read(file, buffer.data(), buffer.size())) > 0;) {
-      total += static_cast<std::uint64_t>(got);
-    }
-    ::close(file);
-  }
-  return total;
-}
-
-std::uint64_t WriteOnce(const fs::path& file, std::uint64_t bytes) {
-  const std::vector<char> chunk(kChunk, 'x');
-  const int out = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (out < 0) throw std::runtime_error("cannot open " + file.string());
-  std::uint64_t done = 0;
-  while (done < bytes) {
-    const ::ssize_t put = ::write(out, chunk.data(), std::min<std::uint64_t>(bytes - done, kChunk));
-    if (put <= 0) throw std::runtime_error("cannot write " + file.string());
-    done += static_cast<std::uint64_t>(put);
-  }
-  ::close(out);
-  return done;
 }
 
 void ResetPeakMemory() { std::ofstream("/proc/self/clear_refs") << "5"; }

@@ -12,7 +12,7 @@
 namespace quorbix::virtdisk::bench {
 
 // A temporary folder with generated files, removed with its owner. $VIRTDISK_BENCH_DIR chooses
-// where (a fast disk or a memory file system), else the system's folder for temporary files.
+// where, else it is the machine's memory file system, else the folder for temporary files.
 class BenchFolder {
  public:
   BenchFolder();
@@ -40,10 +40,6 @@ double Seconds(Work&& work) {
 }
 
 double Median(std::vector<double> values);
-
-// The floors: what the work costs when nothing but the bytes is moved. Each returns bytes moved.
-std::uint64_t ReadEverything(const std::filesystem::path& folder);
-std::uint64_t WriteOnce(const std::filesystem::path& file, std::uint64_t bytes);
 
 // Peak resident memory of this process since the last reset, in bytes, and what it holds now.
 void ResetPeakMemory();

@@ -1,0 +1,285 @@
+// Times builds and passes of the synchroniser beside their floors, in turn, in one run, on the same
+// files, which lie on the machine's memory file system unless $VIRTDISK_BENCH_DIR says otherwise.
+//
+//   cmake --preset release && cmake --build --preset release --target speed_bench
+//   build/release/bench/speed_bench
+//
+// Per row: floor_ms and ms, the processor time of the whole process (medians), their ratio beside
+// the one aimed at, and peak_MiB, by how much the resident memory grew at its highest.
+//
+// Idle: nothing changed since the pass before. First: nothing is known yet and both sides are
+// alike. Host: one file changed on the host, so that the image is rebuilt. Image: one file changed
+// in the image.
+
+#include <time.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <quorbix/virtdisk/fat16_fs_image.h>
+#include <quorbix/virtdisk/fat_image_builder.h>
+#include <quorbix/virtdisk/folder_sync_manager.h>
+
+#include "floors.h"
+#include "support.h"
+
+namespace quorbix::virtdisk::bench {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kRounds = 5;
+constexpr double kMiB = 1048576;
+
+struct Workload {
+  const char* name;
+  std::size_t fileCount;
+  std::uint64_t bytesEach;
+  std::size_t filesPerFolder;
+  std::uint64_t imageMiB;
+  std::uint64_t clusterBytes;  // of that image
+};
+
+constexpr Workload kSmoke{"50x4KiB", 50, 4096, 25, 4, 512};
+constexpr Workload k3000{"3000x40KiB", 3000, 40 * 1024, 100, 256, 16384};
+constexpr Workload k8000{"8000x4400B", 8000, 4400, 200, 128, 8192};
+constexpr Workload k20000{"20000x2KiB", 20000, 2048, 200, 1280, 65536};
+constexpr Workload kBig{"6x150MiB", 6, 150 * 1048576, 6, 1000, 65536};
+
+double ProcessorSeconds() {
+  ::timespec now;
+  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+double ProcessorSecondsOf(const std::function<void()>& work) {
+  const double before = ProcessorSeconds();
+  work();
+  return ProcessorSeconds() - before;
+}
+
+std::vector<std::uint8_t> ReadWhole(const fs::path& path) {
+  std::vector<std::uint8_t> bytes(fs::file_size(path));
+  std::ifstream in(path, std::ios::binary);
+  in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  return bytes;
+}
+
+void WriteWhole(const fs::path& path, const std::vector<std::uint8_t>& bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(bytes.data()),
+            static_cast<std::streamsize>(bytes.size()));
+  if (!out.flush()) throw std::runtime_error("cannot write " + path.string());
+}
+
+// A folder and its image, in the middle of a life.
+class Disk {
+ public:
+  explicit Disk(const Workload& shape)
+      : host(folder.Path() / "host"), image(folder.Path() / "disk.img"), workload(shape) {
+    folder.AddFiles("host", shape.fileCount, shape.bytesEach, shape.filesPerFolder);
+    Build(image);
+  }
+
+  std::uint64_t ImageBytes() const { return workload.imageMiB << 20; }
+  std::uint64_t FileBytes() const { return workload.fileCount * workload.bytesEach; }
+
+  void Build(const fs::path& output) const {
+    const auto builder = CreateFat16Builder();
+    if (!builder->Build(host, output, ImageBytes())) throw std::runtime_error(builder->LastError());
+  }
+
+  void FloorOfBuild(const fs::path& output) const {
+    ReadIntoPlaceAndWrite(host, output, ImageBytes(), workload.clusterBytes);
+  }
+  void FloorOfScan() const { benchmark::DoNotOptimize(ReadAndHashFolder(host)); }
+  void FloorOfImage() const { benchmark::DoNotOptimize(ReadAndHashImage(image, FileBytes())); }
+
+  // A manager that knows nothing yet. The worker sleeps for weeks.
+  std::unique_ptr<IFolderSyncManager> NewManager() const {
+    auto manager = CreateFolderSyncManager();
+    manager->Start(image, host, 0xFFFFFFFF);
+    return manager;
+  }
+
+  void ChangeInTheImage(std::uint8_t value) const {
+    Fat16FsImage disk;
+    std::string err;
+    std::vector<std::uint8_t> content;
+    const bool done =
+        disk.LoadFromBytes(ReadWhole(image), err) && disk.ReadFile("/D0/F0.BIN", content, err) &&
+        (content.assign(content.size(), value), disk.WriteExistingFile("/D0/F0.BIN", content, err));
+    if (!done) throw std::runtime_error(err);
+    WriteWhole(image, disk.ImageBytes());
+  }
+
+  void ChangeOnTheHost(std::uint8_t value) const {
+    const fs::path file = host / "D0" / "F1.BIN";
+    WriteWhole(file, std::vector<std::uint8_t>(fs::file_size(file), value));
+  }
+
+  BenchFolder folder;
+  fs::path host;
+  fs::path image;
+  Workload workload;
+};
+
+// What is timed in one row: something to do before each round, the floor and the job itself.
+struct Row {
+  std::function<void(std::uint8_t round)> prepare = [](std::uint8_t) {};
+  std::function<void()> floor;
+  std::function<void()> job;
+};
+
+void Time(benchmark::State& state, const Row& row, double aim) {
+  std::vector<double> floors, jobs;
+  double peak = 0;
+  std::uint8_t round = 0;
+  for (auto _ : state) {
+    row.prepare(++round);
+    floors.push_back(ProcessorSecondsOf(row.floor));
+    ResetPeakMemory();
+    const double before = static_cast<double>(CurrentMemory());
+    jobs.push_back(ProcessorSecondsOf(row.job));
+    peak = std::max(peak, static_cast<double>(PeakMemory()) - before);
+    state.SetIterationTime(jobs.back());
+  }
+  state.counters["floor_ms"] = Median(floors) * 1000;
+  state.counters["ms"] = Median(jobs) * 1000;
+  state.counters["ratio"] = Median(jobs) / Median(floors);
+  state.counters["aim"] = aim;
+  state.counters["peak_MiB"] = peak / kMiB;
+}
+
+void Build(benchmark::State& state, const Workload& workload, double aim) {
+  const Disk disk(workload);
+  const fs::path output = disk.folder.Path() / "out.img";
+  Time(state,
+       {.prepare = [&](std::uint8_t) { fs::remove(disk.image); },
+        .floor =
+            [&] {
+              disk.FloorOfBuild(output);
+              fs::remove(output);
+            },
+        .job =
+            [&] {
+              disk.Build(output);
+              fs::remove(output);
+            }},
+       aim);
+}
+
+void Idle(benchmark::State& state, const Workload& workload, double aim) {
+  const Disk disk(workload);
+  const auto manager = disk.NewManager();
+  manager->SyncNow();
+  Time(state, {.floor = [&] { disk.FloorOfScan(); }, .job = [&] { manager->SyncNow(); }}, aim);
+}
+
+// The pass looks at the folder at its beginning and at its end.
+void First(benchmark::State& state, const Workload& workload, double aim) {
+  const Disk disk(workload);
+  std::unique_ptr<IFolderSyncManager> manager;
+  Time(state,
+       {.prepare = [&](std::uint8_t) { manager = disk.NewManager(); },
+        .floor =
+            [&] {
+              disk.FloorOfScan();
+              disk.FloorOfImage();
+              disk.FloorOfScan();
+            },
+        .job = [&] { manager->SyncNow(); }},
+       aim);
+}
+
+// The folder is looked at, both images are read, and one is built.
+void Host(benchmark::State& state, const Workload& workload, double aim) {
+  const Disk disk(workload);
+  const fs::path output = disk.folder.Path() / "out.img";
+  const auto manager = disk.NewManager();
+  manager->SyncNow();
+  Time(state,
+       {.prepare =
+            [&](std::uint8_t round) {
+              fs::remove(output);
+              disk.ChangeOnTheHost(round);
+            },
+        .floor =
+            [&] {
+              disk.FloorOfScan();
+              disk.FloorOfImage();
+              disk.FloorOfBuild(output);
+              disk.FloorOfImage();
+              fs::remove(output);
+            },
+        .job = [&] { manager->SyncNow(); }},
+       aim);
+}
+
+void Image(benchmark::State& state, const Workload& workload, double aim) {
+  const Disk disk(workload);
+  const auto manager = disk.NewManager();
+  manager->SyncNow();
+  Time(state,
+       {.prepare = [&](std::uint8_t round) { disk.ChangeInTheImage(round); },
+        .floor =
+            [&] {
+              disk.FloorOfScan();
+              disk.FloorOfImage();
+              disk.FloorOfScan();
+            },
+        .job = [&] { manager->SyncNow(); }},
+       aim);
+}
+
+using Job = void (*)(benchmark::State&, const Workload&, double);
+
+struct TableRow {
+  const char* name;
+  Job job;
+  const Workload& workload;
+  double aim;  // ratio
+};
+
+constexpr TableRow kTable[] = {
+    {"Idle", Idle, k3000, 1.15},    {"Idle", Idle, k8000, 1.3},   {"Idle", Idle, k20000, 1.3},
+    {"Idle", Idle, kBig, 1.15},     {"First", First, k3000, 1.2}, {"First", First, kBig, 1.15},
+    {"First", First, k20000, 1.15}, {"Host", Host, k3000, 1.2},   {"Host", Host, kBig, 1.2},
+    {"Image", Image, k3000, 1.2},   {"Build", Build, k3000, 1.1}, {"Build", Build, k20000, 0.9},
+    {"Build", Build, kBig, 1.1},
+};
+
+constexpr TableRow kSmokeTable[] = {
+    {"Idle", Idle, kSmoke, 1.3},   {"First", First, kSmoke, 1.2}, {"Host", Host, kSmoke, 1.2},
+    {"Image", Image, kSmoke, 1.2}, {"Build", Build, kSmoke, 1.1},
+};
+
+template <std::size_t kCount>
+void Register(const TableRow (&rows)[kCount]) {
+  for (const TableRow& row : rows) {
+    benchmark::RegisterBenchmark(
+        (std::string(row.name) + "/" + row.workload.name).c_str(),
+        [&row](benchmark::State& state) { row.job(state, row.workload, row.aim); })
+        ->Iterations(kRounds)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
+  }
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::bench
+
+int main(int argc, char** argv) {
+  using namespace quorbix::virtdisk::bench;
+  Register(kTable);
+  Register(kSmokeTable);
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}
