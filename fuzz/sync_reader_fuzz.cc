@@ -48,7 +48,7 @@ void CheckContent(const FatContext& context, const FileVersion& version, std::ui
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   FatContext context;
-  context.image.assign(data, data + size);
+  context.image.Assign({data, size});
   std::string error;
   if (!ParseLoadedImage(context, error)) {
     Require(!error.empty());

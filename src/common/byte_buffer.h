@@ -1,6 +1,8 @@
 #ifndef QUORBIX_VIRTDISK_COMMON_BYTE_BUFFER_H_
 #define QUORBIX_VIRTDISK_COMMON_BYTE_BUFFER_H_
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +15,8 @@
 namespace quorbix::virtdisk::internal {
 
 // Bytes that are about to be read into: unlike a vector's, they are not filled with zeros first,
-// which takes as long as the reading when the memory is fresh.
+// which takes as long as the reading when the memory is fresh. Many of them lie in huge pages,
+// where the system allows it, since fresh memory costs by the page.
 class ByteBuffer {
  public:
   ByteBuffer() = default;
@@ -69,7 +72,18 @@ class ByteBuffer {
     static_cast<void>(first.release());
     first.reset(static_cast<std::uint8_t*>(grown));
     capacity = size;
+    if (size >= kHugePagesFrom) PreferHugePages();
   }
+
+  // About speed alone: a refusal changes nothing.
+  void PreferHugePages() {
+    const auto address = reinterpret_cast<std::uintptr_t>(first.get());
+    const std::uintptr_t begin = (address + kPageBytes - 1) / kPageBytes * kPageBytes;
+    ::madvise(first.get() + (begin - address), capacity - (begin - address), MADV_HUGEPAGE);
+  }
+
+  static constexpr std::size_t kPageBytes = 4096;
+  static constexpr std::size_t kHugePagesFrom = std::size_t{4} << 20;
 
   std::unique_ptr<std::uint8_t[], Free> first;
   std::size_t count = 0;

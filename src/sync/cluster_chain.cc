@@ -1,8 +1,10 @@
 #include "sync/cluster_chain.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "common/byte_order.h"
+#include "common/fat_words.h"
 #include "fat16/volume_layout.h"
 
 namespace quorbix::virtdisk::internal {
@@ -16,7 +18,7 @@ std::optional<std::span<const std::uint8_t>> ClusterBytes(const FatContext& cont
       context.dataStartSector;
   const std::uint64_t offset = sector * context.bytesPerSector;
   if (offset > context.image.size() || size > context.image.size() - offset) return std::nullopt;
-  return std::span(context.image).subspan(offset, size);
+  return context.image.Span().subspan(offset, size);
 }
 
 std::uint16_t FatWord(const FatContext& context, std::uint16_t cluster) {
@@ -26,15 +28,33 @@ std::uint16_t FatWord(const FatContext& context, std::uint16_t cluster) {
   return LoadU16(&context.image[offset]);
 }
 
+std::span<const std::uint8_t> ChainPieces::Next(std::uint64_t wantedBytes) {
+  std::span<const std::uint8_t> piece;
+  while (piece.size() < wantedBytes && fat::LeadsToCluster(cluster)) {
+    const auto bytes = ClusterBytes(context, cluster);
+    broken = !bytes || visited.test(cluster);
+    if (broken) break;
+    if (piece.empty()) piece = bytes->first(0);
+    if (bytes->data() != piece.data() + piece.size()) break;
+    piece = {piece.data(), piece.size() + bytes->size()};
+    visited.set(cluster);
+    cluster = FatWord(context, cluster);
+  }
+  return piece;
+}
+
 bool ReadClusterChain(const FatContext& context, std::uint16_t start,
                       std::vector<std::uint8_t>& bytes, std::uint32_t limit) {
   bytes.clear();
-  return FollowChain(context, start, [&](std::span<const std::uint8_t> cluster) {
-    const std::size_t wanted = limit == 0 ? cluster.size() : limit - bytes.size();
-    const auto part = cluster.first(std::min(wanted, cluster.size()));
+  ChainPieces chain(context, start);
+  const std::uint64_t most = limit == 0 ? std::numeric_limits<std::uint64_t>::max() : limit;
+  while (bytes.size() < most) {
+    const auto piece = chain.Next(most - bytes.size());
+    if (piece.empty()) return !chain.IsBroken();
+    const auto part = piece.first(std::min<std::uint64_t>(piece.size(), most - bytes.size()));
     bytes.insert(bytes.end(), part.begin(), part.end());
-    return limit == 0 || bytes.size() < limit;
-  });
+  }
+  return true;
 }
 
 bool ChainChecker::Ends(std::uint16_t start) {

@@ -8,7 +8,6 @@
 #include <span>
 #include <vector>
 
-#include "common/fat_words.h"
 #include "sync/fat_context.h"
 
 namespace quorbix::virtdisk::internal {
@@ -23,21 +22,27 @@ std::optional<std::span<const std::uint8_t>> ClusterBytes(const FatContext& cont
 // The word of `cluster` in the first FAT; one beyond the image ends its chain.
 std::uint16_t FatWord(const FatContext& context, std::uint16_t cluster);
 
-// Calls `visit` with the bytes of each cluster of a chain until the chain ends or `visit` returns
-// false. Returns false when the chain loops or leaves the image before that.
-template <class Visit>
-bool FollowChain(const FatContext& context, std::uint16_t start, Visit&& visit) {
+// The bytes of a chain in its order, in pieces that lie in the image as they stand: clusters that
+// follow each other there come as one.
+class ChainPieces {
+ public:
+  // A `start` that leads to no cluster is an empty chain.
+  ChainPieces(const FatContext& fatContext, std::uint16_t start)
+      : context(fatContext), cluster(start) {}
+
+  // The next piece. It goes no cluster further than `wantedBytes`, which is not 0, takes it, and is
+  // empty where the chain has ended or is broken.
+  std::span<const std::uint8_t> Next(std::uint64_t wantedBytes);
+
+  // Whether the chain loops, or leaves the image, right after what was given so far.
+  bool IsBroken() const { return broken; }
+
+ private:
+  const FatContext& context;
+  std::uint16_t cluster;  // not given yet
   ClusterSet visited;
-  for (std::uint16_t cluster = start; fat::LeadsToCluster(cluster);
-       cluster = FatWord(context, cluster)) {
-    if (visited.test(cluster)) return false;
-    visited.set(cluster);
-    const auto bytes = ClusterBytes(context, cluster);
-    if (!bytes) return false;
-    if (!visit(*bytes)) return true;
-  }
-  return true;
-}
+  bool broken = false;
+};
 
 // Reads the chain that begins in cluster `start`, up to `limit` bytes; 0 is no limit. A `start`
 // that leads to no cluster is an empty chain, and a chain that ends before `limit` is no failure.

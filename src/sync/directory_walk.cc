@@ -86,7 +86,7 @@ class VolumeWalk {
     const std::uint64_t offset = std::uint64_t{context.rootDirStartSector} * context.bytesPerSector;
     const std::uint64_t size = std::uint64_t{context.rootDirSectors} * context.bytesPerSector;
     if (offset > context.image.size() || size > context.image.size() - offset) return;
-    open.push_back({.unread = std::span(context.image).subspan(offset, size)});
+    open.push_back({.unread = context.image.Span().subspan(offset, size)});
   }
 
   // A directory in cluster 0 would be the root again; it is taken for an empty one.

@@ -25,7 +25,7 @@ constexpr char kBootSectorOutOfRange[] = "VBR offset out of range";
 constexpr char kUnsupportedVolume[] = "Unsupported or invalid FAT BPB";
 
 // Null when no entry has a supported type. Nothing else of the sector is looked at.
-const std::uint8_t* FindPartition(const std::vector<std::uint8_t>& image) {
+const std::uint8_t* FindPartition(const ByteBuffer& image) {
   for (std::size_t i = 0; i < mbr::kPartitionCount; ++i) {
     const std::uint8_t* entry = &image[mbr::kPartitionTable + i * partition_entry::kSize];
     if (partition_entry::IsSupportedType(entry[partition_entry::kType])) return entry;
@@ -54,18 +54,19 @@ void DeriveSectors(FatContext& context) {
 
 }  // namespace
 
-bool LoadImageBytes(const fs::path& path, std::vector<std::uint8_t>& bytes, std::string& error) {
+bool LoadImageBytes(const fs::path& path, ByteBuffer& bytes, std::string& error) {
   const Descriptor in = OpenHostFile(path.c_str(), O_RDONLY);
   const ::off_t size = in ? ::lseek(in.Get(), 0, SEEK_END) : -1;
   if (size < 0) return Fail(error, kCannotOpenImage + path.native());
   if (size == 0 || size % kSectorBytes != 0) return Fail(error, kInvalidImageSize + path.native());
-  bytes.assign(static_cast<std::size_t>(size), 0);
-  const bool whole = ::lseek(in.Get(), 0, SEEK_SET) == 0 && ReadFully(in.Get(), bytes) == size;
+  bytes.Reset(static_cast<std::size_t>(size));
+  const bool whole =
+      ::lseek(in.Get(), 0, SEEK_SET) == 0 && ReadFully(in.Get(), bytes.Span()) == size;
   return whole || Fail(error, kCannotReadImage + path.native());
 }
 
 bool ParseLoadedImage(FatContext& context, std::string& error) {
-  const std::vector<std::uint8_t>& image = context.image;
+  const ByteBuffer& image = context.image;
   if (image.size() < kSectorBytes) return Fail(error, kImageTooSmall);
   const std::uint8_t* partition = FindPartition(image);
   if (partition == nullptr) return Fail(error, kNoSupportedPartition);

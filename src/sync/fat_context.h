@@ -4,14 +4,15 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
-#include <vector>
+
+#include "common/byte_buffer.h"
 
 namespace quorbix::virtdisk::internal {
 
 // A parsed image. The four fields that name a first sector count sectors from the start of the
 // image file, not of the partition.
 struct FatContext {
-  std::vector<std::uint8_t> image;  // the whole file
+  ByteBuffer image;  // the whole file
   std::uint32_t partitionStartLba = 0;
   std::uint32_t bytesPerSector = 0;
   std::uint32_t sectorsPerCluster = 0;
@@ -26,8 +27,8 @@ struct FatContext {
 };
 
 // Reads a whole image file. On failure returns false and says why in `error`.
-[[nodiscard]] bool LoadImageBytes(const std::filesystem::path& path,
-                                  std::vector<std::uint8_t>& bytes, std::string& error);
+[[nodiscard]] bool LoadImageBytes(const std::filesystem::path& path, ByteBuffer& bytes,
+                                  std::string& error);
 
 // Finds the first supported partition of `context.image` and fills the other fields. On failure
 // returns false and says why in `error`; the context is then of no use.

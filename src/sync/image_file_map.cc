@@ -32,11 +32,12 @@ class SharedBeginning {
   bool AllSettled() const { return settled == group.size(); }
   std::span<const std::size_t> Settled() const { return group.first(settled); }
   std::uint64_t SettledBytes() const { return settledBytes; }  // of all these files together
+  std::uint64_t Missing() const { return LimitOf(files[group.back()].version) - held; }
 
   // Goes on with the next bytes of the chain. Every file that ends within them gets its hash.
   void Take(std::span<const std::uint8_t> bytes) {
-    while (!AllSettled() && Missing() <= bytes.size()) {
-      const auto last = static_cast<std::size_t>(Missing());
+    while (!AllSettled() && LimitOf(Next()) - held <= bytes.size()) {
+      const auto last = static_cast<std::size_t>(LimitOf(Next()) - held);
       Hash(bytes.first(last));
       bytes = bytes.subspan(last);
       Settle();
@@ -51,7 +52,6 @@ class SharedBeginning {
 
  private:
   FileVersion& Next() { return files[group[settled]].version; }
-  std::uint64_t Missing() { return LimitOf(Next()) - held; }
 
   void Hash(std::span<const std::uint8_t> bytes) {
     hash = HashBytes(bytes, hash);
@@ -118,15 +118,14 @@ class FileHashes {
   // False when that takes more than is left.
   bool HashFromOneCluster(std::uint16_t cluster, std::span<const std::size_t> group) {
     SharedBeginning beginning(group, files);
-    bool tooMuch = false;
-    const bool sound = FollowChain(context, cluster, [&](std::span<const std::uint8_t> bytes) {
-      tooMuch = !Spend(bytes.size(), readBytesLeft);
-      if (tooMuch) return false;
-      beginning.Take(bytes);
-      return !beginning.AllSettled();
-    });
-    if (tooMuch) return false;
-    if (sound) beginning.TakeEnd();
+    ChainPieces chain(context, cluster);
+    while (!beginning.AllSettled()) {
+      const auto piece = chain.Next(beginning.Missing());
+      if (piece.empty()) break;
+      if (!Spend(piece.size(), readBytesLeft)) return false;
+      beginning.Take(piece);
+    }
+    if (!chain.IsBroken()) beginning.TakeEnd();
     for (const std::size_t index : beginning.Settled()) readable[index] = true;
     return Spend(beginning.SettledBytes(), fileBytesLeft);
   }

@@ -116,6 +116,41 @@ TEST(ReadClusterChain, ClusterBeyondTheImageAfterTheLimit_IsNeverMet) {
   EXPECT_EQ(Read(ImageCrafter().FatWord(2, 92).Fill(2, 4), 2, 512), Repeated({{4, 512}}));
 }
 
+std::string PieceSizes(const ImageCrafter& crafter, std::uint16_t start, std::uint64_t wanted) {
+  const FatContext context = ContextOf(crafter);
+  ChainPieces chain(context, start);
+  std::string sizes;
+  for (auto piece = chain.Next(wanted); !piece.empty(); piece = chain.Next(wanted)) {
+    sizes += std::to_string(piece.size()) + " ";
+  }
+  return sizes + (chain.IsBroken() ? "broken" : "end");
+}
+
+TEST(ChainPieces, NeighbouringClusters_ComeAsOnePiece) {
+  EXPECT_EQ(PieceSizes(ImageCrafter().Chain({2, 3, 4, 9, 10, 7}), 2, 99999), "1536 1024 512 end");
+}
+
+TEST(ChainPieces, PieceGoesNoClusterFurtherThanWanted) {
+  const ImageCrafter image = ImageCrafter().Chain({2, 3, 4, 5});
+  EXPECT_EQ(PieceSizes(image, 2, 1024), "1024 1024 end");
+  EXPECT_EQ(PieceSizes(image, 2, 1025), "1536 512 end");
+  EXPECT_EQ(PieceSizes(image, 2, 1), "512 512 512 512 end");
+}
+
+TEST(ChainPieces, LoopIsMetAfterWhatComesBeforeIt) {
+  EXPECT_EQ(PieceSizes(ImageCrafter().FatWord(2, 3).FatWord(3, 4).FatWord(4, 3), 2, 99999),
+            "1536 broken");
+}
+
+TEST(ChainPieces, ClusterBeyondTheImage_BreaksTheChain) {
+  EXPECT_EQ(PieceSizes(ImageCrafter().FatWord(91, 92), 91, 99999), "512 broken");
+}
+
+TEST(ChainPieces, StartThatLeadsNowhere_IsAnEmptyChain) {
+  EXPECT_EQ(PieceSizes(ImageCrafter(), 0, 99999), "end");
+  EXPECT_EQ(PieceSizes(ImageCrafter(), 0xFFF8, 99999), "end");
+}
+
 TEST(ReadClusterChain, FirstFat_IsTheOneThatCounts) {
   ImageCrafter image = ThreeClusters();
   image.U16(image.FatOffset(1) + 2 * 2, 0xFFFF);
@@ -125,7 +160,7 @@ TEST(ReadClusterChain, FirstFat_IsTheOneThatCounts) {
 // A volume whose FAT lies at the very end of the image, so that words are beyond it.
 FatContext FatAtTheEnd(std::size_t bytesOfFat) {
   FatContext context;
-  context.image.resize(1024 + bytesOfFat);
+  context.image.Assign(std::vector<std::uint8_t>(1024 + bytesOfFat));
   context.bytesPerSector = 512;
   context.sectorsPerCluster = 1;
   context.fatStartSector = 2;

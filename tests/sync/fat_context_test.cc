@@ -13,22 +13,22 @@ using test::TempFolder;
 using test::VolumeShape;
 
 std::string LoadError(const std::filesystem::path& path) {
-  std::vector<std::uint8_t> bytes;
+  ByteBuffer bytes;
   std::string error = "earlier text";
   EXPECT_FALSE(LoadImageBytes(path, bytes, error));
   return error;
 }
 
-std::string ParseError(std::vector<std::uint8_t> image) {
+std::string ParseError(const std::vector<std::uint8_t>& image) {
   FatContext context;
-  context.image = std::move(image);
+  context.image.Assign(image);
   std::string error = "earlier text";
   EXPECT_FALSE(ParseLoadedImage(context, error));
   return error;
 }
 
 bool Parses(const ImageCrafter& crafter, FatContext& context) {
-  context.image = crafter.Bytes();
+  context.image.Assign(crafter.Bytes());
   std::string error;
   return ParseLoadedImage(context, error);
 }
@@ -39,12 +39,12 @@ TEST(LoadImageBytes, WholeSectors_AreReadCompletely) {
   written[0] = 1;
   written[1023] = 0xFE;
   folder.File("DISK.IMG", written);
-  std::vector<std::uint8_t> bytes{9, 9, 9};
+  ByteBuffer bytes(3);
   std::string error;
 
   ASSERT_TRUE(LoadImageBytes(folder / "DISK.IMG", bytes, error));
 
-  EXPECT_EQ(bytes, written);
+  EXPECT_EQ(std::vector<std::uint8_t>(bytes.Span().begin(), bytes.Span().end()), written);
 }
 
 TEST(LoadImageBytes, MissingFile_CannotBeOpened) {
@@ -98,7 +98,8 @@ TEST(ParseFatContext, FileOnTheHost_IsLoadedAndParsed) {
   FatContext context;
   std::string error;
   ASSERT_TRUE(ParseFatContext(folder / "DISK.IMG", context, error));
-  EXPECT_EQ(context.image, ImageCrafter().Bytes());
+  EXPECT_EQ(std::vector<std::uint8_t>(context.image.Span().begin(), context.image.Span().end()),
+            ImageCrafter().Bytes());
 }
 
 TEST(ParseFatContext, LessThanASector_IsTooSmall) {

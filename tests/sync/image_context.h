@@ -15,7 +15,7 @@ namespace quorbix::virtdisk::internal {
 // The crafted image, parsed; a parse that fails is a failure of the test.
 inline FatContext ContextOf(const test::ImageCrafter& crafter) {
   FatContext context;
-  context.image = crafter.Bytes();
+  context.image.Assign(crafter.Bytes());
   std::string error;
   EXPECT_TRUE(ParseLoadedImage(context, error)) << error;
   return context;
