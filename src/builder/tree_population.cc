@@ -1,10 +1,13 @@
 #include "builder/tree_population.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <limits>
+#include <optional>
 #include <string_view>
 #include <unordered_set>
 #include <utility>
@@ -25,6 +28,8 @@ constexpr char kDirIterPrefix[] = "dir-iter: ";
 constexpr std::size_t kReadChunk = std::size_t{256} * 1024;
 // Some files of the system say that they are empty, and give their content to one read alone.
 constexpr std::uint64_t kSmallestRead = 4096;
+constexpr ::off_t kLargeFile = 1 << 20;
+constexpr ::off_t kLargestFile = std::numeric_limits<std::uint32_t>::max();
 
 // An entry of the host as the standard library's would be, had it been listed just now.
 class AskedEntry {
@@ -51,6 +56,25 @@ class AskedEntry {
   const bool known;
   const fs::file_type listed;
 };
+
+// As ReadHostFile, for a file that is open and whose metadata give `expected` bytes.
+int ReadOpenedFile(int file, ::off_t expected, ByteBuffer& content, std::uint64_t mostBytes) {
+  // One byte more than expected, so that the file's end is met without another read.
+  const std::uint64_t first = std::max(static_cast<std::uint64_t>(expected) + 1, kSmallestRead);
+  std::uint64_t chunk = std::min(first, mostBytes + 1);
+  std::size_t size = 0;
+  content.Reset(static_cast<std::size_t>(chunk));
+  while (chunk > 0) {
+    content.Resize(static_cast<std::size_t>(size + chunk));
+    const std::ptrdiff_t got = ReadFully(file, content.Span().subspan(size));
+    if (got < 0) return kUnreadable;
+    size += static_cast<std::size_t>(got);
+    if (static_cast<std::uint64_t>(got) < chunk) break;
+    chunk = std::min<std::uint64_t>(kReadChunk, mostBytes + 1 - size);
+  }
+  content.Resize(size);
+  return kReadWhole;
+}
 
 // A directory on the way. Its listing is taken whole before the first entry is copied, so that no
 // open descriptor is left behind at each level of a deep tree.
@@ -127,7 +151,16 @@ class TreePopulation {
   }
 
   bool AddFile(std::uint32_t parentCluster, const std::string& shortName, const fs::path& path) {
-    if (ReadHostFile(path, content, image.DataBytes()) != kReadWhole) {
+    struct ::stat status;
+    const Descriptor file = OpenRegularFile(path.c_str(), status);
+    if (file && status.st_size >= kLargeFile && status.st_size <= kLargestFile) {
+      const auto size = static_cast<std::uint32_t>(status.st_size);
+      const auto chain = ReadIntoPlace(file.Get(), size);
+      if (chain) return image.AddTakenFile(parentCluster, shortName, *chain, size, err) != 0;
+      ::lseek(file.Get(), 0, SEEK_SET);
+    }
+    if (!file ||
+        ReadOpenedFile(file.Get(), status.st_size, content, image.DataBytes()) != kReadWhole) {
       Skip(path, kReadError);
       return true;
     }
@@ -136,6 +169,29 @@ class TreePopulation {
     const bool added = image.AddFile(parentCluster, shortName, content.data(), size, err) != 0;
     // Deliberate: an empty file that finds no slot is dropped, with the message left behind.
     return added || content.empty();
+  }
+
+  // Spares a large file's content a copy. Nothing when it finds no room, or cannot be read at the
+  // size that the file says it has: whatever the reason, reading it once more finds it out.
+  std::optional<Fat16Image::Chain> ReadIntoPlace(int file, std::uint32_t size) {
+    auto chain = image.TakeChain(size);
+    if (chain && !FillChain(file, *chain, size)) {
+      image.GiveBack(*chain);
+      return std::nullopt;
+    }
+    return chain;
+  }
+
+  bool FillChain(int file, const Fat16Image::Chain& chain, std::uint32_t size) {
+    std::uint32_t left = size;
+    for (const Fat16Image::ClusterRun& run : chain.runs) {
+      const auto bytes = image.RunBytes(run);
+      const auto part = bytes.first(std::min<std::size_t>(bytes.size(), left));
+      if (ReadFully(file, part) != static_cast<std::ptrdiff_t>(part.size())) return false;
+      left -= static_cast<std::uint32_t>(part.size());
+    }
+    std::array<std::uint8_t, 1> beyond{};
+    return ReadFully(file, beyond) == 0;
   }
 
   Fat16Image& image;
@@ -158,25 +214,11 @@ bool PopulateDir(Fat16Image& image, std::uint32_t dirCluster, const fs::path& ho
 }
 
 int ReadHostFile(const fs::path& hostFile, ByteBuffer& content, std::uint64_t mostBytes) {
-  content.Reset(0);
   struct ::stat status;
   const Descriptor file = OpenRegularFile(hostFile.c_str(), status);
-  if (!file) return kUnreadable;
-  // One byte more than expected, so that the file's end is met without another read.
-  const auto expected = static_cast<std::uint64_t>(status.st_size) + 1;
-  std::uint64_t chunk = std::min(std::max(expected, kSmallestRead), mostBytes + 1);
-  content.Reset(static_cast<std::size_t>(chunk));
-  std::size_t size = 0;
-  while (chunk > 0) {
-    content.Resize(static_cast<std::size_t>(size + chunk));
-    const std::ptrdiff_t got = ReadFully(file.Get(), content.Span().subspan(size));
-    if (got < 0) return kUnreadable;
-    size += static_cast<std::size_t>(got);
-    if (static_cast<std::uint64_t>(got) < chunk) break;
-    chunk = std::min<std::uint64_t>(kReadChunk, mostBytes + 1 - size);
-  }
-  content.Resize(size);
-  return kReadWhole;
+  if (file) return ReadOpenedFile(file.Get(), status.st_size, content, mostBytes);
+  content.Reset(0);
+  return kUnreadable;
 }
 
 }  // namespace quorbix::virtdisk::internal

@@ -24,6 +24,10 @@ constexpr char kWriteFailed[] = "Write failed for: ";
 
 constexpr std::int64_t kNoSlot = -1;
 
+// A huge page is filled with zeros whole when its first byte is touched: where less goes, small
+// ones take less time and memory.
+constexpr std::uint64_t kHugePagesFrom = std::uint64_t{4} << 20;
+
 constexpr std::uint8_t kBootJump[3] = {0xEB, 0x58, 0x90};
 constexpr std::string_view kOemName = "QUORBIX ";
 constexpr std::string_view kFileSystemType = "FAT16   ";
@@ -84,6 +88,7 @@ bool Fat16Image::Init(std::uint64_t sizeBytes, std::string& err) {
   SetFatWord(0, fat::kReservedWord0);
   SetFatWord(1, fat::kReservedWord1);
   nextClusterHint = fat::kFirstCluster;
+  takenClusters = 0;
   slotCursors.clear();
   return true;
 }
@@ -152,6 +157,7 @@ std::uint16_t Fat16Image::AllocCluster() {
   }
   if (cluster == 0) return 0;
   SetFatWord(cluster, fat::kEndOfChain);
+  ++takenClusters;
   nextClusterHint = static_cast<std::uint16_t>(cluster + 1);
   return cluster;
 }
@@ -167,13 +173,45 @@ std::uint16_t Fat16Image::AddFile(std::uint32_t parentCluster, std::string_view 
     firstCluster = WriteFileData(data, size, err);
     if (firstCluster == 0) return 0;
   }
-  const std::int64_t slot = FindFreeDirSlot(parentCluster, err);
-  if (slot == kNoSlot) return 0;
-  WriteDirEntry(At(static_cast<std::uint64_t>(slot)), {.name = shortName,
-                                                       .attributes = dir_entry::kAttrArchive,
-                                                       .firstCluster = firstCluster,
-                                                       .size = size});
-  return size == 0 ? kEmptyFileAdded : firstCluster;
+  return WriteFileEntry(parentCluster, shortName, firstCluster, size, err);
+}
+
+std::optional<Fat16Image::Chain> Fat16Image::TakeChain(std::uint32_t size) {
+  const std::uint64_t count = (size + ClusterBytes() - 1) / ClusterBytes();
+  if (count > LastUsableCluster(geometry) - 1 - takenClusters) return std::nullopt;
+  Chain chain{.runs = {}, .hintBefore = nextClusterHint};
+  std::uint16_t last = AllocCluster();
+  chain.runs.push_back({last, 1});
+  for (std::uint64_t i = 1; i < count; ++i) {
+    const std::uint16_t cluster = LinkNewCluster(last);
+    if (cluster == last + 1) {
+      ++chain.runs.back().count;
+    } else {
+      chain.runs.push_back({cluster, 1});
+    }
+    last = cluster;
+  }
+  for (const ClusterRun& run : chain.runs) PreferHugePages(run);
+  return chain;
+}
+
+std::span<std::uint8_t> Fat16Image::RunBytes(const ClusterRun& run) {
+  return {At(ClusterOffset(run.first)), static_cast<std::size_t>(run.count * ClusterBytes())};
+}
+
+void Fat16Image::GiveBack(const Chain& chain) {
+  for (const ClusterRun& run : chain.runs) {
+    const auto data = RunBytes(run);
+    std::fill(data.begin(), data.end(), std::uint8_t{0});
+    for (std::uint32_t i = 0; i < run.count; ++i) SetFatWord(run.first + i, fat::kFree);
+    takenClusters -= run.count;
+  }
+  nextClusterHint = chain.hintBefore;
+}
+
+std::uint16_t Fat16Image::AddTakenFile(std::uint32_t parentCluster, std::string_view shortName,
+                                       const Chain& chain, std::uint32_t size, std::string& err) {
+  return WriteFileEntry(parentCluster, shortName, chain.runs.front().first, size, err);
 }
 
 std::uint16_t Fat16Image::AddDirectory(std::uint32_t parentCluster, std::string_view shortName,
@@ -188,7 +226,6 @@ std::uint16_t Fat16Image::AddDirectory(std::uint32_t parentCluster, std::string_
         .name = name, .attributes = dir_entry::kAttrDirectory, .firstCluster = firstCluster};
   };
   std::uint8_t* slots = At(ClusterOffset(cluster));
-  std::fill_n(slots, ClusterBytes(), std::uint8_t{0});
   WriteDirEntry(slots, directory(".", cluster));
   WriteDirEntry(slots + dir_entry::kSize,
                 directory("..", static_cast<std::uint16_t>(parentCluster)));
@@ -277,7 +314,6 @@ std::int64_t Fat16Image::FindSubdirectorySlot(std::uint32_t dirCluster, std::str
         err = kCannotExtend;
         return kNoSlot;
       }
-      std::fill_n(At(ClusterOffset(next)), ClusterBytes(), std::uint8_t{0});
     }
     cursor = {next, 0};
   }
@@ -293,9 +329,7 @@ std::uint16_t Fat16Image::WriteFileData(const std::uint8_t* data, std::uint32_t 
   std::uint16_t cluster = firstCluster;
   for (std::uint64_t done = 0;;) {
     const std::uint64_t part = std::min<std::uint64_t>(size - done, ClusterBytes());
-    std::uint8_t* target = At(ClusterOffset(cluster));
-    std::copy_n(data + done, part, target);
-    std::fill_n(target + part, ClusterBytes() - part, std::uint8_t{0});
+    std::copy_n(data + done, part, At(ClusterOffset(cluster)));
     done += part;
     if (done == size) return firstCluster;
     cluster = LinkNewCluster(cluster);
@@ -304,6 +338,23 @@ std::uint16_t Fat16Image::WriteFileData(const std::uint8_t* data, std::uint32_t 
       return 0;
     }
   }
+}
+
+std::uint16_t Fat16Image::WriteFileEntry(std::uint32_t parentCluster, std::string_view shortName,
+                                         std::uint16_t firstCluster, std::uint32_t size,
+                                         std::string& err) {
+  const std::int64_t slot = FindFreeDirSlot(parentCluster, err);
+  if (slot == kNoSlot) return 0;
+  WriteDirEntry(At(static_cast<std::uint64_t>(slot)), {.name = shortName,
+                                                       .attributes = dir_entry::kAttrArchive,
+                                                       .firstCluster = firstCluster,
+                                                       .size = size});
+  return size == 0 ? kEmptyFileAdded : firstCluster;
+}
+
+void Fat16Image::PreferHugePages(const ClusterRun& run) {
+  const std::uint64_t size = run.count * ClusterBytes();
+  if (size >= kHugePagesFrom) bytes.PreferHugePages(ClusterOffset(run.first), size);
 }
 
 }  // namespace quorbix::virtdisk::internal

@@ -4,10 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "fat16/geometry.h"
 #include "fat16/zeroed_bytes.h"
@@ -59,6 +61,28 @@ class Fat16Image {
                                       const std::uint8_t* data, std::uint32_t size,
                                       std::string& err);
 
+  // A file's content can also be put where it belongs without a copy: TakeChain, then the bytes of
+  // every run, then AddTakenFile. A chain that no file comes to use after all is given back, and
+  // leaves no trace.
+  struct ClusterRun {
+    std::uint16_t first = 0;
+    std::uint32_t count = 0;
+  };
+  struct Chain {
+    std::vector<ClusterRun> runs;  // in the file's order
+    std::uint16_t hintBefore = 0;
+  };
+  // Takes the clusters that AddFile would take for `size` bytes, which are not 0. Nothing, with
+  // nothing taken, when there are not as many.
+  [[nodiscard]] std::optional<Chain> TakeChain(std::uint32_t size);
+  std::span<std::uint8_t> RunBytes(const ClusterRun& run);  // zeros, until written
+  // The chain must be the one taken last.
+  void GiveBack(const Chain& chain);
+  // As AddFile, once the data is in place.
+  [[nodiscard]] std::uint16_t AddTakenFile(std::uint32_t parentCluster, std::string_view shortName,
+                                           const Chain& chain, std::uint32_t size,
+                                           std::string& err);
+
   // Returns the new directory's first cluster. Returns 0 on failure, with "Disk full" or a message
   // of FindFreeDirSlot.
   [[nodiscard]] std::uint16_t AddDirectory(std::uint32_t parentCluster, std::string_view shortName,
@@ -96,10 +120,16 @@ class Fat16Image {
   std::int64_t FindRootSlot(std::string& err);
   std::int64_t FindSubdirectorySlot(std::uint32_t dirCluster, std::string& err);
   std::uint16_t WriteFileData(const std::uint8_t* data, std::uint32_t size, std::string& err);
+  void PreferHugePages(const ClusterRun& run);
+  std::uint16_t WriteFileEntry(std::uint32_t parentCluster, std::string_view shortName,
+                               std::uint16_t firstCluster, std::uint32_t size, std::string& err);
 
+  // A cluster that was not taken yet is all zeros, so that none needs filling: none is used twice,
+  // and what is given back is zeroed.
   ZeroedBytes bytes;
   Geometry geometry;
   std::uint16_t nextClusterHint = 2;
+  std::uint32_t takenClusters = 0;
   std::unordered_map<std::uint32_t, SlotCursor> slotCursors;
 };
 

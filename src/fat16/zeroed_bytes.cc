@@ -8,11 +8,11 @@
 namespace quorbix::virtdisk::internal {
 namespace {
 
+constexpr std::uint64_t kPageBytes = 4096;
+
 std::uint8_t* MapZeroPages(std::size_t size) {
   void* pages = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (pages == MAP_FAILED) throw std::bad_alloc();
-  // About speed alone, as in PrepareToRead: a refusal changes nothing.
-  ::madvise(pages, size, MADV_HUGEPAGE);
   return static_cast<std::uint8_t*>(pages);
 }
 
@@ -32,6 +32,12 @@ ZeroedBytes& ZeroedBytes::operator=(ZeroedBytes&& other) noexcept {
   std::swap(first, other.first);
   std::swap(count, other.count);
   return *this;
+}
+
+void ZeroedBytes::PreferHugePages(std::uint64_t offset, std::uint64_t size) {
+  // About speed alone, as in PrepareToRead: a refusal changes nothing.
+  const std::uint64_t begin = offset / kPageBytes * kPageBytes;
+  ::madvise(first + begin, offset + size - begin, MADV_HUGEPAGE);
 }
 
 void ZeroedBytes::PrepareToRead() const {

@@ -11,7 +11,6 @@ namespace quorbix::virtdisk::internal {
 //
 // Pages that are never written cost neither time nor memory, unlike those of a vector, which fills
 // them: most of a large image stays empty, and filling it takes longer than writing it to a file.
-// The pages are huge where the system allows it.
 class ZeroedBytes {
  public:
   ZeroedBytes() = default;
@@ -24,6 +23,10 @@ class ZeroedBytes {
   const std::uint8_t* data() const { return first; }
   std::size_t size() const { return count; }
   std::span<const std::uint8_t> Span() const { return {first, count}; }
+
+  // Asks for huge pages where the `size` bytes from `offset` on lie: quicker for what is about to
+  // be written whole, and a waste of time and memory for a few bytes here and there.
+  void PreferHugePages(std::uint64_t offset, std::uint64_t size);
 
   // Maps what was never written before it is read from end to end; a system call that meets such
   // pages one by one takes much longer.

@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "builder/tree_population.h"
+#include "common/byte_order.h"
 #include "support/child_process.h"
+#include "support/image_bytes.h"
 #include "support/temp_folder.h"
 
 namespace {
@@ -22,6 +24,8 @@ namespace {
 int entriesBeforeError = -1;
 std::function<void()> whenAListingEnds;
 int readsBeforeError = -1;
+bool readsFailFromThenOn = false;
+std::function<void()> atTheNextRead;
 bool closeFails = false;
 
 template <class Function>
@@ -36,10 +40,13 @@ Function* NextOf(const char* name) {
 
 extern "C" ssize_t read(int file, void* buffer, size_t size) {
   static const auto next = NextOf<ssize_t(int, void*, size_t)>("read");
-  if (readsBeforeError >= 0 && readsBeforeError-- == 0) {
+  if (atTheNextRead) std::exchange(atTheNextRead, nullptr)();
+  if (readsBeforeError == 0) {
+    if (!readsFailFromThenOn) readsBeforeError = -1;
     errno = EIO;
     return -1;
   }
+  if (readsBeforeError > 0) --readsBeforeError;
   return next(file, buffer, size);
 }
 
@@ -84,6 +91,8 @@ class SystemFault : public testing::Test {
     entriesBeforeError = -1;
     whenAListingEnds = nullptr;
     readsBeforeError = -1;
+    readsFailFromThenOn = false;
+    atTheNextRead = nullptr;
     closeFails = false;
   }
 
@@ -192,6 +201,44 @@ TEST_F(SystemFault, FileThatFailsHalfWay_IsSkippedNeverCut) {
   EXPECT_EQ(RootEntries(), 0u);
   EXPECT_THAT(skipped, ElementsAre((folder / "D").string() +
                                    " [transient read error \xE2\x80\x94 file may have changed]"));
+}
+
+// Large files are read to where they belong; one that fails must leave nothing there.
+TEST_F(SystemFault, LargeFileThatFailsHalfWay_IsSkippedWithoutATrace) {
+  for (const char* name : {"A", "B", "C", "D"}) folder.Remove(name);
+  folder.File("D", std::string(3 << 20, 'D'));
+  Fat16Image large, untouched;
+  for (Fat16Image* disk : {&large, &untouched}) ASSERT_TRUE(disk->Init(8 << 20, err)) << err;
+  readsBeforeError = 1;  // the file's own bytes come, then an error instead of the end
+  readsFailFromThenOn = true;
+  EXPECT_TRUE(PopulateDir(large, 0, folder.Path(), err, skipped));
+  EXPECT_EQ(test::BytesOf(large), test::BytesOf(untouched));
+  EXPECT_EQ(large.AllocCluster(), 2);
+  EXPECT_THAT(skipped, ElementsAre((folder / "D").string() +
+                                   " [transient read error \xE2\x80\x94 file may have changed]"));
+}
+
+TEST_F(SystemFault, LargeFileThatFailsOnce_IsReadAgain) {
+  for (const char* name : {"A", "B", "C", "D"}) folder.Remove(name);
+  folder.File("D", std::string(3 << 20, 'D'));
+  Fat16Image failed, smooth;
+  for (Fat16Image* disk : {&failed, &smooth}) ASSERT_TRUE(disk->Init(8 << 20, err)) << err;
+  ASSERT_TRUE(PopulateDir(smooth, 0, folder.Path(), err, skipped));
+  readsBeforeError = 1;
+  EXPECT_TRUE(PopulateDir(failed, 0, folder.Path(), err, skipped));
+  EXPECT_THAT(skipped, IsEmpty());
+  EXPECT_EQ(test::BytesOf(failed), test::BytesOf(smooth));
+}
+
+TEST_F(SystemFault, LargeFileThatGrowsWhileItIsRead_IsCopiedAsItIsAfterwards) {
+  for (const char* name : {"A", "B", "C", "D"}) folder.Remove(name);
+  folder.File("D", std::string(2 << 20, 'D'));
+  Fat16Image grown;
+  ASSERT_TRUE(grown.Init(8 << 20, err)) << err;
+  atTheNextRead = [&] { folder.File("D", std::string(3 << 20, 'E')); };
+  EXPECT_TRUE(PopulateDir(grown, 0, folder.Path(), err, skipped));
+  EXPECT_THAT(skipped, IsEmpty());
+  EXPECT_EQ(LoadU32(&grown.Bytes()[grown.Layout().rootDirSector * 512 + 28]), 3u << 20);
 }
 
 TEST_F(SystemFault, ImageWhoseCloseFails_IsAFailedWrite) {

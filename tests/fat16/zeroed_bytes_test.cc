@@ -24,6 +24,14 @@ TEST(ZeroedBytes, PrepareToRead_KeepsWhatWasWritten) {
   EXPECT_EQ(bytes.data()[4999], 7);
 }
 
+TEST(ZeroedBytes, PreferHugePages_KeepsWhatIsThere) {
+  ZeroedBytes bytes(std::size_t{8} << 20);
+  bytes.data()[4999] = 7;
+  bytes.PreferHugePages(4990, bytes.size() - 4990);
+  EXPECT_EQ(bytes.data()[4999], 7);
+  EXPECT_EQ(std::count(bytes.Span().begin(), bytes.Span().end(), 0), (8 << 20) - 1);
+}
+
 TEST(ZeroedBytes, Default_IsEmpty) {
   const ZeroedBytes bytes;
   bytes.PrepareToRead();
