@@ -8,6 +8,8 @@
 #include <memory>
 #include <string_view>
 
+#include "common/host_file.h"
+
 namespace quorbix::virtdisk::internal {
 namespace fs = std::filesystem;
 
@@ -17,12 +19,13 @@ struct CloseFolder {
   void operator()(::DIR* folder) const { ::closedir(folder); }
 };
 
-::DIR* OpenFolder(const fs::path& folder, IfLink ifLink) {
-  const int links = ifLink == IfLink::kRefuse ? O_NOFOLLOW : 0;
-  const int file = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | links);
-  if (file < 0) return nullptr;
-  ::DIR* stream = ::fdopendir(file);
-  if (stream == nullptr) ::close(file);
+// A stream closes the descriptor that it was given, so it is given one of its own.
+::DIR* OpenStream(const Descriptor& folder) {
+  if (!folder) return nullptr;
+  const int own = ::fcntl(folder.Get(), F_DUPFD_CLOEXEC, 0);
+  if (own < 0) return nullptr;
+  ::DIR* stream = ::fdopendir(own);
+  if (stream == nullptr) ::close(own);
   return stream;
 }
 
@@ -50,8 +53,15 @@ fs::file_type TypeOf(const ::dirent& entry) {
 }  // namespace
 
 FolderListing ListFolder(const fs::path& folder, IfLink ifLink) {
+  Descriptor closedAtTheEnd;
+  return ListFolder(folder, ifLink, closedAtTheEnd);
+}
+
+FolderListing ListFolder(const fs::path& folder, IfLink ifLink, Descriptor& descriptor) {
   FolderListing listing;
-  const std::unique_ptr<::DIR, CloseFolder> stream(OpenFolder(folder, ifLink));
+  const int links = ifLink == IfLink::kRefuse ? O_NOFOLLOW : 0;
+  descriptor = OpenHostPath(folder.c_str(), O_RDONLY | O_DIRECTORY | links);
+  const std::unique_ptr<::DIR, CloseFolder> stream(OpenStream(descriptor));
   if (!stream) {
     listing.error.assign(errno, std::generic_category());
     return listing;

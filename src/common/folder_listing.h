@@ -6,6 +6,8 @@
 #include <system_error>
 #include <vector>
 
+#include "common/descriptor.h"
+
 namespace quorbix::virtdisk::internal {
 
 // One entry of a folder, as the file system lists it.
@@ -26,6 +28,10 @@ enum class IfLink { kFollow, kRefuse };
 // Lists a folder whole and closes it, so that no descriptor stays open while its sub-folders are
 // looked at: the depth of a tree must not exhaust them.
 FolderListing ListFolder(const std::filesystem::path& folder, IfLink ifLink = IfLink::kFollow);
+
+// The same, and leaves the folder open in `descriptor`, for whoever closes it soon.
+FolderListing ListFolder(const std::filesystem::path& folder, IfLink ifLink,
+                         Descriptor& descriptor);
 
 }  // namespace quorbix::virtdisk::internal
 

@@ -1,6 +1,10 @@
 #include "common/folder_walk.h"
 
+#include <fcntl.h>
+
 #include <utility>
+
+#include "common/host_file.h"
 
 namespace quorbix::virtdisk::internal {
 namespace fs = std::filesystem;
@@ -15,13 +19,14 @@ namespace {
 
 FolderWalk::FolderWalk(const fs::path& root, std::error_code& error) : path(root.native()) {
   error.clear();
-  FolderListing listing = ListFolder(root);
+  Descriptor descriptor;
+  FolderListing listing = ListFolder(root, IfLink::kFollow, descriptor);
   if (listing.entries.empty()) {
     error = listing.error;
     return;
   }
   if (!path.ends_with('/')) path += '/';
-  open.push_back({std::move(listing), 0, path.size()});
+  open.push_back({std::move(descriptor), std::move(listing), 0, path.size()});
   ShowNext();
 }
 
@@ -31,6 +36,18 @@ bool FolderWalk::IsFolder(std::error_code& error) const {
 
 bool FolderWalk::IsRegularFile(std::error_code& error) const {
   return TypeBehind(error) == fs::file_type::regular;
+}
+
+Descriptor FolderWalk::OpenRegularFile(struct ::stat& status) {
+  OpenFolder& folder = open.back();
+  if (!folder.descriptor) {
+    // The root may be named by a link, and then with the slash behind it; the others may not.
+    const bool isRoot = open.size() == 1;
+    const std::string folderPath = path.substr(0, folder.pathSize - (isRoot ? 0 : 1));
+    folder.descriptor =
+        OpenHostPath(folderPath.c_str(), O_PATH | O_DIRECTORY | (isRoot ? 0 : O_NOFOLLOW));
+  }
+  return OpenRegularFileIn(folder.descriptor.Get(), Current().name.c_str(), status);
 }
 
 void FolderWalk::Advance() {
@@ -54,11 +71,13 @@ bool FolderWalk::MayEnter() const {
 
 void FolderWalk::Enter() {
   // A link that took the folder's place since would lead out of the tree.
-  FolderListing listing = ListFolder(path, IfLink::kRefuse);
+  Descriptor descriptor;
+  FolderListing listing = ListFolder(path, IfLink::kRefuse, descriptor);
   if (!listing.opened && listing.error == std::errc::filename_too_long) return;
   if (listing.error && listing.entries.empty()) Throw(path, listing.error);
   path += '/';
-  open.push_back({std::move(listing), 0, path.size()});
+  open.back().descriptor.Close();
+  open.push_back({std::move(descriptor), std::move(listing), 0, path.size()});
 }
 
 void FolderWalk::ShowNext() {

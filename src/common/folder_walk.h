@@ -1,20 +1,23 @@
 #ifndef QUORBIX_VIRTDISK_COMMON_FOLDER_WALK_H_
 #define QUORBIX_VIRTDISK_COMMON_FOLDER_WALK_H_
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <filesystem>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "common/descriptor.h"
 #include "common/folder_listing.h"
 
 namespace quorbix::virtdisk::internal {
 
 // Walks everything below a folder as the standard library's recursive iterator does: depth first in
 // the order of the listings, links to folders listed and not entered. Unlike that iterator it keeps
-// no descriptor open between its steps, and passes over what lies in folders whose paths are longer
-// than the system takes: no file in them could be opened by its path.
+// but one descriptor open between its steps, that of the current entry's folder, and passes over
+// what lies in folders whose paths are longer than the system takes.
 class FolderWalk {
  public:
   // A root that cannot be opened has no entries, and `error` says why.
@@ -31,12 +34,16 @@ class FolderWalk {
   bool IsFolder(std::error_code& error) const;
   bool IsRegularFile(std::error_code& error) const;
 
+  // Opens the current entry for reading if it is a regular file, or a link to one.
+  Descriptor OpenRegularFile(struct ::stat& status);
+
   // Goes on to the next entry. Throws std::filesystem::filesystem_error when a sub-folder cannot be
   // opened, or a listing failed half way.
   void Advance();
 
  private:
   struct OpenFolder {
+    Descriptor descriptor;  // closed while a sub-folder is walked
     FolderListing listing;
     std::size_t next = 0;      // entry to show next
     std::size_t pathSize = 0;  // of `path`, with the separator behind the folder's own

@@ -7,23 +7,39 @@
 
 namespace quorbix::virtdisk::internal {
 
-Descriptor OpenHostPath(const char* path, int flags, ::mode_t newFileMode) {
+namespace {
+
+Descriptor Open(int folder, const char* path, int flags, ::mode_t newFileMode) {
   int file;
   do {
-    file = ::open(path, flags | O_CLOEXEC, newFileMode);
+    file = ::openat(folder, path, flags | O_CLOEXEC, newFileMode);
   } while (file < 0 && errno == EINTR);
   return Descriptor(file);
 }
 
-Descriptor OpenHostFile(const char* path, int flags, ::mode_t newFileMode) {
-  Descriptor file = OpenHostPath(path, flags | O_NONBLOCK, newFileMode);
+Descriptor OpenFile(int folder, const char* path, int flags, ::mode_t newFileMode) {
+  Descriptor file = Open(folder, path, flags | O_NONBLOCK, newFileMode);
   // Only a lease is answered so; a pipe that is opened without waiting succeeds or gives ENXIO.
   if (file || errno != EWOULDBLOCK) return file;
-  return OpenHostPath(path, flags, newFileMode);
+  return Open(folder, path, flags, newFileMode);
+}
+
+}  // namespace
+
+Descriptor OpenHostPath(const char* path, int flags, ::mode_t newFileMode) {
+  return Open(AT_FDCWD, path, flags, newFileMode);
+}
+
+Descriptor OpenHostFile(const char* path, int flags, ::mode_t newFileMode) {
+  return OpenFile(AT_FDCWD, path, flags, newFileMode);
 }
 
 Descriptor OpenRegularFile(const char* path, struct ::stat& status) {
-  Descriptor file = OpenHostFile(path, O_RDONLY);
+  return OpenRegularFileIn(AT_FDCWD, path, status);
+}
+
+Descriptor OpenRegularFileIn(int folder, const char* name, struct ::stat& status) {
+  Descriptor file = OpenFile(folder, name, O_RDONLY, 0);
   if (!file || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return Descriptor();
   return file;
 }

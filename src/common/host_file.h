@@ -23,8 +23,12 @@ Descriptor OpenHostPath(const char* path, int flags, ::mode_t newFileMode = 0666
 // clients, to give it back.
 Descriptor OpenHostFile(const char* path, int flags, ::mode_t newFileMode = 0666);
 
-// The same, and nothing unless it is a regular file; `status` is what it is when opened.
+// The same for reading, and nothing unless it is a regular file; `status` is what it is when
+// opened.
 Descriptor OpenRegularFile(const char* path, struct ::stat& status);
+
+// The same for an entry `name` of an open folder.
+Descriptor OpenRegularFileIn(int folder, const char* name, struct ::stat& status);
 
 // Reads until `buffer` is full or the file ends. Returns how much was read, or -1 on failure.
 std::ptrdiff_t ReadFully(int file, std::span<std::uint8_t> buffer);

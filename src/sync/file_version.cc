@@ -1,23 +1,17 @@
 #include "sync/file_version.h"
 
-#include <utility>
-
 #include "common/ascii.h"
 
 namespace quorbix::virtdisk::internal {
-namespace fs = std::filesystem;
 
-std::string KeyFromRelPath(const fs::path& relPath) {
-  if (relPath.has_root_directory() && !relPath.has_relative_path()) return "/";
+std::string KeyFromRelPath(std::string_view relPath) {
   std::string key;
-  key.reserve(relPath.native().size());
-  bool afterName = false;
-  for (const fs::path& element : relPath) {
-    if (afterName) key += '/';
-    key += element.native();
-    afterName = !element.has_root_directory();
+  key.reserve(relPath.size());
+  // Several separators are one between two elements, and one that ends a path stays.
+  for (const char c : relPath) {
+    if (c != '/' || key.empty() || key.back() != '/') key += ToAsciiLower(c);
   }
-  return ToAsciiLower(std::move(key));
+  return key;
 }
 
 }  // namespace quorbix::virtdisk::internal

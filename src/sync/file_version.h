@@ -2,8 +2,8 @@
 #define QUORBIX_VIRTDISK_SYNC_FILE_VERSION_H_
 
 #include <cstdint>
-#include <filesystem>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 namespace quorbix::virtdisk::internal {
@@ -21,11 +21,12 @@ struct FileVersion {
 
 // By the keys that KeyFromRelPath makes.
 using VersionMap = std::unordered_map<std::string, FileVersion>;
-using PathMap = std::unordered_map<std::string, std::filesystem::path>;
+using PathMap = std::unordered_map<std::string, std::string>;  // relative paths
 
 // Returns the key under which a file is known on both sides: the elements of its relative path,
-// joined by "/", with ASCII letters in lower case. Nothing else is normalised.
-std::string KeyFromRelPath(const std::filesystem::path& relPath);
+// joined by "/", with ASCII letters in lower case. Nothing else is normalised. The path is a text,
+// since the path class takes longer to be made than a small file to be read.
+std::string KeyFromRelPath(std::string_view relPath);
 
 }  // namespace quorbix::virtdisk::internal
 

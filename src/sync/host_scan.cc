@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <span>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -57,10 +58,10 @@ class FileHasher {
  public:
   FileHasher() : buffer(kBufferBytes) {}
 
-  // False when the file cannot be opened, or cannot be read up to the size it had when opened.
-  bool Hash(const char* path, FileContent& content) {
+  // False when the walk's file cannot be opened, or cannot be read up to the size it had then.
+  bool Hash(FolderWalk& walk, FileContent& content) {
     struct ::stat status;
-    const Descriptor file = OpenRegularFile(path, status);
+    const Descriptor file = walk.OpenRegularFile(status);
     if (!file) return false;
     content = {kEmptyHash, static_cast<std::uint64_t>(status.st_size), RawStamp(status.st_mtim)};
     for (std::uint64_t left = content.size; left > 0;) {
@@ -90,15 +91,15 @@ bool EnsureFolder(const fs::path& root, std::string& error) {
 
 // Takes the walk's own prefix off, so that links and ".." in `root` stay what they are and the
 // system is not asked.
-fs::path RelativeTo(const fs::path& root, const std::string& entry) {
-  return fs::path(entry.substr(entry.find_first_not_of('/', root.native().size())));
+std::string RelativeTo(const fs::path& root, const std::string& entry) {
+  return entry.substr(entry.find_first_not_of('/', root.native().size()));
 }
 
-std::uint64_t EntrySignature(const std::string& key, const FileVersion& version) {
-  std::uint64_t value = version.contentHash;
-  value = Combine(value, HashBytes(AsBytes(key.data(), key.size())));
-  value = Combine(value, version.size);
-  return Combine(value, version.modifiedStamp);
+std::uint64_t EntrySignature(const HostFile& file) {
+  std::uint64_t value = file.version.contentHash;
+  value = Combine(value, HashBytes(AsBytes(file.key.data(), file.key.size())));
+  value = Combine(value, file.version.size);
+  return Combine(value, file.version.modifiedStamp);
 }
 
 bool IsRegularFile(const FolderWalk& walk) {
@@ -106,15 +107,28 @@ bool IsRegularFile(const FolderWalk& walk) {
   return walk.IsRegularFile(ignored);
 }
 
-bool IsHidden(const fs::path& relPath) { return relPath.filename().native().starts_with('.'); }
+bool IsHidden(std::string_view relPath) {
+  return relPath.substr(relPath.rfind('/') + 1).starts_with('.');
+}
 
 }  // namespace
 
-void ScanHostFiles(const fs::path& root, VersionMap& versions, PathMap& hostPaths,
-                   std::uint64_t& signature, std::string& error) {
-  versions.clear();
-  hostPaths.clear();
-  signature = 0;
+VersionMap VersionsOf(const HostSnapshot& snapshot) {
+  VersionMap versions;
+  versions.reserve(snapshot.files.size());
+  for (const HostFile& file : snapshot.files) versions.insert_or_assign(file.key, file.version);
+  return versions;
+}
+
+PathMap PathsOf(const HostSnapshot& snapshot) {
+  PathMap paths;
+  paths.reserve(snapshot.files.size());
+  for (const HostFile& file : snapshot.files) paths.insert_or_assign(file.key, file.relPath);
+  return paths;
+}
+
+void ScanHostFiles(const fs::path& root, HostSnapshot& snapshot, std::string& error) {
+  snapshot = HostSnapshot();
   if (!EnsureFolder(root, error)) return;
   FileHasher hasher;
   std::error_code ec;
@@ -126,17 +140,16 @@ void ScanHostFiles(const fs::path& root, VersionMap& versions, PathMap& hostPath
       return;
     }
     if (!IsRegularFile(walk)) continue;
-    fs::path relPath = RelativeTo(root, walk.Path());
+    HostFile file{.relPath = RelativeTo(root, walk.Path()), .key = {}, .version = {}};
     FileContent content;
-    if (IsHidden(relPath) || !hasher.Hash(walk.Path().c_str(), content)) continue;
-    const FileVersion version{
+    if (IsHidden(file.relPath) || !hasher.Hash(walk, content)) continue;
+    file.key = KeyFromRelPath(file.relPath);
+    file.version = {
         .contentHash = content.hash,
         .modifiedStamp = content.stamp,
         .size = static_cast<std::uint32_t>(std::min<std::uint64_t>(content.size, kLargestSize))};
-    const std::string key = KeyFromRelPath(relPath);
-    signature = Combine(signature, EntrySignature(key, version));
-    versions.insert_or_assign(key, version);
-    hostPaths.insert_or_assign(key, std::move(relPath));
+    snapshot.signature = Combine(snapshot.signature, EntrySignature(file));
+    snapshot.files.push_back(std::move(file));
   }
 }
 

@@ -28,7 +28,6 @@ struct ImageStamp {
 struct HostSide {
   VersionMap versions;
   PathMap paths;
-  std::uint64_t signature = 0;
 };
 
 struct ImageSide {
@@ -51,9 +50,9 @@ bool ReadImageStamp(const fs::path& imagePath, ImageStamp& stamp) {
   return !timeError && !sizeError;
 }
 
-bool ScanHost(const fs::path& hostRoot, HostSide& host) {
+bool ScanHost(const fs::path& hostRoot, HostSnapshot& host) {
   std::string error;
-  ScanHostFiles(hostRoot, host.versions, host.paths, host.signature, error);
+  ScanHostFiles(hostRoot, host, error);
   return error.empty();
 }
 
@@ -95,7 +94,7 @@ void CopyToHost(const std::string& key, const fs::path& hostRoot, const HostSide
   const auto inImage = image.paths.find(key);
   if (inImage == image.paths.end()) return;
   const auto onHost = host.paths.find(key);
-  const fs::path relPath = onHost != host.paths.end() ? onHost->second : fs::path(inImage->second);
+  const fs::path relPath = onHost != host.paths.end() ? onHost->second : inImage->second;
   if (LeadsThroughLink(hostRoot, relPath)) return;
   const FileVersion& version = image.versions.at(key);
   std::vector<std::uint8_t> bytes;
@@ -130,10 +129,11 @@ void CarryOut(SyncAction action, const std::string& key, const fs::path& hostRoo
 
 // Every deletion comes before the first new file, so that a folder can take the place of a file of
 // the same name. False when the image cannot be read; nothing was done then.
-bool ReconcileFiles(const fs::path& imagePath, const fs::path& hostRoot, const HostSide& host,
-                    const VersionMap& baseline, Outcome& outcome) {
+bool ReconcileFiles(const fs::path& imagePath, const fs::path& hostRoot,
+                    const HostSnapshot& snapshot, const VersionMap& baseline, Outcome& outcome) {
   ImageSide image;
   if (!ReadImage(imagePath, image)) return false;
+  const HostSide host{.versions = VersionsOf(snapshot), .paths = PathsOf(snapshot)};
   for (const auto& [key, version] : host.versions) {
     CarryOut(Decide(version, Find(image.versions, key), Find(baseline, key)), key, hostRoot, host,
              image, outcome);
@@ -170,9 +170,9 @@ void AgreeOnImage(const fs::path& imagePath, std::uint64_t hostSignature, SyncSt
 
 // Scans anew, so that what was just copied and deleted is agreed upon.
 void AgreeOnHost(const fs::path& hostRoot, SyncState& state) {
-  HostSide host;
+  HostSnapshot host;
   if (!ScanHost(hostRoot, host)) return;
-  state.baseline = std::move(host.versions);
+  state.baseline = VersionsOf(host);
   state.lastHostSignature = host.signature;
 }
 
@@ -182,7 +182,7 @@ void RunSyncPass(const fs::path& imagePath, const fs::path& hostRoot, SyncState&
                  const BuilderFactory& createBuilder) {
   ImageStamp stamp;
   if (!ReadImageStamp(imagePath, stamp)) return;
-  HostSide host;
+  HostSnapshot host;
   if (!ScanHost(hostRoot, host)) return;
   if (stamp.writeTime == state.lastImageWriteTime && stamp.size == state.lastImageSize &&
       host.signature == state.lastHostSignature) {

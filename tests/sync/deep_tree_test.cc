@@ -25,12 +25,10 @@ using test::TempFolder;
 constexpr test::ChildLimits kFewDescriptors{.openFileLimit = 64};
 
 PathMap ScannedPaths(const fs::path& root) {
-  VersionMap versions;
-  PathMap paths;
-  std::uint64_t signature = 0;
+  HostSnapshot snapshot;
   std::string error;
-  ScanHostFiles(root, versions, paths, signature, error);
-  return paths;
+  ScanHostFiles(root, snapshot, error);
+  return PathsOf(snapshot);
 }
 
 TEST(DeepFolders, Of1500Levels_AreScannedToTheBottom) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <random>
 #include <vector>
 
 #include "sync/hash_bytes.h"
@@ -71,6 +73,30 @@ TEST(KeyFromRelPath, TrailingSeparator_StaysAsOneSlash) {
 }
 
 TEST(KeyFromRelPath, DotElements_Stay) { EXPECT_EQ(KeyFromRelPath("./A/../B"), "./a/../b"); }
+
+// As the path class would part and join it.
+std::string KeyByElements(const std::filesystem::path& path) {
+  if (path.has_root_directory() && !path.has_relative_path()) return "/";
+  std::string key;
+  bool afterName = false;
+  for (const std::filesystem::path& element : path) {
+    if (afterName) key += '/';
+    for (const char c : element.native()) {
+      key += c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+    }
+    afterName = element != "/";
+  }
+  return key;
+}
+
+TEST(KeyFromRelPath, AnyText_GivesTheElementsOfThePathItIs) {
+  std::mt19937 random(11);
+  for (int i = 0; i < 20'000; ++i) {
+    std::string text;
+    for (auto length = random() % 9; length > 0; --length) text += "//aZ. "[random() % 6];
+    EXPECT_EQ(KeyFromRelPath(text), KeyByElements(text)) << text;
+  }
+}
 
 TEST(KeyFromRelPath, Backslash_IsAnOrdinaryByte) { EXPECT_EQ(KeyFromRelPath("A\\B"), "a\\b"); }
 

@@ -18,13 +18,11 @@ class NamedFolder : public testing::Test {
   NamedFolder() { folder.File("host/Sub/File.TXT", "abc").File("host/Top.TXT", "x"); }
 
   static bool ScansAlike(const fs::path& root) {
-    VersionMap versions;
-    PathMap paths;
-    std::uint64_t signature = 0;
+    HostSnapshot snapshot;
     std::string error;
-    ScanHostFiles(root, versions, paths, signature, error);
+    ScanHostFiles(root, snapshot, error);
     return error.empty() &&
-           paths == PathMap{{"sub/file.txt", "Sub/File.TXT"}, {"top.txt", "Top.TXT"}};
+           PathsOf(snapshot) == PathMap{{"sub/file.txt", "Sub/File.TXT"}, {"top.txt", "Top.TXT"}};
   }
 
   // In a child, because the working folder belongs to the whole process.

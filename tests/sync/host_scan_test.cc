@@ -25,12 +25,16 @@ using testing::UnorderedElementsAre;
 
 struct Scan {
   explicit Scan(const fs::path& root) {
-    ScanHostFiles(root, versions, hostPaths, signature, error);
+    HostSnapshot snapshot{.files = {{"old", "old", {}}}, .signature = 99};  // all of it must go
+    ScanHostFiles(root, snapshot, error);
+    versions = VersionsOf(snapshot);
+    hostPaths = PathsOf(snapshot);
+    signature = snapshot.signature;
   }
 
-  VersionMap versions{{"old", {}}};  // what was there before must go
-  PathMap hostPaths{{"old", "old"}};
-  std::uint64_t signature = 99;
+  VersionMap versions;
+  PathMap hostPaths;
+  std::uint64_t signature = 0;
   std::string error;
 };
 
@@ -332,11 +336,9 @@ TEST(ScanHostFiles, TwoThousandFiles_LeaveNoDescriptorOpen) {
 
 TEST(ScanHostFiles, EarlierErrorText_IsNotCleared) {
   TempFolder folder;
-  VersionMap versions;
-  PathMap paths;
-  std::uint64_t signature = 0;
+  HostSnapshot snapshot;
   std::string error = "earlier";
-  ScanHostFiles(folder.Path(), versions, paths, signature, error);
+  ScanHostFiles(folder.Path(), snapshot, error);
   EXPECT_EQ(error, "earlier");
 }
 

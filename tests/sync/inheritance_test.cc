@@ -50,6 +50,15 @@ extern "C" int open(const char* path, int flags, ...) {
   return NextOf<int(const char*, int, ...)>("open")(path, flags, mode);
 }
 
+extern "C" int openat(int folder, const char* path, int flags, ...) {
+  Note(path, (flags & O_CLOEXEC) != 0);
+  std::va_list rest;
+  va_start(rest, flags);
+  const int mode = va_arg(rest, int);
+  va_end(rest);
+  return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
+}
+
 extern "C" FILE* fopen(const char* path, const char* mode) {
   return NotedOpen("fopen", path, mode);
 }

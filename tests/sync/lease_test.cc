@@ -22,16 +22,14 @@ TEST_F(LeasedFile, Scan_WaitsAndTakesIt) {
   folder.File("host/A.TXT", "a").File("host/B.TXT", "b");
   LeaseHolder holder(Host() / "A.TXT");
   NEED_LEASE(holder);
-  VersionMap versions;
-  PathMap paths;
-  std::uint64_t signature = 0;
+  HostSnapshot snapshot;
   std::string error;
 
-  ScanHostFiles(Host(), versions, paths, signature, error);
+  ScanHostFiles(Host(), snapshot, error);
 
   EXPECT_TRUE(holder.WasAsked());
-  EXPECT_EQ(versions.size(), 2u);
-  EXPECT_TRUE(versions.contains("a.txt"));
+  EXPECT_EQ(snapshot.files.size(), 2u);
+  EXPECT_TRUE(VersionsOf(snapshot).contains("a.txt"));
 }
 
 TEST_F(LeasedFile, IdlePass_WaitsAndTakesNothingForDeleted) {

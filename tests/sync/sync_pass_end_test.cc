@@ -64,11 +64,10 @@ class PassEnd : public SyncedDisk {
   }
 
   std::pair<VersionMap, std::uint64_t> ScanHost() const {
-    std::pair<VersionMap, std::uint64_t> scan;
-    PathMap paths;
+    HostSnapshot snapshot;
     std::string error;
-    ScanHostFiles(Host(), scan.first, paths, scan.second, error);
-    return scan;
+    ScanHostFiles(Host(), snapshot, error);
+    return {VersionsOf(snapshot), snapshot.signature};
   }
 
   VersionMap ListImage() const {

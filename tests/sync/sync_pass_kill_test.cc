@@ -38,13 +38,13 @@ Function* NextOf(const char* name) {
 // These stand in front of the C library's functions for the whole program, the C++ library
 // included. The process ends before the call, or half way through a write.
 
-extern "C" int open(const char* path, int flags, ...) {
+extern "C" int openat(int folder, const char* path, int flags, ...) {
   std::va_list rest;
   va_start(rest, flags);
   const int mode = va_arg(rest, int);
   va_end(rest);
   if ((flags & O_CREAT) != 0) EndIfLast();
-  return NextOf<int(const char*, int, ...)>("open")(path, flags, mode);
+  return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
 }
 
 extern "C" ssize_t write(int file, const void* bytes, size_t size) {
