@@ -3,47 +3,44 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <functional>
-#include <limits>
 #include <string>
-#include <system_error>
 #include <vector>
 
-#include "common/byte_buffer.h"
-#include "common/folder_listing.h"
+#include "builder/host_entry.h"
 #include "fat16/fat16_image.h"
 
 namespace quorbix::virtdisk::internal {
 
-enum class EntryKind { kDirectory, kRegularFile, kOther, kStatusFailed };
-
-// Decides what a directory entry is, asking it `is_directory`, then `is_regular_file`. Both use the
-// type that the listing reported, else the status, following links. kStatusFailed: an answer came
-// with an error, which `error` holds.
-template <class Entry>
-EntryKind KindOf(const Entry& entry, std::error_code& error) {
-  if (entry.is_directory(error)) {
-    return error ? EntryKind::kStatusFailed : EntryKind::kDirectory;
-  }
-  if (entry.is_regular_file(error)) {
-    return error ? EntryKind::kStatusFailed : EntryKind::kRegularFile;
-  }
-  return EntryKind::kOther;
-}
-
-// The same for the entry at `path`, of which a listing reported the type `listed`. Links, and
-// entries of unknown type, are asked for what they are now.
-EntryKind AskKind(const std::filesystem::path& path, std::filesystem::file_type listed,
-                  std::error_code& error);
-
-// What a population asks of the host.
-struct HostQueries {
-  std::function<FolderListing(const std::filesystem::path& folder)> list =
-      [](const std::filesystem::path& folder) { return ListFolder(folder); };
-  std::function<EntryKind(const std::filesystem::path& path, std::filesystem::file_type listed,
-                          std::error_code& error)>
-      ask = AskKind;
+// An entry of the host that found a short name.
+struct PlacedEntry {
+  std::uint32_t directory = 0;  // as the target numbers them; 0 is the one that is populated
+  const std::string& shortName;
+  const std::filesystem::path& path;
+  bool isLink = false;  // listed as a link, whatever it leads to
 };
+
+// Where a population puts what it finds.
+class PopulationTarget {
+ public:
+  enum class FileResult { kAdded, kUnreadable, kFull };
+
+  virtual ~PopulationTarget() = default;
+
+  // Returns the number of the new directory, or 0 when the target takes nothing more.
+  virtual std::uint32_t AddDirectory(const PlacedEntry& entry) = 0;
+  // kUnreadable costs the file alone, kFull ends the population.
+  virtual FileResult AddFile(const PlacedEntry& entry) = 0;
+
+  // An entry, or what a folder holds (further), that is left out for a `reason`.
+  virtual void Skip(const std::filesystem::path& path, const std::string& reason) = 0;
+  // An entry that is neither file nor folder.
+  virtual void PassOver(const std::filesystem::path& path) = 0;
+};
+
+// Offers what lies in `hostDir`, with all subdirectories, to a target, in the order in which the
+// host lists it and under short names. Returns false when the target takes nothing more.
+[[nodiscard]] bool Populate(PopulationTarget& target, const std::filesystem::path& hostDir,
+                            const HostQueries& host = {});
 
 // Copies what lies in `hostDir`, with all subdirectories, into the directory `dirCluster` of
 // `image`, in the order in which the host lists it.
@@ -55,17 +52,6 @@ struct HostQueries {
 [[nodiscard]] bool PopulateDir(Fat16Image& image, std::uint32_t dirCluster,
                                const std::filesystem::path& hostDir, std::string& err,
                                std::vector<std::string>& skipped, const HostQueries& host = {});
-
-enum : int { kReadWhole = 0, kUnreadable = 1 };
-
-// Replaces `content` by the whole content of a host file and returns kReadWhole; returns
-// kUnreadable when the file cannot be opened, is no regular file by now, or an error ends the
-// reading before the file's end. The size that the file's metadata give is not relied on.
-//
-// No more than `mostBytes` are read, and one byte beyond them when the file has it: whoever has no
-// room for more needs to know no more.
-[[nodiscard]] int ReadHostFile(const std::filesystem::path& hostFile, ByteBuffer& content,
-                               std::uint64_t mostBytes = std::numeric_limits<std::uint32_t>::max());
 
 }  // namespace quorbix::virtdisk::internal
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "builder/file_reading.h"
 #include "builder/tree_population.h"
 #include "support/child_process.h"
 #include "support/instrumented.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "builder/tree_population.h"
+#include "builder/file_reading.h"
 #include "support/child_process.h"
 #include "support/lease_holder.h"
 #include "support/temp_folder.h"
