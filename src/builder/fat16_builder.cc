@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "builder/build_identity.h"
+#include "builder/source_folder.h"
 #include "builder/tree_population.h"
-#include "common/fail.h"
 #include "fat16/fat16_image.h"
 #include "fat16/volume_layout.h"
 
@@ -14,9 +14,6 @@ namespace fs = std::filesystem;
 
 namespace internal {
 namespace {
-
-constexpr char kNoSource[] = "Source folder does not exist: ";
-constexpr char kSourceNotAFolder[] = "Source path is not a directory: ";
 
 // Links to folders are not followed here, unlike in a build: some lead round in circles.
 bool IsFolderItself(const fs::directory_entry& entry) {
@@ -37,11 +34,7 @@ bool Fat16Builder::Build(const fs::path& sourceFolder, const fs::path& outputIma
                          std::uint64_t sizeBytes) {
   lastError.clear();
   skippedFiles.clear();
-  if (!fs::exists(sourceFolder)) return Fail(lastError, kNoSource + sourceFolder.string());
-  if (!fs::is_directory(sourceFolder)) {
-    return Fail(lastError, kSourceNotAFolder + sourceFolder.string());
-  }
-
+  if (!CheckSourceFolder(sourceFolder, lastError)) return false;
   Fat16Image image;
   if (!image.Init(sizeBytes, lastError)) return false;
   const std::string label =

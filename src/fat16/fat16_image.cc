@@ -10,15 +10,12 @@
 #include "common/fail.h"
 #include "common/fat_words.h"
 #include "common/host_file.h"
+#include "fat16/full_disk.h"
 #include "fat16/volume_layout.h"
 
 namespace quorbix::virtdisk::internal {
 namespace {
 
-constexpr char kRootFull[] = "Root directory is full";
-constexpr char kCannotExtend[] = "Disk full, cannot extend directory";
-constexpr char kDiskFull[] = "Disk full";
-constexpr char kDiskFullInFile[] = "Disk full while writing file";
 constexpr char kCannotOpen[] = "Cannot open output image: ";
 constexpr char kWriteFailed[] = "Write failed for: ";
 

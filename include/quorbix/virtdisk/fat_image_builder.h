@@ -26,9 +26,9 @@ class QUORBIX_VIRTDISK_EXPORT IFatImageBuilder {
   // rounded down to a multiple of 512. Nothing is sized automatically: see MeasureFolderSize.
   // The volume label is the last component of `sourceFolder`, cut to 11 bytes and upper-cased;
   // a path that ends in a separator gives a blank label. A label whose first byte is 0xE5 marks its
-  // own entry as deleted, so that the first entry of the root takes its place; the boot sector keeps
-  // it. Entries keep the order in which the host
-  // lists them; symbolic links are followed. Images carry no file times.
+  // own entry as deleted, so that the first entry of the root takes its place; the boot sector
+  // keeps it. Entries keep the order in which the host lists them; symbolic links are followed.
+  // Images carry no file times.
   //
   // True: the image file is written completely, and its modification time is later, by 1 ms or
   // more, than that of any image this process built before (where the system lets the process set

@@ -32,14 +32,14 @@ namespace quorbix::virtdisk {
 // there: a later pass deletes them from the folder. Keep the folder well below the image's size.
 //
 // Beware: a pass that rebuilds nothing looks at the folder twice. What is edited there between both
-// looks becomes the agreed state without having reached the image. The next pass that finds a change
-// on either side then takes the image for the newer one: it overwrites the edit, or deletes the file
-// when it was new. Leave the folder alone while the guest's changes are copied out; where that
-// cannot be had, save what was just edited under a new name as well, which carries it over.
+// looks becomes the agreed state without having reached the image. The next pass that finds a
+// change on either side then takes the image for the newer one: it overwrites the edit, or deletes
+// the file when it was new. Leave the folder alone while the guest's changes are copied out; where
+// that cannot be had, save what was just edited under a new name as well, which carries it over.
 //
-// Beware: what the guest edits or adds behind a link to a folder never reaches the host, and is gone
-// from the image with the next rebuild. Keep real folders in the synchronised one, or tell the users
-// of the guest to leave the linked ones alone.
+// Beware: what the guest edits or adds behind a link to a folder never reaches the host, and is
+// gone from the image with the next rebuild. Keep real folders in the synchronised one, or tell the
+// users of the guest to leave the linked ones alone.
 class QUORBIX_VIRTDISK_EXPORT IFolderSyncManager {
  public:
   virtual ~IFolderSyncManager() = default;

@@ -1,5 +1,5 @@
-#ifndef QUORBIX_VIRTDISK_TESTS_INTEROP_RANDOM_TREE_H_
-#define QUORBIX_VIRTDISK_TESTS_INTEROP_RANDOM_TREE_H_
+#ifndef QUORBIX_VIRTDISK_TESTS_SUPPORT_RANDOM_TREE_H_
+#define QUORBIX_VIRTDISK_TESTS_SUPPORT_RANDOM_TREE_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -36,4 +36,4 @@ TreeSummary Summarize(const std::filesystem::path& root);
 
 }  // namespace quorbix::virtdisk::test
 
-#endif  // QUORBIX_VIRTDISK_TESTS_INTEROP_RANDOM_TREE_H_
+#endif  // QUORBIX_VIRTDISK_TESTS_SUPPORT_RANDOM_TREE_H_

@@ -1,4 +1,4 @@
-#include "interop/random_tree.h"
+#include "support/random_tree.h"
 
 #include <random>
 #include <vector>
@@ -24,7 +24,8 @@ class TreeMaker {
     }
     for (std::size_t i = 0; i < shape.files; ++i) {
       const fs::path rel = directories[Below(directories.size())] / Name(shape.directories + i);
-      WriteWholeFile(root / rel, Content(rel));
+      // With inner blanks, names come again.
+      if (!fs::is_directory(root / rel)) WriteWholeFile(root / rel, Content(rel));
     }
     if (!shape.dotFiles) return;
     for (const char* name : {".profile", ".exrc"}) WriteWholeFile(root / name, Content(name));
@@ -60,7 +61,11 @@ class TreeMaker {
     if (Below(8) == 0) return {};
     std::string content = rel.string() + "\n";
     const std::size_t size = content.size() + Below(shape.mostBytes);
-    while (content.size() < size) content += static_cast<char>(random());
+    while (content.size() < size) {
+      const auto word = random();
+      content.append(reinterpret_cast<const char*>(&word), 4);
+    }
+    content.resize(size);
     return content;
   }
 
