@@ -16,10 +16,10 @@ SyncAction DecideConflict(const FileVersion& host, const FileVersion& image) {
 
 SyncAction DecideOnBothSides(const FileVersion& host, const FileVersion& image,
                              const std::optional<FileVersion>& baseline) {
+  if (IsConflict(host, image, baseline)) return DecideConflict(host, image);
   if (Same(host, image)) return SyncAction::kNothing;
-  if (Same(image, baseline)) return SyncAction::kRebuildImage;  // only the host changed
-  if (Same(host, baseline)) return SyncAction::kCopyToHost;     // only the image changed
-  return DecideConflict(host, image);
+  // Only one side changed.
+  return Same(image, baseline) ? SyncAction::kRebuildImage : SyncAction::kCopyToHost;
 }
 
 SyncAction DecideOnHostOnly(const FileVersion& host, const std::optional<FileVersion>& baseline) {
@@ -33,6 +33,11 @@ SyncAction DecideInImageOnly(const FileVersion& image, const std::optional<FileV
 }
 
 }  // namespace
+
+bool IsConflict(const std::optional<FileVersion>& host, const std::optional<FileVersion>& image,
+                const std::optional<FileVersion>& baseline) {
+  return host && image && !Same(*host, image) && !Same(*host, baseline) && !Same(*image, baseline);
+}
 
 SyncAction Decide(const std::optional<FileVersion>& host, const std::optional<FileVersion>& image,
                   const std::optional<FileVersion>& baseline) {

@@ -14,6 +14,11 @@ enum class SyncAction {
   kRebuildImage,  // the host is ahead: the image is made anew from it
 };
 
+// Whether both sides have the file, with different contents, and neither's is the one on which both
+// last agreed: then the contents do not tell which is the newer one.
+bool IsConflict(const std::optional<FileVersion>& host, const std::optional<FileVersion>& image,
+                const std::optional<FileVersion>& baseline);
+
 // Decides about one file from its version on the host, its version in the image and the version on
 // which both last agreed, each absent where there is none.
 SyncAction Decide(const std::optional<FileVersion>& host, const std::optional<FileVersion>& image,

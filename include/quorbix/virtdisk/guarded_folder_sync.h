@@ -1,0 +1,211 @@
+#ifndef QUORBIX_VIRTDISK_GUARDED_FOLDER_SYNC_H_
+#define QUORBIX_VIRTDISK_GUARDED_FOLDER_SYNC_H_
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "quorbix/virtdisk/export.h"
+
+// Keeping a folder of the host and a FAT16 disk image in step, for people's own folders: it looks
+// first, refuses what would lose something, keeps what it replaces, remembers across runs, and lets
+// every file keep its own name on the host. IFolderSyncManager is the other way: it does without
+// all of that, on a thread of its own.
+//
+// Everything here works on the calling thread, prints nothing, and throws nothing but
+// std::bad_alloc, whatever a disk, a folder or an image may do. Texts are for people, in English.
+
+namespace quorbix::virtdisk {
+
+// What can keep a pass from being carried out. While one of them stands that was not accepted,
+// nothing is touched.
+enum class GuardedHazard {
+  kFolderMissing,      // accepted: it is made, and filled from the disk
+  kFolderReplaced,     // another folder than last time, by device and inode; accepted: both sides
+                       // meet for the first time, and nothing is deleted
+  kFolderEmpty,        // while files were agreed on; accepted: they were deleted on purpose
+  kFolderUnreadable,   // cannot be accepted
+  kFolderNotWritable,  // and the pass has to write there; cannot be accepted
+  kImageMissing,       // cannot be accepted
+  kImageReplaced,      // another disk than last time, by its volume id; as kFolderReplaced
+  kImageEmpty,         // while files were agreed on; accepted: they were deleted on purpose
+  kImageUnreadable,    // cannot be accepted
+  kImageNotWritable,   // and the pass has to make it anew; cannot be accepted
+  kImageNotFat16,      // no FAT16 volume in a partition; accepted, where it is one of fewer than
+                   // 4,085 clusters, which other systems take for FAT12: it is used all the same
+  kImageUnsound,      // damaged; accepted: what cannot be read there is taken from the folder
+  kImageCutShort,     // it shows more than its size has room for; cannot be accepted
+  kImageResized,      // accepted: the new size is used
+  kOtherPartitions,   // beside the one in step; accepted: the new image is made without them
+  kDoesNotFit,        // the folder into the image; cannot be accepted
+  kManyDeletions,     // on one side; accepted: they were meant
+  kEntryUnreadable,   // an agreed file or folder of the host; accepted: it stays as it is on both
+                      // sides
+  kKindClash,         // a file on one side where the other has a folder; accepted: both stay, under
+                      // different names
+  kNested,            // the image or the state lies in the folder, or the folder in the state;
+                      // accepted: they take no part
+  kNoRoom,            // on the file system of the folder or of the image; accepted: it is tried
+  kStateDamaged,      // what was remembered cannot be read; accepted: both sides meet for the first
+                      // time, and nothing is deleted
+  kStateNotWritable,  // the state's folder; cannot be accepted
+  kConflict,          // with ConflictRule::kStop; accepted: both versions are kept
+};
+
+// The name of a hazard, for command lines and logs: "folder-missing".
+QUORBIX_VIRTDISK_EXPORT const char* GuardedHazardName(GuardedHazard hazard);
+
+struct GuardedHazardReport {
+  GuardedHazard hazard = GuardedHazard::kFolderMissing;
+  bool canBeAccepted = false;
+  std::string text;                // what would be lost or cannot be done, why, and what to do
+  std::vector<std::string> paths;  // that it is about: some of them, when they are very many
+};
+
+// One thing that a pass does, or would do.
+struct GuardedStep {
+  enum class Kind {
+    kWriteOnHost,   // a file of the disk, new or in place of the folder's
+    kMakeOnHost,    // a folder
+    kDeleteOnHost,  // a file, which goes to the trash
+    kRemoveOnHost,  // an empty folder
+    kWriteOnDisk,   // a file of the folder; all of these by making the image anew
+    kMakeOnDisk,
+    kDeleteOnDisk,
+    kRemoveOnDisk,
+  };
+  enum class Reason {
+    kNew,         // on the other side
+    kChanged,     // on the other side
+    kDeleted,     // on the other side
+    kConflict,    // changed on both sides, or different at the first meeting
+    kUnreadable,  // on the disk, and so written there again
+  };
+  Kind kind = Kind::kWriteOnHost;
+  Reason reason = Reason::kNew;
+  std::string hostPath;     // relative to the folder
+  std::string diskPath;     // "/DOCS/README.TXT"
+  std::uint64_t bytes = 0;  // of a file's content
+  bool isDone = false;      // by Pass
+};
+
+// Something to know that keeps nothing from being done: an entry that takes no part, and why.
+struct GuardedNote {
+  std::string path;  // relative to the folder, or "/DOCS/README.TXT" on the disk; may be empty
+  std::string text;
+};
+
+enum class GuardedOutcome {
+  kNothingToDo,  // both sides are in step
+  kDone,         // Preview: there is something to do. Pass: it was done
+  kRefused,      // hazards stand that were not accepted; nothing was touched
+  kNotNow,       // to be tried again, as `message` tells: somebody is writing just now, or another
+                 // process keeps this pair in step. What was done before that showed is kept
+  kFailed,       // the host refused something; `message` says what. Nothing is lost
+  kStopped,      // options.stop was set
+};
+
+struct GuardedReport {
+  GuardedOutcome outcome = GuardedOutcome::kNothingToDo;
+  std::string message;  // with kNotNow, kFailed and kRefused
+  std::vector<GuardedHazardReport> hazards;
+  std::vector<GuardedStep> steps;
+  std::vector<GuardedNote> notes;
+  bool isFirstMeeting = false;  // nothing was remembered
+  std::uint64_t files = 0;      // in step when all steps are done
+  std::uint64_t bytes = 0;      // of those
+  // When every file of the folder was last read from end to end, in seconds since 1970; 0: never.
+  std::int64_t lastReadInFull = 0;
+};
+
+struct GuardedSyncOptions {
+  enum class ConflictRule {
+    kKeepBoth,  // the folder's version stays, the disk's is written beside it as
+                // "NAME (disk 2026-11-21 17.20.05).EXT"; both are on both sides afterwards
+    kTakeDisk,  // what it replaces goes to the trash
+    kTakeHost,  // what it replaces is in the old image, which goes to the trash
+    kStop,      // a hazard
+  };
+
+  // Where the agreed versions, the names, the lock and the trash are kept; made when it is missing.
+  // Empty: the image's path with ".sync" behind it.
+  std::filesystem::path stateFolder;
+  ConflictRule onConflict = ConflictRule::kKeepBoth;
+  // How long a side must not have changed before it is touched. Whoever writes several files, or
+  // one in pieces, is left to finish.
+  std::chrono::milliseconds settle{2000};
+  // More deletions on one side than this number and this share of the agreed files are a hazard.
+  std::size_t mostDeletions = 10;
+  double mostDeletedShare = 0.5;
+  // The trash keeps no more than this many passes and this many bytes; the oldest go first, and the
+  // latest stays whatever its size.
+  std::size_t trashPasses = 50;
+  std::uint64_t trashBytes = std::uint64_t{4} << 30;
+  // Writes a new image over the old one's bytes, for a machine that has the file open, instead of
+  // renaming it into its place.
+  bool inPlace = false;
+  // Reads every file of the folder, instead of those alone whose size, times or inode differ from
+  // what is remembered.
+  bool verify = false;
+  // When it is set to true, by a signal handler or another thread, the pass ends soon, and leaves
+  // nothing half done. Must outlive the object.
+  const std::atomic<bool>* stop = nullptr;
+};
+
+// Keeps one image and one folder in step. Serves one thread at a time.
+class QUORBIX_VIRTDISK_EXPORT IGuardedFolderSync {
+ public:
+  virtual ~IGuardedFolderSync() = default;
+
+  // Tells what Pass would do now. Touches nothing, neither the two sides nor the state.
+  virtual GuardedReport Preview() = 0;
+
+  // Looks as Preview does. Then, unless a hazard stands that is not among `accepted`, carries out
+  // what it has seen, and tells what was done.
+  //
+  // Whatever is replaced or deleted is in the trash afterwards. A pass may be killed at any moment:
+  // no content is lost, and the next one goes on from there. What changes while a pass runs is left
+  // for the next one.
+  //
+  // The first call takes the lock of the state's folder, which this object then keeps; it is
+  // kNotNow while another one has it.
+  virtual GuardedReport Pass(const std::vector<GuardedHazard>& accepted = {}) = 0;
+};
+
+// Returns a new object, owned by the caller. Nothing is looked at yet.
+[[nodiscard]] QUORBIX_VIRTDISK_EXPORT std::unique_ptr<IGuardedFolderSync> CreateGuardedFolderSync(
+    const std::filesystem::path& image, const std::filesystem::path& folder,
+    const GuardedSyncOptions& options = {});
+
+// One thing in the trash.
+struct TrashedItem {
+  std::string id;    // names it in RestoreTrashed
+  std::string time;  // of the pass that put it there: "2026-11-21 17.20.05"
+  std::string side;  // "folder" or "disk"
+  std::string path;  // where it was: relative to the folder; a whole image's is its file name
+  std::string why;   // "replaced", "deleted", "image replaced", "left over"
+  std::uint64_t bytes = 0;
+};
+
+// Lists what a state folder's trash holds, the oldest first. On failure returns false, says why in
+// `err` and leaves `items` empty; a state folder without a trash is an empty one.
+[[nodiscard]] QUORBIX_VIRTDISK_EXPORT bool ListTrash(const std::filesystem::path& stateFolder,
+                                                     std::vector<TrashedItem>& items,
+                                                     std::string& err);
+
+// Copies a thing out of the trash to `target`, through a temporary file and a rename; it stays in
+// the trash as well. An existing `target` is refused. On failure returns false and says why in
+// `err`.
+[[nodiscard]] QUORBIX_VIRTDISK_EXPORT bool RestoreTrashed(const std::filesystem::path& stateFolder,
+                                                          const std::string& id,
+                                                          const std::filesystem::path& target,
+                                                          std::string& err);
+
+}  // namespace quorbix::virtdisk
+
+#endif  // QUORBIX_VIRTDISK_GUARDED_FOLDER_SYNC_H_

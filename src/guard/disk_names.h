@@ -1,0 +1,34 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_DISK_NAMES_H_
+#define QUORBIX_VIRTDISK_GUARD_DISK_NAMES_H_
+
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace quorbix::virtdisk::internal::guard {
+
+// The short names in use in every directory of the disk, and new ones that keep clear of them.
+class DiskNames {
+ public:
+  // Marks a name as used. `shortName` is the slot's eleven bytes, in any case.
+  void Use(const std::string& directory, const std::string& shortName);
+  // The same for a name as it is listed: "README.TXT".
+  void UseListed(const std::string& diskPath);
+
+  // A name for the host's `hostName` in `directory`, by the ordinary rules of short names, as it is
+  // listed; it is in use from now on. Empty when there is none, or only one that is listed nowhere.
+  std::string Take(const std::string& directory, const std::string& hostName);
+
+ private:
+  std::unordered_map<std::string, std::unordered_set<std::string>> used;  // by directory's key
+};
+
+// Whether a host name is its own short name, letter case aside: "readme.txt", but not "a+b.txt".
+bool IsOwnShortName(const std::string& hostName);
+
+// The eleven bytes, upper-case and padded, of a name as it is listed.
+std::string ShortNameOf(const std::string& listedName);
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_DISK_NAMES_H_

@@ -1,0 +1,74 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_FACTS_H_
+#define QUORBIX_VIRTDISK_GUARD_FACTS_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quorbix::virtdisk::internal::guard {
+
+// What tells one file or folder of the host from another.
+struct Identity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  bool operator==(const Identity&) const = default;
+};
+
+struct FolderFacts {
+  enum class State { kPresent, kMissing, kUnreadable };
+  State state = State::kPresent;
+  std::string error{};  // with kUnreadable: the system's text
+  Identity identity{};
+  std::optional<Identity> identityBefore{};  // at the last pass
+};
+
+struct ImageFacts {
+  enum class State { kPresent, kMissing, kUnreadable, kNoFat16, kCutShort };
+  State state = State::kPresent;
+  std::string error{};  // with the last three: what is wrong
+  std::uint64_t bytes = 0;
+  std::optional<std::uint64_t> bytesBefore{};
+  std::uint32_t volumeId = 0;
+  std::optional<std::uint32_t> volumeIdBefore{};
+  bool isTakenForFat12 = false;  // fewer than 4,085 clusters
+  unsigned otherPartitions = 0;
+  std::vector<std::string> damage{};  // what is unsound, a text each
+};
+
+// How the places lie to each other.
+struct NestingFacts {
+  bool imageInFolder = false;
+  bool stateInFolder = false;
+  bool folderInState = false;
+};
+
+struct StateFacts {
+  bool isDamaged = false;
+  std::string error{};  // what is wrong with it
+  bool isWritable = true;
+};
+
+// What can be known before anything is planned.
+struct Facts {
+  std::string folder{};  // as the caller named it, for texts
+  std::string image{};
+  std::string stateFolder{};
+  FolderFacts onHost;
+  ImageFacts onDisk;
+  NestingFacts nesting;
+  StateFacts state;
+};
+
+// What a plan needs of the host.
+struct PlanFacts {
+  std::vector<std::string> unwritableFolders{};  // of those that the plan changes; host paths
+  bool isImageWritable = true;
+  std::optional<std::uint64_t> freeForFolder{};  // bytes on its file system
+  std::optional<std::uint64_t> freeForImage{};
+  bool isSameFileSystem = false;  // for both
+};
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_FACTS_H_

@@ -1,0 +1,349 @@
+#include "guard/hazards.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "guard/fitting.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+using enum GuardedHazard;
+
+constexpr std::size_t kMostPathsTold = 20;
+
+std::string Number(std::uint64_t number, const char* one, const char* many) {
+  return std::to_string(number) + ' ' + (number == 1 ? one : many);
+}
+
+class Collector {
+ public:
+  void Add(GuardedHazard hazard, bool canBeAccepted, std::string text,
+           std::vector<std::string> paths = {}) {
+    if (paths.size() > kMostPathsTold) paths.resize(kMostPathsTold);
+    hazards.push_back({hazard, canBeAccepted, std::move(text), std::move(paths)});
+  }
+
+  Hazards Take() { return std::move(hazards); }
+
+ private:
+  Hazards hazards;
+};
+
+void CheckFolder(const Facts& facts, Collector& found) {
+  const FolderFacts& folder = facts.onHost;
+  if (folder.state == FolderFacts::State::kMissing) {
+    found.Add(
+        kFolderMissing, true,
+        "the folder " + facts.folder +
+            " is not there: taken for empty, everything would be deleted from the disk. Bring "
+            "it back, or accept that it is made anew and filled from the disk");
+    return;
+  }
+  if (folder.state == FolderFacts::State::kUnreadable) {
+    found.Add(kFolderUnreadable, false,
+              "the folder " + facts.folder + " cannot be read (" + folder.error +
+                  "): what it holds would count as deleted. Make it readable");
+    return;
+  }
+  if (folder.identityBefore && !(*folder.identityBefore == folder.identity)) {
+    found.Add(kFolderReplaced, true,
+              "the folder " + facts.folder +
+                  " is another one than last time: what it lacks would be deleted from the disk. "
+                  "Name the right folder, or accept that both sides meet for the first time, which "
+                  "deletes nothing");
+  }
+}
+
+void CheckImage(const Facts& facts, Collector& found) {
+  const ImageFacts& image = facts.onDisk;
+  switch (image.state) {
+    case ImageFacts::State::kMissing:
+      found.Add(
+          kImageMissing, false,
+          "the image " + facts.image +
+              " is not there. Bring it back from the trash of the state's folder or a backup, "
+              "or build a new one from the folder");
+      return;
+    case ImageFacts::State::kUnreadable:
+      found.Add(kImageUnreadable, false,
+                "the image " + facts.image + " cannot be read (" + image.error +
+                    "): what it holds would count as deleted. Make it readable");
+      return;
+    case ImageFacts::State::kNoFat16:
+      found.Add(kImageNotFat16, false,
+                "the image " + facts.image + " holds no FAT16 volume in a partition (" +
+                    image.error + "): nothing can be told from it. Name the right image");
+      return;
+    case ImageFacts::State::kCutShort:
+      found.Add(kImageCutShort, false,
+                "the image " + facts.image + " cannot be listed to its end (" + image.error +
+                    "): what is missing from the list would be deleted from the folder. Repair the "
+                    "image, or bring back an older one from the trash");
+      return;
+    case ImageFacts::State::kPresent:
+      break;
+  }
+  if (image.volumeIdBefore && *image.volumeIdBefore != image.volumeId) {
+    found.Add(
+        kImageReplaced, true,
+        "the image " + facts.image +
+            " is another disk than last time: what it lacks would be deleted from the folder. "
+            "Name the right image, or accept that both sides meet for the first time, which "
+            "deletes nothing");
+  }
+  if (image.bytesBefore && *image.bytesBefore != image.bytes) {
+    found.Add(kImageResized, true,
+              "the image " + facts.image + " has " + std::to_string(image.bytes) +
+                  " bytes, and had " + std::to_string(*image.bytesBefore) +
+                  " last time: it may be cut short. Bring back the whole image, or accept the new "
+                  "size");
+  }
+  if (image.isTakenForFat12) {
+    found.Add(
+        kImageNotFat16, true,
+        "the volume in " + facts.image +
+            " has fewer than 4,085 clusters, so that other systems take it for FAT12 and read "
+            "nonsense. Use an image of 3 MiB or more, or accept that it is read as FAT16");
+  }
+  if (image.otherPartitions > 0) {
+    found.Add(kOtherPartitions, true,
+              "the image " + facts.image + " has " +
+                  Number(image.otherPartitions, "other partition", "other partitions") +
+                  ": the next image made from the folder would not have it. Use an image with one "
+                  "partition, or accept that the rest is kept in the trash alone");
+  }
+  if (!image.damage.empty()) {
+    found.Add(
+        kImageUnsound, true,
+        "the image " + facts.image + " is damaged (" +
+            Number(image.damage.size(), "finding", "findings") +
+            "): files could be cut or mixed up. Repair it, or accept that what cannot be read "
+            "there is taken from the folder",
+        image.damage);
+  }
+}
+
+void CheckNesting(const Facts& facts, Collector& found) {
+  const NestingFacts& nesting = facts.nesting;
+  if (nesting.imageInFolder || nesting.stateInFolder || nesting.folderInState) {
+    found.Add(
+        kNested, true,
+        nesting.imageInFolder
+            ? "the image " + facts.image +
+                  " lies in the folder that it is kept in step with: "
+                  "it would have to hold itself. Put it elsewhere, or accept that it takes no part"
+        : nesting.stateInFolder ? "the state's folder " + facts.stateFolder +
+                                      " lies in the folder: name another "
+                                      "one, or accept that it takes no part"
+                                : "the folder " + facts.folder + " lies in the state's folder " +
+                                      facts.stateFolder + ": name another one for the state");
+  }
+}
+
+void CheckState(const Facts& facts, Collector& found) {
+  if (facts.state.isDamaged) {
+    found.Add(kStateDamaged, true,
+              "what was remembered in " + facts.stateFolder + " cannot be used (" +
+                  facts.state.error +
+                  "): what was deleted could not be told from what is new. Bring the file back, or "
+                  "accept that both sides meet for the first time, which deletes nothing");
+  }
+  if (!facts.state.isWritable) {
+    found.Add(kStateNotWritable, false,
+              "the state's folder " + facts.stateFolder +
+                  " cannot be written to: what is agreed on would be forgotten. Make it writable, "
+                  "or name another one");
+  }
+}
+
+std::size_t CountAgreedFiles(const Memory& memory) {
+  return static_cast<std::size_t>(
+      std::count_if(memory.pairs.begin(), memory.pairs.end(),
+                    [](const Pair& pair) { return pair.type == EntryType::kFile && pair.agreed; }));
+}
+
+template <class Items>
+bool HasFiles(const Items& items) {
+  return std::any_of(items.begin(), items.end(),
+                     [](const auto& entry) { return entry.second.type == EntryType::kFile; });
+}
+
+void CheckEmptiness(const Facts& facts, const Observation& observation, const Memory& memory,
+                    Collector& found) {
+  const std::size_t agreed = CountAgreedFiles(memory);
+  if (agreed == 0) return;
+  if (!HasFiles(observation.host)) {
+    found.Add(kFolderEmpty, true,
+              "the folder " + facts.folder + " is empty, and had " +
+                  Number(agreed, "file", "files") +
+                  " in step: they would be deleted from the disk. Bring them back, or accept that "
+                  "they were deleted on purpose");
+  }
+  if (!HasFiles(observation.disk)) {
+    found.Add(kImageEmpty, true,
+              "the disk in " + facts.image + " is empty, and had " +
+                  Number(agreed, "file", "files") +
+                  " in step: they would be deleted from the folder. Bring back the right image, or "
+                  "accept that they were deleted on purpose");
+  }
+}
+
+std::vector<std::string> PathsOf(const Plan& plan, GuardedStep::Kind kind) {
+  std::vector<std::string> paths;
+  for (const GuardedStep& step : plan.steps) {
+    if (step.kind == kind) {
+      paths.push_back(kind == GuardedStep::Kind::kDeleteOnHost ? step.hostPath : step.diskPath);
+    }
+  }
+  return paths;
+}
+
+void CheckDeletions(const Plan& plan, const Memory& memory, const HazardLimits& limits,
+                    Collector& found) {
+  const std::size_t agreed = CountAgreedFiles(memory);
+  const auto tooMany = [&](std::size_t deleted) {
+    return deleted > limits.mostDeletions &&
+           static_cast<double>(deleted) > limits.mostDeletedShare * static_cast<double>(agreed);
+  };
+  const auto add = [&](std::size_t deleted, const char* side, GuardedStep::Kind kind) {
+    if (!tooMany(deleted)) return;
+    found.Add(kManyDeletions, true,
+              std::to_string(deleted) + " of " + std::to_string(agreed) +
+                  " files would be deleted from the " + side +
+                  ". Look whether that was meant, and accept it if so",
+              PathsOf(plan, kind));
+  };
+  add(plan.deletedOnHost, "folder", GuardedStep::Kind::kDeleteOnHost);
+  add(plan.deletedOnDisk, "disk", GuardedStep::Kind::kDeleteOnDisk);
+}
+
+void CheckReadability(const Observation& observation, const Memory& memory, Collector& found) {
+  std::vector<std::string> unreadable;
+  for (const Pair& pair : memory.pairs) {
+    const auto item = observation.host.find(pair.host);
+    if (pair.agreed && item != observation.host.end() && !item->second.isReadable) {
+      unreadable.push_back(pair.host);
+    }
+  }
+  if (unreadable.empty()) return;
+  found.Add(kEntryUnreadable, true,
+            Number(unreadable.size(), "entry", "entries") +
+                " of the folder cannot be read: not taken for deleted, and the disk is not made "
+                "anew without them. Make them readable, or accept that they stay as they are on "
+                "both sides",
+            std::move(unreadable));
+}
+
+void CheckClashes(const Pairing& pairing, Collector& found) {
+  if (pairing.clashes.empty()) return;
+  std::vector<std::string> paths;
+  for (const KindClash& clash : pairing.clashes) paths.push_back(clash.host);
+  found.Add(kKindClash, true,
+            Number(paths.size(), "name", "names") +
+                " of a file on one side, of a folder on the other. Rename one of them, or accept "
+                "that both are kept under different names",
+            std::move(paths));
+}
+
+void CheckConflicts(const Plan& plan, const HazardLimits& limits, Collector& found) {
+  if (!limits.stopsAtConflicts || plan.conflicts.empty()) return;
+  found.Add(kConflict, true,
+            Number(plan.conflicts.size(), "file", "files") +
+                " changed on both sides. Decide which version counts, or accept that both are kept",
+            plan.conflicts);
+}
+
+void CheckPermissions(const Facts& facts, const PlanFacts& planFacts, const Plan& plan,
+                      Collector& found) {
+  if (!planFacts.unwritableFolders.empty()) {
+    found.Add(kFolderNotWritable, false,
+              "the folder " + facts.folder +
+                  " cannot be written to where the disk has changed: the changes would have to "
+                  "wait, and could be taken for deletions. Make it writable",
+              planFacts.unwritableFolders);
+  }
+  if (plan.needsImage && !planFacts.isImageWritable) {
+    found.Add(kImageNotWritable, false,
+              "the image " + facts.image +
+                  " cannot be written to, and the folder has changed: what does not reach the disk "
+                  "could be taken for deleted there. Make the image and its folder writable");
+  }
+}
+
+void CheckFit(const Facts& facts, const Plan& plan, Collector& found) {
+  if (!plan.needsImage) return;
+  const Fitting fitting = FitTree(plan.tree, facts.onDisk.bytes);
+  if (fitting.fits) return;
+  std::string text = "the folder does not fit into the image " + facts.image + " (" +
+                     fitting.message + "): what has no room there would be missing. ";
+  text += fitting.smallestBytes == 0
+              ? "No image would hold it: take something out of the folder, or move entries of its "
+                "top into folders, since a disk's top directory holds 511"
+              : "Take something out of the folder, or use an image of " +
+                    std::to_string(fitting.smallestBytes >> 20) + " MiB or more";
+  found.Add(kDoesNotFit, false, std::move(text));
+}
+
+void CheckRoom(const Facts& facts, const PlanFacts& planFacts, const Plan& plan, Collector& found) {
+  std::uint64_t forFolder = 0;
+  for (const HostWrite& write : plan.hostWrites) forFolder += write.content.size;
+  const std::uint64_t forImage = plan.needsImage ? facts.onDisk.bytes : 0;
+  const auto lacks = [](std::uint64_t needed, const std::optional<std::uint64_t>& free) {
+    return free && needed > *free;
+  };
+  const std::uint64_t together = planFacts.isSameFileSystem ? forFolder + forImage : forFolder;
+  if (lacks(together, planFacts.freeForFolder)) {
+    found.Add(kNoRoom, true,
+              "the file system of " + facts.folder + " has " +
+                  std::to_string(*planFacts.freeForFolder) + " bytes left, and " +
+                  std::to_string(together) + " are needed. Make room, or accept that it is tried");
+  } else if (lacks(forImage, planFacts.freeForImage)) {
+    found.Add(kNoRoom, true,
+              "the file system of " + facts.image + " has " +
+                  std::to_string(*planFacts.freeForImage) +
+                  " bytes left, and the new image beside the old one needs " +
+                  std::to_string(forImage) + ". Make room, or accept that it is tried");
+  }
+}
+
+}  // namespace
+
+Hazards HazardsOfSides(const Facts& facts) {
+  Collector found;
+  CheckFolder(facts, found);
+  CheckImage(facts, found);
+  CheckNesting(facts, found);
+  CheckState(facts, found);
+  return found.Take();
+}
+
+Hazards HazardsOfPlan(const Facts& facts, const PlanFacts& planFacts,
+                      const Observation& observation, const Memory& memory, const Pairing& pairing,
+                      const Plan& plan, const HazardLimits& limits) {
+  Collector found;
+  CheckEmptiness(facts, observation, memory, found);
+  CheckDeletions(plan, memory, limits, found);
+  CheckReadability(observation, memory, found);
+  CheckClashes(pairing, found);
+  CheckConflicts(plan, limits, found);
+  CheckPermissions(facts, planFacts, plan, found);
+  CheckFit(facts, plan, found);
+  CheckRoom(facts, planFacts, plan, found);
+  return found.Take();
+}
+
+bool StandsInTheWay(const Hazards& hazards, const std::vector<GuardedHazard>& accepted) {
+  return std::any_of(hazards.begin(), hazards.end(), [&](const GuardedHazardReport& report) {
+    return !report.canBeAccepted ||
+           std::find(accepted.begin(), accepted.end(), report.hazard) == accepted.end();
+  });
+}
+
+bool Contains(const Hazards& hazards, GuardedHazard hazard) {
+  return std::any_of(hazards.begin(), hazards.end(),
+                     [&](const GuardedHazardReport& report) { return report.hazard == hazard; });
+}
+
+}  // namespace quorbix::virtdisk::internal::guard

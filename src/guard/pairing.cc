@@ -1,0 +1,229 @@
+#include "guard/pairing.h"
+
+#include <algorithm>
+#include <set>
+#include <unordered_map>
+#include <utility>
+
+#include "guard/disk_names.h"
+#include "guard/host_names.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+class Pairer {
+ public:
+  Pairer(const Observation& seen, const Memory& known, const BuildNames& fromBuild)
+      : observation(seen), memory(known), buildNames(fromBuild) {}
+
+  Pairing Run() {
+    UseAllNames();
+    IgnoreWhatIsNoNews();
+    TakeRemembered();
+    TakeNewOnHost();
+    TakeNewOnDisk();
+    return std::move(pairing);
+  }
+
+ private:
+  void UseAllNames() {
+    for (const auto& [path, item] : observation.host) hostNames.Use(path);
+    for (const std::string& path : observation.hostLeftOut) hostNames.Use(path);
+    for (const auto& [key, item] : observation.disk) diskNames.Use(ParentOf(key), item.shortName);
+    for (const Pair& pair : memory.pairs) {
+      hostNames.Use(pair.host);
+      diskNames.UseListed(pair.disk);
+    }
+  }
+
+  // A directory is news as soon as anything in it is: so what it holds comes first.
+  void IgnoreWhatIsNoNews() {
+    std::set<std::string> news;
+    for (auto entry = observation.disk.rbegin(); entry != observation.disk.rend(); ++entry) {
+      const auto& [key, item] = *entry;
+      const auto known = memory.ignored.find(key);
+      const bool same = known != memory.ignored.end() && known->second.type == item.type &&
+                        (item.type == EntryType::kFolder ||
+                         (item.isReadable && known->second.content == item.content));
+      if (same && !news.contains(key)) {
+        pairing.ignored.push_back(key);
+        pairedOnDisk.emplace(key, kNoRow);
+      } else {
+        news.insert(ParentOf(key));
+      }
+    }
+  }
+
+  // Remembered pairs come first, whether they still exist on both sides or not: what is missing now
+  // was deleted. One whose sides have become different things is a pair no more.
+  void TakeRemembered() {
+    for (const Pair& pair : SortedByHost(memory.pairs)) {
+      const auto onHost = OnHost(pair.host);
+      const auto onDisk = OnDisk(DiskKey(pair.disk));
+      if (!onHost && !onDisk) continue;
+      if (!IsInItsFolder(pair)) continue;
+      if (onHost && onDisk && onHost->type != onDisk->type) {
+        NoteClash(pair.host, DiskKey(pair.disk));
+        continue;
+      }
+      const EntryType type = onHost ? onHost->type : onDisk->type;
+      const bool isSame = type == pair.type;
+      // Replaced by something else on one side and deleted on the other: that is new.
+      if (!isSame && !(onHost && onDisk)) continue;
+      Add({pair.host, onDisk ? onDisk->path : pair.disk, type, onHost, onDisk,
+           isSame ? pair.agreed : std::nullopt});
+    }
+  }
+
+  static std::vector<Pair> SortedByHost(std::vector<Pair> pairs) {
+    std::sort(pairs.begin(), pairs.end(),
+              [](const Pair& a, const Pair& b) { return a.host < b.host; });
+    return pairs;
+  }
+
+  bool IsInItsFolder(const Pair& pair) const {
+    const auto directory = DiskFolderFor(ParentOf(pair.host));
+    return directory && DiskKey(*directory) == DiskKey(ParentOf(pair.disk));
+  }
+
+  // The map's order puts a folder before what it holds.
+  void TakeNewOnHost() {
+    for (const auto& [path, item] : observation.host) {
+      if (pairedOnHost.contains(path)) continue;
+      const auto directory = DiskFolderFor(ParentOf(path));
+      if (!directory) {
+        pairing.unnamed.push_back(path);
+        continue;
+      }
+      if (TakeNamesake(path, item, *directory)) continue;
+      const std::string name = diskNames.Take(*directory, NameOf(path));
+      if (name.empty()) {
+        pairing.unnamed.push_back(path);
+      } else {
+        Add({path, Join(*directory, name), item.type, item, std::nullopt, std::nullopt});
+      }
+    }
+  }
+
+  // The entry of the disk that is the same one as this, if it is free.
+  bool TakeNamesake(const std::string& path, const HostItem& item, const std::string& directory) {
+    std::vector<std::string> keys;
+    if (const auto built = buildNames.find(path); built != buildNames.end()) {
+      keys.push_back(DiskKey(built->second));
+    }
+    if (IsOwnShortName(NameOf(path))) keys.push_back(DiskKey(Join(directory, NameOf(path))));
+    for (const std::string& key : keys) {
+      const auto onDisk = OnDisk(key);
+      if (!onDisk || pairedOnDisk.contains(key) || DiskKey(directory) != ParentOf(key)) continue;
+      if (onDisk->type != item.type) {
+        NoteClash(path, key);
+        continue;
+      }
+      Add({path, onDisk->path, item.type, item, onDisk, std::nullopt});
+      return true;
+    }
+    return false;
+  }
+
+  void TakeNewOnDisk() {
+    for (const auto& [key, item] : observation.disk) {
+      if (pairedOnDisk.contains(key)) continue;
+      Add({hostNames.Take(HostFolderFor(ParentOf(key)), VisibleName(NameOf(item.path))), item.path,
+           item.type, std::nullopt, item, std::nullopt});
+    }
+  }
+
+  // A name that begins with "." would take no part on the host, and so seem deleted.
+  static std::string VisibleName(const std::string& name) {
+    return name.starts_with('.') ? '_' + name : name;
+  }
+
+  void Add(Row row) {
+    const std::size_t number = pairing.rows.size();
+    pairedOnHost.emplace(row.host, number);
+    pairedOnDisk.emplace(DiskKey(row.disk), number);
+    pairing.rows.push_back(std::move(row));
+  }
+
+  // The directory that stands for a folder of the host; nothing when none does.
+  std::optional<std::string> DiskFolderFor(const std::string& folder) const {
+    if (folder.empty()) return std::string();
+    const auto row = pairedOnHost.find(folder);
+    if (row == pairedOnHost.end() || pairing.rows[row->second].type != EntryType::kFolder) {
+      return std::nullopt;
+    }
+    return pairing.rows[row->second].disk;
+  }
+
+  std::string HostFolderFor(const std::string& directoryKey) const {
+    const auto row = pairedOnDisk.find(directoryKey);
+    return row == pairedOnDisk.end() ? std::string() : pairing.rows[row->second].host;
+  }
+
+  void NoteClash(const std::string& path, const std::string& key) {
+    const auto onHost = OnHost(path);
+    const auto onDisk = OnDisk(key);
+    if (!onHost || !onDisk || onHost->type == onDisk->type) return;
+    if (!clashing.insert(path).second) return;
+    pairing.clashes.push_back({path, onDisk->path, onHost->type == EntryType::kFile});
+  }
+
+  std::optional<HostItem> OnHost(const std::string& path) const {
+    const auto found = observation.host.find(path);
+    if (found == observation.host.end()) return std::nullopt;
+    return found->second;
+  }
+
+  std::optional<DiskItem> OnDisk(const std::string& key) const {
+    const auto found = observation.disk.find(key);
+    if (found == observation.disk.end()) return std::nullopt;
+    return found->second;
+  }
+
+  static constexpr std::size_t kNoRow = static_cast<std::size_t>(-1);
+
+  const Observation& observation;
+  const Memory& memory;
+  const BuildNames& buildNames;
+  HostNames hostNames;
+  DiskNames diskNames;
+  std::unordered_map<std::string, std::size_t> pairedOnHost;  // rows by host path
+  std::unordered_map<std::string, std::size_t> pairedOnDisk;  // rows by disk key; kNoRow: ignored
+  std::set<std::string> clashing;                             // host paths
+  Pairing pairing;
+};
+
+bool IsBelow(const std::string& path, const std::string& folder) {
+  return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/';
+}
+
+}  // namespace
+
+Observation WithUnseen(Observation observation, const Memory& memory) {
+  std::set<std::string> known;
+  for (const Pair& pair : memory.pairs) known.insert(pair.host);
+  std::vector<std::string> unlisted;
+  for (const auto& [path, item] : observation.host) {
+    if (item.type == EntryType::kFolder && !item.isReadable) unlisted.push_back(path);
+  }
+  for (const std::string& folder : unlisted) {
+    if (!known.contains(folder)) {
+      observation.host.erase(folder);
+      observation.hostLeftOut.insert(folder);
+      continue;
+    }
+    for (const Pair& pair : memory.pairs) {
+      if (!IsBelow(pair.host, folder)) continue;
+      observation.host.try_emplace(pair.host,
+                                   HostItem{.type = pair.type, .content = {}, .isReadable = false});
+    }
+  }
+  return observation;
+}
+
+Pairing PairEntries(const Observation& observation, const Memory& memory,
+                    const BuildNames& buildNames) {
+  return Pairer(observation, memory, buildNames).Run();
+}
+
+}  // namespace quorbix::virtdisk::internal::guard

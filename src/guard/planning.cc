@@ -1,0 +1,332 @@
+#include "guard/planning.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <unordered_map>
+#include <utility>
+
+#include "guard/disk_names.h"
+#include "guard/host_names.h"
+#include "sync/file_version.h"
+#include "sync/sync_decision.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+using Kind = GuardedStep::Kind;
+using Reason = GuardedStep::Reason;
+
+// The decisions compare hashes alone; contents of different sizes are different whatever these say.
+std::uint64_t Mark(const Content& content) {
+  return content.hash ^ (content.size * 0x9E3779B97F4A7C15);
+}
+
+std::optional<FileVersion> VersionOf(const std::optional<Content>& content) {
+  if (!content) return std::nullopt;
+  return FileVersion{.contentHash = Mark(*content)};
+}
+
+template <class Item>
+std::optional<FileVersion> VersionOf(const std::optional<Item>& item) {
+  return item ? VersionOf(std::optional(item->content)) : std::nullopt;
+}
+
+enum class FileAction {
+  kNothing,
+  kDrop,    // gone on both sides
+  kToHost,  // the disk's version is written to the host
+  kToDisk,  // the host's version goes to the disk
+  kDeleteOnHost,
+  kDeleteOnDisk,
+  kKeepBoth,
+  kLeaveAlone,  // the host's version cannot be read
+  kLose,        // the disk's version cannot be read, and there is no other
+};
+
+struct Decision {
+  FileAction action = FileAction::kNothing;
+  bool isConflict = false;
+};
+
+class Planner {
+ public:
+  Planner(const Observation& seen, const Memory& known, const Pairing& paired,
+          const PlanRules& planRules)
+      : observation(seen), memory(known), pairing(paired), rules(planRules) {}
+
+  Plan Run() {
+    UseAllNames();
+    for (const Row& row : pairing.rows) {
+      if (row.type == EntryType::kFile) PlanFile(row);
+    }
+    PlanFolders();
+    FinishTree();
+    return std::move(plan);
+  }
+
+ private:
+  void UseAllNames() {
+    for (const auto& [path, item] : observation.host) hostNames.Use(path);
+    for (const std::string& path : observation.hostLeftOut) hostNames.Use(path);
+    for (const auto& [key, item] : observation.disk) diskNames.Use(ParentOf(key), item.shortName);
+    for (const Row& row : pairing.rows) {
+      hostNames.Use(row.host);
+      diskNames.UseListed(row.disk);
+    }
+  }
+
+  Decision Decide(const Row& row) const {
+    if (row.onHost && !row.onHost->isReadable) return {FileAction::kLeaveAlone};
+    if (row.onDisk && !row.onDisk->isReadable) {
+      return {row.onHost ? FileAction::kToDisk : FileAction::kLose};
+    }
+    const auto host = VersionOf(row.onHost);
+    const auto disk = VersionOf(row.onDisk);
+    const auto agreed = VersionOf(row.agreed);
+    if (IsConflict(host, disk, agreed)) return DecideConflict(row);
+    switch (internal::Decide(host, disk, agreed)) {
+      case SyncAction::kNothing:
+        return {host ? FileAction::kNothing : FileAction::kDrop};
+      case SyncAction::kCopyToHost:
+        return {FileAction::kToHost};
+      case SyncAction::kDeleteOnHost:
+        return {FileAction::kDeleteOnHost};
+      case SyncAction::kRebuildImage:
+        return {host ? FileAction::kToDisk : FileAction::kDeleteOnDisk};
+    }
+    return {};
+  }
+
+  Decision DecideConflict(const Row& row) const {
+    // A build left the entry without a date, and no machine has touched it since: it is an older
+    // version of the host's own.
+    if (rules.isFirstMeeting && !row.onDisk->isDated) return {FileAction::kToDisk};
+    switch (rules.onConflict) {
+      case ConflictRule::kTakeDisk:
+        return {FileAction::kToHost, true};
+      case ConflictRule::kTakeHost:
+        return {FileAction::kToDisk, true};
+      case ConflictRule::kKeepBoth:
+      case ConflictRule::kStop:
+        return {FileAction::kKeepBoth, true};
+    }
+    return {};
+  }
+
+  void PlanFile(const Row& row) {
+    const Decision decision = Decide(row);
+    if (decision.isConflict) plan.conflicts.push_back(row.host);
+    switch (decision.action) {
+      case FileAction::kDrop:
+        return;
+      case FileAction::kNothing:
+        return AddEntry(row.host, row.disk, row.onHost->content);
+      case FileAction::kToHost:
+        return ToHost(row, decision.isConflict);
+      case FileAction::kToDisk:
+        return ToDisk(row, decision.isConflict);
+      case FileAction::kDeleteOnHost:
+        AddStep(Kind::kDeleteOnHost, Reason::kDeleted, row, row.onHost->content.size);
+        plan.hostDeletions.push_back(row.host);
+        ++plan.deletedOnHost;
+        return;
+      case FileAction::kDeleteOnDisk:
+        AddStep(Kind::kDeleteOnDisk, Reason::kDeleted, row, row.onDisk->content.size);
+        plan.needsImage = true;
+        ++plan.deletedOnDisk;
+        return;
+      case FileAction::kKeepBoth:
+        return KeepBoth(row);
+      case FileAction::kLeaveAlone:
+        return LeaveAlone(row);
+      case FileAction::kLose:
+        plan.lostOnDisk.push_back(row.disk);
+        plan.needsImage = true;
+        return;
+    }
+  }
+
+  void ToHost(const Row& row, bool isConflict) {
+    const Reason news = row.agreed || row.onHost ? Reason::kChanged : Reason::kNew;
+    WriteOnHost(row, row.host, isConflict ? Reason::kConflict : news);
+    AddEntry(row.host, row.disk, row.onDisk->content);
+  }
+
+  void WriteOnHost(const Row& row, const std::string& host, Reason reason) {
+    const Content& content = row.onDisk->content;
+    plan.steps.push_back({.kind = Kind::kWriteOnHost,
+                          .reason = reason,
+                          .hostPath = host,
+                          .diskPath = '/' + row.disk,
+                          .bytes = content.size});
+    plan.hostWrites.push_back({host, row.disk, content, observation.host.contains(host)});
+  }
+
+  void ToDisk(const Row& row, bool isConflict) {
+    Reason reason = row.agreed || row.onDisk ? Reason::kChanged : Reason::kNew;
+    if (row.onDisk && !row.onDisk->isReadable) reason = Reason::kUnreadable;
+    if (isConflict) reason = Reason::kConflict;
+    AddStep(Kind::kWriteOnDisk, reason, row, row.onHost->content.size);
+    plan.needsImage = true;
+    AddEntry(row.host, row.disk, row.onHost->content);
+  }
+
+  // The host's version stays where it is and goes to the disk; the disk's is written beside it, and
+  // gets a name of its own there, unless a pass that was cut off has done that already.
+  void KeepBoth(const Row& row) {
+    if (!HasKeptVersion(row)) {
+      const std::string host = hostNames.TakeBeside(row.host, rules.when);
+      WriteOnHost(row, host, Reason::kConflict);
+      const std::string name = diskNames.Take(ParentOf(row.disk), NameOf(host));
+      // Without a short name left it stays on the host alone, as any such file.
+      if (!name.empty()) AddEntry(host, Join(ParentOf(row.disk), name), row.onDisk->content);
+    }
+    ToDisk(row, true);
+  }
+
+  // Whether a file beside the host's own holds the disk's version already.
+  bool HasKeptVersion(const Row& row) const {
+    const std::string first = Join(ParentOf(row.host), "");
+    for (auto item = observation.host.lower_bound(first);
+         item != observation.host.end() && item->first.starts_with(first); ++item) {
+      const HostItem& file = item->second;
+      if (file.type == EntryType::kFile && file.isReadable && file.content == row.onDisk->content &&
+          IsBeside(item->first, row.host)) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  // What is on the disk stays there as well; a deletion on one side waits until both can be seen.
+  void LeaveAlone(const Row& row) {
+    NoteLife(row.host);
+    if (row.onDisk && row.onDisk->isReadable) {
+      plan.tree.push_back({row.disk, row.host, EntryType::kFile, row.onDisk->content, true});
+    }
+    if (row.agreed || row.onDisk) {
+      plan.after.pairs.push_back({row.host, row.disk, EntryType::kFile, row.agreed});
+    }
+  }
+
+  void AddEntry(const std::string& host, const std::string& disk, const Content& content) {
+    plan.tree.push_back({disk, host, EntryType::kFile, content, false});
+    plan.after.pairs.push_back({host, disk, EntryType::kFile, content});
+    NoteLife(host);
+  }
+
+  void AddStep(Kind kind, Reason reason, const Row& row, std::uint64_t bytes) {
+    plan.steps.push_back({.kind = kind,
+                          .reason = reason,
+                          .hostPath = row.host,
+                          .diskPath = '/' + row.disk,
+                          .bytes = bytes});
+  }
+
+  // Everything above what stays, stays.
+  void NoteLife(const std::string& hostPath) {
+    for (std::string folder = ParentOf(hostPath); !folder.empty(); folder = ParentOf(folder)) {
+      if (!lively.insert(folder).second) return;
+    }
+  }
+
+  void PlanFolders() {
+    for (const std::string& path : observation.hostLeftOut) NoteLife(path);
+    for (const std::string& path : pairing.unnamed) NoteLife(path);
+    for (const auto& [path, item] : observation.host) {
+      // Nobody knows what it holds.
+      if (!item.isReadable && item.type == EntryType::kFolder) lively.insert(path);
+    }
+    // What a folder holds comes after it: backwards, a folder is decided when all of that is.
+    for (auto row = pairing.rows.rbegin(); row != pairing.rows.rend(); ++row) {
+      if (row->type == EntryType::kFolder) PlanFolder(*row);
+    }
+    std::reverse(plan.hostFolders.begin(), plan.hostFolders.end());
+  }
+
+  void PlanFolder(const Row& row) {
+    const bool isNewOrOnBoth = (row.onHost && row.onDisk) || !row.agreed;
+    if (!isNewOrOnBoth && !lively.contains(row.host)) return RemoveFolder(row);
+    NoteLife(row.host);
+    plan.tree.push_back({row.disk, row.host, EntryType::kFolder, {}, false});
+    plan.after.pairs.push_back({row.host, row.disk, EntryType::kFolder, Content{}});
+    if (!row.onHost) {
+      AddStep(Kind::kMakeOnHost, Reason::kNew, row, 0);
+      plan.hostFolders.push_back(row.host);
+    }
+    if (!row.onDisk) {
+      AddStep(Kind::kMakeOnDisk, Reason::kNew, row, 0);
+      plan.needsImage = true;
+    }
+  }
+
+  void RemoveFolder(const Row& row) {
+    if (row.onHost) {
+      AddStep(Kind::kRemoveOnHost, Reason::kDeleted, row, 0);
+      plan.hostRemovals.push_back(row.host);
+    }
+    if (row.onDisk) {
+      AddStep(Kind::kRemoveOnDisk, Reason::kDeleted, row, 0);
+      plan.needsImage = true;
+    }
+  }
+
+  void FinishTree() {
+    std::sort(plan.tree.begin(), plan.tree.end(), [](const TreeEntry& a, const TreeEntry& b) {
+      return DiskKey(a.disk) < DiskKey(b.disk);
+    });
+    std::sort(plan.after.pairs.begin(), plan.after.pairs.end(),
+              [](const Pair& a, const Pair& b) { return a.host < b.host; });
+    if (plan.needsImage) return;
+    // The next image does without what is ignored.
+    for (const std::string& key : pairing.ignored) {
+      plan.after.ignored.emplace(key, memory.ignored.at(key));
+    }
+  }
+
+  const Observation& observation;
+  const Memory& memory;
+  const Pairing& pairing;
+  const PlanRules& rules;
+  HostNames hostNames;
+  DiskNames diskNames;
+  std::set<std::string> lively;  // folders of the host that hold something afterwards
+  Plan plan;
+};
+
+}  // namespace
+
+Plan MakePlan(const Observation& observation, const Memory& memory, const Pairing& pairing,
+              const PlanRules& rules) {
+  return Planner(observation, memory, pairing, rules).Run();
+}
+
+Observation Apply(const Plan& plan, const Observation& observation) {
+  Observation after = observation;
+  for (const std::string& folder : plan.hostFolders) {
+    after.host[folder] = {.type = EntryType::kFolder, .content = {}};
+  }
+  for (const HostWrite& write : plan.hostWrites)
+    after.host[write.host] = {.content = write.content};
+  for (const std::string& path : plan.hostDeletions) after.host.erase(path);
+  for (const std::string& path : plan.hostRemovals) after.host.erase(path);
+  if (!plan.needsImage) return after;
+  std::map<std::string, DiskItem> disk;
+  for (const TreeEntry& entry : plan.tree) {
+    const std::string key = DiskKey(entry.disk);
+    const auto before = observation.disk.find(key);
+    DiskItem item{.path = entry.disk,
+                  .shortName = ShortNameOf(NameOf(entry.disk)),
+                  .type = entry.type,
+                  .content = entry.content};
+    if (before != observation.disk.end() && before->second.type == entry.type) {
+      item.isDated = before->second.isDated && before->second.content == entry.content;
+    }
+    disk.emplace(key, std::move(item));
+  }
+  after.disk = std::move(disk);
+  return after;
+}
+
+}  // namespace quorbix::virtdisk::internal::guard

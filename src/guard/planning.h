@@ -1,0 +1,66 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_PLANNING_H_
+#define QUORBIX_VIRTDISK_GUARD_PLANNING_H_
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "guard/model.h"
+#include "guard/pairing.h"
+#include "quorbix/virtdisk/guarded_folder_sync.h"
+
+namespace quorbix::virtdisk::internal::guard {
+
+using ConflictRule = GuardedSyncOptions::ConflictRule;
+
+struct PlanRules {
+  ConflictRule onConflict = ConflictRule::kKeepBoth;  // kStop plans as this one does
+  bool isFirstMeeting = false;
+  std::string when{};  // for the names of kept versions: "2026-11-21 17.20.05"
+};
+
+// A file of the disk that is to be written to the host.
+struct HostWrite {
+  std::string host{};
+  std::string disk{};  // where its content is
+  Content content{};
+  bool replaces = false;  // a file of the host that is there
+};
+
+// One entry of the image that is to be made.
+struct TreeEntry {
+  std::string disk{};
+  std::string host{};  // where its content is by then, but for kFromOldImage
+  EntryType type = EntryType::kFile;
+  Content content{};
+  bool isFromOldImage = false;  // the host's file cannot be read
+};
+
+struct Plan {
+  std::vector<std::string> hostFolders{};  // to make; a folder before what it holds
+  std::vector<HostWrite> hostWrites{};
+  std::vector<std::string> hostDeletions{};  // files
+  std::vector<std::string> hostRemovals{};   // folders; what a folder holds before it
+  bool needsImage = false;
+  std::vector<TreeEntry> tree{};  // the whole volume, a directory before what it holds
+  Memory after{};                 // what both sides have agreed on when all of it is done
+  std::vector<GuardedStep> steps{};
+  std::vector<std::string> conflicts{};   // host paths
+  std::vector<std::string> lostOnDisk{};  // disk paths of files that cannot be read there, and that
+                                          // the host does not have
+  std::size_t deletedOnHost = 0;          // files
+  std::size_t deletedOnDisk = 0;
+
+  bool IsEmpty() const { return steps.empty() && !needsImage; }
+};
+
+// Decides what brings both sides in step.
+Plan MakePlan(const Observation& observation, const Memory& memory, const Pairing& pairing,
+              const PlanRules& rules);
+
+// Both sides as they are when the plan has been carried out.
+Observation Apply(const Plan& plan, const Observation& observation);
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_PLANNING_H_

@@ -1,0 +1,270 @@
+#include "guard/hazards.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "guard/vocabulary.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+Facts Sound() {
+  Facts facts;
+  facts.folder = "/home/me/disk";
+  facts.image = "/home/me/disk.img";
+  facts.stateFolder = "/home/me/disk.img.sync";
+  facts.onHost.identity = {1, 2};
+  facts.onHost.identityBefore = Identity{1, 2};
+  facts.onDisk.bytes = 3 << 20;
+  facts.onDisk.bytesBefore = 3 << 20;
+  facts.onDisk.volumeId = 7;
+  facts.onDisk.volumeIdBefore = 7;
+  return facts;
+}
+
+TEST(HazardsOfSides, SoundSides_HaveNone) { EXPECT_THAT(HazardsOfSides(Sound()), IsEmpty()); }
+
+TEST(HazardsOfSides, FirstMeeting_HasNone) {
+  Facts facts = Sound();
+  facts.onHost.identityBefore.reset();
+  facts.onDisk.bytesBefore.reset();
+  facts.onDisk.volumeIdBefore.reset();
+  EXPECT_THAT(HazardsOfSides(facts), IsEmpty());
+}
+
+struct SideRow {
+  const char* name;
+  GuardedHazard hazard;
+  bool canBeAccepted;
+  std::function<void(Facts&)> spoil;
+};
+
+class SideHazard : public testing::TestWithParam<SideRow> {};
+
+TEST_P(SideHazard, Row_IsTheOnlyHazardFound) {
+  Facts facts = Sound();
+  GetParam().spoil(facts);
+  const Hazards hazards = HazardsOfSides(facts);
+  ASSERT_EQ(hazards.size(), 1u);
+  EXPECT_EQ(hazards[0].hazard, GetParam().hazard);
+  EXPECT_EQ(hazards[0].canBeAccepted, GetParam().canBeAccepted);
+  EXPECT_THAT(hazards[0].text, HasSubstr("/home/me/disk"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, SideHazard,
+    testing::Values(SideRow{"FolderMissing", GuardedHazard::kFolderMissing, true,
+                            [](Facts& f) { f.onHost.state = FolderFacts::State::kMissing; }},
+                    SideRow{"FolderUnreadable", GuardedHazard::kFolderUnreadable, false,
+                            [](Facts& f) { f.onHost.state = FolderFacts::State::kUnreadable; }},
+                    SideRow{"FolderReplaced", GuardedHazard::kFolderReplaced, true,
+                            [](Facts& f) {
+                              f.onHost.identity = {1, 3};
+                            }},
+                    SideRow{"FolderOnAnotherDevice", GuardedHazard::kFolderReplaced, true,
+                            [](Facts& f) {
+                              f.onHost.identity = {2, 2};
+                            }},
+                    SideRow{"ImageMissing", GuardedHazard::kImageMissing, false,
+                            [](Facts& f) { f.onDisk.state = ImageFacts::State::kMissing; }},
+                    SideRow{"ImageUnreadable", GuardedHazard::kImageUnreadable, false,
+                            [](Facts& f) { f.onDisk.state = ImageFacts::State::kUnreadable; }},
+                    SideRow{"NoVolume", GuardedHazard::kImageNotFat16, false,
+                            [](Facts& f) { f.onDisk.state = ImageFacts::State::kNoFat16; }},
+                    SideRow{"CutShort", GuardedHazard::kImageCutShort, false,
+                            [](Facts& f) { f.onDisk.state = ImageFacts::State::kCutShort; }},
+                    SideRow{"ImageReplaced", GuardedHazard::kImageReplaced, true,
+                            [](Facts& f) { f.onDisk.volumeId = 8; }},
+                    SideRow{"ImageResized", GuardedHazard::kImageResized, true,
+                            [](Facts& f) { f.onDisk.bytes = 100 * 1024; }},
+                    SideRow{"TakenForFat12", GuardedHazard::kImageNotFat16, true,
+                            [](Facts& f) { f.onDisk.isTakenForFat12 = true; }},
+                    SideRow{"OtherPartitions", GuardedHazard::kOtherPartitions, true,
+                            [](Facts& f) { f.onDisk.otherPartitions = 1; }},
+                    SideRow{"Damage", GuardedHazard::kImageUnsound, true,
+                            [](Facts& f) { f.onDisk.damage = {"/A.TXT: its chain loops"}; }},
+                    SideRow{"ImageInTheFolder", GuardedHazard::kNested, true,
+                            [](Facts& f) { f.nesting.imageInFolder = true; }},
+                    SideRow{"StateInTheFolder", GuardedHazard::kNested, true,
+                            [](Facts& f) { f.nesting.stateInFolder = true; }},
+                    SideRow{"FolderInTheState", GuardedHazard::kNested, true,
+                            [](Facts& f) { f.nesting.folderInState = true; }},
+                    SideRow{"StateDamaged", GuardedHazard::kStateDamaged, true,
+                            [](Facts& f) { f.state.isDamaged = true; }},
+                    SideRow{"StateNotWritable", GuardedHazard::kStateNotWritable, false,
+                            [](Facts& f) { f.state.isWritable = false; }}),
+    [](const auto& row) { return row.param.name; });
+
+// What a plan of these sides meets.
+Hazards Found(const Observation& seen, const Memory& memory, const PlanFacts& planFacts = {},
+              const HazardLimits& limits = {}) {
+  const Observation whole = WithUnseen(seen, memory);
+  const Pairing pairing = PairEntries(whole, memory, {});
+  const Plan plan = MakePlan(whole, memory, pairing, {.when = "NOW"});
+  return HazardsOfPlan(Sound(), planFacts, whole, memory, pairing, plan, limits);
+}
+
+std::vector<GuardedHazard> Kinds(const Hazards& hazards) {
+  std::vector<GuardedHazard> kinds;
+  for (const GuardedHazardReport& report : hazards) kinds.push_back(report.hazard);
+  return kinds;
+}
+
+TEST(HazardsOfPlan, OrdinaryChanges_HaveNone) {
+  EXPECT_THAT(Found(Seen({{"a", 'x'}, {"c", 'c'}}, {{"A", 'a'}, {"B", 'y'}}),
+                    Knows({{"a", "A", 'a'}, {"b", "B", 'b'}})),
+              IsEmpty());
+}
+
+TEST(HazardsOfPlan, EmptyFolder_IsOne) {
+  EXPECT_THAT(Kinds(Found(Seen({}, {{"A", 'a'}}), Knows({{"a", "A", 'a'}}))),
+              ElementsAre(GuardedHazard::kFolderEmpty));
+  EXPECT_THAT(Found(Seen({}, {{"A", 'a'}}), {}), IsEmpty());  // nothing was agreed
+}
+
+TEST(HazardsOfPlan, EmptyDisk_IsOne) {
+  EXPECT_THAT(Kinds(Found(Seen({{"a", 'a'}}, {}), Knows({{"a", "A", 'a'}}))),
+              ElementsAre(GuardedHazard::kImageEmpty));
+}
+
+// `deleted` of `agreed` files are gone from the disk.
+Hazards FoundWithDeletions(int agreed, int deleted, const HazardLimits& limits = {}) {
+  Observation seen;
+  Memory memory;
+  for (int i = 0; i < agreed; ++i) {
+    const std::string name = "F" + std::to_string(i);
+    seen.host[name] = HostFile('a');
+    memory.pairs.push_back({name, name, EntryType::kFile, Says('a')});
+    if (i >= deleted) seen.disk.merge(Seen({}, {{name, 'a'}}).disk);
+  }
+  return Found(seen, memory, {}, limits);
+}
+
+TEST(HazardsOfPlan, MoreThanHalfAndMoreThanTen_AreManyDeletions) {
+  EXPECT_THAT(FoundWithDeletions(20, 10), IsEmpty());
+  EXPECT_THAT(Kinds(FoundWithDeletions(21, 11)), ElementsAre(GuardedHazard::kManyDeletions));
+  EXPECT_THAT(FoundWithDeletions(22, 11), IsEmpty());
+  EXPECT_THAT(FoundWithDeletions(15, 10), IsEmpty());
+}
+
+TEST(HazardsOfPlan, BothNumbersOfDeletions_CanBeChosen) {
+  EXPECT_THAT(Kinds(FoundWithDeletions(20, 3, {.mostDeletions = 2, .mostDeletedShare = 0.1})),
+              ElementsAre(GuardedHazard::kManyDeletions));
+}
+
+TEST(HazardsOfPlan, ManyDeletions_NameTheFiles) {
+  const Hazards hazards = FoundWithDeletions(60, 40);
+  ASSERT_EQ(hazards.size(), 1u);
+  EXPECT_THAT(hazards[0].text, HasSubstr("40 of 60 files would be deleted from the folder"));
+  EXPECT_EQ(hazards[0].paths.size(), 20u);
+}
+
+TEST(HazardsOfPlan, AgreedFileThatCannotBeRead_IsOne) {
+  const Hazards hazards = Found(Seen({{"a", '?'}, {"b", 'b'}}, {{"A", 'a'}, {"B", 'b'}}),
+                                Knows({{"a", "A", 'a'}, {"b", "B", 'b'}}));
+  EXPECT_THAT(Kinds(hazards), ElementsAre(GuardedHazard::kEntryUnreadable));
+  EXPECT_THAT(hazards[0].paths, ElementsAre("a"));
+}
+
+TEST(HazardsOfPlan, FilesInAFolderThatCannotBeListed_AreOne) {
+  const Hazards hazards =
+      Found(Seen({{"d/", '?'}, {"b", 'b'}}, {{"D/", ' '}, {"D/A", 'a'}, {"B", 'b'}}),
+            Knows({{"d/", "D/", 'f'}, {"d/a", "D/A", 'a'}, {"b", "B", 'b'}}));
+  EXPECT_THAT(Kinds(hazards), ElementsAre(GuardedHazard::kEntryUnreadable));
+  EXPECT_THAT(hazards[0].paths, ElementsAre("d", "d/a"));
+}
+
+TEST(HazardsOfPlan, KindClash_IsOne) {
+  const Hazards hazards = Found(Seen({{"DATA", 'a'}}, {{"DATA/", ' '}}), {});
+  EXPECT_THAT(Kinds(hazards), ElementsAre(GuardedHazard::kKindClash));
+  EXPECT_THAT(hazards[0].paths, ElementsAre("DATA"));
+}
+
+TEST(HazardsOfPlan, Conflict_IsOneWhereThatWasAskedFor) {
+  const Observation seen = Seen({{"a", 'h'}}, {{"A", 'd'}});
+  EXPECT_THAT(Found(seen, {}), IsEmpty());
+  EXPECT_THAT(Kinds(Found(seen, {}, {}, {.stopsAtConflicts = true})),
+              ElementsAre(GuardedHazard::kConflict));
+}
+
+TEST(HazardsOfPlan, FolderThatCannotBeWritten_IsOne) {
+  EXPECT_THAT(Kinds(Found(Seen({}, {{"A", 'a'}}), {}, {.unwritableFolders = {"d"}})),
+              ElementsAre(GuardedHazard::kFolderNotWritable));
+}
+
+TEST(HazardsOfPlan, ImageThatCannotBeWritten_IsOneWhenItMustBe) {
+  EXPECT_THAT(Kinds(Found(Seen({{"a", 'a'}}, {}), {}, {.isImageWritable = false})),
+              ElementsAre(GuardedHazard::kImageNotWritable));
+  EXPECT_THAT(Found(Seen({}, {{"A", 'a'}}), {}, {.isImageWritable = false}), IsEmpty());
+}
+
+TEST(HazardsOfPlan, TooManyEntriesInTheTop_DoNotFit) {
+  Observation seen;
+  for (int i = 0; i < 512; ++i) seen.host["F" + std::to_string(i)] = HostFile('a');
+  const Hazards hazards = Found(seen, {});
+  ASSERT_THAT(Kinds(hazards), ElementsAre(GuardedHazard::kDoesNotFit));
+  EXPECT_FALSE(hazards[0].canBeAccepted);
+  EXPECT_THAT(hazards[0].text, HasSubstr("Root directory is full"));
+  EXPECT_THAT(hazards[0].text, HasSubstr("511"));
+  seen.host.erase("F0");
+  EXPECT_THAT(Found(seen, {}), IsEmpty());
+}
+
+TEST(HazardsOfPlan, FileLargerThanTheImage_DoesNotFitAndTheSmallestSizeIsTold) {
+  Observation seen = Seen({{"big", 'a'}}, {});
+  seen.host["big"].content.size = 5 << 20;
+  const Hazards hazards = Found(seen, {});
+  ASSERT_THAT(Kinds(hazards), ElementsAre(GuardedHazard::kDoesNotFit));
+  EXPECT_THAT(hazards[0].text, HasSubstr("an image of 6 MiB or more"));
+}
+
+TEST(HazardsOfPlan, WhatTheDiskNeedNotTake_NeedNotFit) {
+  Observation seen = Seen({}, {{"A", 'a'}});
+  for (int i = 0; i < 600; ++i) seen.hostLeftOut.insert(".F" + std::to_string(i));
+  EXPECT_THAT(Found(seen, {}), IsEmpty());
+}
+
+TEST(HazardsOfPlan, TooLittleRoom_IsOne) {
+  const Observation toHost = Seen({}, {{"A", 'a'}});
+  EXPECT_THAT(Kinds(Found(toHost, {}, {.freeForFolder = 0})), ElementsAre(GuardedHazard::kNoRoom));
+  EXPECT_THAT(Found(toHost, {}, {.freeForFolder = 1}), IsEmpty());
+  const Observation toDisk = Seen({{"a", 'a'}}, {});
+  EXPECT_THAT(Kinds(Found(toDisk, {}, {.freeForImage = (3 << 20) - 1})),
+              ElementsAre(GuardedHazard::kNoRoom));
+  EXPECT_THAT(Found(toDisk, {}, {.freeForImage = 3 << 20}), IsEmpty());
+}
+
+TEST(HazardsOfPlan, BothSidesOnOneFileSystem_NeedRoomTogether) {
+  const Observation seen = Seen({{"a", 'a'}}, {{"B", 'b'}});
+  const PlanFacts both{.freeForFolder = 3 << 20, .freeForImage = 3 << 20, .isSameFileSystem = true};
+  EXPECT_THAT(Kinds(Found(seen, {}, both)), ElementsAre(GuardedHazard::kNoRoom));
+}
+
+TEST(StandsInTheWay, AcceptedHazards_DoNot) {
+  const Hazards hazards{{GuardedHazard::kFolderEmpty, true, "", {}}};
+  EXPECT_TRUE(StandsInTheWay(hazards, {}));
+  EXPECT_TRUE(StandsInTheWay(hazards, {GuardedHazard::kImageEmpty}));
+  EXPECT_FALSE(StandsInTheWay(hazards, {GuardedHazard::kFolderEmpty}));
+  EXPECT_FALSE(StandsInTheWay({}, {}));
+}
+
+TEST(StandsInTheWay, WhatCannotBeAccepted_AlwaysDoes) {
+  const Hazards hazards{{GuardedHazard::kDoesNotFit, false, "", {}}};
+  EXPECT_TRUE(StandsInTheWay(hazards, {GuardedHazard::kDoesNotFit}));
+}
+
+TEST(GuardedHazardName, EveryHazard_HasAName) {
+  for (int i = 0; i <= static_cast<int>(GuardedHazard::kConflict); ++i) {
+    EXPECT_STRNE(GuardedHazardName(static_cast<GuardedHazard>(i)), "") << i;
+  }
+  EXPECT_STREQ(GuardedHazardName(GuardedHazard::kFolderMissing), "folder-missing");
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal::guard

@@ -1,0 +1,196 @@
+#include "guard/pairing.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "guard/vocabulary.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::UnorderedElementsAre;
+
+TEST(Pairing, NewFileOfTheHost_GetsItsShortName) {
+  EXPECT_THAT(PairsOf(Paired(Seen({{"Long File Name.txt", 'a'}}, {}))),
+              ElementsAre("Long File Name.txt=LONG_FIL.TXT"));
+}
+
+TEST(Pairing, NewFileOfTheDisk_GetsItsOwnName) {
+  EXPECT_THAT(PairsOf(Paired(Seen({}, {{"NEW.TXT", 'a'}}))), ElementsAre("NEW.TXT=NEW.TXT"));
+}
+
+TEST(Pairing, SameOwnNameOnBothSides_IsOneFile) {
+  EXPECT_THAT(PairsOf(Paired(Seen({{"ReadMe.txt", 'a'}}, {{"README.TXT", 'b'}}))),
+              ElementsAre("ReadMe.txt=README.TXT"));
+}
+
+TEST(Pairing, LettersOfTheDiskInLowerCase_AreTheSameName) {
+  EXPECT_THAT(PairsOf(Paired(Seen({{"README.TXT", 'a'}}, {{"readme.txt", 'b'}}))),
+              ElementsAre("README.TXT=readme.txt"));
+}
+
+TEST(Pairing, NameThatIsNotItsOwnShortName_DoesNotMeetOneByChance) {
+  EXPECT_THAT(PairsOf(Paired(Seen({{"a+b.txt", 'a'}}, {{"A_B.TXT", 'b'}}))),
+              ElementsAre("a+b.txt=A_B   ~1.TXT", "A_B.TXT=A_B.TXT"));
+}
+
+TEST(Pairing, TwoHostNamesOfOneShortName_NeverMeet) {
+  EXPECT_THAT(PairsOf(Paired(Seen({{"a+b.txt", 'a'}, {"a_b.txt", 'b'}}, {}))),
+              ElementsAre("a+b.txt=A_B.TXT", "a_b.txt=A_B   ~1.TXT"));
+}
+
+TEST(Pairing, HostNamesThatDifferInCase_NeverMeet) {
+  EXPECT_THAT(PairsOf(Paired(Seen({{"A.TXT", 'a'}, {"a.txt", 'b'}}, {{"A.TXT", 'a'}}))),
+              ElementsAre("A.TXT=A.TXT", "a.txt=A     ~1.TXT"));
+}
+
+TEST(Pairing, BuildNames_DecideAtTheFirstMeeting) {
+  const BuildNames built{{"Long File Name.txt", "LONG_FIL.TXT"}, {"a_b.txt", "A_B   ~1.TXT"}};
+  const auto pairing = Paired(Seen({{"Long File Name.txt", 'a'}, {"a_b.txt", 'b'}},
+                                   {{"LONG_FIL.TXT", 'a'}, {"A_B   ~1.TXT", 'b'}}),
+                              {}, built);
+  EXPECT_THAT(PairsOf(pairing),
+              ElementsAre("Long File Name.txt=LONG_FIL.TXT", "a_b.txt=A_B   ~1.TXT"));
+}
+
+TEST(Pairing, BuildNameOfADirectoryThatHasAnotherName_IsNotFollowed) {
+  const BuildNames built{{"Papers", "PAPERS"}, {"Papers/a.txt", "OTHER/A.TXT"}};
+  const auto pairing = Paired(
+      Seen({{"Papers/", ' '}, {"Papers/a.txt", 'a'}}, {{"OTHER/", ' '}, {"OTHER/A.TXT", 'a'}}), {},
+      built);
+  EXPECT_THAT(PairsOf(pairing), ElementsAre("Papers=PAPERS", "Papers/a.txt=PAPERS/A.TXT",
+                                            "OTHER=OTHER", "OTHER/A.TXT=OTHER/A.TXT"));
+}
+
+TEST(Pairing, RememberedPair_StaysWhateverTheNamesSay) {
+  const auto pairing = Paired(Seen({{"Long File Name.txt", 'a'}}, {{"LONG_F~7.TXT", 'b'}}),
+                              Knows({{"Long File Name.txt", "LONG_F~7.TXT", 'a'}}));
+  ASSERT_THAT(PairsOf(pairing), ElementsAre("Long File Name.txt=LONG_F~7.TXT"));
+  EXPECT_TRUE(pairing.rows[0].onHost && pairing.rows[0].onDisk && pairing.rows[0].agreed);
+}
+
+TEST(Pairing, RememberedPairGoneOnOneSide_KeepsItsNamesFromOthers) {
+  const auto pairing = Paired(Seen({{"Long File Other.txt", 'x'}}, {{"LONG_FIL.TXT", 'a'}}),
+                              Knows({{"Long File Name.txt", "LONG_FIL.TXT", 'a'}}));
+  EXPECT_THAT(PairsOf(pairing),
+              ElementsAre("Long File Name.txt=LONG_FIL.TXT", "Long File Other.txt=LONG_F~1.TXT"));
+  EXPECT_FALSE(pairing.rows[0].onHost);
+}
+
+TEST(Pairing, RememberedPairGoneOnBothSides_IsNoRow) {
+  EXPECT_THAT(PairsOf(Paired(Seen({}, {}), Knows({{"a.txt", "A.TXT", 'a'}}))), IsEmpty());
+}
+
+TEST(Pairing, NewFileOfTheDisk_ComesIntoTheFolderThatStandsForItsDirectory) {
+  const auto pairing =
+      Paired(Seen({{"Old Papers/", ' '}}, {{"OLD_PAPE/", ' '}, {"OLD_PAPE/N", 'n'}}),
+             Knows({{"Old Papers/", "OLD_PAPE/", 'f'}}));
+  EXPECT_THAT(PairsOf(pairing), ElementsAre("Old Papers=OLD_PAPE", "Old Papers/N=OLD_PAPE/N"));
+}
+
+TEST(Pairing, NameTakenOnTheHost_IsMarked) {
+  Observation seen = Seen({}, {{"NOTES.TXT", 'a'}});
+  seen.hostLeftOut.insert("notes.txt");
+  EXPECT_THAT(PairsOf(Paired(seen)), ElementsAre("NOTES (disk).TXT=NOTES.TXT"));
+}
+
+TEST(Pairing, NameOnTheDiskThatBeginsWithADot_IsMadeVisible) {
+  EXPECT_THAT(PairsOf(Paired(Seen({}, {{".A", 'a'}}))), ElementsAre("_.A=.A"));
+}
+
+TEST(Pairing, HundredAndOneNamesOfOneShortName_LeaveOneWithout) {
+  Observation seen;
+  for (int i = 0; i < 101; ++i) {
+    seen.host["longname" + std::to_string(1000 + i) + ".txt"] = HostFile('a');
+  }
+  const Pairing pairing = Paired(seen);
+  EXPECT_THAT(pairing.rows, SizeIs(100));
+  EXPECT_THAT(pairing.unnamed, ElementsAre("longname1100.txt"));
+}
+
+TEST(Pairing, WhatAnUnnamedFolderHolds_IsUnnamedToo) {
+  Observation seen;
+  for (int i = 0; i < 101; ++i) {
+    seen.host["longname" + std::to_string(1000 + i)] = {.type = EntryType::kFolder};
+  }
+  seen.host["longname1100/a.txt"] = HostFile('a');
+  EXPECT_THAT(Paired(seen).unnamed, ElementsAre("longname1100", "longname1100/a.txt"));
+}
+
+TEST(Pairing, FileAndFolderOfOneOwnName_ClashAndBothStay) {
+  const Pairing pairing = Paired(Seen({{"DATA", 'a'}}, {{"DATA/", ' '}}));
+  ASSERT_THAT(pairing.clashes, SizeIs(1));
+  EXPECT_TRUE(pairing.clashes[0].fileIsOnHost);
+  EXPECT_THAT(PairsOf(pairing), ElementsAre("DATA=DATA  ~1", "DATA (disk)=DATA"));
+}
+
+TEST(Pairing, RememberedFileThatTheGuestMadeAFolder_IsAPairNoMore) {
+  const Pairing pairing = Paired(Seen({{"DATA", 'a'}}, {{"DATA/", ' '}, {"DATA/X", 'x'}}),
+                                 Knows({{"DATA", "DATA", 'a'}}));
+  EXPECT_THAT(pairing.clashes, SizeIs(1));
+  EXPECT_THAT(PairsOf(pairing),
+              ElementsAre("DATA=DATA  ~1", "DATA (disk)=DATA", "DATA (disk)/X=DATA/X"));
+}
+
+TEST(Pairing, WhatAClashingFolderHeld_IsNotTakenForDeleted) {
+  const Pairing pairing =
+      Paired(Seen({{"Docs", 'x'}}, {{"DOCS/", ' '}, {"DOCS/A.TXT", 'a'}}),
+             Knows({{"Docs/", "DOCS/", 'f'}, {"Docs/a.txt", "DOCS/A.TXT", 'a'}}));
+  EXPECT_THAT(pairing.clashes, SizeIs(1));
+  for (const Row& row : pairing.rows) EXPECT_FALSE(row.agreed) << row.host;
+  EXPECT_THAT(PairsOf(pairing),
+              ElementsAre("Docs=DOCS  ~1", "DOCS (disk)=DOCS", "DOCS (disk)/A.TXT=DOCS/A.TXT"));
+}
+
+TEST(Pairing, FileThatBecameAFolderOnBothSides_IsANewPair) {
+  const Pairing pairing =
+      Paired(Seen({{"DATA/", ' '}}, {{"DATA/", ' '}}), Knows({{"DATA", "DATA", 'a'}}));
+  EXPECT_THAT(pairing.clashes, IsEmpty());
+  ASSERT_THAT(PairsOf(pairing), ElementsAre("DATA=DATA"));
+  EXPECT_EQ(pairing.rows[0].type, EntryType::kFolder);
+  EXPECT_FALSE(pairing.rows[0].agreed);
+}
+
+TEST(Pairing, IgnoredEntryThatIsAsItWas_TakesNoPart) {
+  Memory memory;
+  memory.ignored = {{"link", {EntryType::kFolder, {}}}, {"link/a", {EntryType::kFile, Says('a')}}};
+  const Pairing pairing = Paired(Seen({}, {{"LINK/", ' '}, {"LINK/A", 'a'}}), memory);
+  EXPECT_THAT(pairing.rows, IsEmpty());
+  EXPECT_THAT(pairing.ignored, UnorderedElementsAre("link", "link/a"));
+}
+
+TEST(Pairing, IgnoredEntryThatTheGuestChanged_IsNews) {
+  Memory memory;
+  memory.ignored = {{"link", {EntryType::kFolder, {}}},
+                    {"link/a", {EntryType::kFile, Says('a')}},
+                    {"link/b", {EntryType::kFile, Says('b')}}};
+  const Pairing pairing =
+      Paired(Seen({}, {{"LINK/", ' '}, {"LINK/A", 'x'}, {"LINK/B", 'b'}}), memory);
+  EXPECT_THAT(PairsOf(pairing), ElementsAre("LINK=LINK", "LINK/A=LINK/A"));
+  EXPECT_THAT(pairing.ignored, ElementsAre("link/b"));
+}
+
+TEST(WithUnseen, FolderThatCannotBeListed_HoldsWhatIsRemembered) {
+  const Observation seen =
+      WithUnseen(Seen({{"d/", '?'}}, {}), Knows({{"d/", "D/", 'f'}, {"d/a", "D/A", 'a'}}));
+  ASSERT_TRUE(seen.host.contains("d/a"));
+  EXPECT_FALSE(seen.host.at("d/a").isReadable);
+}
+
+TEST(WithUnseen, UnknownFolderThatCannotBeListed_TakesNoPart) {
+  const Observation seen = WithUnseen(Seen({{"d/", '?'}}, {}), {});
+  EXPECT_TRUE(seen.host.empty());
+  EXPECT_THAT(seen.hostLeftOut, ElementsAre("d"));
+}
+
+TEST(WithUnseen, NeighbourOfThatName_IsNotBelowIt) {
+  const Observation seen =
+      WithUnseen(Seen({{"d/", '?'}}, {}), Knows({{"d/", "D/", 'f'}, {"da", "DA", 'a'}}));
+  EXPECT_FALSE(seen.host.contains("da"));
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal::guard
