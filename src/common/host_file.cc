@@ -40,8 +40,11 @@ Descriptor OpenRegularFile(const char* path, struct ::stat& status) {
 
 Descriptor OpenRegularFileIn(int folder, const char* name, struct ::stat& status) {
   Descriptor file = OpenFile(folder, name, O_RDONLY, 0);
-  if (!file || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return Descriptor();
-  return file;
+  if (!file || ::fstat(file.Get(), &status) != 0) return Descriptor();
+  if (S_ISREG(status.st_mode)) return file;
+  file.Close();
+  errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+  return Descriptor();
 }
 
 std::ptrdiff_t ReadFully(int file, std::span<std::uint8_t> buffer) {
@@ -64,6 +67,12 @@ bool WriteFully(int file, std::span<const std::uint8_t> bytes) {
     bytes = bytes.subspan(static_cast<std::size_t>(taken));
   }
   return true;
+}
+
+bool FlushFolder(const std::filesystem::path& folder) {
+  const Descriptor file = OpenHostPath(folder.c_str(), O_RDONLY | O_DIRECTORY);
+  // Some file systems have nothing to write out, and say so.
+  return file && (::fsync(file.Get()) == 0 || errno == EINVAL);
 }
 
 }  // namespace quorbix::virtdisk::internal

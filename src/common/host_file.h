@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <span>
 
 #include "common/descriptor.h"
@@ -35,6 +36,9 @@ std::ptrdiff_t ReadFully(int file, std::span<std::uint8_t> buffer);
 
 // False: the system did not take all of `bytes`.
 [[nodiscard]] bool WriteFully(int file, std::span<const std::uint8_t> bytes);
+
+// Writes a folder's entries out to the disk, so that what was renamed in it stays so.
+[[nodiscard]] bool FlushFolder(const std::filesystem::path& folder);
 
 }  // namespace quorbix::virtdisk::internal
 

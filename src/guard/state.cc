@@ -1,14 +1,12 @@
 #include "guard/state.h"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <cstddef>
-#include <limits>
-#include <span>
-#include <vector>
+#include <utility>
 
 #include "common/fail.h"
+#include "common/text_bytes.h"
+#include "guard/lines.h"
 #include "sync/hash_bytes.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -21,32 +19,6 @@ constexpr std::string_view kNothing = "-";
 
 // Some file systems tell times to two seconds only.
 constexpr std::int64_t kCoarsestTick = 2'000'000'000;
-
-std::uint64_t HashText(std::string_view text) {
-  return HashBytes(std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
-}
-
-std::string Hex(std::uint64_t number) {
-  std::array<char, 16> digits{};
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number, 16).ptr;
-  return {digits.data(), end};
-}
-
-// Blanks, line feeds, "%" and all that is no plain character become "%XX". An empty path is "%".
-std::string Escaped(std::string_view text) {
-  if (text.empty()) return "%";
-  std::string escaped;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte > 0x20 && byte < 0x7F && c != '%') {
-      escaped += c;
-      continue;
-    }
-    const std::string hex = Hex(byte);
-    escaped.append("%").append(hex.size() == 1 ? "0" : "").append(hex);
-  }
-  return escaped;
-}
 
 class Writer {
  public:
@@ -81,87 +53,38 @@ void WriteMemory(const Memory& memory, const std::string& prefix, Writer& writer
   }
 }
 
-// The words of one line, taken one after the other; any word that is not as it should be spoils all
-// of it.
-class Line {
- public:
-  explicit Line(std::string_view text) : rest(text) {}
-
-  std::string_view Word() {
-    const std::size_t end = std::min(rest.find(' '), rest.size());
-    const std::string_view word = rest.substr(0, end);
-    rest.remove_prefix(std::min(end + 1, rest.size()));
-    if (word.empty()) sound = false;
-    return word;
+std::optional<Content> MaybeContent(Line& line) {
+  const std::string_view hash = line.Peek();
+  if (hash != kNothing) {
+    const auto number = line.Number<std::uint64_t>(16);
+    return Content{number, line.Number<std::uint64_t>()};
   }
+  line.Word();
+  line.Number<std::uint64_t>();
+  return std::nullopt;
+}
 
-  template <class Integer>
-  Integer Number(int base = 10) {
-    const std::string_view word = Word();
-    Integer number = 0;
-    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number, base);
-    if (error != std::errc() || end != word.data() + word.size()) sound = false;
-    return number;
-  }
-
-  std::string Path() {
-    const std::string_view word = Word();
-    if (word == "%") return {};
-    std::string path;
-    for (std::size_t i = 0; i < word.size(); ++i) {
-      if (word[i] != '%') {
-        path += word[i];
-        continue;
-      }
-      unsigned byte = 0;
-      const char* digits = word.data() + i + 1;
-      if (i + 2 >= word.size() || std::from_chars(digits, digits + 2, byte, 16).ptr != digits + 2) {
-        sound = false;
-        return {};
-      }
-      path += static_cast<char>(byte);
-      i += 2;
-    }
-    return path;
-  }
-
-  std::optional<Content> MaybeContent() {
-    const bool known = !rest.starts_with("- ");
-    Content content;
-    if (known) content.hash = Number<std::uint64_t>(16);
-    if (!known) Word();
-    content.size = Number<std::uint64_t>();
-    return known ? std::optional(content) : std::nullopt;
-  }
-
-  Stamp TakeStamp() {
-    Stamp stamp;
-    stamp.identity.device = Number<std::uint64_t>();
-    stamp.identity.inode = Number<std::uint64_t>();
-    stamp.size = Number<std::uint64_t>();
-    stamp.modified = Number<std::int64_t>();
-    stamp.changed = Number<std::int64_t>();
-    return stamp;
-  }
-
-  bool IsSound() const { return sound && rest.empty(); }
-
- private:
-  std::string_view rest;
-  bool sound = true;
-};
+Stamp TakeStamp(Line& line) {
+  Stamp stamp;
+  stamp.identity.device = line.Number<std::uint64_t>();
+  stamp.identity.inode = line.Number<std::uint64_t>();
+  stamp.size = line.Number<std::uint64_t>();
+  stamp.modified = line.Number<std::int64_t>();
+  stamp.changed = line.Number<std::int64_t>();
+  return stamp;
+}
 
 bool ReadMemoryLine(std::string_view kind, Line& line, Memory& memory) {
   if (kind == "file" || kind == "folder") {
     Pair pair{.type = kind == "file" ? EntryType::kFile : EntryType::kFolder};
-    pair.agreed = line.MaybeContent();
+    pair.agreed = MaybeContent(line);
     pair.disk = line.Path();
     pair.host = line.Path();
     memory.pairs.push_back(std::move(pair));
     return true;
   }
   if (kind == "ignored-file" || kind == "ignored-folder") {
-    const auto content = line.MaybeContent();
+    const auto content = MaybeContent(line);
     const EntryType type = kind == "ignored-file" ? EntryType::kFile : EntryType::kFolder;
     memory.ignored.insert_or_assign(line.Path(), Ignored{type, content.value_or(Content{})});
     return true;
@@ -186,12 +109,12 @@ bool ReadLine(std::string_view text, State& state) {
   } else if (kind == "image") {
     state.image.emplace();
     state.image->volumeId = line.Number<std::uint32_t>(16);
-    state.image->stamp = line.TakeStamp();
+    state.image->stamp = TakeStamp(line);
     state.image->taken = line.Number<std::int64_t>();
   } else if (kind == "seen") {
     SeenFile file;
     file.content.hash = line.Number<std::uint64_t>(16);
-    file.stamp = line.TakeStamp();
+    file.stamp = TakeStamp(line);
     file.content.size = file.stamp.size;
     file.taken = line.Number<std::int64_t>();
     state.seen.insert_or_assign(line.Path(), file);
@@ -237,7 +160,7 @@ std::string FormatState(const State& state) {
   }
   const std::string facts = writer.Take();
   std::string text(kTitle);
-  text.append(kChecksum).append(Hex(HashText(facts))).append("\n").append(facts);
+  text.append(kChecksum).append(Hex(HashBytes(AsBytes(facts)))).append("\n").append(facts);
   return text;
 }
 
@@ -252,7 +175,7 @@ bool ParseState(std::string_view text, State& state, std::string& err) {
   }
   Line checksum(text.substr(kChecksum.size(), end - kChecksum.size()));
   text.remove_prefix(end + 1);
-  if (checksum.Number<std::uint64_t>(16) != HashText(text) || !checksum.IsSound()) {
+  if (checksum.Number<std::uint64_t>(16) != HashBytes(AsBytes(text)) || !checksum.IsSound()) {
     return Fail(err, "its checksum is wrong");
   }
   while (!text.empty()) {

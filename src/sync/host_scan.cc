@@ -13,6 +13,7 @@
 
 #include "common/folder_walk.h"
 #include "common/host_file.h"
+#include "common/text_bytes.h"
 #include "sync/hash_bytes.h"
 
 namespace quorbix::virtdisk::internal {
@@ -23,10 +24,6 @@ namespace {
 constexpr char kCannotCreateHostFolder[] = "Cannot create host folder: ";
 constexpr char kHostDirectoryWalkFailed[] = "Host directory walk failed: ";
 constexpr std::uint64_t kLargestSize = 0xFFFFFFFF;
-
-std::span<const std::uint8_t> AsBytes(const char* data, std::size_t size) {
-  return {reinterpret_cast<const std::uint8_t*>(data), size};
-}
 
 std::uint64_t Combine(std::uint64_t seed, std::uint64_t value) {
   return seed ^ (value + 0x9E3779B97F4A7C15 + (seed << 6) + (seed >> 2));
@@ -97,7 +94,7 @@ std::string RelativeTo(const fs::path& root, const std::string& entry) {
 
 std::uint64_t EntrySignature(const HostFile& file) {
   std::uint64_t value = file.version.contentHash;
-  value = Combine(value, HashBytes(AsBytes(file.key.data(), file.key.size())));
+  value = Combine(value, HashBytes(AsBytes(file.key)));
   value = Combine(value, file.version.size);
   return Combine(value, file.version.modifiedStamp);
 }

@@ -1,0 +1,45 @@
+#include "guard/paths.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <charconv>
+#include <chrono>
+#include <cstdint>
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+constexpr std::string_view kPrefix = ".quorbix-";
+constexpr std::string_view kSuffix = ".tmp";
+constexpr std::string_view kPlainSuffix = ".quorbix_tmp";
+
+}  // namespace
+
+bool IsTemporaryName(std::string_view name) {
+  return IsOwnTemporaryName(name) || name.ends_with(kPlainSuffix);
+}
+
+bool IsOwnTemporaryName(std::string_view name) {
+  return name.size() > kPrefix.size() + kSuffix.size() && name.starts_with(kPrefix) &&
+         name.ends_with(kSuffix);
+}
+
+std::string NewTemporaryName() {
+  static std::atomic<std::uint32_t> count{0};
+  const auto now = std::chrono::system_clock::now().time_since_epoch().count();
+  std::string name(kPrefix);
+  for (const std::uint64_t part :
+       {static_cast<std::uint64_t>(now), static_cast<std::uint64_t>(::getpid()),
+        static_cast<std::uint64_t>(++count)}) {
+    std::array<char, 16> digits{};
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), part, 16).ptr;
+    name.append(digits.data(), end);
+    name += '-';
+  }
+  name.pop_back();
+  return name.append(kSuffix);
+}
+
+}  // namespace quorbix::virtdisk::internal::guard

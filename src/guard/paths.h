@@ -1,0 +1,24 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_PATHS_H_
+#define QUORBIX_VIRTDISK_GUARD_PATHS_H_
+
+#include <string>
+#include <string_view>
+
+namespace quorbix::virtdisk::internal::guard {
+
+// Names that guarded synchronising gives to files of its own.
+
+// Whether a name of the folder is a file that a pass was writing, or holds what it had just
+// replaced, when it was cut off; this one's or the plain synchroniser's.
+bool IsTemporaryName(std::string_view name);
+
+// Whether it is one of this synchroniser's own.
+bool IsOwnTemporaryName(std::string_view name);
+
+// A name of that kind that no earlier call has returned. Begins with ".", so that no scan takes it
+// for a file of the user.
+std::string NewTemporaryName();
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_PATHS_H_

@@ -1,0 +1,41 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_STATE_FILE_H_
+#define QUORBIX_VIRTDISK_GUARD_STATE_FILE_H_
+
+#include <filesystem>
+#include <string>
+
+#include "common/descriptor.h"
+#include "guard/state.h"
+
+namespace quorbix::virtdisk::internal::guard {
+
+// The folder of the state: "state", "lock" and "trash" lie in it.
+
+enum class StateLoad { kNone, kLoaded, kDamaged };
+
+// Reads what the last pass left. kNone: there is none yet. kDamaged: there is one that cannot be
+// used, and `err` says why. `state` is empty in both cases.
+StateLoad LoadState(const std::filesystem::path& folder, State& state, std::string& err);
+
+// Puts `state` in place of the old one, so that a crash leaves one of the two. On failure returns
+// false and says why in `err`.
+[[nodiscard]] bool SaveState(const std::filesystem::path& folder, const State& state,
+                             std::string& err);
+
+// Makes the folder when it is missing.
+[[nodiscard]] bool MakeStateFolder(const std::filesystem::path& folder, std::string& err);
+
+// The lock of a state folder; the system takes it back when the process ends.
+class StateLock {
+ public:
+  // False: somebody else has it, or it cannot be had; `err` says who, or why.
+  [[nodiscard]] bool Take(const std::filesystem::path& folder, std::string& err);
+  bool IsHeld() const { return static_cast<bool>(file); }
+
+ private:
+  Descriptor file;
+};
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_STATE_FILE_H_

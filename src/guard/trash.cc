@@ -1,0 +1,276 @@
+#include "guard/trash.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "common/byte_buffer.h"
+#include "common/fail.h"
+#include "common/folder_listing.h"
+#include "common/host_file.h"
+#include "common/text_bytes.h"
+#include "guard/lines.h"
+#include "guard/paths.h"
+#include "guard/renames.h"
+#include "guard/system_text.h"
+#include "quorbix/virtdisk/guarded_folder_sync.h"
+
+namespace quorbix::virtdisk {
+namespace internal::guard {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kTrashName[] = "trash";
+constexpr char kManifestName[] = "manifest";
+constexpr char kItemLine[] = "item";
+
+// A pass's time as the name of its folder, and back.
+std::string FolderNameOf(std::string when) {
+  std::replace(when.begin(), when.end(), ' ', '_');
+  return when;
+}
+std::string TimeOf(std::string folderName) {
+  folderName = folderName.substr(0, folderName.find('#'));
+  std::replace(folderName.begin(), folderName.end(), '_', ' ');
+  return folderName;
+}
+
+// The passes in the trash, the oldest first: their names begin with their times.
+std::vector<std::string> PassesIn(const fs::path& trash, std::error_code& error) {
+  FolderListing listing = ListFolder(trash);
+  error = listing.error;
+  std::vector<std::string> names;
+  for (const ListedEntry& entry : listing.entries) {
+    if (entry.type == fs::file_type::directory) names.push_back(entry.name);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+struct ManifestLine {
+  std::string number;
+  TrashRequest request;
+};
+
+std::vector<ManifestLine> ReadManifest(const fs::path& folder) {
+  std::vector<ManifestLine> lines;
+  struct ::stat status;
+  const Descriptor file = OpenRegularFile((folder / kManifestName).c_str(), status);
+  if (!file) return lines;
+  ByteBuffer bytes(static_cast<std::size_t>(status.st_size));
+  const std::ptrdiff_t size = ReadFully(file.Get(), bytes.Span());
+  std::string_view text(reinterpret_cast<const char*>(bytes.data()),
+                        static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0)));
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    Line line(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+    ManifestLine item;
+    if (line.Word() != kItemLine) continue;
+    item.number = line.Path();
+    item.request.side = line.Path();
+    item.request.why = line.Path();
+    item.request.path = line.Path();
+    // The last line can be cut, when the pass was.
+    if (line.IsSound()) lines.push_back(std::move(item));
+  }
+  return lines;
+}
+
+std::uint64_t BytesIn(const fs::path& folder) {
+  std::uint64_t bytes = 0;
+  for (const ListedEntry& entry : ListFolder(folder).entries) {
+    struct ::stat status;
+    if (::lstat((folder / entry.name).c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+      bytes += static_cast<std::uint64_t>(status.st_size);
+    }
+  }
+  return bytes;
+}
+
+bool CopyBytes(int from, int to) {
+  std::array<std::uint8_t, 65536> buffer{};
+  for (;;) {
+    const std::ptrdiff_t got = ReadFully(from, buffer);
+    if (got < 0) return false;
+    if (got == 0) return true;
+    if (!WriteFully(to, std::span(buffer).first(static_cast<std::size_t>(got)))) return false;
+  }
+}
+
+bool CopyFile(int folder, const std::string& name, const fs::path& place) {
+  struct ::stat status;
+  const Descriptor from = OpenRegularFileIn(folder, name.c_str(), status);
+  if (!from) return false;
+  const Descriptor to = OpenHostFile(place.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+  if (!to || !CopyBytes(from.Get(), to.Get())) return false;
+  const std::array<::timespec, 2> times{status.st_atim, status.st_mtim};
+  // What the file system of the trash does not hold of these, it does without.
+  static_cast<void>(::fchmod(to.Get(), status.st_mode & 07777));
+  static_cast<void>(::fchown(to.Get(), status.st_uid, status.st_gid));
+  static_cast<void>(::futimens(to.Get(), times.data()));
+  return ::fdatasync(to.Get()) == 0;
+}
+
+bool CopyLink(int folder, const std::string& name, const fs::path& place) {
+  std::array<char, 4096> target{};
+  const ::ssize_t size = ::readlinkat(folder, name.c_str(), target.data(), target.size() - 1);
+  return size > 0 && ::symlink(target.data(), place.c_str()) == 0;
+}
+
+bool CopyAndRemove(int folder, const std::string& name, const fs::path& place) {
+  struct ::stat status;
+  if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  const bool copied =
+      S_ISLNK(status.st_mode) ? CopyLink(folder, name, place) : CopyFile(folder, name, place);
+  if (copied && FlushFolder(place.parent_path())) return ::unlinkat(folder, name.c_str(), 0) == 0;
+  const int error = errno;
+  ::unlink(place.c_str());
+  errno = error;
+  return false;
+}
+
+}  // namespace
+
+TrashRun::TrashRun(const fs::path& stateFolder, const std::string& whenItRuns)
+    : trash(stateFolder / kTrashName), when(whenItRuns) {}
+
+bool TrashRun::Announce(const std::vector<TrashRequest>& requests, std::vector<fs::path>& places,
+                        std::string& err) {
+  places.clear();
+  if (requests.empty()) return true;
+  if (folder.empty() && !MakeFolder(err)) return false;
+  std::string lines;
+  for (const TrashRequest& request : requests) {
+    const std::string number = std::to_string(++count);
+    lines.append(kItemLine).append(" ").append(number);
+    for (const std::string* text : {&request.side, &request.why, &request.path}) {
+      lines.append(" ").append(Escaped(*text));
+    }
+    lines += '\n';
+    places.push_back(folder / number);
+  }
+  const fs::path manifest = folder / kManifestName;
+  const Descriptor file =
+      OpenHostFile(manifest.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW, 0600);
+  const bool written = file && WriteFully(file.Get(), AsBytes(lines)) &&
+                       ::fdatasync(file.Get()) == 0 && FlushFolder(folder);
+  return written || Fail(err, "cannot write " + manifest.string() + " (" + SystemText() + ")");
+}
+
+bool TrashRun::Flush(std::string& err) const {
+  return folder.empty() || FlushFolder(folder) ||
+         Fail(err, "cannot write out " + folder.string() + " (" + SystemText() + ")");
+}
+
+bool TrashRun::MakeFolder(std::string& err) {
+  std::error_code failed;
+  fs::create_directories(trash, failed);
+  const std::string name = FolderNameOf(when);
+  for (int n = 1; !failed; ++n) {
+    fs::path candidate = trash / (n == 1 ? name : name + '#' + std::to_string(n));
+    if (::mkdir(candidate.c_str(), 0700) == 0) {
+      folder = std::move(candidate);
+      return FlushFolder(trash) || Fail(err, "cannot write out " + trash.string());
+    }
+    if (errno != EEXIST) failed.assign(errno, std::generic_category());
+  }
+  return Fail(err, "cannot make the trash " + trash.string() + " (" + failed.message() + ")");
+}
+
+bool MoveToTrash(int folder, const std::string& name, const fs::path& place, std::string& err) {
+  if (::renameat(folder, name.c_str(), AT_FDCWD, place.c_str()) == 0) return true;
+  if (errno == EXDEV && CopyAndRemove(folder, name, place)) return true;
+  return Fail(
+      err, "cannot move " + name + " to the trash " + place.string() + " (" + SystemText() + ")");
+}
+
+void TrimTrash(const fs::path& stateFolder, std::size_t passes, std::uint64_t bytes) {
+  std::error_code ignored;
+  const fs::path trash = stateFolder / kTrashName;
+  std::vector<std::string> names = PassesIn(trash, ignored);
+  std::uint64_t kept = 0;
+  std::size_t count = 0;
+  for (auto name = names.rbegin(); name != names.rend(); ++name) {
+    kept += BytesIn(trash / *name);
+    const bool isLatest = count == 0;
+    if (++count > passes || kept > bytes) {
+      if (!isLatest) fs::remove_all(trash / *name, ignored);
+    }
+  }
+}
+
+}  // namespace internal::guard
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace internal::guard;
+using internal::Fail;
+
+}  // namespace
+
+bool ListTrash(const fs::path& stateFolder, std::vector<TrashedItem>& items, std::string& err) {
+  items.clear();
+  const fs::path trash = stateFolder / kTrashName;
+  std::error_code error;
+  const std::vector<std::string> passes = PassesIn(trash, error);
+  if (error && error != std::errc::no_such_file_or_directory) {
+    return Fail(err, "cannot list " + trash.string() + " (" + error.message() + ")");
+  }
+  for (const std::string& pass : passes) {
+    for (const ManifestLine& line : ReadManifest(trash / pass)) {
+      struct ::stat status;
+      if (::lstat((trash / pass / line.number).c_str(), &status) != 0) continue;
+      items.push_back({.id = pass + '/' + line.number,
+                       .time = TimeOf(pass),
+                       .side = line.request.side,
+                       .path = line.request.path,
+                       .why = line.request.why,
+                       .bytes = static_cast<std::uint64_t>(status.st_size)});
+    }
+  }
+  return true;
+}
+
+bool RestoreTrashed(const fs::path& stateFolder, const std::string& id, const fs::path& target,
+                    std::string& err) {
+  std::vector<TrashedItem> items;
+  if (!ListTrash(stateFolder, items, err)) return false;
+  const bool known = std::any_of(items.begin(), items.end(),
+                                 [&](const TrashedItem& item) { return item.id == id; });
+  if (!known) return Fail(err, "the trash holds nothing named " + id);
+  const fs::path source = stateFolder / kTrashName / id;
+  std::error_code failed;
+  const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  const fs::path temporary = folder / NewTemporaryName();
+  if (!fs::is_symlink(fs::symlink_status(source, failed))) {
+    if (!CopyFile(AT_FDCWD, source.string(), temporary)) {
+      const std::string why = SystemText();
+      ::unlink(temporary.c_str());
+      return Fail(err, "cannot write " + temporary.string() + " (" + why + ")");
+    }
+  } else if (!CopyLink(AT_FDCWD, source.string(), temporary)) {
+    return Fail(err, "cannot write " + temporary.string() + " (" + SystemText() + ")");
+  }
+  if (RenameIfFree(AT_FDCWD, temporary.c_str(), AT_FDCWD, target.c_str())) {
+    return internal::FlushFolder(folder) || Fail(err, "cannot write out " + folder.string());
+  }
+  const bool exists = errno == EEXIST;
+  const std::string why = SystemText();
+  ::unlink(temporary.c_str());
+  return Fail(err, exists ? target.string() + " exists, and is not replaced"
+                          : "cannot name " + target.string() + " (" + why + ")");
+}
+
+}  // namespace quorbix::virtdisk

@@ -1,0 +1,55 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_TRASH_H_
+#define QUORBIX_VIRTDISK_GUARD_TRASH_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace quorbix::virtdisk::internal::guard {
+
+// What a pass replaces or deletes goes to a folder of its own: "trash/<time>" in the state's
+// folder, with a manifest that says what each thing was. A thing that the manifest names and that
+// is not there was never taken away.
+
+struct TrashRequest {
+  std::string side;  // "folder" or "disk"
+  std::string path;  // where it is
+  std::string why;
+};
+
+class TrashRun {
+ public:
+  // `when` is the pass's time: "2026-11-21 17.20.05". Nothing is made yet.
+  TrashRun(const std::filesystem::path& stateFolder, const std::string& when);
+
+  // Takes down what is about to come, and returns a path for each, on which there is nothing yet.
+  // On failure returns false and says why in `err`.
+  [[nodiscard]] bool Announce(const std::vector<TrashRequest>& requests,
+                              std::vector<std::filesystem::path>& places, std::string& err);
+
+  // Writes the entries of the folder out to the disk.
+  [[nodiscard]] bool Flush(std::string& err) const;
+
+ private:
+  bool MakeFolder(std::string& err);
+
+  const std::filesystem::path trash;
+  const std::string when;
+  std::filesystem::path folder;  // empty until something is announced
+  std::size_t count = 0;
+};
+
+// Moves the entry `name` of an open folder to `place`; copies it, with its mode and times, where
+// that is on another file system. On failure returns false, says why in `err`, and the entry is
+// where it was.
+[[nodiscard]] bool MoveToTrash(int folder, const std::string& name,
+                               const std::filesystem::path& place, std::string& err);
+
+// Deletes the oldest passes until no more than `passes` and `bytes` are left; the latest one stays.
+void TrimTrash(const std::filesystem::path& stateFolder, std::size_t passes, std::uint64_t bytes);
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_TRASH_H_

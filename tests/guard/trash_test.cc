@@ -1,0 +1,254 @@
+#include "guard/trash.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "common/host_file.h"
+#include "guard/renames.h"
+#include "quorbix/virtdisk/guarded_folder_sync.h"
+#include "support/child_process.h"
+#include "support/memory_folder.h"
+#include "support/temp_folder.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+namespace fs = std::filesystem;
+using test::TempFolder;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kWhen[] = "2026-11-21 17.20.05";
+
+class Trash : public testing::Test {
+ protected:
+  fs::path StateFolder() const { return folder / "state"; }
+
+  // Moves a file of the folder to the trash of a pass at `when`.
+  void Throw(const std::string& name, const std::string& when = kWhen) {
+    TrashRun run(StateFolder(), when);
+    std::vector<fs::path> places;
+    std::string err;
+    ASSERT_TRUE(run.Announce({{"folder", name, "deleted"}}, places, err)) << err;
+    const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
+    ASSERT_TRUE(MoveToTrash(top.Get(), name, places.at(0), err)) << err;
+    ASSERT_TRUE(run.Flush(err)) << err;
+  }
+
+  std::vector<TrashedItem> Listed() const {
+    std::vector<TrashedItem> items;
+    std::string err;
+    EXPECT_TRUE(ListTrash(StateFolder(), items, err)) << err;
+    return items;
+  }
+
+  std::vector<std::string> ListedPaths() const {
+    std::vector<std::string> paths;
+    for (const TrashedItem& item : Listed()) paths.push_back(item.path);
+    return paths;
+  }
+
+  TempFolder folder;
+};
+
+TEST_F(Trash, WhatIsThrownAway_IsListed) {
+  folder.File("My letter.txt", "dear");
+  Throw("My letter.txt");
+  EXPECT_FALSE(folder.Exists("My letter.txt"));
+  const auto items = Listed();
+  ASSERT_EQ(items.size(), 1u);
+  EXPECT_EQ(items[0].path, "My letter.txt");
+  EXPECT_EQ(items[0].time, kWhen);
+  EXPECT_EQ(items[0].side, "folder");
+  EXPECT_EQ(items[0].why, "deleted");
+  EXPECT_EQ(items[0].bytes, 4u);
+}
+
+TEST_F(Trash, NothingThrownAway_MakesNoFolder) {
+  TrashRun run(StateFolder(), kWhen);
+  std::vector<fs::path> places;
+  std::string err;
+  EXPECT_TRUE(run.Announce({}, places, err));
+  EXPECT_TRUE(run.Flush(err));
+  EXPECT_FALSE(folder.Exists("state"));
+  EXPECT_THAT(Listed(), IsEmpty());
+}
+
+TEST_F(Trash, AnnouncedAndNeverMoved_IsNotListed) {
+  TrashRun run(StateFolder(), kWhen);
+  std::vector<fs::path> places;
+  std::string err;
+  ASSERT_TRUE(run.Announce({{"folder", "a", "deleted"}, {"disk", "b", "replaced"}}, places, err));
+  test::WriteWholeFile(places.at(1), "b");
+  EXPECT_THAT(ListedPaths(), ElementsAre("b"));
+}
+
+TEST_F(Trash, SeveralAnnouncements_GoOnCounting) {
+  TrashRun run(StateFolder(), kWhen);
+  std::vector<fs::path> first, second;
+  std::string err;
+  ASSERT_TRUE(run.Announce({{"folder", "a", "x"}}, first, err));
+  ASSERT_TRUE(run.Announce({{"folder", "b", "x"}}, second, err));
+  EXPECT_NE(first.at(0), second.at(0));
+  EXPECT_EQ(first.at(0).parent_path(), second.at(0).parent_path());
+}
+
+TEST_F(Trash, TwoPassesInOneSecond_HaveFoldersOfTheirOwn) {
+  folder.File("a", "1");
+  Throw("a");
+  folder.File("a", "2");
+  Throw("a");
+  const auto items = Listed();
+  ASSERT_EQ(items.size(), 2u);
+  EXPECT_EQ(items[1].time, kWhen);
+  EXPECT_NE(items[0].id, items[1].id);
+}
+
+TEST_F(Trash, CutManifest_StillListsWhatIsWhole) {
+  folder.File("a", "1");
+  Throw("a");
+  const fs::path manifest = StateFolder() / "trash" / "2026-11-21_17.20.05" / "manifest";
+  test::WriteWholeFile(manifest, test::ReadWholeFile(manifest) + "item 2 fol");
+  EXPECT_THAT(ListedPaths(), ElementsAre("a"));
+}
+
+TEST_F(Trash, Restored_IsACopyUnderAnotherName) {
+  folder.File("a", "content");
+  fs::permissions(folder / "a", fs::perms{0640});
+  Throw("a");
+  std::string err;
+  ASSERT_TRUE(RestoreTrashed(StateFolder(), Listed()[0].id, folder / "b", err)) << err;
+  EXPECT_EQ(folder.Read("b"), "content");
+  EXPECT_EQ(static_cast<unsigned>(fs::status(folder / "b").permissions()), 0640u);
+  EXPECT_EQ(Listed().size(), 1u);
+}
+
+TEST_F(Trash, RestoringOverAFile_IsRefused) {
+  folder.File("a", "content");
+  Throw("a");
+  folder.File("a", "new");
+  std::string err;
+  EXPECT_FALSE(RestoreTrashed(StateFolder(), Listed()[0].id, folder / "a", err));
+  EXPECT_EQ(err, (folder / "a").string() + " exists, and is not replaced");
+  EXPECT_EQ(folder.Read("a"), "new");
+  for (const auto& [path, content] : folder.Files()) EXPECT_FALSE(path.ends_with(".tmp")) << path;
+}
+
+TEST_F(Trash, RestoringWhatIsNotThere_IsRefused) {
+  folder.File("a", "1").File("secret", "s");
+  Throw("a");
+  std::string err;
+  for (const char* id : {"nothing", "../../secret", "2026-11-21_17.20.05/manifest", ""}) {
+    EXPECT_FALSE(RestoreTrashed(StateFolder(), id, folder / "b", err)) << id;
+    EXPECT_FALSE(folder.Exists("b"));
+  }
+}
+
+TEST_F(Trash, OnAnotherFileSystem_FilesAreCopiedWithModeAndTime) {
+  const test::MemoryFolder memory;
+  if (!memory.Usable()) GTEST_SKIP() << "no memory file system to write to";
+  folder.File("a", std::string(100'000, 'x'));
+  fs::permissions(folder / "a", fs::perms{0604});
+  const auto time = fs::file_time_type::clock::now() - std::chrono::hours(50);
+  fs::last_write_time(folder / "a", time);
+  TrashRun run(memory.Path(), kWhen);
+  std::vector<fs::path> places;
+  std::string err;
+  ASSERT_TRUE(run.Announce({{"folder", "a", "deleted"}}, places, err)) << err;
+  const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_TRUE(MoveToTrash(top.Get(), "a", places.at(0), err)) << err;
+  EXPECT_FALSE(folder.Exists("a"));
+  EXPECT_EQ(test::ReadWholeFile(places[0]), std::string(100'000, 'x'));
+  EXPECT_EQ(static_cast<unsigned>(fs::status(places[0]).permissions()), 0604u);
+  EXPECT_EQ(fs::last_write_time(places[0]), time);
+}
+
+TEST_F(Trash, OnAFullFileSystem_TheFileStaysWhereItIs) {
+  const test::MemoryFolder memory;
+  if (!memory.Usable()) GTEST_SKIP() << "no memory file system to write to";
+  folder.File("a", std::string(100'000, 'x'));
+  TrashRun run(memory.Path(), kWhen);
+  std::vector<fs::path> places;
+  std::string err;
+  ASSERT_TRUE(run.Announce({{"folder", "a", "deleted"}}, places, err)) << err;
+  const int status = test::RunInChild({.fileSizeLimit = 50'000}, [&] {
+    const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
+    return MoveToTrash(top.Get(), "a", places.at(0), err) ? 1 : 0;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(folder.Read("a").size(), 100'000u);
+  EXPECT_FALSE(fs::exists(places[0]));
+}
+
+TEST_F(Trash, LinkOnAnotherFileSystem_StaysALink) {
+  const test::MemoryFolder memory;
+  if (!memory.Usable()) GTEST_SKIP() << "no memory file system to write to";
+  folder.Link("a", "target");
+  TrashRun run(memory.Path(), kWhen);
+  std::vector<fs::path> places;
+  std::string err;
+  ASSERT_TRUE(run.Announce({{"folder", "a", "deleted"}}, places, err)) << err;
+  const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_TRUE(MoveToTrash(top.Get(), "a", places.at(0), err)) << err;
+  EXPECT_EQ(fs::read_symlink(places[0]), "target");
+}
+
+TEST_F(Trash, TooManyPasses_LoseTheOldest) {
+  for (int i = 1; i <= 5; ++i) {
+    folder.File("a" + std::to_string(i), "12345");
+    Throw("a" + std::to_string(i), "2026-11-21 17.20.0" + std::to_string(i));
+  }
+  TrimTrash(StateFolder(), 3, 1'000'000);
+  EXPECT_THAT(ListedPaths(), ElementsAre("a3", "a4", "a5"));
+}
+
+TEST_F(Trash, TooManyBytes_LoseTheOldestButNeverTheLatest) {
+  for (int i = 1; i <= 4; ++i) {
+    folder.File("a" + std::to_string(i), std::string(1000, 'x'));
+    Throw("a" + std::to_string(i), "2026-11-21 17.20.0" + std::to_string(i));
+  }
+  TrimTrash(StateFolder(), 50, 3000);  // the manifests count as well
+  EXPECT_THAT(ListedPaths(), ElementsAre("a3", "a4"));
+  TrimTrash(StateFolder(), 50, 10);
+  EXPECT_THAT(ListedPaths(), ElementsAre("a4"));
+}
+
+class Renames : public testing::Test {
+ protected:
+  Descriptor Top() const { return OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY); }
+  TempFolder folder;
+};
+
+TEST_F(Renames, FreeName_IsTaken) {
+  folder.File("a", "1");
+  const Descriptor top = Top();
+  EXPECT_TRUE(RenameIfFree(top.Get(), "a", top.Get(), "b"));
+  EXPECT_EQ(folder.Read("b"), "1");
+  EXPECT_FALSE(folder.Exists("a"));
+}
+
+TEST_F(Renames, NameOfSomebodyElse_IsLeftAlone) {
+  folder.File("a", "1").File("b", "2");
+  const Descriptor top = Top();
+  EXPECT_FALSE(RenameIfFree(top.Get(), "a", top.Get(), "b"));
+  EXPECT_EQ(errno, EEXIST);
+  EXPECT_EQ(folder.Read("b"), "2");
+}
+
+TEST_F(Renames, Exchange_SwapsBoth) {
+  folder.File("a", "1").File("b", "2");
+  if (!ExchangeNames(Top().Get(), "a", "b")) GTEST_SKIP() << "this file system cannot";
+  EXPECT_EQ(folder.Read("a"), "2");
+  EXPECT_EQ(folder.Read("b"), "1");
+}
+
+TEST_F(Renames, ExchangeWithNothing_Fails) {
+  folder.File("a", "1");
+  EXPECT_FALSE(ExchangeNames(Top().Get(), "a", "b"));
+  EXPECT_EQ(folder.Read("a"), "1");
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal::guard
