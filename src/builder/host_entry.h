@@ -33,7 +33,7 @@ EntryKind AskKind(const std::filesystem::path& path, std::filesystem::file_type 
 // What a population asks of the host.
 struct HostQueries {
   std::function<FolderListing(const std::filesystem::path& folder)> list =
-      [](const std::filesystem::path& folder) { return ListFolder(folder); };
+      [](const std::filesystem::path& folder) { return ListFolder(folder.native()); };
   std::function<EntryKind(const std::filesystem::path& path, std::filesystem::file_type listed,
                           std::error_code& error)>
       ask = AskKind;

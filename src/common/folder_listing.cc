@@ -52,12 +52,12 @@ fs::file_type TypeOf(const ::dirent& entry) {
 
 }  // namespace
 
-FolderListing ListFolder(const fs::path& folder, IfLink ifLink) {
+FolderListing ListFolder(const std::string& folder, IfLink ifLink) {
   Descriptor closedAtTheEnd;
   return ListFolder(folder, ifLink, closedAtTheEnd);
 }
 
-FolderListing ListFolder(const fs::path& folder, IfLink ifLink, Descriptor& descriptor) {
+FolderListing ListFolder(const std::string& folder, IfLink ifLink, Descriptor& descriptor) {
   FolderListing listing;
   const int links = ifLink == IfLink::kRefuse ? O_NOFOLLOW : 0;
   descriptor = OpenHostPath(folder.c_str(), O_RDONLY | O_DIRECTORY | links);

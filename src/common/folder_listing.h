@@ -27,11 +27,10 @@ enum class IfLink { kFollow, kRefuse };
 
 // Lists a folder whole and closes it, so that no descriptor stays open while its sub-folders are
 // looked at: the depth of a tree must not exhaust them.
-FolderListing ListFolder(const std::filesystem::path& folder, IfLink ifLink = IfLink::kFollow);
+FolderListing ListFolder(const std::string& folder, IfLink ifLink = IfLink::kFollow);
 
 // The same, and leaves the folder open in `descriptor`, for whoever closes it soon.
-FolderListing ListFolder(const std::filesystem::path& folder, IfLink ifLink,
-                         Descriptor& descriptor);
+FolderListing ListFolder(const std::string& folder, IfLink ifLink, Descriptor& descriptor);
 
 }  // namespace quorbix::virtdisk::internal
 

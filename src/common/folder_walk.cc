@@ -20,7 +20,7 @@ namespace {
 FolderWalk::FolderWalk(const fs::path& root, std::error_code& error) : path(root.native()) {
   error.clear();
   Descriptor descriptor;
-  FolderListing listing = ListFolder(root, IfLink::kFollow, descriptor);
+  FolderListing listing = ListFolder(root.native(), IfLink::kFollow, descriptor);
   if (listing.entries.empty()) {
     error = listing.error;
     return;

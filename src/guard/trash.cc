@@ -47,7 +47,7 @@ std::string TimeOf(std::string folderName) {
 
 // The passes in the trash, the oldest first: their names begin with their times.
 std::vector<std::string> PassesIn(const fs::path& trash, std::error_code& error) {
-  FolderListing listing = ListFolder(trash);
+  FolderListing listing = ListFolder(trash.native());
   error = listing.error;
   std::vector<std::string> names;
   for (const ListedEntry& entry : listing.entries) {
@@ -89,7 +89,7 @@ std::vector<ManifestLine> ReadManifest(const fs::path& folder) {
 
 std::uint64_t BytesIn(const fs::path& folder) {
   std::uint64_t bytes = 0;
-  for (const ListedEntry& entry : ListFolder(folder).entries) {
+  for (const ListedEntry& entry : ListFolder(folder.native()).entries) {
     struct ::stat status;
     if (::lstat((folder / entry.name).c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
       bytes += static_cast<std::uint64_t>(status.st_size);

@@ -10,6 +10,7 @@
 #include "guard/model.h"
 #include "guard/pairing.h"
 #include "guard/planning.h"
+#include "sync/hash_bytes.h"
 
 // Small words for both sides of a synchronisation: a path and a letter for what a file says. A path
 // that ends in "/" is a folder; the letter '?' stands for what cannot be read.
@@ -19,6 +20,10 @@ namespace quorbix::virtdisk::internal::guard {
 using Entries = std::initializer_list<std::pair<std::string, char>>;
 
 inline Content Says(char letter) { return {.hash = static_cast<std::uint64_t>(letter), .size = 1}; }
+
+inline Content ContentOf(const std::string& text) {
+  return {HashBytes(std::vector<std::uint8_t>(text.begin(), text.end())), text.size()};
+}
 
 inline bool TakeSlash(std::string& path) {
   const bool isFolder = path.ends_with('/');

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <stdexcept>
+#include <string>
 
 #include "support/child_process.h"
 
@@ -27,8 +28,8 @@ DeepFolder::DeepFolder(const fs::path& root, int levels) : top(root / "d") {
 DeepFolder::~DeepFolder() { RunCommand({"rm", "-rf", top.string()}); }
 
 fs::path DeepPath(int levels) {
-  fs::path path;
-  for (int level = 0; level < levels; ++level) path /= "d";
+  std::string path;
+  for (int level = 0; level < levels; ++level) path += level == 0 ? "d" : "/d";
   return path;
 }
 

@@ -1,0 +1,292 @@
+#include "guard/host_changes.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <utility>
+
+#include "common/host_file.h"
+#include "guard/clock.h"
+#include "guard/host_view.h"
+#include "guard/paths.h"
+#include "guard/renames.h"
+#include "guard/system_text.h"
+#include "sync/hash_bytes.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace fs = std::filesystem;
+
+namespace {
+
+// From so many files on, one call that writes out the whole file system takes less than one each.
+constexpr std::size_t kManyFiles = 16;
+
+Progress Failed(const std::string& what, const std::string& path) {
+  return {Progress::Result::kFailed, "cannot " + what + ' ' + path + " (" + SystemText() + ")"};
+}
+
+Progress Busy(const std::string& path) {
+  return {Progress::Result::kBusy, path + " has changed since it was looked at"};
+}
+
+Progress Stopped() { return {Progress::Result::kStopped, "it was stopped"}; }
+
+}  // namespace
+
+HostChanges::HostChanges(const fs::path& folder, const std::map<std::string, Stamp>& entryStamps,
+                         TrashRun& trashRun, const std::atomic<bool>* stop)
+    : root(folder), stamps(entryStamps), trash(trashRun), stopFlag(stop) {}
+
+Progress HostChanges::SweepLeftovers(const std::vector<std::string>& paths) {
+  std::vector<TrashRequest> requests;
+  for (const std::string& path : paths) requests.push_back({"folder", path, "left over"});
+  std::vector<fs::path> places;
+  Progress progress;
+  if (!trash.Announce(requests, places, progress.text)) {
+    return {Progress::Result::kFailed, progress.text};
+  }
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    const Descriptor folder = OpenFolder(ParentOf(paths[i]));
+    if (!folder || !MoveToTrash(folder.Get(), NameOf(paths[i]), places[i], progress.text)) {
+      return {Progress::Result::kFailed, progress.text};
+    }
+    touched.insert(ParentOf(paths[i]));
+  }
+  return FlushFolders();
+}
+
+Progress HostChanges::MakeFolders(const std::vector<std::string>& paths) {
+  for (const std::string& path : paths) {
+    const Descriptor folder = OpenFolder(ParentOf(path));
+    if (!folder) return Failed("open the folder of", path);
+    if (::mkdirat(folder.Get(), NameOf(path).c_str(), 0777) != 0) {
+      return errno == EEXIST ? Busy(path) : Failed("make the folder", path);
+    }
+    touched.insert(ParentOf(path));
+    changed.insert(path);
+  }
+  return FlushFolders();
+}
+
+Progress HostChanges::WriteFiles(const std::vector<HostWrite>& writes,
+                                 const DiskContents& contents) {
+  std::vector<NewFile> files;
+  const bool flushesEach = writes.size() < kManyFiles;
+  Progress progress;
+  for (const HostWrite& write : writes) {
+    NewFile file{.write = &write, .temporary = NewTemporaryName()};
+    progress = WriteTemporary(write, contents, flushesEach, file);
+    files.push_back(std::move(file));
+    if (!progress.IsDone()) break;
+  }
+  if (progress.IsDone() && !flushesEach) progress = FlushAll();
+  if (progress.IsDone()) progress = NameFiles(files);
+  Discard(files);
+  const Progress flushed = FlushFolders();
+  return progress.IsDone() ? flushed : progress;
+}
+
+Progress HostChanges::DeleteFiles(const std::vector<std::string>& paths) {
+  std::vector<TrashRequest> requests;
+  for (const std::string& path : paths) requests.push_back({"folder", path, "deleted"});
+  std::vector<fs::path> places;
+  std::string err;
+  if (!trash.Announce(requests, places, err)) return {Progress::Result::kFailed, err};
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    if (IsStopped()) return Stopped();
+    const Descriptor folder = OpenFolder(ParentOf(paths[i]));
+    if (!folder) return Busy(paths[i]);
+    const std::string aside = NewTemporaryName();
+    const Progress progress = SetAside(folder.Get(), paths[i], aside);
+    if (!progress.IsDone()) return progress;
+    touched.insert(ParentOf(paths[i]));
+    if (!MoveToTrash(folder.Get(), aside, places[i], err)) {
+      static_cast<void>(
+          RenameIfFree(folder.Get(), aside.c_str(), folder.Get(), NameOf(paths[i]).c_str()));
+      return {Progress::Result::kFailed, err};
+    }
+    changed.insert(paths[i]);
+  }
+  if (!trash.Flush(err)) return {Progress::Result::kFailed, err};
+  return FlushFolders();
+}
+
+Progress HostChanges::RemoveFolders(const std::vector<std::string>& paths) {
+  for (const std::string& path : paths) {
+    const Descriptor folder = OpenFolder(ParentOf(path));
+    const bool removed =
+        folder && ::unlinkat(folder.Get(), NameOf(path).c_str(), AT_REMOVEDIR) == 0;
+    if (!removed && (errno == ENOTEMPTY || errno == EEXIST || errno == ENOENT)) return Busy(path);
+    if (!removed) return Failed("remove the folder", path);
+    touched.insert(ParentOf(path));
+    touched.erase(path);
+    changed.insert(path);
+  }
+  return FlushFolders();
+}
+
+// One element after the other, so that no link leads anywhere else.
+Descriptor HostChanges::OpenFolder(const std::string& path) const {
+  Descriptor folder = OpenHostPath(root.c_str(), O_RDONLY | O_DIRECTORY);
+  std::size_t begin = 0;
+  while (folder && begin < path.size()) {
+    const std::size_t end = std::min(path.find('/', begin), path.size());
+    const std::string name = path.substr(begin, end - begin);
+    folder = Descriptor(
+        ::openat(folder.Get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+    begin = end + 1;
+  }
+  return folder;
+}
+
+Progress HostChanges::WriteTemporary(const HostWrite& write, const DiskContents& contents,
+                                     bool flushes, NewFile& file) {
+  const Descriptor folder = OpenFolder(ParentOf(write.host));
+  if (!folder) return Failed("open the folder of", write.host);
+  struct ::stat old;
+  if (write.replaces && ::fstatat(folder.Get(), NameOf(write.host).c_str(), &old, 0) != 0) {
+    return Busy(write.host);
+  }
+  // A file that is replaced may be nobody else's to read, from the first byte on.
+  const ::mode_t mode = write.replaces ? 0600 : 0666;
+  const Descriptor out(::openat(folder.Get(), file.temporary.c_str(),
+                                O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
+  if (!out) return Failed("write beside", write.host);
+  if (write.replaces) {
+    // Where the file system, or the process's rights, do not let it, the file is as it would be
+    // new.
+    static_cast<void>(::fchown(out.Get(), old.st_uid, old.st_gid));
+    static_cast<void>(::fchmod(out.Get(), old.st_mode & 07777));
+  }
+  Content content{.hash = kEmptyHash, .size = 0};
+  bool isWritten = true;
+  Progress progress = contents(write.disk, [&](std::span<const std::uint8_t> bytes) {
+    content.hash = HashBytes(bytes, content.hash);
+    content.size += bytes.size();
+    isWritten = WriteFully(out.Get(), bytes);
+    return isWritten && !IsStopped();
+  });
+  if (!isWritten) return Failed("write", write.host);
+  if (IsStopped()) return Stopped();
+  if (!progress.IsDone()) return progress;
+  if (content != write.content) return {Progress::Result::kBusy, "the image has changed meanwhile"};
+  if (flushes && ::fdatasync(out.Get()) != 0) return Failed("write out", write.host);
+  return {};
+}
+
+Progress HostChanges::FlushAll() const {
+  const Descriptor folder = OpenFolder("");
+  return folder && ::syncfs(folder.Get()) == 0 ? Progress{} : Failed("write out", root.string());
+}
+
+// Those that have their names by now are not there any more.
+void HostChanges::Discard(const std::vector<NewFile>& files) const {
+  for (const NewFile& file : files) {
+    if (file.holdsOld) continue;
+    const Descriptor folder = OpenFolder(ParentOf(file.write->host));
+    if (folder) ::unlinkat(folder.Get(), file.temporary.c_str(), 0);
+  }
+}
+
+Progress HostChanges::NameFiles(std::vector<NewFile>& files) {
+  std::vector<TrashRequest> requests;
+  for (const NewFile& file : files) {
+    if (file.write->replaces) requests.push_back({"folder", file.write->host, "replaced"});
+  }
+  std::vector<fs::path> places;
+  std::string err;
+  if (!trash.Announce(requests, places, err)) return {Progress::Result::kFailed, err};
+  auto place = places.begin();
+  for (NewFile& file : files) {
+    if (IsStopped()) return Stopped();
+    const Descriptor folder = OpenFolder(ParentOf(file.write->host));
+    if (!folder) return Busy(file.write->host);
+    touched.insert(ParentOf(file.write->host));
+    const Progress progress =
+        file.write->replaces ? Replace(folder.Get(), file, *place++) : NameNew(folder.Get(), file);
+    if (!progress.IsDone()) return progress;
+    NoteWritten(folder.Get(), *file.write);
+  }
+  return trash.Flush(err) ? Progress{} : Progress{Progress::Result::kFailed, err};
+}
+
+Progress HostChanges::NameNew(int folder, const NewFile& file) {
+  const std::string name = NameOf(file.write->host);
+  if (RenameIfFree(folder, file.temporary.c_str(), folder, name.c_str())) return {};
+  return errno == EEXIST ? Busy(file.write->host) : Failed("name", file.write->host);
+}
+
+// Both change names in one step, so that there is a file under the name at every moment, and what
+// was there is in these hands, whatever anybody did to it until then.
+Progress HostChanges::Replace(int folder, NewFile& file, const fs::path& place) {
+  const std::string& path = file.write->host;
+  const std::string name = NameOf(path);
+  const char* temporary = file.temporary.c_str();
+  if (!IsAsSeen(folder, name, path)) return Busy(path);
+  if (!ExchangeNames(folder, temporary, name.c_str())) {
+    if (errno != EINVAL) return errno == ENOENT ? Busy(path) : Failed("replace", path);
+    // In two steps, where the file system has no such one. What is cut off between them is copied
+    // from the disk once more.
+    const std::string aside = NewTemporaryName();
+    Progress progress = SetAside(folder, path, aside);
+    if (!progress.IsDone()) return progress;
+    if (!MoveToTrash(folder, aside, place, progress.text)) {
+      static_cast<void>(RenameIfFree(folder, aside.c_str(), folder, name.c_str()));
+      return {Progress::Result::kFailed, progress.text};
+    }
+    return NameNew(folder, file);
+  }
+  file.holdsOld = true;
+  std::string err;
+  const bool isSame = IsAsSeen(folder, file.temporary, path);
+  if (isSame && MoveToTrash(folder, file.temporary, place, err)) return {};
+  if (!ExchangeNames(folder, temporary, name.c_str())) return Failed("put back", path);
+  file.holdsOld = false;
+  return isSame ? Progress{Progress::Result::kFailed, err} : Busy(path);
+}
+
+// Takes a file away under another name, if it is the one that was looked at.
+Progress HostChanges::SetAside(int folder, const std::string& path,
+                               const std::string& aside) const {
+  const std::string name = NameOf(path);
+  if (!IsAsSeen(folder, name, path)) return Busy(path);
+  if (!RenameIfFree(folder, name.c_str(), folder, aside.c_str())) return Failed("move", path);
+  if (IsAsSeen(folder, aside, path)) return {};
+  static_cast<void>(RenameIfFree(folder, aside.c_str(), folder, name.c_str()));
+  return Busy(path);
+}
+
+// A rename changes no more of a stamp than the time at which something about the file has changed.
+bool HostChanges::IsAsSeen(int folder, const std::string& name, const std::string& path) const {
+  struct ::stat status;
+  const auto seen = stamps.find(path);
+  if (seen == stamps.end()) return false;
+  if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  Stamp now = StampOf(status);
+  now.changed = seen->second.changed;
+  return now == seen->second;
+}
+
+void HostChanges::NoteWritten(int folder, const HostWrite& write) {
+  changed.insert(write.host);
+  struct ::stat status;
+  if (::fstatat(folder, NameOf(write.host).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return;
+  written[write.host] = {
+      .stamp = StampOf(status), .taken = NowNanoseconds(), .content = write.content};
+}
+
+Progress HostChanges::FlushFolders() const {
+  for (const std::string& path : touched) {
+    const Descriptor folder = OpenFolder(path);
+    if (folder && ::fsync(folder.Get()) != 0 && errno != EINVAL) {
+      return Failed("write out the folder", path.empty() ? root.string() : path);
+    }
+  }
+  return {};
+}
+
+}  // namespace quorbix::virtdisk::internal::guard

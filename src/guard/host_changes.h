@@ -1,0 +1,98 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_HOST_CHANGES_H_
+#define QUORBIX_VIRTDISK_GUARD_HOST_CHANGES_H_
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "common/descriptor.h"
+#include "guard/planning.h"
+#include "guard/state.h"
+#include "guard/trash.h"
+
+namespace quorbix::virtdisk::internal::guard {
+
+// How a part of a pass ended.
+struct Progress {
+  enum class Result {
+    kDone,
+    kBusy,    // somebody has changed something since it was looked at, as `text` tells
+    kFailed,  // the host refused something, as `text` tells
+    kStopped,
+  };
+  Result result = Result::kDone;
+  std::string text{};
+
+  bool IsDone() const { return result == Result::kDone; }
+};
+
+// Hands the content of a file of the disk to a function, piece by piece, until that returns false.
+using Sink = std::function<bool(std::span<const std::uint8_t>)>;
+using DiskContents = std::function<Progress(const std::string& diskPath, const Sink& sink)>;
+
+// Changes the folder as a plan says. Nothing is replaced or deleted that is not what was looked at,
+// and whatever is goes to the trash; a process that is killed leaves the old file or the new one
+// under every name, and what it had in its hands under a temporary one.
+class HostChanges {
+ public:
+  HostChanges(const std::filesystem::path& folder, const std::map<std::string, Stamp>& entryStamps,
+              TrashRun& trashRun, const std::atomic<bool>* stop);
+
+  // Puts what passes before this one left behind into the trash.
+  [[nodiscard]] Progress SweepLeftovers(const std::vector<std::string>& paths);
+
+  [[nodiscard]] Progress MakeFolders(const std::vector<std::string>& paths);
+
+  // Writes all files beside their targets first, and gives them their names when all of that has
+  // succeeded and is on the disk.
+  [[nodiscard]] Progress WriteFiles(const std::vector<HostWrite>& writes,
+                                    const DiskContents& contents);
+
+  [[nodiscard]] Progress DeleteFiles(const std::vector<std::string>& paths);
+  // Folders that hold something by now stay.
+  [[nodiscard]] Progress RemoveFolders(const std::vector<std::string>& paths);
+
+  // The files that were written, as they are now.
+  const std::map<std::string, SeenFile>& Written() const { return written; }
+  // The paths that were changed as planned so far.
+  const std::set<std::string>& Changed() const { return changed; }
+
+ private:
+  struct NewFile {
+    const HostWrite* write = nullptr;
+    std::string temporary;
+    bool holdsOld = false;  // under the temporary name lies what was replaced: not to be discarded
+  };
+
+  bool IsStopped() const { return stopFlag != nullptr && *stopFlag; }
+  Descriptor OpenFolder(const std::string& path) const;
+  Progress WriteTemporary(const HostWrite& write, const DiskContents& contents, bool flushes,
+                          NewFile& file);
+  Progress FlushAll() const;
+  void Discard(const std::vector<NewFile>& files) const;
+  Progress NameFiles(std::vector<NewFile>& files);
+  Progress NameNew(int folder, const NewFile& file);
+  Progress Replace(int folder, NewFile& file, const std::filesystem::path& place);
+  Progress SetAside(int folder, const std::string& path, const std::string& aside) const;
+  bool IsAsSeen(int folder, const std::string& name, const std::string& path) const;
+  void NoteWritten(int folder, const HostWrite& write);
+  Progress FlushFolders() const;
+
+  const std::filesystem::path root;
+  const std::map<std::string, Stamp>& stamps;
+  TrashRun& trash;
+  const std::atomic<bool>* stopFlag;
+  std::set<std::string> touched;  // folders whose entries have changed
+  std::map<std::string, SeenFile> written;
+  std::set<std::string> changed;
+};
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_HOST_CHANGES_H_

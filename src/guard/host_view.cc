@@ -1,0 +1,227 @@
+#include "guard/host_view.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <system_error>
+#include <utility>
+
+#include "common/descriptor.h"
+#include "common/folder_listing.h"
+#include "common/host_file.h"
+#include "guard/clock.h"
+#include "guard/paths.h"
+#include "guard/system_text.h"
+#include "sync/hash_bytes.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
+
+constexpr char kDotName[] = "takes no part: its name begins with \".\"";
+constexpr char kTemporary[] = "takes no part: a temporary file";
+constexpr char kOwnPart[] = "takes no part: it belongs to the synchroniser";
+constexpr char kFolderLink[] = "takes no part: a link to a folder";
+constexpr char kLinkOut[] = "takes no part: a link that leads out of the folder";
+constexpr char kLinkNowhere[] = "takes no part: a link that leads nowhere";
+constexpr char kSpecial[] = "takes no part: neither a file nor a folder";
+constexpr char kUnreadableFile[] = "cannot be read: ";
+constexpr char kUnreadableFolder[] = "cannot be listed: ";
+
+class HostLooker {
+ public:
+  explicit HostLooker(const HostLook& hostLook) : look(hostLook), buffer(kBufferBytes) {}
+
+  HostView Run() {
+    std::error_code ignored;
+    realFolder = fs::canonical(look.folder, ignored).native();
+    ListTop();
+    while (!pending.empty() && view.result == HostView::Result::kComplete) {
+      const std::string path = std::move(pending.back());
+      pending.pop_back();
+      ListBelow(path);
+    }
+    return std::move(view);
+  }
+
+ private:
+  void ListTop() {
+    Descriptor folder;
+    const FolderListing listing = ListFolder(look.folder.native(), IfLink::kFollow, folder);
+    if (!listing.opened || listing.error) {
+      view.result = HostView::Result::kUnreadable;
+      view.error = listing.error.message();
+      return;
+    }
+    TakeEntries("", listing, folder);
+  }
+
+  void ListBelow(const std::string& path) {
+    Descriptor folder;
+    const FolderListing listing =
+        ListFolder(look.folder.native() + '/' + path, IfLink::kRefuse, folder);
+    if (!listing.opened || listing.error) {
+      view.items[path].isReadable = false;
+      view.notes.push_back({path, kUnreadableFolder + listing.error.message()});
+      return;
+    }
+    TakeEntries(path, listing, folder);
+  }
+
+  void TakeEntries(const std::string& path, const FolderListing& listing,
+                   const Descriptor& folder) {
+    struct ::stat status;
+    if (::fstat(folder.Get(), &status) == 0) {
+      view.latestFolderChange = std::max(view.latestFolderChange, ToNanoseconds(status.st_mtim));
+    }
+    for (const ListedEntry& entry : listing.entries) {
+      if (look.stop != nullptr && *look.stop) view.result = HostView::Result::kStopped;
+      if (view.result == HostView::Result::kStopped) return;
+      TakeEntry(Join(path, entry.name), entry.name, folder.Get());
+      if (view.result != HostView::Result::kComplete) return;
+    }
+  }
+
+  void TakeEntry(const std::string& path, const std::string& name, int folder) {
+    if (IsOwnTemporaryName(name)) {
+      view.leftovers.push_back(path);
+      view.leftOut.insert(path);
+      return;
+    }
+    if (name.starts_with('.')) return LeaveOut(path, kDotName);
+    if (IsTemporaryName(name)) return LeaveOut(path, kTemporary);
+    struct ::stat status;
+    // Gone since it was listed: as if it had not been.
+    if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return;
+    if (IsLeftOut(status)) return LeaveOut(path, kOwnPart);
+    if (S_ISDIR(status.st_mode)) {
+      view.items[path] = {.type = EntryType::kFolder};
+      pending.push_back(path);
+    } else if (S_ISREG(status.st_mode)) {
+      TakeFile(path, name, folder, status, status);
+    } else if (S_ISLNK(status.st_mode)) {
+      TakeLink(path, name, folder, status);
+    } else {
+      LeaveOut(path, kSpecial);
+    }
+  }
+
+  void TakeLink(const std::string& path, const std::string& name, int folder,
+                const struct ::stat& link) {
+    struct ::stat target;
+    if (::fstatat(folder, name.c_str(), &target, 0) != 0) return LeaveOut(path, kLinkNowhere);
+    if (S_ISDIR(target.st_mode)) return LeaveOut(path, kFolderLink);
+    if (!S_ISREG(target.st_mode)) return LeaveOut(path, kSpecial);
+    std::error_code failed;
+    const std::string real = fs::canonical(look.folder / path, failed).native();
+    if (failed || !real.starts_with(realFolder + '/')) return LeaveOut(path, kLinkOut);
+    TakeFile(path, name, folder, link, target);
+  }
+
+  void TakeFile(const std::string& path, const std::string& name, int folder,
+                const struct ::stat& entry, const struct ::stat& content) {
+    const Stamp stamp = StampOf(content);
+    view.entryStamps[path] = StampOf(entry);
+    if (const SeenFile* known = FindKnown(path, stamp)) {
+      view.wasAllRead = false;
+      view.items[path] = {.content = known->content};
+      view.seen[path] = *known;
+      return;
+    }
+    if (IsFresh(stamp)) return Stop(HostView::Result::kBusy, path);
+    ReadFile(path, name, folder);
+  }
+
+  const SeenFile* FindKnown(const std::string& path, const Stamp& stamp) const {
+    if (look.known == nullptr || look.readsEverything) return nullptr;
+    const auto known = look.known->find(path);
+    const bool holds = known != look.known->end() && known->second.stamp == stamp &&
+                       IsTrustworthy(stamp, known->second.taken);
+    return holds ? &known->second : nullptr;
+  }
+
+  // Changed so lately that whoever did may not be done yet.
+  bool IsFresh(const Stamp& stamp) const {
+    const std::int64_t age = NowNanoseconds() - std::max(stamp.modified, stamp.changed);
+    return age >= 0 && age < look.settleNanoseconds;
+  }
+
+  void ReadFile(const std::string& path, const std::string& name, int folder) {
+    SeenFile file;
+    file.taken = NowNanoseconds();
+    struct ::stat before;
+    struct ::stat after;
+    const Descriptor opened = OpenRegularFileIn(folder, name.c_str(), before);
+    std::uint64_t size = 0;
+    if (!opened || !HashFile(opened.Get(), file.content.hash, size)) {
+      if (view.result == HostView::Result::kStopped) return;
+      view.items[path] = {.isReadable = false};
+      view.notes.push_back({path, kUnreadableFile + SystemText()});
+      return;
+    }
+    file.stamp = StampOf(before);
+    file.content.size = size;
+    const bool isSteady = ::fstat(opened.Get(), &after) == 0 && StampOf(after) == file.stamp &&
+                          size == file.stamp.size;
+    if (!isSteady) return Stop(HostView::Result::kBusy, path);
+    view.items[path] = {.content = file.content};
+    view.seen[path] = file;
+  }
+
+  bool HashFile(int file, std::uint64_t& hash, std::uint64_t& size) {
+    hash = kEmptyHash;
+    for (;;) {
+      if (look.stop != nullptr && *look.stop) {
+        view.result = HostView::Result::kStopped;
+        return false;
+      }
+      const std::ptrdiff_t got = ReadFully(file, buffer);
+      if (got < 0) return false;
+      if (got == 0) return true;
+      hash = HashBytes(std::span(buffer).first(static_cast<std::size_t>(got)), hash);
+      size += static_cast<std::uint64_t>(got);
+    }
+  }
+
+  bool IsLeftOut(const struct ::stat& status) const {
+    const Identity identity = StampOf(status).identity;
+    return std::find(look.leftOut.begin(), look.leftOut.end(), identity) != look.leftOut.end();
+  }
+
+  void LeaveOut(const std::string& path, const char* why) {
+    view.leftOut.insert(path);
+    view.notes.push_back({path, why});
+  }
+
+  void Stop(HostView::Result result, const std::string& path) {
+    view.result = result;
+    view.busyPath = path;
+  }
+
+  const HostLook& look;
+  std::string realFolder;
+  std::vector<std::string> pending;  // folders to list
+  std::vector<std::uint8_t> buffer;
+  HostView view;
+};
+
+}  // namespace
+
+Stamp StampOf(const struct ::stat& status) {
+  return {.identity = {.device = status.st_dev, .inode = status.st_ino},
+          .size = static_cast<std::uint64_t>(status.st_size),
+          .modified = ToNanoseconds(status.st_mtim),
+          .changed = ToNanoseconds(status.st_ctim)};
+}
+
+HostView LookAtHost(const HostLook& look) { return HostLooker(look).Run(); }
+
+}  // namespace quorbix::virtdisk::internal::guard

@@ -1,0 +1,61 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_HOST_VIEW_H_
+#define QUORBIX_VIRTDISK_GUARD_HOST_VIEW_H_
+
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "guard/facts.h"
+#include "guard/model.h"
+#include "guard/state.h"
+#include "quorbix/virtdisk/guarded_folder_sync.h"
+
+namespace quorbix::virtdisk::internal::guard {
+
+Stamp StampOf(const struct ::stat& status);
+
+// How a look at the folder is taken.
+struct HostLook {
+  std::filesystem::path folder{};
+  // Files and folders that take no part, wherever they lie: the image, the state's folder.
+  std::vector<Identity> leftOut{};
+  const std::map<std::string, SeenFile>* known = nullptr;  // contents that need no reading
+  bool readsEverything = false;
+  std::int64_t settleNanoseconds = 0;
+  const std::atomic<bool>* stop = nullptr;
+};
+
+// The folder as it is.
+struct HostView {
+  enum class Result {
+    kComplete,
+    kBusy,        // `busyPath` is being written just now
+    kUnreadable,  // the folder itself; `error` says why
+    kStopped,
+  };
+  Result result = Result::kComplete;
+  std::string busyPath{};
+  std::string error{};
+
+  std::map<std::string, HostItem> items{};
+  std::set<std::string> leftOut{};
+  std::vector<GuardedNote> notes{};            // why they are left out
+  std::map<std::string, SeenFile> seen{};      // of every file that could be read
+  std::map<std::string, Stamp> entryStamps{};  // of the entry itself, also where it is a link
+  std::vector<std::string> leftovers{};        // of passes that were cut off
+  bool wasAllRead = true;                      // no content was taken from `known`
+  std::int64_t latestFolderChange = 0;         // nanoseconds since 1970
+};
+
+// Lists the folder with all that lies below it, and reads what has to be read.
+HostView LookAtHost(const HostLook& look);
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_HOST_VIEW_H_
