@@ -234,6 +234,21 @@ void SearchFor(benchmark::State& state, const std::string& query) {
   CountEntries(state, Argument(state));
 }
 
+// A query of 10,000 bytes that matches nowhere, and nearly does at every component of each path.
+void SearchForLongText(benchmark::State& state) {
+  Fat16FsImage browser;
+  std::vector<Fat16FsEntry> found;
+  std::string err;
+  if (!browser.LoadFromBytes(NestedImage(Argument(state)), err)) state.SkipWithError(err.c_str());
+  std::string query;
+  while (query.size() < 10000) query += "DIRECTOR/";
+  query += '?';
+  for (auto _ : state) {
+    if (!browser.Search(query, found, err)) state.SkipWithError(err.c_str());
+  }
+  CountEntries(state, Argument(state));
+}
+
 void ReadEveryFile(benchmark::State& state) {
   Fat16FsImage browser;
   std::vector<Fat16FsEntry> files;
@@ -260,6 +275,7 @@ BENCHMARK_CAPTURE(LoadHostile, nested, NestedImage)->Arg(20000)->Unit(benchmark:
 BENCHMARK(ListEverything)->SIZES;
 BENCHMARK_CAPTURE(SearchFor, one, "F000999")->SIZES;
 BENCHMARK_CAPTURE(SearchFor, everything, "0")->SIZES;
+BENCHMARK(SearchForLongText)->Arg(8000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(ReadEveryFile)->SIZES;
 #undef SIZES
 

@@ -274,6 +274,14 @@ std::string Fat16FsImage::Impl::PathOf(const EntryRecord& record) const {
   }
 }
 
+std::size_t Fat16FsImage::Impl::LongestPath() const {
+  std::size_t longest = 0;
+  for (const EntryRecord& record : index) {
+    longest = std::max<std::size_t>(longest, record.pathLength);
+  }
+  return longest;
+}
+
 std::uint64_t Fat16FsImage::Impl::ClusterBytes() const {
   return std::uint64_t{info.sectorsPerCluster} * info.bytesPerSector;
 }

@@ -10,6 +10,7 @@
 
 #include "browser/fat16_fs_image_impl.h"
 #include "browser/path_text.h"
+#include "browser/text_matcher.h"
 #include "common/byte_order.h"
 #include "common/fail.h"
 #include "common/partition_types.h"
@@ -191,25 +192,27 @@ bool Fat16FsImage::ListDirectory(const std::string& path, std::vector<Fat16FsEnt
 
 bool Fat16FsImage::Search(const std::string& query, std::vector<Fat16FsEntry>& results,
                           std::string& err) const {
-  const std::string needle(query, 0);  // `query` may lie in `results`
+  // Taken before `results` goes, in which `query` may lie. No path has more bytes than this, and
+  // the matcher's memory grows with them.
+  const internal::TextMatcher matcher(std::string_view(query).substr(0, impl->LongestPath() + 1));
   results.clear();
   err.clear();
-  if (needle.empty()) return Fail(err, kEmptyQuery);
+  if (matcher.IsMatch(internal::TextMatcher::kStart)) return Fail(err, kEmptyQuery);
 
   // The records come depth first, so that each one's path begins with a part of the path before
-  // it. And a record matches when its directory does, or when the text ends within its own name:
-  // only the end of its path needs a look. So the work does not grow with the depth.
+  // it, and the search in it goes on where it stood at the end of its directory's path. So the work
+  // grows neither with the depth nor with the query.
   std::string path;
-  std::vector<bool> matches(impl->index.size());
+  std::vector<internal::TextMatcher::State> states(impl->index.size());
   for (std::size_t i = 0; i < impl->index.size(); ++i) {
     const Impl::EntryRecord& record = impl->index[i];
     const std::size_t parentLength = record.pathLength - record.nameLength - std::size_t{1};
     path.resize(parentLength);
     path.append("/").append(record.Name());
-    const std::size_t end = parentLength - std::min(parentLength, needle.size() - 1);
-    matches[i] = (record.parent != Impl::kNoRecord && matches[record.parent]) ||
-                 internal::ContainsCaseInsensitive(std::string_view(path).substr(end), needle);
-    if (matches[i]) results.push_back(record.Entry(path));
+    const bool inRoot = record.parent == Impl::kNoRecord;
+    states[i] = matcher.Advance(inRoot ? internal::TextMatcher::kStart : states[record.parent],
+                                std::string_view(path).substr(parentLength));
+    if (matcher.IsMatch(states[i])) results.push_back(record.Entry(path));
   }
   std::stable_sort(results.begin(), results.end(), HasSmallerPath);
   return true;

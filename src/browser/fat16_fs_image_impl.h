@@ -60,6 +60,7 @@ struct Fat16FsImage::Impl {
   // The first record in index order whose path has this key.
   const EntryRecord* FindRecord(const std::string& path) const;
   std::string PathOf(const EntryRecord& record) const;
+  std::size_t LongestPath() const;  // bytes
 
   std::uint64_t ClusterBytes() const;
   std::uint64_t ClusterOffset(std::uint16_t cluster) const;  // from the start of the image

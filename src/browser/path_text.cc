@@ -27,10 +27,4 @@ std::string TrimPaddedAscii(const std::uint8_t* field, std::size_t width) {
   return std::string(field, end);
 }
 
-bool ContainsCaseInsensitive(std::string_view haystack, std::string_view needle) {
-  const auto equal = [](char a, char b) { return ToAsciiLower(a) == ToAsciiLower(b); };
-  return needle.empty() || std::search(haystack.begin(), haystack.end(), needle.begin(),
-                                       needle.end(), equal) != haystack.end();
-}
-
 }  // namespace quorbix::virtdisk::internal

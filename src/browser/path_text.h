@@ -16,9 +16,6 @@ std::string NormalizePath(std::string_view path);
 // The text of a field of `width` bytes, padded with blanks or ended by a NUL.
 std::string TrimPaddedAscii(const std::uint8_t* field, std::size_t width);
 
-// Whether `needle` occurs in `haystack`, ASCII letter case aside. An empty needle always does.
-bool ContainsCaseInsensitive(std::string_view haystack, std::string_view needle);
-
 }  // namespace quorbix::virtdisk::internal
 
 #endif  // QUORBIX_VIRTDISK_BROWSER_PATH_TEXT_H_

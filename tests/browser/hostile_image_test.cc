@@ -69,6 +69,24 @@ TEST(HostileImage, DirectoriesNestedAsDeepAsAVolumeCan_Load) {
   EXPECT_THAT(ListPaths(*browser, "/d/d/d"), testing::ElementsAre("/D/D/D/D"));
 }
 
+TEST(HostileImage, LongQueryThatNearlyMatchesEverywhere_IsAnsweredQuickly) {
+  // Were every start in every path tried, this would be 10 million million steps.
+  const auto browser = Load(NestedDirectories(60000));
+  std::string query;
+  for (int i = 0; i < 30000; ++i) query += "d/";
+
+  EXPECT_THAT(SearchPaths(*browser, query + "x"), testing::IsEmpty());
+}
+
+TEST(HostileImage, QueryAsLongAsTheLongestPath_FindsIt) {
+  const auto browser = Load(NestedDirectories(kDepth));
+  const std::string longest = NestedPath(kDepth) + "/END.TXT";
+
+  EXPECT_EQ(SearchPaths(*browser, longest), Names{longest});
+  EXPECT_THAT(SearchPaths(*browser, longest + "/"), testing::IsEmpty());
+  EXPECT_THAT(SearchPaths(*browser, "/" + longest), testing::IsEmpty());
+}
+
 TEST(HostileImage, BrokenDirectoryAtTheBottom_FailsTheDeepLoad) {
   Bytes image = NestedDirectories(kDepth);
   ImageCrafter where({.sectorsPerFat = 256, .clusters = 1});

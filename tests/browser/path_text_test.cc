@@ -67,28 +67,5 @@ TEST(TrimPaddedAscii, OtherPadding_IsKept) {
   EXPECT_EQ(Trim("AB\t\t\t\t\t\t", 8), "AB\t\t\t\t\t\t");
 }
 
-TEST(ContainsCaseInsensitive, EmptyNeedle_IsInEverything) {
-  EXPECT_TRUE(ContainsCaseInsensitive("", ""));
-  EXPECT_TRUE(ContainsCaseInsensitive("a", ""));
-}
-
-TEST(ContainsCaseInsensitive, Needle_IsFoundAnywhere) {
-  EXPECT_TRUE(ContainsCaseInsensitive("README.TXT", "read"));
-  EXPECT_TRUE(ContainsCaseInsensitive("readme.txt", "ME.T"));
-  EXPECT_TRUE(ContainsCaseInsensitive("README.TXT", "txt"));
-  EXPECT_TRUE(ContainsCaseInsensitive("aab", "AB"));
-}
-
-TEST(ContainsCaseInsensitive, ScatteredOrLongerNeedle_IsNotFound) {
-  EXPECT_FALSE(ContainsCaseInsensitive("README", "rdm"));
-  EXPECT_FALSE(ContainsCaseInsensitive("READ", "README"));
-  EXPECT_FALSE(ContainsCaseInsensitive("", "a"));
-}
-
-TEST(ContainsCaseInsensitive, OnlyAsciiLettersChangeCase) {
-  EXPECT_FALSE(ContainsCaseInsensitive("\xC4", "\xE4"));
-  EXPECT_FALSE(ContainsCaseInsensitive("@[", "`{"));
-}
-
 }  // namespace
 }  // namespace quorbix::virtdisk::internal
