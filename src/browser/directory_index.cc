@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -177,13 +176,8 @@ void Fat16FsImage::Impl::RegisterPath(EntryRecord& record) {
   const bool inRoot = record.parent == kNoRecord;
   record.parentKey = inRoot ? internal::PathKeys::kRoot : index[record.parent].pathKey;
   record.pathLength = (inRoot ? 0 : index[record.parent].pathLength) + 1 + record.nameLength;
-  // A name from the disk may hold separators, so it can be more than one component, or none.
-  record.pathKey = keys.Intern(record.parentKey, internal::NormalizePath(record.Name()));
-  directories.resize(keys.Size());
-  firstRecords.resize(keys.Size(), kNoRecord);
-  if (record.IsDirectory()) directories[record.pathKey] = true;
-  std::uint32_t& first = firstRecords[record.pathKey];
-  if (first == kNoRecord) first = static_cast<std::uint32_t>(index.size());
+  record.pathKey = paths.Add(record.parentKey, record.Name(), record.IsDirectory(),
+                             static_cast<std::uint32_t>(index.size()));
 }
 
 // Every cluster has one successor, so each is followed once, whatever number of entries lead to it.
@@ -256,9 +250,8 @@ bool Fat16FsImage::Impl::CollectClusterChain(std::uint16_t start, std::vector<st
 
 const Fat16FsImage::Impl::EntryRecord* Fat16FsImage::Impl::FindRecord(
     const std::string& path) const {
-  const std::optional<internal::PathKeys::Key> key = keys.Find(internal::NormalizePath(path));
-  if (!key || firstRecords[*key] == kNoRecord) return nullptr;
-  return &index[firstRecords[*key]];
+  const std::uint32_t record = paths.FindRecord(internal::NormalizePath(path));
+  return record == kNoRecord ? nullptr : &index[record];
 }
 
 std::string Fat16FsImage::Impl::PathOf(const EntryRecord& record) const {

@@ -53,26 +53,29 @@ bool Fat16FsImage::Impl::Parse(std::string& err) {
     return ParseOrThrow(err);
   } catch (...) {
     // Out of memory half way: the tables may be out of step, so none of them stays.
-    ForgetVolume();
+    ReleaseIndex();
     throw;
   }
 }
 
-void Fat16FsImage::Impl::ForgetVolume() noexcept {
+void Fat16FsImage::Impl::BeginIndex() noexcept {
   index.clear();
-  keys.Clear();
-  directories.clear();
-  firstRecords.clear();
+  paths.Clear();
+  paths.KnowRoot();
   chainLengths.clear();
+}
+
+void Fat16FsImage::Impl::ReleaseIndex() noexcept {
+  index = std::vector<EntryRecord>();
+  paths = internal::PathTable();
+  paths.KnowRoot();
+  chainLengths = std::vector<std::uint16_t>();
 }
 
 bool Fat16FsImage::Impl::ParseOrThrow(std::string& err) {
   err.clear();
-  ForgetVolume();
+  BeginIndex();
   info = Fat16FsInfo{};
-  directories.assign(1, true);
-  firstRecords.assign(1, kNoRecord);
-  keys.KnowRoot();
   if (image.size() < internal::kSectorBytes) return Fail(err, kImageTooSmall);
   if (!LocateVolume(err)) return false;
   ReadBootSector();
@@ -179,10 +182,11 @@ const std::vector<std::uint8_t>& Fat16FsImage::ImageBytes() const { return impl-
 
 bool Fat16FsImage::ListDirectory(const std::string& path, std::vector<Fat16FsEntry>& results,
                                  std::string& err) const {
-  const auto key = impl->keys.Find(internal::NormalizePath(path));  // `path` may lie in `results`
+  // Looked up before `results` goes, in which `path` may lie.
+  const auto key = impl->paths.FindDirectory(internal::NormalizePath(path));
   results.clear();
   err.clear();
-  if (!key || !impl->directories[*key]) return Fail(err, kDirectoryNotFound);
+  if (!key) return Fail(err, kDirectoryNotFound);
   for (const Impl::EntryRecord& record : impl->index) {
     if (record.parentKey == *key) results.push_back(record.Entry(impl->PathOf(record)));
   }

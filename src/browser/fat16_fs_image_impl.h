@@ -4,19 +4,19 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "browser/path_keys.h"
+#include "browser/path_table.h"
 #include "fat16/volume_layout.h"
 #include "quorbix/virtdisk/fat16_fs_image.h"
 
 namespace quorbix::virtdisk {
 
 struct Fat16FsImage::Impl {
-  static constexpr std::uint32_t kNoRecord = std::numeric_limits<std::uint32_t>::max();
+  static constexpr std::uint32_t kNoRecord = internal::PathTable::kNoRecord;
 
   // One file or directory. Its path is not stored but put together from the names up to the root:
   // in a volume of deeply nested directories the paths' lengths add up quadratically.
@@ -69,10 +69,7 @@ struct Fat16FsImage::Impl {
   Fat16FsInfo info;
   std::vector<EntryRecord> index;  // in walk order: a directory before what it holds
 
-  // The directory set and the first record of each path, by the path's key.
-  internal::PathKeys keys;
-  std::vector<bool> directories;
-  std::vector<std::uint32_t> firstRecords;
+  internal::PathTable paths;
 
   // What following the FAT from each cluster comes to: a number of clusters, or a mark for a broken
   // chain. Its size is the first cluster whose data ends beyond the image, 0xFFF8 at most.
@@ -80,7 +77,8 @@ struct Fat16FsImage::Impl {
 
  private:
   bool ParseOrThrow(std::string& err);
-  void ForgetVolume() noexcept;
+  void BeginIndex() noexcept;    // empty but for the root, and with the memory that is there
+  void ReleaseIndex() noexcept;  // empty but for the root, and without memory
   bool LocateVolume(std::string& err);
   void ReadBootSector();
   bool HasUsableGeometry() const;

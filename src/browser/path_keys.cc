@@ -21,7 +21,7 @@ void PathKeys::Clear() noexcept {
   size = 0;
 }
 
-void PathKeys::KnowRoot() { size = 1; }
+void PathKeys::KnowRoot() noexcept { size = 1; }
 
 PathKeys::Step PathKeys::MakeStep(Key parent, std::string_view component) {
   Step step{.parent = parent, .length = static_cast<std::uint8_t>(component.size())};

@@ -28,7 +28,7 @@ class PathKeys {
   void Clear() noexcept;
 
   // Gives the root its number; before that nothing is found. Only after Clear.
-  void KnowRoot();
+  void KnowRoot() noexcept;
 
   // The number of `path`, taken below `parent`, after giving one to each part of it that had none.
   // `path` is normalised and its components have at most kMaxComponent bytes.

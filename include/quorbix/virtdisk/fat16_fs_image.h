@@ -52,8 +52,16 @@ struct Fat16FsInfo {
 // image, or take more work than its size warrants. The object holds its own copy of the bytes and
 // never touches a file of the host; a caller keeps a rewrite by writing ImageBytes() out.
 // Only memory can run out: results hold full paths, so that a listing or a search in directories
-// nested thousands deep can come to gigabytes. std::bad_alloc then leaves the operation; one that
-// leaves a load or a rewrite leaves the object without an index, to be loaded again.
+// nested thousands deep can come to gigabytes. std::bad_alloc then leaves the operation, and the
+// object can be asked and loaded as before:
+//   - LoadFromBytes, while it copies the bytes: the object is as it was, content and index;
+//   - LoadFromBytes, while it indexes: the object holds the new bytes and no index: the root is
+//     known and empty, and Info() tells what was read up to then;
+//   - WriteExistingFile, before it changes the image: the object is as it was;
+//   - WriteExistingFile, while it indexes the changed image: as LoadFromBytes while it indexes,
+//   with
+//     the file rewritten;
+//   - the const operations: the object is as it was; `results`, `content` and `err` hold anything.
 //
 // Paths count from the volume's root. "/" and "\" both separate, runs of them count as one, ASCII
 // letter case does not matter, and a leading separator may be missing. "." and ".." have no special

@@ -1,0 +1,33 @@
+#ifndef QUORBIX_VIRTDISK_TESTS_BROWSER_WATCHED_HEAP_H_
+#define QUORBIX_VIRTDISK_TESTS_BROWSER_WATCHED_HEAP_H_
+
+#include <cstddef>
+#include <new>
+
+namespace quorbix::virtdisk::test {
+
+// The program that links watched_heap.cc has its operator new, which can be told to fail, and which
+// counts.
+
+// Bytes that operator new gave out and nobody gave back.
+std::size_t BytesInUse();
+
+// Runs `operation` with `allocations` that succeed; the next one throws. Returns whether the
+// operation went through.
+void AllowAllocations(long allocations);  // negative: any number
+template <class Operation>
+bool RunWithAllocations(long allocations, Operation&& operation) {
+  AllowAllocations(allocations);
+  try {
+    operation();
+    AllowAllocations(-1);
+    return true;
+  } catch (const std::bad_alloc&) {
+    AllowAllocations(-1);
+    return false;
+  }
+}
+
+}  // namespace quorbix::virtdisk::test
+
+#endif  // QUORBIX_VIRTDISK_TESTS_BROWSER_WATCHED_HEAP_H_
