@@ -10,6 +10,7 @@
 
 #include "browser/fat16_fs_image_impl.h"
 #include "browser/path_text.h"
+#include "browser/release_slack.h"
 #include "browser/text_matcher.h"
 #include "common/byte_order.h"
 #include "common/fail.h"
@@ -50,7 +51,9 @@ bool HasSmallerPath(const Fat16FsEntry& a, const Fat16FsEntry& b) { return a.pat
 
 bool Fat16FsImage::Impl::Parse(std::string& err) {
   try {
-    return ParseOrThrow(err);
+    const bool parsed = ParseOrThrow(err);
+    ReleaseSlack();
+    return parsed;
   } catch (...) {
     // Out of memory half way: the tables may be out of step, so none of them stays.
     ReleaseIndex();
@@ -63,6 +66,12 @@ void Fat16FsImage::Impl::BeginIndex() noexcept {
   paths.Clear();
   paths.KnowRoot();
   chainLengths.clear();
+}
+
+void Fat16FsImage::Impl::ReleaseSlack() {
+  internal::ReleaseSlack(index);
+  paths.ReleaseSlack();
+  internal::ReleaseSlack(chainLengths);
 }
 
 void Fat16FsImage::Impl::ReleaseIndex() noexcept {
@@ -172,7 +181,11 @@ Fat16FsImage::Fat16FsImage() : impl(std::make_unique<Impl>()) {}
 Fat16FsImage::~Fat16FsImage() = default;
 
 bool Fat16FsImage::LoadFromBytes(const std::vector<std::uint8_t>& image, std::string& err) {
-  impl->image = image;
+  if (internal::WastesMemory(impl->image.capacity(), image.size())) {
+    impl->image = std::vector<std::uint8_t>(image);
+  } else {
+    impl->image = image;
+  }
   return impl->Parse(err);
 }
 

@@ -77,7 +77,8 @@ struct Fat16FsImage::Impl {
 
  private:
   bool ParseOrThrow(std::string& err);
-  void BeginIndex() noexcept;    // empty but for the root, and with the memory that is there
+  void BeginIndex() noexcept;  // empty but for the root, and with the memory that is there
+  void ReleaseSlack();
   void ReleaseIndex() noexcept;  // empty but for the root, and without memory
   bool LocateVolume(std::string& err);
   void ReadBootSector();

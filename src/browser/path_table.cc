@@ -1,6 +1,7 @@
 #include "browser/path_table.h"
 
 #include "browser/path_text.h"
+#include "browser/release_slack.h"
 
 namespace quorbix::virtdisk::internal {
 
@@ -33,6 +34,11 @@ std::uint32_t PathTable::FindRecord(std::string_view path) const {
   const std::optional<Key> key = keys.Find(path);
   if (!key) return kNoRecord;
   return *key == PathKeys::kRoot ? rootRecord : firstRecords[*key - 1];
+}
+
+void PathTable::ReleaseSlack() {
+  internal::ReleaseSlack(directories);
+  internal::ReleaseSlack(firstRecords);
 }
 
 }  // namespace quorbix::virtdisk::internal

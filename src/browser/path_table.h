@@ -35,6 +35,9 @@ class PathTable {
   // The number of the first record entered with the normalised `path`, or kNoRecord.
   std::uint32_t FindRecord(std::string_view path) const;
 
+  // Gives memory back that a larger volume left.
+  void ReleaseSlack();
+
  private:
   PathKeys keys;
   std::uint32_t rootRecord = kNoRecord;  // names of nothing but separators have the root's path

@@ -62,6 +62,7 @@ struct Fat16FsInfo {
 //   with
 //     the file rewritten;
 //   - the const operations: the object is as it was; `results`, `content` and `err` hold anything.
+// A small image loaded after a large one gives the large one's memory back.
 //
 // Paths count from the volume's root. "/" and "\" both separate, runs of them count as one, ASCII
 // letter case does not matter, and a leading separator may be missing. "." and ".." have no special
