@@ -132,13 +132,14 @@ class QUORBIX_VIRTDISK_EXPORT Fat16FsImage {
   // Replaces the content of the existing file `path` inside the held image.
   //
   // The file keeps the clusters it owns: content may grow into their slack and not beyond, and what
-  // it leaves of them is filled with zeros. The entry's size is updated; its dates, its attributes
-  // and the FATs are not. The volume is then indexed anew.
+  // it leaves of them is filled with zeros. However many clusters they are, content has at most
+  // 4,294,967,295 bytes: the entry's size field can say no more. The size is updated; dates,
+  // attributes and the FATs are not. The volume is then indexed anew.
   //
   // On failure `err` is one of
   //   "file not found"
   //   "path is a directory"
-  //   "new file content exceeds allocated cluster chain"
+  //   "new file content exceeds allocated cluster chain"   or 4,294,967,295 bytes
   //   "file has no allocated cluster chain"
   //   "cluster loop detected"
   //   "cluster offset out of range"
