@@ -39,8 +39,10 @@ std::string CompareList(const Fat16FsImage& browser, const PlainBrowser& plain,
                         const std::string& path) {
   Entries got, want;
   std::string err;
-  browser.ListDirectory(path, got, err);
-  if (err != plain.List(path, want)) return "message of listing " + path + ": " + err;
+  const bool listed = browser.ListDirectory(path, got, err);
+  const std::string wrong =
+      FindWrongOutcome("listing " + path, listed, err, plain.List(path, want));
+  if (!wrong.empty()) return wrong;
   return SameEntries(got, want) ? "" : "listing of " + path;
 }
 
@@ -48,8 +50,10 @@ std::string CompareSearch(const Fat16FsImage& browser, const PlainBrowser& plain
                           const std::string& query) {
   Entries got, want;
   std::string err;
-  browser.Search(query, got, err);
-  if (err != plain.Search(query, want)) return "message of searching " + query + ": " + err;
+  const bool searched = browser.Search(query, got, err);
+  const std::string wrong =
+      FindWrongOutcome("searching " + query, searched, err, plain.Search(query, want));
+  if (!wrong.empty()) return wrong;
   return SameEntries(got, want) ? "" : "search for " + query;
 }
 
@@ -57,8 +61,9 @@ std::string CompareRead(const Fat16FsImage& browser, const PlainBrowser& plain,
                         const std::string& path) {
   Bytes got, want;
   std::string err;
-  browser.ReadFile(path, got, err);
-  if (err != plain.Read(path, want)) return "message of reading " + path + ": " + err;
+  const bool read = browser.ReadFile(path, got, err);
+  const std::string wrong = FindWrongOutcome("reading " + path, read, err, plain.Read(path, want));
+  if (!wrong.empty()) return wrong;
   return got == want ? "" : "content of " + path;
 }
 
@@ -74,6 +79,8 @@ std::string CompareQueries(const Fat16FsImage& browser, const PlainBrowser& plai
   std::string difference;
   for (const char* path : {"", "/A/B", "none"}) {
     if (difference.empty()) difference = CompareList(browser, plain, path);
+    if (difference.empty()) difference = CompareSearch(browser, plain, path);
+    if (difference.empty()) difference = CompareRead(browser, plain, path);
   }
   const std::size_t step = plain.records.size() / queries + 1;
   for (std::size_t i = 0; i < plain.records.size(); i += step) {
@@ -93,8 +100,10 @@ std::string CompareQueries(const Fat16FsImage& browser, const PlainBrowser& plai
 std::string Rewrite(Fat16FsImage& browser, PlainBrowser& plain, const std::string& path,
                     const Bytes& content) {
   std::string err;
-  browser.WriteExistingFile(path, content, err);
-  if (err != plain.Write(path, content)) return "message of rewriting " + path + ": " + err;
+  const bool written = browser.WriteExistingFile(path, content, err);
+  const std::string wrong =
+      FindWrongOutcome("rewriting " + path, written, err, plain.Write(path, content));
+  if (!wrong.empty()) return wrong;
   const std::string difference = CompareIndex(browser, plain);
   return difference.empty() ? CompareRead(browser, plain, path) : difference;
 }
@@ -106,9 +115,9 @@ std::string FindDisagreement(const Bytes& image, std::size_t queries, std::size_
   PlainBrowser plain;
   std::string err;
   const bool loaded = browser.LoadFromBytes(image, err);
-  if (loaded != err.empty()) return "the result belies the message: " + err;
-  if (const std::string want = plain.Load(image); err != want) return err + " instead of " + want;
-  std::string difference = CompareIndex(browser, plain);
+  std::string difference = FindWrongOutcome("loading", loaded, err, plain.Load(image));
+  if (!difference.empty()) return difference;
+  difference = CompareIndex(browser, plain);
   if (difference.empty()) difference = CompareQueries(browser, plain, queries);
 
   const std::vector<PlainBrowser::Record> records = plain.records;
@@ -126,6 +135,13 @@ std::string FindDisagreement(const Bytes& image, std::size_t queries, std::size_
     }
   }
   return difference;
+}
+
+std::string FindWrongOutcome(const std::string& operation, bool succeeded, const std::string& err,
+                             const std::string& want) {
+  if (err != want) return operation + ": \"" + err + "\" instead of \"" + want + "\"";
+  if (succeeded == want.empty()) return "";
+  return operation + (succeeded ? ": true" : ": false") + " with the message \"" + err + "\"";
 }
 
 }  // namespace quorbix::virtdisk::test

@@ -14,6 +14,11 @@ namespace quorbix::virtdisk::test {
 std::string FindDisagreement(const std::vector<std::uint8_t>& image, std::size_t queries,
                              std::size_t rewrites);
 
+// What is wrong about an operation that returned `succeeded` with the message `err`, where `want`
+// was the message to be expected, empty for a success; empty when nothing is.
+std::string FindWrongOutcome(const std::string& operation, bool succeeded, const std::string& err,
+                             const std::string& want);
+
 }  // namespace quorbix::virtdisk::test
 
 #endif  // QUORBIX_VIRTDISK_TESTS_BROWSER_AGREEMENT_H_

@@ -49,6 +49,22 @@ Bytes Damaged(const ImageCrafter& image, std::mt19937& random) {
   return bytes;
 }
 
+TEST(Agreement, RightOutcomes_AreNotWrong) {
+  EXPECT_EQ(FindWrongOutcome("listing", true, "", ""), "");
+  EXPECT_EQ(FindWrongOutcome("listing", false, "not found", "not found"), "");
+}
+
+TEST(Agreement, ResultThatBeliesItsMessage_IsWrong) {
+  EXPECT_EQ(FindWrongOutcome("listing", false, "", ""), "listing: false with the message \"\"");
+  EXPECT_EQ(FindWrongOutcome("listing", true, "not found", "not found"),
+            "listing: true with the message \"not found\"");
+}
+
+TEST(Agreement, OtherMessage_IsWrong) {
+  EXPECT_EQ(FindWrongOutcome("listing", false, "loop", "not found"),
+            "listing: \"loop\" instead of \"not found\"");
+}
+
 TEST(Agreement, UndamagedTree_IsSeenAlike) {
   EXPECT_EQ(FindDisagreement(SmallTree().Bytes(), 100, 100), "");
 }
