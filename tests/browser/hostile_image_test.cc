@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 
 #include "browser/browser_fixture.h"
 
@@ -12,6 +13,8 @@ namespace quorbix::virtdisk::test {
 namespace {
 
 constexpr std::uint16_t kDepth = 20000;
+
+using SlotMaker = std::function<void(ImageCrafter&)>;
 
 // Runs `body` on a thread whose whole stack is 1 MiB.
 void OnSmallStack(std::function<void()> body) {
@@ -161,26 +164,83 @@ TEST(HostileImage, OverlappingDirectories_AreStoppedAtTheNumberOfSlots) {
 }
 
 // 96 slots: boot sector, FAT, root and the clusters 2 to 4. Three directories begin in 4, in 3 and
-// in 2 and go on to 4, which has 13 entries: 14 visits three times, 16 twice, 16 once. The root
-// adds its directories, its files and its end.
-ImageCrafter ImageOf96Slots(int filesInRoot) {
+// in 2 and go on to 4, which has 13 slots of some kind: 14 visits three times, 16 twice, 16 once.
+// The root adds its directories, its files and its end.
+ImageCrafter ImageOf96Slots(int filesInRoot, const SlotMaker& putSlot) {
   auto image = ImageCrafter({.partitioned = false, .fatCount = 1, .clusters = 3});
   image.Directory("ONE", 4).Directory("TWO", 3).Directory("THREE", 2);
   for (int i = 0; i < filesInRoot; ++i) image.File("R" + std::to_string(i));
   for (const std::uint16_t cluster : Words{2, 3, 4}) {
     image.InCluster(cluster);
-    for (int i = 0; i < (cluster == 4 ? 13 : 16); ++i) image.File("F" + std::to_string(i));
+    for (int i = 0; i < 13; ++i) putSlot(image);
+    for (int i = 0; i < 3 && cluster != 4; ++i) image.File("F" + std::to_string(i));
   }
   return image.Chain({2, 3, 4});
 }
 
+// What a slot holds makes no difference to what a visit costs.
+const std::map<std::string, SlotMaker> kSlotsOfEveryKind = {
+    {"file", [](ImageCrafter& image) { image.File("F"); }},
+    {"empty directory", [](ImageCrafter& image) { image.Directory("D", 0); }},
+    {"deleted", [](ImageCrafter& image) { image.DeletedSlot(); }},
+    {"long name", [](ImageCrafter& image) { image.LongNameSlot(); }},
+    {"label", [](ImageCrafter& image) { image.Label("LABEL      "); }},
+    {"dot", [](ImageCrafter& image) { image.Directory(".          ", 2); }},
+    {"blank", [](ImageCrafter& image) { image.RawSlot("        PRO", {}); }},
+};
+
 TEST(HostileImage, AsManyVisitsAsSlots_AreAllowed) {
-  ASSERT_EQ(ImageOf96Slots(2).Bytes().size(), 96u * 32);
-  EXPECT_EQ(LoadMessage(ImageOf96Slots(2).Bytes()), "");
+  for (const auto& [kind, putSlot] : kSlotsOfEveryKind) {
+    const Bytes image = ImageOf96Slots(2, putSlot).Bytes();
+    ASSERT_EQ(image.size(), 96u * 32);
+    EXPECT_EQ(LoadMessage(image), "") << kind;
+  }
 }
 
 TEST(HostileImage, OneVisitMoreThanSlots_IsRefused) {
-  EXPECT_EQ(LoadMessage(ImageOf96Slots(3).Bytes()), "cluster loop detected");
+  for (const auto& [kind, putSlot] : kSlotsOfEveryKind) {
+    EXPECT_EQ(LoadMessage(ImageOf96Slots(3, putSlot).Bytes()), "cluster loop detected") << kind;
+  }
+}
+
+TEST(HostileImage, RootBeyond4GiB_IsNotSoughtAtItsRemainder) {
+  // The root is said to begin at sector 2^23 + 4: 4 GiB after the place where it does.
+  auto image = ImageCrafter().File("A.TXT");
+  image.U16(512 + 14, 131).Byte(512 + 16, 128).U16(512 + 22, 65535);
+  Fat16FsImage browser;
+
+  EXPECT_EQ(LoadMessage(browser, image.Bytes()), "directory block out of range");
+
+  EXPECT_EQ(browser.Info().rootDirStartSector, 0x00800004u);
+  EXPECT_TRUE(AllPaths(browser).empty());
+}
+
+TEST(HostileImage, ClusterBeyond4GiB_IsNotSoughtAtItsRemainder) {
+  // Cluster 32,899 of 255 sectors lies 4 GiB and 127 sectors after cluster 2.
+  auto image = ImageCrafter({.sectorsPerCluster = 255, .clusters = 3});
+  image.File("A", {.firstCluster = 32899, .size = 9}).Directory("D", 32899);
+  Fat16FsImage browser;
+
+  EXPECT_EQ(LoadMessage(browser, image.Bytes()), "cluster offset out of range");
+
+  EXPECT_EQ(ReadMessage(browser, "/A"), "cluster offset out of range");
+}
+
+TEST(HostileImage, MoreThan65536Entries_KeepTheirNumbersApart) {
+  // 32,768 bytes a cluster; LONG takes 66,000 slots, LATER comes after them.
+  auto image = ImageCrafter({.sectorsPerCluster = 64});
+  image.Directory("LONG", 2).Directory("LATER", 80).Chain(Clusters(2, 66)).InCluster(2);
+  for (int i = 0; i < 66000; ++i) image.File("F" + std::to_string(i));
+  image.InCluster(80).File("A.TXT", {.firstCluster = 81, .size = 3}).Data(81, "abc");
+  const auto browser = Load(image);
+
+  EXPECT_THAT(AllPaths(*browser), testing::SizeIs(66003));
+  EXPECT_EQ(ListPaths(*browser, "/LATER"), Names{"/LATER/A.TXT"});
+  EXPECT_EQ(SearchPaths(*browser, "A.TXT"), Names{"/LATER/A.TXT"});
+  EXPECT_EQ(ReadText(*browser, "/later/a.txt"), "abc");
+  EXPECT_EQ(ReadText(*browser, "/long/f0"), "");
+  EXPECT_EQ(WriteMessage(*browser, "/LATER/A.TXT", "xyz"), "");
+  EXPECT_EQ(ReadText(*browser, "/LATER/A.TXT"), "xyz");
 }
 
 TEST(HostileImage, EverySlotOfALargeImage_IsVisitedWithoutMeetingTheBound) {

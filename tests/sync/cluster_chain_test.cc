@@ -197,5 +197,25 @@ TEST(ReadClusterChain, OffsetsAbove32Bits_AreOutsideASmallImage) {
   EXPECT_FALSE(ReadClusterChain(context, 2, bytes, 0));
 }
 
+TEST(ReadClusterChain, ClusterNumberWhoseOffsetExceeds32Bits_IsOutsideASmallImage) {
+  // 32,897 clusters of 255 sectors after cluster 2: 4 GiB and 127 sectors.
+  ImageCrafter image({.sectorsPerCluster = 255, .clusters = 3});
+  EXPECT_FALSE(CanRead(image, 32899, 0));
+  EXPECT_FALSE(ClusterBytes(ContextOf(image), 32899).has_value());
+}
+
+TEST(ReadClusterChain, SectorNumberThatExceeds32Bits_IsOutsideASmallImage) {
+  FatContext context = FatAtTheEnd(6);
+  context.dataStartSector = 0xFFFFFFFF;  // cluster 3 would be sector 0, if cut to 32 bits
+  EXPECT_FALSE(ClusterBytes(context, 3).has_value());
+}
+
+TEST(ReadClusterChain, FatBeyond4GiB_HasNoWords) {
+  FatContext context = FatAtTheEnd(6);
+  context.fatStartSector = 0x00800000;  // the image's start, if cut to 32 bits
+  context.image[4] = 3;
+  EXPECT_TRUE(fat::IsEndOfChain(FatWord(context, 2)));
+}
+
 }  // namespace
 }  // namespace quorbix::virtdisk::internal

@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <map>
+
 #include "support/image_crafter.h"
 #include "sync/image_context.h"
 
@@ -380,6 +383,56 @@ TEST(WalkDirectory, DirectoriesSideBySideOnOneChain_CostNoMoreThanTheImageHolds)
   const std::size_t found = WalkedPaths(image).size();
   EXPECT_GE(found, 16u * kClusters);  // the first directory is whole
   EXPECT_LE(found, image.Bytes().size() / 32);
+}
+
+// Eight sectors, so 128 slots. Four directories begin in 5, in 4, in 3 and in 2 and go on to 5,
+// which has five slots of some kind: four times 5 visits, three times 16, twice 16, 16. The root
+// adds its directories and its files; ends do not count.
+ImageCrafter ImageOf128Slots(int filesInRoot, const std::function<void(ImageCrafter&)>& putSlot) {
+  ImageCrafter image({.fatCount = 1, .clusters = 4});
+  image.Directory("ONE", 5).Directory("TWO", 4).Directory("THREE", 3).Directory("FOUR", 2);
+  for (int i = 0; i < filesInRoot; ++i) image.File("R" + std::to_string(i));
+  for (std::uint16_t cluster = 2; cluster <= 5; ++cluster) {
+    image.InCluster(cluster);
+    for (int i = 0; i < 5; ++i) putSlot(image);
+    for (int i = 0; i < 11 && cluster != 5; ++i) image.File("F" + std::to_string(i));
+  }
+  return image.Chain({2, 3, 4, 5});
+}
+
+// What a slot holds makes no difference to what a visit costs.
+const std::map<std::string, std::function<void(ImageCrafter&)>> kKindsOfSlots = {
+    {"file", [](ImageCrafter& image) { image.File("F"); }},
+    {"empty directory", [](ImageCrafter& image) { image.Directory("D", 0); }},
+    {"deleted", [](ImageCrafter& image) { image.DeletedSlot(); }},
+    {"long name", [](ImageCrafter& image) { image.LongNameSlot(); }},
+    {"label", [](ImageCrafter& image) { image.Label("LABEL      "); }},
+    {"dot", [](ImageCrafter& image) { image.Directory(".          ", 2); }},
+    {"blank", [](ImageCrafter& image) { image.RawSlot("        PRO", {}); }},
+};
+
+TEST(WalkDirectory, AsManyVisitsAsSlots_AreAllowed) {
+  for (const auto& [kind, putSlot] : kKindsOfSlots) {
+    const ImageCrafter image = ImageOf128Slots(8, putSlot);
+    ASSERT_EQ(image.Bytes().size(), 128u * 32);
+    std::vector<DiskFile> files;
+    EXPECT_TRUE(WalkDirectory(ContextOf(image), files)) << kind;
+  }
+}
+
+TEST(WalkDirectory, OneVisitMoreThanSlots_CutsTheWalkShort) {
+  for (const auto& [kind, putSlot] : kKindsOfSlots) {
+    std::vector<DiskFile> files;
+    EXPECT_FALSE(WalkDirectory(ContextOf(ImageOf128Slots(9, putSlot)), files)) << kind;
+  }
+}
+
+TEST(WalkDirectory, RootBeyond4GiB_IsNotSoughtAtItsRemainder) {
+  // The root is said to begin at sector 2^23 + 4: 4 GiB after the place where it does.
+  ImageCrafter image;
+  image.File("A.TXT").U16(512 + 14, 131).Byte(512 + 16, 128).U16(512 + 22, 65535);
+  EXPECT_EQ(ContextOf(image).rootDirStartSector, 0x00800004u);
+  EXPECT_THAT(WalkedPaths(image), IsEmpty());
 }
 
 }  // namespace

@@ -184,5 +184,38 @@ TEST(BuildImageFileMap, FilesThatShareFarTooMuch_AreRefused) {
   EXPECT_TRUE(map.versions.empty());
 }
 
+TEST(BuildImageFileMap, VolumeBeyond4GiB_IsReadThere) {
+#ifndef NDEBUG
+  GTEST_SKIP() << "filling 4 GiB of memory takes several seconds; release builds run this";
+#endif
+  const auto volume = ImageCrafter({.partitioned = false})
+                          .File("A.TXT", {.firstCluster = 4, .size = 600})
+                          .Directory("SUB", 2)
+                          .InCluster(2)
+                          .File("B.TXT", {.firstCluster = 6, .size = 3})
+                          .Chain({2})
+                          .Chain({4, 5})
+                          .Fill(4, 'a')
+                          .Fill(5, 'a')
+                          .Data(6, "abc");
+  constexpr std::uint64_t kStart = (std::uint64_t{1} << 32) + 7 * 512;
+  FatContext context;
+  context.image.resize(kStart + volume.Bytes().size());
+  std::copy(volume.Bytes().begin(), volume.Bytes().end(),
+            context.image.begin() + static_cast<std::ptrdiff_t>(kStart));
+  context.image[446 + 4] = 0x06;
+  context.image[446 + 8] = 7;  // sector 2^23 + 7
+  context.image[446 + 10] = 0x80;
+  std::string error;
+  ASSERT_TRUE(ParseLoadedImage(context, error)) << error;
+  std::vector<DiskFile> files;
+  VersionMap versions;
+
+  EXPECT_TRUE(BuildImageFileMap(context, files, versions));
+
+  EXPECT_EQ(versions.at("a.txt").contentHash, HashBytes(std::vector<std::uint8_t>(600, 'a')));
+  EXPECT_EQ(versions.at("sub/b.txt").contentHash, kHashOfAbc);
+}
+
 }  // namespace
 }  // namespace quorbix::virtdisk::internal
