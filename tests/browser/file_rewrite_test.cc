@@ -145,6 +145,24 @@ TEST(FileRewrite, EverythingElse_KeepsItsBytes) {
   }
 }
 
+TEST(FileRewrite, ContentOfMoreThan16MiB_IsWrittenWhole) {
+  constexpr std::size_t kSize = (std::size_t{16} << 20) + 70001;
+  auto image = ImageCrafter({.sectorsPerCluster = 64, .sectorsPerFat = 3, .clusters = 600});
+  image.File("A", {.firstCluster = 2, .size = 1}).Chain(Clusters(2, 601));
+  const auto browser = Load(image);
+  Bytes content(kSize);
+  for (std::size_t i = 0; i < kSize; ++i) content[i] = static_cast<std::uint8_t>(i / 4099 + i);
+
+  ASSERT_EQ(WriteMessage(*browser, "/A", content), "");
+
+  EXPECT_EQ(EntryAt(*browser, "/A").size, kSize);
+  EXPECT_TRUE(ToBytes(ReadText(*browser, "/A")) == content);
+  const std::size_t data = image.ClusterOffset(2);
+  EXPECT_EQ(browser->ImageBytes()[data + kSize - 1], content.back());
+  EXPECT_EQ(browser->ImageBytes()[data + kSize], 0);
+  EXPECT_EQ(browser->ImageBytes()[image.ClusterOffset(602) - 1], 0);
+}
+
 TEST(FileRewrite, SizeField_IsWrittenLittleEndian) {
   auto image = ImageCrafter({.sectorsPerFat = 2, .clusters = 400});
   image.File("A.TXT", {.firstCluster = 2, .size = 0xFFFFFFFF}).Chain(Clusters(2, 301));

@@ -169,5 +169,14 @@ TEST(Listing, Results_AreCopiesThatOutliveTheBrowser) {
   EXPECT_EQ(PathsOf(results), (Names{"/DOCS", "/TOP.TXT"}));
 }
 
+TEST(Listing, PathWithANul_IsTakenWhole) {
+  using namespace std::string_literals;
+  const auto browser = Load(ImageCrafter().Directory("D", 2).File("A").InCluster(2).File("B"));
+
+  EXPECT_EQ(ListMessage(*browser, "/D\0"s), "directory not found");
+  EXPECT_EQ(ListMessage(*browser, "\0/D"s), "directory not found");
+  EXPECT_EQ(ReadMessage(*browser, "/A\0"s), "file not found");
+}
+
 }  // namespace
 }  // namespace quorbix::virtdisk::test

@@ -55,6 +55,23 @@ TEST(Search, WholePath_MatchesItself) {
   EXPECT_TRUE(SearchPaths(*browser, "/TXTFILES/SUB/TWO/").empty());
 }
 
+TEST(Search, QueryThatEndsInASlash_FindsWhatLiesBelowAlone) {
+  const auto browser = Load(TextTree());
+
+  EXPECT_THAT(SearchPaths(*browser, "sub/"), testing::ElementsAre("/TXTFILES/SUB/TWO"));
+  EXPECT_THAT(SearchPaths(*browser, "/A/"), testing::ElementsAre("/A/README.TXT"));
+  EXPECT_THAT(SearchPaths(*browser, "B.DAT/"), testing::IsEmpty());
+}
+
+TEST(Search, QueryWithANul_IsTakenWhole) {
+  using namespace std::string_literals;
+  const auto browser = Load(TextTree());
+
+  EXPECT_THAT(SearchPaths(*browser, "README\0"s), testing::IsEmpty());
+  EXPECT_THAT(SearchPaths(*browser, "\0"s), testing::IsEmpty());
+  EXPECT_EQ(SearchMessage(*browser, "\0README"s), "");
+}
+
 TEST(Search, Query_IsNotNormalised) {
   const auto browser = Load(TextTree());
 
