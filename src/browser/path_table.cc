@@ -16,8 +16,10 @@ PathTable::Key PathTable::Add(Key parent, std::string_view name, bool isDirector
                               std::uint32_t record) {
   // A name from the disk may hold separators, so it can be more than one component, or none.
   const Key key = keys.Intern(parent, NormalizePath(name));
-  directories.resize(keys.Size() - 1);
-  firstRecords.resize(keys.Size() - 1, kNoRecord);
+  while (firstRecords.size() < keys.Size() - 1) {
+    directories.push_back(false);
+    firstRecords.push_back(kNoRecord);
+  }
   std::uint32_t& first = key == PathKeys::kRoot ? rootRecord : firstRecords[key - 1];
   if (first == kNoRecord) first = record;
   if (key != PathKeys::kRoot && isDirectory) directories[key - 1] = true;

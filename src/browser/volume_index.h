@@ -1,0 +1,82 @@
+#ifndef QUORBIX_VIRTDISK_BROWSER_VOLUME_INDEX_H_
+#define QUORBIX_VIRTDISK_BROWSER_VOLUME_INDEX_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "browser/byte_source.h"
+#include "browser/chain_table.h"
+#include "browser/content_reader.h"
+#include "browser/entry_record.h"
+#include "browser/path_table.h"
+#include "quorbix/virtdisk/fat16_fs_image.h"
+
+namespace quorbix::virtdisk::internal {
+
+// Everything there is to know about the FAT16 volume in an image, but for the content of its files:
+// its description, a record for every file and directory, and where the clusters of each lie.
+//
+// Of the image it reads the boot sectors, the first FAT and the directories, and holds nothing of
+// them but, where the image is no memory, the FAT's words. The image is not trusted: work and
+// memory are bounded by its size. Paths, and what they find, are those of Fat16FsImage.
+class VolumeIndex {
+ public:
+  static constexpr std::uint32_t kNoRecord = PathTable::kNoRecord;
+
+  // An index of nothing yet. `imageSource` has to outlive it.
+  explicit VolumeIndex(ByteSource& imageSource) : image(imageSource) {}
+  VolumeIndex(const VolumeIndex&) = delete;
+  VolumeIndex& operator=(const VolumeIndex&) = delete;
+
+  // Starts over and indexes the volume in the image.
+  //
+  // On failure returns false with a message of Fat16FsImage::LoadFromBytes in `err`, or of the
+  // source when it could not be read; the description and the records are kept as far as they came.
+  // What throws leaves the description that far, and of the index nothing but the root.
+  [[nodiscard]] bool Parse(std::string& err);
+
+  const Fat16FsInfo& Info() const { return info; }
+  const ChainTable& Chains() const { return chains; }
+
+  // In walk order: a directory before what it holds.
+  const std::vector<EntryRecord>& Records() const { return records; }
+
+  std::string PathOf(const EntryRecord& record) const;
+
+  // As the operations of Fat16FsImage with these names.
+  bool ListDirectory(const std::string& path, std::vector<Fat16FsEntry>& results,
+                     std::string& err) const;
+  bool Search(const std::string& query, std::vector<Fat16FsEntry>& results, std::string& err) const;
+
+  // The first record in walk order whose path is `path`. Null when there is none or it is a
+  // directory, with the message of Fat16FsImage::ReadFile in `err`, which may hold `path`.
+  const EntryRecord* FindFile(const std::string& path, std::string& err) const;
+
+  // Reads a file, given by what its entry says; `limit` is in bytes. Never by a message alone: a
+  // chain may well give fewer bytes than the entry's size.
+  ContentReader Open(std::uint16_t firstCluster, std::uint64_t limit) const {
+    return {image, chains, firstCluster, limit};
+  }
+
+ private:
+  class Walk;
+
+  bool ParseOrThrow(std::string& err);
+  void Begin() noexcept;  // empty but for the root, and with the memory that is there
+  void ReleaseSlack();
+  void Release() noexcept;  // empty but for the root, and without memory
+
+  std::size_t LongestPath() const;  // bytes
+
+  ByteSource& image;
+  Fat16FsInfo info;
+  ChainTable chains;
+  PathTable paths;
+  std::vector<EntryRecord> records;
+};
+
+}  // namespace quorbix::virtdisk::internal
+
+#endif  // QUORBIX_VIRTDISK_BROWSER_VOLUME_INDEX_H_
