@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "../tests/browser/agreement.h"
+#include "browser/volume_index.h"
 #include "quorbix/virtdisk/fat16_fs_image.h"
 
 // Present in the explorer only; the replayer links without it.
@@ -22,6 +23,9 @@ namespace {
 
 using quorbix::virtdisk::Fat16FsEntry;
 using quorbix::virtdisk::Fat16FsImage;
+using quorbix::virtdisk::internal::EntryRecord;
+using quorbix::virtdisk::internal::MemorySource;
+using quorbix::virtdisk::internal::VolumeIndex;
 using Bytes = std::vector<std::uint8_t>;
 
 // The plain browser's time grows with the square of the entries, or worse.
@@ -53,6 +57,27 @@ void CheckLoadingTwice(const Bytes& image) {
   Require(std::equal(before.begin(), before.end(), after.begin(), after.end(), IsSame),
           "a second load gives another index");
   Require(before.size() <= image.size() / 32, "the index has more entries than the image slots");
+}
+
+// Collecting what makes no record must change nothing about the records.
+void CheckHiddenEntries(const Bytes& image) {
+  MemorySource source(image);
+  VolumeIndex plain(source);
+  VolumeIndex collecting(source);
+  std::string plainErr, err;
+  const bool parsed = plain.Parse(plainErr);
+  Require(collecting.Parse(err, VolumeIndex::Hidden::kCollect) == parsed && err == plainErr,
+          "collecting hidden entries changes the outcome");
+  Require(plain.Info().volumeLabel == collecting.Info().volumeLabel,
+          "collecting hidden entries changes the label");
+  const auto isSameSlot = [](const EntryRecord& a, const EntryRecord& b) {
+    return a.dirEntryOffset == b.dirEntryOffset && a.parent == b.parent;
+  };
+  Require(std::equal(plain.Records().begin(), plain.Records().end(), collecting.Records().begin(),
+                     collecting.Records().end(), isSameSlot),
+          "collecting hidden entries changes the records");
+  Require(collecting.Records().size() + collecting.HiddenEntries().size() <= image.size() / 32,
+          "there are more entries than the image has slots");
 }
 
 // Where the volume's parts lie, as far as its boot sector can be believed.
@@ -119,6 +144,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const Bytes image(data, data + std::min(size, kMaxBytes));
   CheckLoadingTwice(image);
+  CheckHiddenEntries(image);
   const std::string disagreement = quorbix::virtdisk::test::FindDisagreement(image, 8, 2);
   Require(disagreement.empty(), disagreement);
   return 0;

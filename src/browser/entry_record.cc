@@ -6,6 +6,19 @@
 #include "common/byte_order.h"
 
 namespace quorbix::virtdisk::internal {
+namespace {
+
+template <class Entry>
+void DecodeSharedFields(const std::uint8_t* slot, Entry& entry) {
+  entry.attributes = slot[dir_entry::kAttributes];
+  entry.writeTime = LoadU16(slot + dir_entry::kWriteTime);
+  entry.writeDate = LoadU16(slot + dir_entry::kWriteDate);
+  entry.firstCluster = LoadU16(slot + dir_entry::kFirstCluster);
+  entry.size = LoadU32(slot + dir_entry::kFileSize);
+}
+
+}  // namespace
+
 Fat16FsEntry EntryRecord::Entry(std::string path) const {
   Fat16FsEntry entry;
   entry.name = Name();
@@ -37,12 +50,11 @@ std::string SlotName(const std::uint8_t* slot) {
   return name;
 }
 
-void DecodeSlot(const std::uint8_t* slot, EntryRecord& record) {
-  record.attributes = slot[dir_entry::kAttributes];
-  record.writeTime = LoadU16(slot + dir_entry::kWriteTime);
-  record.writeDate = LoadU16(slot + dir_entry::kWriteDate);
-  record.firstCluster = LoadU16(slot + dir_entry::kFirstCluster);
-  record.size = LoadU32(slot + dir_entry::kFileSize);
+void DecodeSlot(const std::uint8_t* slot, EntryRecord& record) { DecodeSharedFields(slot, record); }
+
+void DecodeSlot(const std::uint8_t* slot, HiddenEntry& entry) {
+  DecodeSharedFields(slot, entry);
+  std::copy_n(slot + dir_entry::kBaseName, dir_entry::kNameSize, entry.rawName.begin());
 }
 
 }  // namespace quorbix::virtdisk::internal

@@ -43,13 +43,32 @@ struct EntryRecord {
   std::uint64_t MostContent() const { return std::min<std::uint64_t>(allocatedBytes, 0xFFFFFFFF); }
 };
 
+// A slot without a base name, which makes no record, or any slot below a directory that has none.
+struct HiddenEntry {
+  std::array<char, dir_entry::kNameSize> rawName{};  // as stored, blanks and all
+  std::uint8_t attributes = 0;
+  std::uint16_t firstCluster = 0;
+  std::uint16_t writeTime = 0;
+  std::uint16_t writeDate = 0;
+  std::uint32_t size = 0;  // bytes, as stored
+  // Where it lies: in the directory of this record, or in this hidden one, or, with neither, in the
+  // root.
+  std::uint32_t parent = PathTable::kNoRecord;
+  std::uint32_t hiddenParent = PathTable::kNoRecord;
+  std::uint64_t dirEntryOffset = 0;  // of the 32-byte slot, from the start of the image
+  std::uint64_t allocatedBytes = 0;  // of the cluster chain; 0 when it is empty or broken
+
+  bool IsDirectory() const { return (attributes & dir_entry::kAttrDirectory) != 0; }
+};
+
 // What a 32-byte directory slot says.
 bool IsSkippedSlot(const std::uint8_t* slot);  // deleted, or part of a long name
 bool IsVolumeLabel(const std::uint8_t* slot);
 std::string SlotName(const std::uint8_t* slot);  // empty for a slot without a base name
 
-// Takes over the fields of `slot`, but for the name; the others are left as they are.
-void DecodeSlot(const std::uint8_t* slot, EntryRecord& record);
+// Take over the fields of `slot`; the others are left as they are.
+void DecodeSlot(const std::uint8_t* slot, EntryRecord& record);  // but for the name
+void DecodeSlot(const std::uint8_t* slot, HiddenEntry& entry);
 
 }  // namespace quorbix::virtdisk::internal
 

@@ -27,9 +27,9 @@ bool HasSmallerPath(const Fat16FsEntry& a, const Fat16FsEntry& b) { return a.pat
 
 }  // namespace
 
-bool VolumeIndex::Parse(std::string& err) {
+bool VolumeIndex::Parse(std::string& err, Hidden hiddenEntries) {
   try {
-    const bool parsed = ParseOrThrow(err);
+    const bool parsed = ParseOrThrow(err, hiddenEntries);
     ReleaseSlack();
     return parsed;
   } catch (...) {
@@ -39,12 +39,14 @@ bool VolumeIndex::Parse(std::string& err) {
   }
 }
 
-bool VolumeIndex::ParseOrThrow(std::string& err) {
+bool VolumeIndex::ParseOrThrow(std::string& err, Hidden hiddenEntries) {
   err.clear();
   Begin();
   info = Fat16FsInfo{};
   if (!DescribeVolume(image, info, err) || !chains.Measure(image, info, err)) return false;
-  return Walk(*this).Run(err);
+  Walk walk(*this, hiddenEntries);
+  if (!walk.Run(err)) return false;
+  return hiddenEntries == Hidden::kPassOver || walk.CollectBelowHidden(err);
 }
 
 void VolumeIndex::Begin() noexcept {
@@ -52,12 +54,15 @@ void VolumeIndex::Begin() noexcept {
   paths.Clear();
   paths.KnowRoot();
   records.clear();
+  hidden.clear();
+  hiddenAreWhole = false;
 }
 
 void VolumeIndex::ReleaseSlack() {
   chains.ReleaseSlack();
   paths.ReleaseSlack();
   internal::ReleaseSlack(records);
+  internal::ReleaseSlack(hidden);
 }
 
 void VolumeIndex::Release() noexcept {
@@ -65,6 +70,7 @@ void VolumeIndex::Release() noexcept {
   paths = PathTable();
   paths.KnowRoot();
   records = std::vector<EntryRecord>();
+  hidden = std::vector<HiddenEntry>();
 }
 
 std::string VolumeIndex::PathOf(const EntryRecord& record) const {

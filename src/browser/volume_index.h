@@ -25,23 +25,36 @@ class VolumeIndex {
  public:
   static constexpr std::uint32_t kNoRecord = PathTable::kNoRecord;
 
+  // What a parse does about slots that make no record since their base name is blank, as the
+  // library's own builder gives them to files such as ".profile".
+  enum class Hidden { kPassOver, kCollect };
+
   // An index of nothing yet. `imageSource` has to outlive it.
   explicit VolumeIndex(ByteSource& imageSource) : image(imageSource) {}
   VolumeIndex(const VolumeIndex&) = delete;
   VolumeIndex& operator=(const VolumeIndex&) = delete;
 
-  // Starts over and indexes the volume in the image.
+  // Starts over and indexes the volume in the image. The hidden entries, if wanted, come beside the
+  // records and change nothing about these.
   //
   // On failure returns false with a message of Fat16FsImage::LoadFromBytes in `err`, or of the
   // source when it could not be read; the description and the records are kept as far as they came.
   // What throws leaves the description that far, and of the index nothing but the root.
-  [[nodiscard]] bool Parse(std::string& err);
+  [[nodiscard]] bool Parse(std::string& err, Hidden hiddenEntries = Hidden::kPassOver);
 
   const Fat16FsInfo& Info() const { return info; }
   const ChainTable& Chains() const { return chains; }
 
   // In walk order: a directory before what it holds.
   const std::vector<EntryRecord>& Records() const { return records; }
+
+  // Those in directories with a record come in walk order; then those below each hidden directory,
+  // which itself comes before them.
+  const std::vector<HiddenEntry>& HiddenEntries() const { return hidden; }
+
+  // False when some were left out: the walk failed, a hidden directory's chain is broken, or hidden
+  // directories show more slots than the image has room for.
+  bool HasAllHiddenEntries() const { return hiddenAreWhole; }
 
   std::string PathOf(const EntryRecord& record) const;
 
@@ -63,7 +76,7 @@ class VolumeIndex {
  private:
   class Walk;
 
-  bool ParseOrThrow(std::string& err);
+  bool ParseOrThrow(std::string& err, Hidden hiddenEntries);
   void Begin() noexcept;  // empty but for the root, and with the memory that is there
   void ReleaseSlack();
   void Release() noexcept;  // empty but for the root, and without memory
@@ -75,6 +88,8 @@ class VolumeIndex {
   ChainTable chains;
   PathTable paths;
   std::vector<EntryRecord> records;
+  std::vector<HiddenEntry> hidden;
+  bool hiddenAreWhole = false;
 };
 
 }  // namespace quorbix::virtdisk::internal

@@ -19,8 +19,9 @@ bool IsDotName(std::string_view name) { return name == "." || name == ".."; }
 
 }  // namespace
 
-VolumeIndex::Walk::Walk(VolumeIndex& volumeIndex)
+VolumeIndex::Walk::Walk(VolumeIndex& volumeIndex, Hidden hiddenEntries)
     : index(volumeIndex),
+      collectsHidden(hiddenEntries == Hidden::kCollect),
       visited(std::size_t{1} << 16),
       slotsLeft(volumeIndex.image.Size() / dir_entry::kSize) {}
 
@@ -114,7 +115,11 @@ const std::uint8_t* VolumeIndex::Walk::SlotAt(std::uint64_t offset, std::string&
 
 bool VolumeIndex::Walk::AddEntry(const Slot& slot, std::uint32_t parent) {
   const std::string name = SlotName(slot.bytes);
-  if (name.empty() || IsDotName(name)) return false;
+  if (name.empty()) {
+    if (collectsHidden && !IsVolumeLabel(slot.bytes)) AddHidden(slot, parent, kNoRecord);
+    return false;
+  }
+  if (IsDotName(name)) return false;
   if (IsVolumeLabel(slot.bytes)) {
     // In any directory, and with the dot of a file's name: both are meant.
     if (index.info.volumeLabel.empty()) index.info.volumeLabel = name;
@@ -140,6 +145,48 @@ void VolumeIndex::Walk::AddRecord(const Slot& slot, const std::string& name, std
   record.pathKey = index.paths.Add(record.parentKey, name, record.IsDirectory(),
                                    static_cast<std::uint32_t>(index.records.size()));
   index.records.push_back(record);
+}
+
+void VolumeIndex::Walk::AddHidden(const Slot& slot, std::uint32_t parent,
+                                  std::uint32_t hiddenParent) {
+  HiddenEntry entry;
+  DecodeSlot(slot.bytes, entry);
+  entry.parent = parent;
+  entry.hiddenParent = hiddenParent;
+  entry.dirEntryOffset = slot.offset;
+  entry.allocatedBytes = index.chains.Length(entry.firstCluster) * index.chains.ClusterBytes();
+  index.hidden.push_back(entry);
+}
+
+// After the walk over the records, so that a directory that is reached both ways has a record, and
+// with the visits that are left. What is found is looked into in its turn.
+bool VolumeIndex::Walk::CollectBelowHidden(std::string& err) {
+  bool areWhole = true;
+  for (std::size_t i = 0; i < index.hidden.size(); ++i) {
+    const std::uint16_t start = index.hidden[i].firstCluster;
+    if (!index.hidden[i].IsDirectory() || !MayEnter(start)) continue;
+    std::string broken;
+    if (!index.chains.Check(start, broken)) {
+      areWhole = false;
+      continue;
+    }
+    const Step step = CollectIn(DirectoryAt(start, i), err);
+    if (step == Step::kUnreadable) return false;
+    if (step == Step::kTooManySlots) return true;
+  }
+  index.hiddenAreWhole = areWhole;
+  return true;
+}
+
+VolumeIndex::Walk::Step VolumeIndex::Walk::CollectIn(Directory directory, std::string& err) {
+  Slot slot{};
+  Step step = FindSlot(directory, slot, err);
+  while (step == Step::kSlot) {
+    const bool isEntry = !IsVolumeLabel(slot.bytes) && !IsDotName(SlotName(slot.bytes));
+    if (isEntry) AddHidden(slot, kNoRecord, directory.number);
+    step = FindSlot(directory, slot, err);
+  }
+  return step;
 }
 
 }  // namespace quorbix::virtdisk::internal

@@ -12,16 +12,20 @@ namespace quorbix::virtdisk::internal {
 // Fills an index whose chains are measured: depth first in slot order, without recursion.
 class VolumeIndex::Walk {
  public:
-  explicit Walk(VolumeIndex& volumeIndex);
+  Walk(VolumeIndex& volumeIndex, Hidden hiddenEntries);
 
   // Indexes the whole tree. On failure returns false, and `err` says why.
   bool Run(std::string& err);
+
+  // Collects what lies below the hidden directories that Run met. False: the image could not be
+  // read, and `err` says why.
+  bool CollectBelowHidden(std::string& err);
 
  private:
   // Where the walk stands in one directory: at a slot of a block of slots that lie side by side,
   // which is a cluster or the whole root region.
   struct Directory {
-    std::uint32_t number;    // of its record
+    std::uint32_t number;    // of its record, or of its hidden entry
     std::uint16_t cluster;   // kRootStart: the root region
     std::uint64_t nextSlot;  // byte offset in the image
     std::uint64_t blockEnd;  // byte offset in the image
@@ -45,8 +49,11 @@ class VolumeIndex::Walk {
   // True when it appended a record.
   bool AddEntry(const Slot& slot, std::uint32_t parent);
   void AddRecord(const Slot& slot, const std::string& name, std::uint32_t parent);
+  void AddHidden(const Slot& slot, std::uint32_t parent, std::uint32_t hiddenParent);
+  Step CollectIn(Directory directory, std::string& err);
 
   VolumeIndex& index;
+  bool collectsHidden;
   std::vector<Directory> open;
   std::vector<bool> visited;  // start clusters of the directories met
   // Chains that run into each other show their slots once for each directory. Without a bound on
