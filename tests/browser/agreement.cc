@@ -4,7 +4,6 @@
 #include <cstddef>
 
 #include "plain_browser.h"
-#include "quorbix/virtdisk/fat16_fs_image.h"
 
 namespace quorbix::virtdisk::test {
 namespace {
@@ -20,19 +19,6 @@ bool SameEntry(const Fat16FsEntry& a, const Fat16FsEntry& b) {
 
 bool SameEntries(const Entries& a, const Entries& b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), SameEntry);
-}
-
-bool SameInfo(const Fat16FsInfo& a, const Fat16FsInfo& b) {
-  return a.partitioned == b.partitioned && a.partitionType == b.partitionType &&
-         a.partitionStartLba == b.partitionStartLba &&
-         a.partitionSectorCount == b.partitionSectorCount && a.bytesPerSector == b.bytesPerSector &&
-         a.sectorsPerCluster == b.sectorsPerCluster && a.reservedSectors == b.reservedSectors &&
-         a.fatCount == b.fatCount && a.rootEntryCount == b.rootEntryCount &&
-         a.sectorsPerFat == b.sectorsPerFat && a.totalSectors == b.totalSectors &&
-         a.fileSystemType == b.fileSystemType && a.volumeLabel == b.volumeLabel &&
-         a.volumeOffset == b.volumeOffset && a.fatStartSector == b.fatStartSector &&
-         a.rootDirStartSector == b.rootDirStartSector && a.dataStartSector == b.dataStartSector &&
-         a.rootDirSectors == b.rootDirSectors;
 }
 
 std::string CompareList(const Fat16FsImage& browser, const PlainBrowser& plain,
@@ -109,6 +95,19 @@ std::string Rewrite(Fat16FsImage& browser, PlainBrowser& plain, const std::strin
 }
 
 }  // namespace
+
+bool SameInfo(const Fat16FsInfo& a, const Fat16FsInfo& b) {
+  return a.partitioned == b.partitioned && a.partitionType == b.partitionType &&
+         a.partitionStartLba == b.partitionStartLba &&
+         a.partitionSectorCount == b.partitionSectorCount && a.bytesPerSector == b.bytesPerSector &&
+         a.sectorsPerCluster == b.sectorsPerCluster && a.reservedSectors == b.reservedSectors &&
+         a.fatCount == b.fatCount && a.rootEntryCount == b.rootEntryCount &&
+         a.sectorsPerFat == b.sectorsPerFat && a.totalSectors == b.totalSectors &&
+         a.fileSystemType == b.fileSystemType && a.volumeLabel == b.volumeLabel &&
+         a.volumeOffset == b.volumeOffset && a.fatStartSector == b.fatStartSector &&
+         a.rootDirStartSector == b.rootDirStartSector && a.dataStartSector == b.dataStartSector &&
+         a.rootDirSectors == b.rootDirSectors;
+}
 
 std::string FindDisagreement(const Bytes& image, std::size_t queries, std::size_t rewrites) {
   Fat16FsImage browser;

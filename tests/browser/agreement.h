@@ -6,7 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "quorbix/virtdisk/fat16_fs_image.h"
+
 namespace quorbix::virtdisk::test {
+
+bool SameInfo(const Fat16FsInfo& a, const Fat16FsInfo& b);
 
 // Loads `image` into the library's browser and into PlainBrowser, asks both everything about up to
 // `queries` of its entries, rewrites up to `rewrites` of its files, and returns the first

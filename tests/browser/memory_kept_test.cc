@@ -1,7 +1,13 @@
-// How much of a large image's memory stays when a small one takes its place.
+// How much of a large image's memory stays when a small one takes its place, and how much an image
+// in a file takes.
+
+#include <filesystem>
 
 #include "browser/browser_fixture.h"
+#include "browser/file_source.h"
+#include "browser/volume_index.h"
 #include "browser/watched_heap.h"
+#include "support/temp_folder.h"
 
 namespace quorbix::virtdisk::test {
 namespace {
@@ -82,6 +88,30 @@ TEST(MemoryKept, OwnBytes_LoadAgainIntoTheSameMemory) {
 
   EXPECT_EQ(browser->ImageBytes().data(), bytes);
   EXPECT_LE(BytesInUse(), before + 500);
+}
+
+TEST(MemoryKept, ListingAndReadingADiskOf2GiBInAFile_TakesAFewHundredKilobytes) {
+  TempFolder folder;
+  auto image = ImageCrafter({.sectorsPerCluster = 64, .sectorsPerFat = 256, .clusters = 1});
+  image.File("A.TXT", {.firstCluster = 2, .size = 40000 * 32768}).Chain(Clusters(2, 40001));
+  for (int i = 0; i < 15; ++i) image.File("F" + std::to_string(i));
+  WriteBytes(folder / "disk.img", image.Bytes());
+  std::filesystem::resize_file(folder / "disk.img", std::uint64_t{2} << 30);
+  const std::size_t before = BytesInUse();
+  ResetPeak();
+
+  std::string err;
+  const auto source = internal::FileSource::Open(folder / "disk.img", err);
+  ASSERT_NE(source, nullptr) << err;
+  internal::VolumeIndex index(*source);
+  ASSERT_TRUE(index.Parse(err)) << err;
+  internal::ContentReader reader = index.Open(2, 100 * 32768);
+  std::span<const std::uint8_t> piece;
+  while (reader.Next(piece, err) && !piece.empty()) continue;
+
+  EXPECT_EQ(reader.Total(), 100u * 32768);
+  // The cache 256 KiB, the FAT 128 KiB, the lengths of chains as much, a piece of content 256 KiB.
+  EXPECT_LE(PeakBytesInUse() - before, (256 + 128 + 128 + 256 + 32) * std::size_t{1024});
 }
 
 }  // namespace

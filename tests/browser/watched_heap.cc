@@ -2,12 +2,14 @@
 
 #include <malloc.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace {
 
 long allocationsLeft = -1;  // that still succeed; negative: all do
 std::size_t bytesInUse = 0;
+std::size_t peakBytesInUse = 0;
 
 void Free(void* memory) {
   bytesInUse -= ::malloc_usable_size(memory);
@@ -21,6 +23,7 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   if (allocationsLeft > 0) --allocationsLeft;
   void* memory = std::malloc(size == 0 ? 1 : size);
   bytesInUse += ::malloc_usable_size(memory);
+  peakBytesInUse = std::max(peakBytesInUse, bytesInUse);
   return memory;
 }
 
@@ -36,6 +39,10 @@ void operator delete(void* memory, std::size_t) noexcept { Free(memory); }
 namespace quorbix::virtdisk::test {
 
 std::size_t BytesInUse() { return bytesInUse; }
+
+std::size_t PeakBytesInUse() { return peakBytesInUse; }
+
+void ResetPeak() { peakBytesInUse = bytesInUse; }
 
 void AllowAllocations(long allocations) { allocationsLeft = allocations; }
 

@@ -9,8 +9,11 @@ namespace quorbix::virtdisk::test {
 // The program that links watched_heap.cc has its operator new, which can be told to fail, and which
 // counts.
 
-// Bytes that operator new gave out and nobody gave back.
+// Bytes that operator new gave out and nobody gave back; and the most of them at one time, since
+// the program began or the peak was set back to what is in use.
 std::size_t BytesInUse();
+std::size_t PeakBytesInUse();
+void ResetPeak();
 
 // Runs `operation` with `allocations` that succeed; the next one throws. Returns whether the
 // operation went through.
