@@ -17,7 +17,8 @@ class ByteSource {
   // In bytes; the same for as long as the source lives.
   virtual std::uint64_t Size() const = 0;
 
-  // Returns the `size` bytes from `offset` on, all of which the caller knows to lie below Size().
+  // Returns the `size` bytes, one at least, from `offset` on, all of which the caller knows to lie
+  // below Size().
   // They are the source's own, or have been put into `buffer`, whose content and size are then
   // replaced: they last until the buffer is used again, and no longer than the source.
   //

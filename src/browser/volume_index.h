@@ -48,8 +48,8 @@ class VolumeIndex {
   // In walk order: a directory before what it holds.
   const std::vector<EntryRecord>& Records() const { return records; }
 
-  // Those in directories with a record come in walk order; then those below each hidden directory,
-  // which itself comes before them.
+  // Those in the root and in directories with a record come in walk order; then those below each
+  // hidden directory, which itself comes before them.
   const std::vector<HiddenEntry>& HiddenEntries() const { return hidden; }
 
   // False when some were left out: the walk failed, a hidden directory's chain is broken, or hidden
@@ -67,8 +67,8 @@ class VolumeIndex {
   // directory, with the message of Fat16FsImage::ReadFile in `err`, which may hold `path`.
   const EntryRecord* FindFile(const std::string& path, std::string& err) const;
 
-  // Reads a file, given by what its entry says; `limit` is in bytes. Never by a message alone: a
-  // chain may well give fewer bytes than the entry's size.
+  // Reads a file or a hidden entry by what its slot says, `limit` bytes at most. A chain that gives
+  // fewer than the slot's size is no failure: the reader's Total() tells.
   ContentReader Open(std::uint16_t firstCluster, std::uint64_t limit) const {
     return {image, chains, firstCluster, limit};
   }
