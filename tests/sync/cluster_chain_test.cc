@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/fat_words.h"
 #include "support/image_crafter.h"
 #include "sync/image_context.h"
 
