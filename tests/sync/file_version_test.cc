@@ -3,36 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <random>
-#include <vector>
-
-#include "sync/hash_bytes.h"
 
 namespace quorbix::virtdisk::internal {
 namespace {
-
-TEST(HashBytes, NoBytes_GiveTheStartValue) { EXPECT_EQ(HashBytes({}), 0x14650FB0739D0383u); }
-
-TEST(HashBytes, OneZeroByte_IsTheStartValueTimesThePrime) {
-  const std::vector<std::uint8_t> bytes{0};
-  EXPECT_EQ(HashBytes(bytes), 0x44BD2BD473CCF799u);
-}
-
-TEST(HashBytes, EachByte_IsMixedInBeforeTheMultiplication) {
-  const std::vector<std::uint8_t> bytes{'a', 'b', 'c'};
-  EXPECT_EQ(HashBytes(bytes), 0xE16801510DB89EFDu);
-}
-
-TEST(HashBytes, HighBytes_CountAsUnsigned) {
-  const std::vector<std::uint8_t> bytes{0xFF};
-  EXPECT_EQ(HashBytes(bytes), 0x44BD24D473CCEBB4u);
-}
-
-TEST(HashBytes, Pieces_GiveTheHashOfTheWhole) {
-  const std::vector<std::uint8_t> a{'a'};
-  const std::vector<std::uint8_t> bc{'b', 'c'};
-  EXPECT_EQ(HashBytes(bc, HashBytes(a)), 0xE16801510DB89EFDu);
-}
 
 TEST(FileVersion, DefaultMade_IsAllZero) {
   const FileVersion version;
