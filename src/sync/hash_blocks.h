@@ -24,7 +24,7 @@ struct BlockHash {
   std::uint64_t (*hash)(const std::uint8_t* data, std::size_t count, std::uint64_t state);
 };
 
-inline constexpr std::size_t kMostSmallBlockBytes = 512;
+inline constexpr std::size_t kMostSmallBlockBytes = 1024;
 
 // One instruction set's blocks. Large ones take less time per byte, small ones less altogether.
 struct BlockHashes {
@@ -34,6 +34,9 @@ struct BlockHashes {
 
 #if defined(__x86_64__)
 namespace avx2 {
+extern const BlockHashes kBlockHashes;
+}
+namespace avx512 {
 extern const BlockHashes kBlockHashes;
 }
 #endif

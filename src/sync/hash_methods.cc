@@ -35,11 +35,20 @@ std::uint64_t HashByBlocks(const BlockHashes& hashes, std::span<const std::uint8
   return HashPadded(hashes.small, bytes, state);
 }
 
+std::uint64_t HashWithAvx512(std::span<const std::uint8_t> bytes, std::uint64_t state) {
+  return HashByBlocks(avx512::kBlockHashes, bytes, state);
+}
+
 std::uint64_t HashWithAvx2(std::span<const std::uint8_t> bytes, std::uint64_t state) {
   return HashByBlocks(avx2::kBlockHashes, bytes, state);
 }
 
-// Asks the operating system as well, which has to keep the wide registers of each thread.
+// Both ask the operating system as well, which has to keep the wide registers of each thread.
+bool HasAvx512() {
+  return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+         __builtin_cpu_supports("avx512vnni");
+}
+
 bool HasAvx2() { return __builtin_cpu_supports("avx2"); }
 
 #endif
@@ -48,6 +57,7 @@ bool Everywhere() { return true; }
 
 constexpr HashMethod kMethods[] = {
 #if defined(__x86_64__)
+    {"avx512", HasAvx512, HashWithAvx512},
     {"avx2", HasAvx2, HashWithAvx2},
 #endif
     {"plain", Everywhere, HashPlainly},
