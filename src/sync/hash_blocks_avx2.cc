@@ -7,7 +7,7 @@
 // Marks each function that may use the instructions. Nothing of the standard library is called from
 // such functions but what the compiler evaluates: an inline function compiled here could be the
 // copy that the linker keeps for every processor.
-#define VECTOR_CODE __attribute__((target("avx2")))
+#define VECTOR_CODE __attribute__((noinline, target("avx2")))
 #define VECTOR_INLINE inline __attribute__((always_inline, target("avx2")))
 
 namespace quorbix::virtdisk::internal::avx2 {

@@ -5,7 +5,7 @@
 #include <immintrin.h>
 
 // As in hash_blocks_avx2.cc, with vectors of 512 bits.
-#define VECTOR_CODE __attribute__((target("avx512f,avx512bw,avx512vnni")))
+#define VECTOR_CODE __attribute__((noinline, target("avx512f,avx512bw,avx512vnni")))
 #define VECTOR_INLINE inline __attribute__((always_inline, target("avx512f,avx512bw,avx512vnni")))
 
 namespace quorbix::virtdisk::internal::avx512 {
