@@ -1,4 +1,4 @@
-#include "auto_build.h"
+#include "commands/auto_build.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -11,12 +11,12 @@
 
 #include <quorbix/virtdisk/virtdisk.h>
 
-#include "folder_survey.h"
-#include "names.h"
-#include "plan.h"
+#include "disk/volume_view.h"
+#include "host/folder_survey.h"
+#include "host/names.h"
+#include "host/plan.h"
 #include "support/sizes.h"
 #include "support/temp_folder.h"
-#include "volume_view.h"
 
 // The program's own calculations against what the library does.
 

@@ -1,4 +1,4 @@
-#include "changes.h"
+#include "commands/changes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,14 +1,14 @@
-#include "demo_sample.h"
+#include "commands/demo_sample.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
 
-#include "folder_survey.h"
-#include "names.h"
+#include "host/folder_survey.h"
+#include "host/names.h"
 #include "support/temp_folder.h"
-#include "text.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "extraction.h"
+#include "disk/extraction.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

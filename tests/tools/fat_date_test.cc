@@ -1,4 +1,4 @@
-#include "fat_date.h"
+#include "disk/fat_date.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "folder_survey.h"
+#include "host/folder_survey.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "image_tree.h"
+#include "disk/image_tree.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

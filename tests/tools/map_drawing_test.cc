@@ -5,9 +5,9 @@
 #include <sstream>
 #include <string>
 
+#include "disk/map_svg.h"
+#include "disk/map_text.h"
 #include "map_fixture.h"
-#include "map_svg.h"
-#include "map_text.h"
 #include "support/image_crafter.h"
 
 namespace quorbix::virtdisk::tool {

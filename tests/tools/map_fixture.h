@@ -5,10 +5,10 @@
 
 #include <quorbix/virtdisk/fat16_fs_image.h>
 
-#include "image_tree.h"
-#include "map.h"
+#include "disk/image_tree.h"
+#include "disk/map.h"
+#include "disk/volume_view.h"
 #include "support/image_crafter.h"
-#include "volume_view.h"
 
 namespace quorbix::virtdisk::tool {
 

@@ -1,4 +1,4 @@
-#include "map.h"
+#include "disk/map.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "names.h"
+#include "host/names.h"
 
 #include <gtest/gtest.h>
 

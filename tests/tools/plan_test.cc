@@ -1,4 +1,4 @@
-#include "plan.h"
+#include "host/plan.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

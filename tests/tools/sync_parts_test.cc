@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <string>
 
-#include "side_listing.h"
-#include "stop_signals.h"
+#include "commands/side_listing.h"
+#include "host/stop_signals.h"
 #include "support/image_crafter.h"
 #include "support/temp_folder.h"
 

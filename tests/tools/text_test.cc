@@ -1,4 +1,4 @@
-#include "text.h"
+#include "terminal/text.h"
 
 #include <gtest/gtest.h>
 

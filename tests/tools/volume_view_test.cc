@@ -1,4 +1,4 @@
-#include "volume_view.h"
+#include "disk/volume_view.h"
 
 #include <gtest/gtest.h>
 

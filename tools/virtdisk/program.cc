@@ -11,9 +11,9 @@
 
 #include <CLI/CLI.hpp>
 
-#include "commands.h"
-#include "exit_status.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "terminal/exit_status.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

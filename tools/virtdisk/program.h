@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "console.h"
+#include "terminal/console.h"
 
 namespace quorbix::virtdisk::tool {
 

@@ -10,14 +10,14 @@
 #include <quorbix/virtdisk/fat16_fs_image.h>
 #include <quorbix/virtdisk/fat_image_builder.h>
 
-#include "auto_build.h"
-#include "build_report.h"
-#include "commands.h"
-#include "exit_status.h"
-#include "folder_survey.h"
-#include "plan.h"
-#include "text.h"
-#include "volume_view.h"
+#include "commands/auto_build.h"
+#include "commands/build_report.h"
+#include "commands/commands.h"
+#include "disk/volume_view.h"
+#include "host/folder_survey.h"
+#include "host/plan.h"
+#include "terminal/exit_status.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

@@ -17,18 +17,18 @@
 #include <quorbix/virtdisk/fat_image_builder.h>
 #include <quorbix/virtdisk/folder_sync_manager.h>
 
-#include "commands.h"
-#include "demo_sample.h"
-#include "exit_status.h"
-#include "folder_survey.h"
-#include "host_file.h"
-#include "image_tree.h"
-#include "map.h"
-#include "map_text.h"
-#include "plan.h"
-#include "side_listing.h"
-#include "stop_signals.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "commands/demo_sample.h"
+#include "commands/side_listing.h"
+#include "disk/image_tree.h"
+#include "disk/map.h"
+#include "disk/map_text.h"
+#include "host/folder_survey.h"
+#include "host/host_file.h"
+#include "host/plan.h"
+#include "host/stop_signals.h"
+#include "terminal/exit_status.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

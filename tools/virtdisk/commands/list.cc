@@ -4,13 +4,13 @@
 
 #include <quorbix/virtdisk/fat16_fs_image.h>
 
-#include "commands.h"
-#include "exit_status.h"
-#include "fat_date.h"
-#include "image_file.h"
-#include "image_tree.h"
-#include "json.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "disk/fat_date.h"
+#include "disk/image_file.h"
+#include "disk/image_tree.h"
+#include "terminal/exit_status.h"
+#include "terminal/json.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

@@ -1,17 +1,17 @@
-#include "map.h"
+#include "disk/map.h"
 
 #include <span>
 #include <string>
 
 #include <quorbix/virtdisk/fat16_fs_image.h>
 
-#include "commands.h"
-#include "exit_status.h"
-#include "host_file.h"
-#include "image_file.h"
-#include "image_tree.h"
-#include "map_svg.h"
-#include "map_text.h"
+#include "commands/commands.h"
+#include "disk/image_file.h"
+#include "disk/image_tree.h"
+#include "disk/map_svg.h"
+#include "disk/map_text.h"
+#include "host/host_file.h"
+#include "terminal/exit_status.h"
 
 namespace quorbix::virtdisk::tool {
 

@@ -4,12 +4,12 @@
 
 #include <quorbix/virtdisk/fat_image_builder.h>
 
-#include "commands.h"
-#include "exit_status.h"
-#include "folder_survey.h"
-#include "json.h"
-#include "plan.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "host/folder_survey.h"
+#include "host/plan.h"
+#include "terminal/exit_status.h"
+#include "terminal/json.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 

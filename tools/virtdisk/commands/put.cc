@@ -6,14 +6,14 @@
 
 #include <quorbix/virtdisk/fat16_fs_image.h>
 
-#include "commands.h"
-#include "exit_status.h"
-#include "host_file.h"
-#include "image_file.h"
-#include "image_tree.h"
-#include "map.h"
-#include "text.h"
-#include "volume_view.h"
+#include "commands/commands.h"
+#include "disk/image_file.h"
+#include "disk/image_tree.h"
+#include "disk/map.h"
+#include "disk/volume_view.h"
+#include "host/host_file.h"
+#include "terminal/exit_status.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

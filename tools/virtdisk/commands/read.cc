@@ -7,12 +7,12 @@
 
 #include <quorbix/virtdisk/fat16_fs_image.h>
 
-#include "commands.h"
-#include "exit_status.h"
-#include "extraction.h"
-#include "host_file.h"
-#include "image_file.h"
-#include "image_tree.h"
+#include "commands/commands.h"
+#include "disk/extraction.h"
+#include "disk/image_file.h"
+#include "disk/image_tree.h"
+#include "host/host_file.h"
+#include "terminal/exit_status.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

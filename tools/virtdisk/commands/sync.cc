@@ -8,13 +8,13 @@
 #include <quorbix/virtdisk/fat16_fs_image.h>
 #include <quorbix/virtdisk/folder_sync_manager.h>
 
-#include "changes.h"
-#include "commands.h"
-#include "exit_status.h"
-#include "image_file.h"
-#include "side_listing.h"
-#include "stop_signals.h"
-#include "text.h"
+#include "commands/changes.h"
+#include "commands/commands.h"
+#include "commands/side_listing.h"
+#include "disk/image_file.h"
+#include "host/stop_signals.h"
+#include "terminal/exit_status.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "folder_survey.h"
+#include "host/folder_survey.h"
 
 #include <algorithm>
 #include <array>
@@ -9,7 +9,7 @@
 #include <system_error>
 #include <utility>
 
-#include "names.h"
+#include "host/names.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "console.h"
+#include "terminal/console.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "exit_status.h"
-#include "text.h"
+#include "terminal/exit_status.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "map.h"
+#include "disk/map.h"
 
 #include <algorithm>
 #include <map>

@@ -1,4 +1,4 @@
-#include "demo_sample.h"
+#include "commands/demo_sample.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "names.h"
+#include "host/names.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

@@ -7,7 +7,7 @@
 
 #include <quorbix/virtdisk/fat16_fs_image.h>
 
-#include "changes.h"
+#include "commands/changes.h"
 
 namespace quorbix::virtdisk::tool {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "map.h"
+#include "disk/map.h"
 
 namespace quorbix::virtdisk::tool {
 

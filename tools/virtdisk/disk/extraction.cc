@@ -1,12 +1,12 @@
-#include "extraction.h"
+#include "disk/extraction.h"
 
 #include <algorithm>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
-#include "image_tree.h"
-#include "text.h"
+#include "disk/image_tree.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

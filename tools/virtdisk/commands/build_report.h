@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "folder_survey.h"
-#include "json.h"
-#include "volume_view.h"
+#include "disk/volume_view.h"
+#include "host/folder_survey.h"
+#include "terminal/json.h"
 
 namespace quorbix::virtdisk::tool {
 

@@ -6,7 +6,7 @@
 
 #include <quorbix/virtdisk/fat16_fs_image.h>
 
-#include "console.h"
+#include "terminal/console.h"
 
 namespace quorbix::virtdisk::tool {
 

@@ -7,7 +7,7 @@
 
 #include <quorbix/virtdisk/fat_image_builder.h>
 
-#include "plan.h"
+#include "host/plan.h"
 
 namespace quorbix::virtdisk::tool {
 

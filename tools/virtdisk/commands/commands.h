@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "console.h"
+#include "terminal/console.h"
 
 namespace quorbix::virtdisk::tool {
 

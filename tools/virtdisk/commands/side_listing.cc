@@ -1,4 +1,4 @@
-#include "side_listing.h"
+#include "commands/side_listing.h"
 
 #include <sys/stat.h>
 
@@ -8,8 +8,8 @@
 #include <system_error>
 #include <vector>
 
-#include "host_file.h"
-#include "image_tree.h"
+#include "disk/image_tree.h"
+#include "host/host_file.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

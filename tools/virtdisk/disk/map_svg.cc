@@ -1,4 +1,4 @@
-#include "map_svg.h"
+#include "disk/map_svg.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "text.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "stop_signals.h"
+#include "host/stop_signals.h"
 
 #include <time.h>
 

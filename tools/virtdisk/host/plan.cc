@@ -1,4 +1,4 @@
-#include "plan.h"
+#include "host/plan.h"
 
 #include <algorithm>
 #include <map>

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "plan.h"
+#include "host/plan.h"
 
 namespace quorbix::virtdisk::tool {
 

@@ -9,7 +9,7 @@
 
 #include <quorbix/virtdisk/fat16_fs_image.h>
 
-#include "volume_view.h"
+#include "disk/volume_view.h"
 
 namespace quorbix::virtdisk::tool {
 

@@ -1,11 +1,11 @@
-#include "image_file.h"
+#include "disk/image_file.h"
 
 #include <cstdint>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include "host_file.h"
+#include "host/host_file.h"
 
 namespace quorbix::virtdisk::tool {
 

@@ -1,4 +1,4 @@
-#include "changes.h"
+#include "commands/changes.h"
 
 namespace quorbix::virtdisk::tool {
 

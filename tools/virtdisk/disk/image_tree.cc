@@ -1,9 +1,9 @@
-#include "image_tree.h"
+#include "disk/image_tree.h"
 
 #include <algorithm>
 #include <unordered_set>
 
-#include "text.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 

@@ -1,8 +1,8 @@
-#include "build_report.h"
+#include "commands/build_report.h"
 
 #include <utility>
 
-#include "text.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

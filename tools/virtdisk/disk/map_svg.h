@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "map.h"
+#include "disk/map.h"
 
 namespace quorbix::virtdisk::tool {
 

@@ -1,9 +1,9 @@
-#include "map_text.h"
+#include "disk/map_text.h"
 
 #include <algorithm>
 #include <array>
 
-#include "text.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

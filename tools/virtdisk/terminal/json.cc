@@ -1,6 +1,6 @@
-#include "json.h"
+#include "terminal/json.h"
 
-#include "fat_date.h"
+#include "disk/fat_date.h"
 
 namespace quorbix::virtdisk::tool {
 
