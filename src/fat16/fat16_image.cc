@@ -21,6 +21,8 @@ constexpr char kWriteFailed[] = "Write failed for: ";
 
 constexpr std::int64_t kNoSlot = -1;
 
+constexpr std::size_t kWrittenAtOnce = std::size_t{4} << 20;
+
 // A huge page is filled with zeros whole when its first byte is touched: where less goes, small
 // ones take less time and memory.
 constexpr std::uint64_t kHugePagesFrom = std::uint64_t{4} << 20;
@@ -240,6 +242,16 @@ bool Fat16Image::SaveToFile(const std::filesystem::path& outputPath, std::string
   const bool written = WriteFully(out.Get(), bytes.Span());
   // Some file systems tell of a failed write only when the file is closed.
   return (out.Close() && written) || Fail(err, kWriteFailed + outputPath.string());
+}
+
+bool Fat16Image::WriteTo(int file, const std::function<bool()>& goesOn) const {
+  bytes.PrepareToRead();
+  for (auto left = bytes.Span(); !left.empty();) {
+    const auto piece = left.first(std::min(left.size(), kWrittenAtOnce));
+    if (!goesOn() || !WriteFully(file, piece)) return false;
+    left = left.subspan(piece.size());
+  }
+  return true;
 }
 
 std::uint64_t Fat16Image::ClusterBytes() const {

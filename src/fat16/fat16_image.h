@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -94,7 +95,13 @@ class Fat16Image {
   //   "Write failed for: " + path
   [[nodiscard]] bool SaveToFile(const std::filesystem::path& outputPath, std::string& err) const;
 
+  // Writes the image to an open file, from where that stands. False when the system did not take
+  // every byte, with the cause in errno, or when `goesOn` said no between two pieces.
+  [[nodiscard]] bool WriteTo(int file, const std::function<bool()>& goesOn) const;
+
   std::span<const std::uint8_t> Bytes() const { return bytes.Span(); }
+  // For what an image carries beside its files: boot code, the dates of entries.
+  std::span<std::uint8_t> BytesToEdit() { return {bytes.data(), bytes.size()}; }
   const Geometry& Layout() const { return geometry; }
 
   // What all clusters together hold, those in use included.

@@ -67,6 +67,7 @@ struct PlanFacts {
   std::optional<std::uint64_t> freeForFolder{};  // bytes on its file system
   std::optional<std::uint64_t> freeForImage{};
   bool isSameFileSystem = false;  // for both
+  unsigned imageCopies = 1;       // that are made beside the old image
 };
 
 }  // namespace quorbix::virtdisk::internal::guard

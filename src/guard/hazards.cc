@@ -289,7 +289,7 @@ void CheckFit(const Facts& facts, const Plan& plan, Collector& found) {
 void CheckRoom(const Facts& facts, const PlanFacts& planFacts, const Plan& plan, Collector& found) {
   std::uint64_t forFolder = 0;
   for (const HostWrite& write : plan.hostWrites) forFolder += write.content.size;
-  const std::uint64_t forImage = plan.needsImage ? facts.onDisk.bytes : 0;
+  const std::uint64_t forImage = plan.needsImage ? facts.onDisk.bytes * planFacts.imageCopies : 0;
   const auto lacks = [](std::uint64_t needed, const std::optional<std::uint64_t>& free) {
     return free && needed > *free;
   };

@@ -26,14 +26,12 @@ namespace {
 constexpr std::size_t kManyFiles = 16;
 
 Progress Failed(const std::string& what, const std::string& path) {
-  return {Progress::Result::kFailed, "cannot " + what + ' ' + path + " (" + SystemText() + ")"};
+  return Progress::Failed("cannot " + what + ' ' + path + " (" + SystemText() + ")");
 }
 
 Progress Busy(const std::string& path) {
-  return {Progress::Result::kBusy, path + " has changed since it was looked at"};
+  return Progress::Busy(path + " has changed since it was looked at");
 }
-
-Progress Stopped() { return {Progress::Result::kStopped, "it was stopped"}; }
 
 }  // namespace
 
@@ -47,12 +45,12 @@ Progress HostChanges::SweepLeftovers(const std::vector<std::string>& paths) {
   std::vector<fs::path> places;
   Progress progress;
   if (!trash.Announce(requests, places, progress.text)) {
-    return {Progress::Result::kFailed, progress.text};
+    return Progress::Failed(progress.text);
   }
   for (std::size_t i = 0; i < paths.size(); ++i) {
     const Descriptor folder = OpenFolder(ParentOf(paths[i]));
     if (!folder || !MoveToTrash(folder.Get(), NameOf(paths[i]), places[i], progress.text)) {
-      return {Progress::Result::kFailed, progress.text};
+      return Progress::Failed(progress.text);
     }
     touched.insert(ParentOf(paths[i]));
   }
@@ -95,9 +93,9 @@ Progress HostChanges::DeleteFiles(const std::vector<std::string>& paths) {
   for (const std::string& path : paths) requests.push_back({"folder", path, "deleted"});
   std::vector<fs::path> places;
   std::string err;
-  if (!trash.Announce(requests, places, err)) return {Progress::Result::kFailed, err};
+  if (!trash.Announce(requests, places, err)) return Progress::Failed(err);
   for (std::size_t i = 0; i < paths.size(); ++i) {
-    if (IsStopped()) return Stopped();
+    if (IsStopped()) return Progress::Stopped();
     const Descriptor folder = OpenFolder(ParentOf(paths[i]));
     if (!folder) return Busy(paths[i]);
     const std::string aside = NewTemporaryName();
@@ -107,11 +105,11 @@ Progress HostChanges::DeleteFiles(const std::vector<std::string>& paths) {
     if (!MoveToTrash(folder.Get(), aside, places[i], err)) {
       static_cast<void>(
           RenameIfFree(folder.Get(), aside.c_str(), folder.Get(), NameOf(paths[i]).c_str()));
-      return {Progress::Result::kFailed, err};
+      return Progress::Failed(err);
     }
     changed.insert(paths[i]);
   }
-  if (!trash.Flush(err)) return {Progress::Result::kFailed, err};
+  if (!trash.Flush(err)) return Progress::Failed(err);
   return FlushFolders();
 }
 
@@ -171,9 +169,9 @@ Progress HostChanges::WriteTemporary(const HostWrite& write, const DiskContents&
     return isWritten && !IsStopped();
   });
   if (!isWritten) return Failed("write", write.host);
-  if (IsStopped()) return Stopped();
+  if (IsStopped()) return Progress::Stopped();
   if (!progress.IsDone()) return progress;
-  if (content != write.content) return {Progress::Result::kBusy, "the image has changed meanwhile"};
+  if (content != write.content) return Progress::Busy("the image has changed meanwhile");
   if (flushes && ::fdatasync(out.Get()) != 0) return Failed("write out", write.host);
   return {};
 }
@@ -199,10 +197,10 @@ Progress HostChanges::NameFiles(std::vector<NewFile>& files) {
   }
   std::vector<fs::path> places;
   std::string err;
-  if (!trash.Announce(requests, places, err)) return {Progress::Result::kFailed, err};
+  if (!trash.Announce(requests, places, err)) return Progress::Failed(err);
   auto place = places.begin();
   for (NewFile& file : files) {
-    if (IsStopped()) return Stopped();
+    if (IsStopped()) return Progress::Stopped();
     const Descriptor folder = OpenFolder(ParentOf(file.write->host));
     if (!folder) return Busy(file.write->host);
     touched.insert(ParentOf(file.write->host));
@@ -211,7 +209,7 @@ Progress HostChanges::NameFiles(std::vector<NewFile>& files) {
     if (!progress.IsDone()) return progress;
     NoteWritten(folder.Get(), *file.write);
   }
-  return trash.Flush(err) ? Progress{} : Progress{Progress::Result::kFailed, err};
+  return trash.Flush(err) ? Progress{} : Progress::Failed(err);
 }
 
 Progress HostChanges::NameNew(int folder, const NewFile& file) {
@@ -236,7 +234,7 @@ Progress HostChanges::Replace(int folder, NewFile& file, const fs::path& place) 
     if (!progress.IsDone()) return progress;
     if (!MoveToTrash(folder, aside, place, progress.text)) {
       static_cast<void>(RenameIfFree(folder, aside.c_str(), folder, name.c_str()));
-      return {Progress::Result::kFailed, progress.text};
+      return Progress::Failed(progress.text);
     }
     return NameNew(folder, file);
   }
@@ -246,7 +244,7 @@ Progress HostChanges::Replace(int folder, NewFile& file, const fs::path& place) 
   if (isSame && MoveToTrash(folder, file.temporary, place, err)) return {};
   if (!ExchangeNames(folder, temporary, name.c_str())) return Failed("put back", path);
   file.holdsOld = false;
-  return isSame ? Progress{Progress::Result::kFailed, err} : Busy(path);
+  return isSame ? Progress::Failed(err) : Busy(path);
 }
 
 // Takes a file away under another name, if it is the one that was looked at.

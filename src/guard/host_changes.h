@@ -13,24 +13,11 @@
 
 #include "common/descriptor.h"
 #include "guard/planning.h"
+#include "guard/progress.h"
 #include "guard/state.h"
 #include "guard/trash.h"
 
 namespace quorbix::virtdisk::internal::guard {
-
-// How a part of a pass ended.
-struct Progress {
-  enum class Result {
-    kDone,
-    kBusy,    // somebody has changed something since it was looked at, as `text` tells
-    kFailed,  // the host refused something, as `text` tells
-    kStopped,
-  };
-  Result result = Result::kDone;
-  std::string text{};
-
-  bool IsDone() const { return result == Result::kDone; }
-};
 
 // Hands the content of a file of the disk to a function, piece by piece, until that returns false.
 using Sink = std::function<bool(std::span<const std::uint8_t>)>;

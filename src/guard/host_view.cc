@@ -136,16 +136,21 @@ class HostLooker {
       view.seen[path] = *known;
       return;
     }
-    if (IsFresh(stamp)) return Stop(HostView::Result::kBusy, path);
+    if (IsFresh(stamp) && !IsRemembered(path, stamp)) return Stop(HostView::Result::kBusy, path);
     ReadFile(path, name, folder);
   }
 
   const SeenFile* FindKnown(const std::string& path, const Stamp& stamp) const {
-    if (look.known == nullptr || look.readsEverything) return nullptr;
+    if (look.readsEverything || !IsRemembered(path, stamp)) return nullptr;
+    const SeenFile& known = look.known->at(path);
+    return IsTrustworthy(stamp, known.taken) ? &known : nullptr;
+  }
+
+  // As the last pass left it, which may have been just now.
+  bool IsRemembered(const std::string& path, const Stamp& stamp) const {
+    if (look.known == nullptr) return false;
     const auto known = look.known->find(path);
-    const bool holds = known != look.known->end() && known->second.stamp == stamp &&
-                       IsTrustworthy(stamp, known->second.taken);
-    return holds ? &known->second : nullptr;
+    return known != look.known->end() && known->second.stamp == stamp;
   }
 
   // Changed so lately that whoever did may not be done yet.
@@ -220,6 +225,12 @@ Stamp StampOf(const struct ::stat& status) {
           .size = static_cast<std::uint64_t>(status.st_size),
           .modified = ToNanoseconds(status.st_mtim),
           .changed = ToNanoseconds(status.st_ctim)};
+}
+
+std::optional<Stamp> StampAt(const fs::path& path) {
+  struct ::stat status;
+  if (::stat(path.c_str(), &status) != 0) return std::nullopt;
+  return StampOf(status);
 }
 
 HostView LookAtHost(const HostLook& look) { return HostLooker(look).Run(); }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -19,6 +20,9 @@
 namespace quorbix::virtdisk::internal::guard {
 
 Stamp StampOf(const struct ::stat& status);
+
+// That of what lies at `path`, links followed; nothing when nothing does, with the cause in errno.
+std::optional<Stamp> StampAt(const std::filesystem::path& path);
 
 // How a look at the folder is taken.
 struct HostLook {

@@ -111,6 +111,7 @@ bool ReadLine(std::string_view text, State& state) {
     state.image->volumeId = line.Number<std::uint32_t>(16);
     state.image->stamp = TakeStamp(line);
     state.image->taken = line.Number<std::int64_t>();
+    state.image->isAsRemembered = line.Number<unsigned>() != 0;
   } else if (kind == "seen") {
     SeenFile file;
     file.content.hash = line.Number<std::uint64_t>(16);
@@ -144,7 +145,8 @@ std::string FormatState(const State& state) {
   if (state.image) {
     const Stamp& stamp = state.image->stamp;
     writer.Line("image", Hex(state.image->volumeId), stamp.identity.device, stamp.identity.inode,
-                stamp.size, stamp.modified, stamp.changed, state.image->taken);
+                stamp.size, stamp.modified, stamp.changed, state.image->taken,
+                std::uint64_t{state.image->isAsRemembered});
   }
   if (state.lastReadInFull != 0) writer.Line("read-in-full", state.lastReadInFull);
   WriteMemory(state.memory, "", writer);

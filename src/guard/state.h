@@ -39,6 +39,9 @@ struct SeenImage {
   std::uint32_t volumeId = 0;
   Stamp stamp{};
   std::int64_t taken = 0;
+  // The volume holds what memory says, no more and no less, and was sound: as long as the stamp is
+  // the same, nothing of it needs to be read.
+  bool isAsRemembered = false;
   bool operator==(const SeenImage&) const = default;
 };
 

@@ -76,19 +76,23 @@ bool MakeStateFolder(const fs::path& folder, std::string& err) {
   return !failed || Fail(err, "cannot make " + folder.string() + " (" + failed.message() + ")");
 }
 
-bool StateLock::Take(const fs::path& folder, std::string& err) {
-  if (IsHeld()) return true;
+StateLock::Result StateLock::Take(const fs::path& folder, std::string& err) {
+  if (IsHeld()) return Result::kTaken;
   const fs::path path = folder / kLockName;
   Descriptor lock = OpenHostFile(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
-  if (!lock) return Fail(err, "cannot open " + path.string() + " (" + SystemText() + ")");
+  if (!lock || (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0 && errno != EWOULDBLOCK)) {
+    err = "cannot lock " + path.string() + " (" + SystemText() + ")";
+    return Result::kFailed;
+  }
   if (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) {
-    return Fail(err, HolderOf(lock.Get()) + " keeps this pair in step already");
+    err = HolderOf(lock.Get()) + " keeps this pair in step already";
+    return Result::kHeld;
   }
   const std::string holder = std::to_string(::getpid()) + "\n";
   // For the message of others alone: without it they say less.
   if (::ftruncate(lock.Get(), 0) == 0) static_cast<void>(WriteFully(lock.Get(), AsBytes(holder)));
   file = std::move(lock);
-  return true;
+  return Result::kTaken;
 }
 
 }  // namespace quorbix::virtdisk::internal::guard

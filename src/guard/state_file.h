@@ -28,8 +28,10 @@ StateLoad LoadState(const std::filesystem::path& folder, State& state, std::stri
 // The lock of a state folder; the system takes it back when the process ends.
 class StateLock {
  public:
-  // False: somebody else has it, or it cannot be had; `err` says who, or why.
-  [[nodiscard]] bool Take(const std::filesystem::path& folder, std::string& err);
+  enum class Result { kTaken, kHeld, kFailed };
+
+  // kHeld: somebody else has it, and `err` says who. kFailed: it cannot be had, and `err` says why.
+  [[nodiscard]] Result Take(const std::filesystem::path& folder, std::string& err);
   bool IsHeld() const { return static_cast<bool>(file); }
 
  private:

@@ -84,11 +84,11 @@ TEST(StateLock, SecondProcess_IsToldWhoHasIt) {
   TempFolder folder;
   StateLock lock;
   std::string err;
-  ASSERT_TRUE(lock.Take(folder.Path(), err)) << err;
+  ASSERT_EQ(lock.Take(folder.Path(), err), StateLock::Result::kTaken) << err;
   const std::string holder = std::to_string(::getpid());
   const int status = RunInChild({}, [&] {
     StateLock second;
-    if (second.Take(folder.Path(), err)) return 1;
+    if (second.Take(folder.Path(), err) != StateLock::Result::kHeld) return 1;
     return err == "process " + holder + " keeps this pair in step already" ? 0 : 2;
   });
   EXPECT_EQ(status, 0);
@@ -99,9 +99,9 @@ TEST(StateLock, SecondObjectInOneProcess_DoesNotGetItEither) {
   StateLock first;
   StateLock second;
   std::string err;
-  ASSERT_TRUE(first.Take(folder.Path(), err));
-  EXPECT_FALSE(second.Take(folder.Path(), err));
-  EXPECT_TRUE(first.Take(folder.Path(), err));
+  ASSERT_EQ(first.Take(folder.Path(), err), StateLock::Result::kTaken);
+  EXPECT_EQ(second.Take(folder.Path(), err), StateLock::Result::kHeld);
+  EXPECT_EQ(first.Take(folder.Path(), err), StateLock::Result::kTaken);
 }
 
 TEST(StateLock, ProcessThatEnds_GivesItBack) {
@@ -109,11 +109,11 @@ TEST(StateLock, ProcessThatEnds_GivesItBack) {
   RunInChild({}, [&] {
     StateLock* lock = new StateLock;  // never destroyed, as when the process is killed
     std::string err;
-    return lock->Take(folder.Path(), err) ? 0 : 1;
+    return lock->Take(folder.Path(), err) == StateLock::Result::kTaken ? 0 : 1;
   });
   StateLock lock;
   std::string err;
-  EXPECT_TRUE(lock.Take(folder.Path(), err)) << err;
+  EXPECT_EQ(lock.Take(folder.Path(), err), StateLock::Result::kTaken) << err;
 }
 
 TEST(MakeStateFolder, Parents_AreMadeToo) {

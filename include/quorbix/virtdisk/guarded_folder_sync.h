@@ -134,7 +134,7 @@ struct GuardedSyncOptions {
 
   // Where the agreed versions, the names, the lock and the trash are kept; made when it is missing.
   // Empty: the image's path with ".sync" behind it.
-  std::filesystem::path stateFolder;
+  std::filesystem::path stateFolder{};
   ConflictRule onConflict = ConflictRule::kKeepBoth;
   // How long a side must not have changed before it is touched. Whoever writes several files, or
   // one in pieces, is left to finish.

@@ -1,0 +1,282 @@
+#include "guard/disk_view.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <span>
+#include <string_view>
+#include <utility>
+
+#include "browser/entry_record.h"
+#include "browser/file_source.h"
+#include "browser/volume_description.h"
+#include "browser/volume_index.h"
+#include "common/byte_order.h"
+#include "guard/clock.h"
+#include "guard/host_view.h"
+#include "guard/system_text.h"
+#include "sync/hash_bytes.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::uint32_t kFewestClusters = 4085;  // of a volume that everybody takes for FAT16
+// Directories nested thousands deep have paths of gigabytes in all.
+constexpr std::uint64_t kMostPathBytes = std::uint64_t{64} << 20;
+
+// Whether a host takes the name for one entry of a folder, and for no other than it says.
+bool IsHostName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." &&
+         name.find_first_of(std::string_view("/\0", 2)) == name.npos;
+}
+
+class DiskLooker {
+ public:
+  DiskLooker(const fs::path& imagePath, const std::atomic<bool>* stop)
+      : image(imagePath), stopFlag(stop) {}
+
+  DiskView Run() {
+    struct ::stat before;
+    view.taken = NowNanoseconds();
+    if (::stat(image.c_str(), &before) != 0) return Missing();
+    view.stamp = StampOf(before);
+    view.facts.bytes = view.stamp.size;
+    Look();
+    struct ::stat after;
+    const bool isSteady = ::stat(image.c_str(), &after) == 0 && StampOf(after) == view.stamp;
+    if (!isSteady && view.result == DiskView::Result::kComplete) {
+      view.result = DiskView::Result::kBusy;
+    }
+    return std::move(view);
+  }
+
+ private:
+  DiskView Missing() {
+    view.facts.state =
+        errno == ENOENT ? ImageFacts::State::kMissing : ImageFacts::State::kUnreadable;
+    view.facts.error = SystemText();
+    return std::move(view);
+  }
+
+  void Spoil(ImageFacts::State state, std::string error) {
+    view.facts.state = state;
+    view.facts.error = std::move(error);
+    view.items.clear();
+    view.entries.clear();
+  }
+
+  void Look() {
+    std::string err;
+    const auto source = FileSource::Open(image, err);
+    if (!source) return Spoil(ImageFacts::State::kUnreadable, err);
+    Fat16FsInfo info;
+    if (!DescribeVolume(*source, info, err)) return Spoil(ImageFacts::State::kNoFat16, err);
+    if (!TakeDescription(info, *source)) return;
+    VolumeIndex index(*source);
+    if (!index.Parse(err, VolumeIndex::Hidden::kCollect)) {
+      return Spoil(ImageFacts::State::kCutShort, err);
+    }
+    if (!TakeLabel(info, *source)) return;
+    TakeRecords(index, *source);
+    NoteHidden(index);
+  }
+
+  bool TakeDescription(const Fat16FsInfo& info, ByteSource& source) {
+    const std::uint32_t dataSectors =
+        info.totalSectors -
+        std::min(info.totalSectors, info.dataStartSector - info.partitionStartLba);
+    const std::uint32_t clusters = dataSectors / info.sectorsPerCluster;
+    view.facts.isTakenForFat12 = clusters < kFewestClusters;
+    if (!info.partitioned) {
+      Spoil(ImageFacts::State::kNoFat16, "it has no partition table");
+    } else if (view.facts.isTakenForFat12 && info.fileSystemType != "FAT16") {
+      Spoil(ImageFacts::State::kNoFat16, "its boot sector calls it " + info.fileSystemType);
+    } else if (info.volumeOffset + std::uint64_t{info.totalSectors} * kSectorBytes >
+               source.Size()) {
+      Spoil(ImageFacts::State::kCutShort, "the volume has " + std::to_string(info.totalSectors) +
+                                              " sectors, and the image ends " + "before them");
+    } else {
+      return TakeSectors(info, source);
+    }
+    return false;
+  }
+
+  bool TakeSectors(const Fat16FsInfo& info, ByteSource& source) {
+    if (!TakeSector(source, 0, view.masterBoot) ||
+        !TakeSector(source, info.volumeOffset, view.boot)) {
+      return false;
+    }
+    view.facts.volumeId = LoadU32(view.boot.data() + boot_sector::kVolumeId);
+    for (std::size_t i = 0; i < mbr::kPartitionCount; ++i) {
+      const std::uint8_t* entry =
+          view.masterBoot.data() + mbr::kPartitionTable + i * partition_entry::kSize;
+      const bool isOther = LoadU32(entry + partition_entry::kStartLba) != info.partitionStartLba;
+      if (entry[partition_entry::kType] != 0 && isOther) ++view.facts.otherPartitions;
+    }
+    return true;
+  }
+
+  bool TakeSector(ByteSource& source, std::uint64_t offset,
+                  std::array<std::uint8_t, kSectorBytes>& sector) {
+    std::string err;
+    const std::uint8_t* bytes = source.Read(offset, sector.size(), buffer, err);
+    if (bytes == nullptr) {
+      Spoil(ImageFacts::State::kUnreadable, err);
+      return false;
+    }
+    std::copy_n(bytes, sector.size(), sector.begin());
+    return true;
+  }
+
+  // The walk has read the whole root: it lies inside the image.
+  bool TakeLabel(const Fat16FsInfo& info, ByteSource& source) {
+    const std::uint64_t root = std::uint64_t{info.rootDirStartSector} * kSectorBytes;
+    for (std::uint32_t slot = 0; slot < info.rootEntryCount; ++slot) {
+      std::string err;
+      const std::uint8_t* bytes =
+          source.Read(root + std::uint64_t{slot} * dir_entry::kSize, dir_entry::kSize, buffer, err);
+      if (bytes == nullptr) {
+        Spoil(ImageFacts::State::kUnreadable, err);
+        return false;
+      }
+      if (bytes[0] == dir_entry::kNeverUsed) return true;
+      if (IsSkippedSlot(bytes) || !IsVolumeLabel(bytes)) continue;
+      view.rootLabel.assign(reinterpret_cast<const char*>(bytes), dir_entry::kNameSize);
+      return true;
+    }
+    return true;
+  }
+
+  void TakeRecords(const VolumeIndex& index, ByteSource& source) {
+    std::uint64_t pathBytes = 0;
+    for (const EntryRecord& record : index.Records()) pathBytes += record.pathLength;
+    if (pathBytes > kMostPathBytes) {
+      return Spoil(ImageFacts::State::kCutShort, "its directories are nested too deep");
+    }
+    left = view.facts.bytes;
+    for (const EntryRecord& record : index.Records()) {
+      if (stopFlag != nullptr && *stopFlag) view.result = DiskView::Result::kStopped;
+      if (view.result != DiskView::Result::kComplete) return;
+      if (!TakeRecord(record, index, source)) return;
+    }
+  }
+
+  bool TakeRecord(const EntryRecord& record, const VolumeIndex& index, ByteSource& source) {
+    std::string path = index.PathOf(record);
+    const std::string name(record.Name());
+    const bool isBelowDropped =
+        record.parent != VolumeIndex::kNoRecord &&
+        !view.items.contains(DiskKey(index.PathOf(index.Records()[record.parent]).substr(1)));
+    if (!IsHostName(name) || isBelowDropped) {
+      view.facts.damage.push_back(path + ": no host takes this name");
+      return true;
+    }
+    const std::string key = DiskKey(std::string_view(path).substr(1));
+    if (view.items.contains(key)) {
+      view.facts.damage.push_back(path + ": two entries have this name");
+      return true;
+    }
+    DiskItem item{.path = path.substr(1)};
+    DiskEntry entry{.slotOffset = record.dirEntryOffset, .firstCluster = record.firstCluster};
+    if (!TakeSlot(source, item, entry)) return false;
+    item.isDated = record.writeDate != 0;
+    if (record.IsDirectory()) {
+      item.type = EntryType::kFolder;
+    } else {
+      Hash(record, index, item);
+      if (!item.isReadable) view.facts.damage.push_back(path + ": its clusters do not hold it");
+    }
+    view.items.emplace(key, std::move(item));
+    view.entries.emplace(key, entry);
+    return true;
+  }
+
+  bool TakeSlot(ByteSource& source, DiskItem& item, DiskEntry& entry) {
+    std::string err;
+    const std::uint8_t* slot = source.Read(entry.slotOffset, dir_entry::kSize, buffer, err);
+    if (slot == nullptr) {
+      Spoil(ImageFacts::State::kUnreadable, err);
+      return false;
+    }
+    item.shortName.assign(reinterpret_cast<const char*>(slot), dir_entry::kNameSize);
+    std::copy_n(slot + dir_entry::kAttributes, entry.marks.size(), entry.marks.begin());
+    return true;
+  }
+
+  // Sound files are never longer together than the image is: what shares clusters ends there.
+  void Hash(const EntryRecord& record, const VolumeIndex& index, DiskItem& item) {
+    item.content = {.hash = kEmptyHash, .size = record.size};
+    item.isReadable = record.size <= left;
+    if (record.size == 0 || !item.isReadable) return;
+    left -= record.size;
+    ContentReader reader = index.Open(record.firstCluster, record.size);
+    item.isReadable = reader.Total() == record.size;
+    std::span<const std::uint8_t> piece;
+    std::string err;
+    while (item.isReadable) {
+      item.isReadable = reader.Next(piece, err);
+      if (!item.isReadable || piece.empty()) return;
+      item.content.hash = HashBytes(piece, item.content.hash);
+      if (stopFlag != nullptr && *stopFlag) view.result = DiskView::Result::kStopped;
+      if (view.result != DiskView::Result::kComplete) return;
+    }
+  }
+
+  void NoteHidden(const VolumeIndex& index) {
+    const std::size_t count = index.HiddenEntries().size();
+    if (count == 0) return;
+    view.notes.push_back(
+        {"", std::to_string(count) + (count == 1 ? " entry" : " entries") +
+                 " of the disk without a name that could be listed: not in the next image"});
+  }
+
+  const fs::path& image;
+  const std::atomic<bool>* stopFlag;
+  std::vector<std::uint8_t> buffer;
+  std::uint64_t left = 0;  // bytes that sound files may still have
+  DiskView view;
+};
+
+}  // namespace
+
+DiskView LookAtDisk(const fs::path& image, const std::atomic<bool>* stop) {
+  return DiskLooker(image, stop).Run();
+}
+
+struct ImageContents::Opened {
+  explicit Opened(std::unique_ptr<FileSource> file) : source(std::move(file)), index(*source) {}
+
+  std::unique_ptr<FileSource> source;
+  VolumeIndex index;
+};
+
+ImageContents::ImageContents(const fs::path& image, const DiskView& diskView)
+    : path(image), view(diskView) {}
+
+ImageContents::~ImageContents() = default;
+
+Progress ImageContents::Read(const std::string& diskPath, const Sink& sink) {
+  std::string err;
+  if (!opened) {
+    auto source = FileSource::Open(path, err);
+    if (!source) return Progress::Failed(err);
+    opened = std::make_unique<Opened>(std::move(source));
+    if (!opened->index.Parse(err)) return Progress::Busy(err);
+  }
+  const std::string key = DiskKey(diskPath);
+  const auto item = view.items.find(key);
+  if (item == view.items.end()) return Progress::Busy(diskPath + " is not on the disk");
+  ContentReader reader =
+      opened->index.Open(view.entries.at(key).firstCluster, item->second.content.size);
+  std::span<const std::uint8_t> piece;
+  for (;;) {
+    if (!reader.Next(piece, err)) return Progress::Failed(diskPath + ": " + err);
+    if (piece.empty() || !sink(piece)) return {};
+  }
+}
+
+}  // namespace quorbix::virtdisk::internal::guard

@@ -1,0 +1,66 @@
+#include "guard/first_meeting.h"
+
+#include <sys/stat.h>
+
+#include <span>
+#include <vector>
+
+#include "common/host_file.h"
+#include "quorbix/virtdisk/build_preview.h"
+#include "sync/hash_bytes.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kReadAtOnce = std::size_t{256} * 1024;
+
+bool Says(const fs::path& file, const Content& content) {
+  struct ::stat status;
+  const Descriptor opened = OpenRegularFile(file.c_str(), status);
+  if (!opened || static_cast<std::uint64_t>(status.st_size) != content.size) return false;
+  std::vector<std::uint8_t> buffer(kReadAtOnce);
+  std::uint64_t hash = kEmptyHash;
+  for (;;) {
+    const std::ptrdiff_t got = ReadFully(opened.Get(), buffer);
+    if (got < 0) return false;
+    if (got == 0) return hash == content.hash;
+    hash = HashBytes(std::span(buffer).first(static_cast<std::size_t>(got)), hash);
+  }
+}
+
+// Whether a build has made the entry of the disk from this entry of the folder, and no machine has
+// touched it since.
+bool IsMadeFrom(const BuildPreviewEntry& entry, const fs::path& folder, const DiskItem& item) {
+  if (item.isDated || !item.isReadable) return false;
+  if (entry.isDirectory || item.type == EntryType::kFolder) {
+    return entry.isDirectory && item.type == EntryType::kFolder;
+  }
+  return entry.bytes == item.content.size && Says(folder / entry.hostPath, item.content);
+}
+
+}  // namespace
+
+FirstMeeting MeetFirst(const fs::path& folder, const Observation& seen) {
+  FirstMeeting meeting;
+  BuildPreview preview;
+  std::string ignoredError;
+  // Without a preview, only names that are their own short names find each other.
+  if (seen.disk.empty() || !PreviewBuild(folder, preview, ignoredError)) return meeting;
+  for (const BuildPreviewEntry& entry : preview.entries) {
+    if (entry.fate != BuildFate::kCopied || entry.isHidden) continue;
+    const std::string disk = entry.imagePath.substr(1);
+    if (seen.host.contains(entry.hostPath)) {
+      meeting.names.emplace(entry.hostPath, disk);
+      continue;
+    }
+    const auto item = seen.disk.find(DiskKey(disk));
+    if (item != seen.disk.end() && IsMadeFrom(entry, folder, item->second)) {
+      meeting.ignored.emplace(item->first, Ignored{item->second.type, item->second.content});
+    }
+  }
+  return meeting;
+}
+
+}  // namespace quorbix::virtdisk::internal::guard

@@ -1,0 +1,26 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_FIRST_MEETING_H_
+#define QUORBIX_VIRTDISK_GUARD_FIRST_MEETING_H_
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "guard/model.h"
+#include "guard/pairing.h"
+
+namespace quorbix::virtdisk::internal::guard {
+
+// What a disk may have from a build of the folder.
+struct FirstMeeting {
+  BuildNames names{};
+  // Entries of the disk that are what a build makes of entries that take no part here, such as
+  // links to folders: nothing that a machine has put there.
+  std::map<std::string, Ignored> ignored{};  // by key
+};
+
+// Looks at the folder as a build would, when nothing is known of it and the disk yet.
+FirstMeeting MeetFirst(const std::filesystem::path& folder, const Observation& seen);
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_FIRST_MEETING_H_

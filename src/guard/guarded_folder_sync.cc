@@ -1,0 +1,155 @@
+#include "quorbix/virtdisk/guarded_folder_sync.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "guard/guarded_pass.h"
+#include "guard/sight.h"
+#include "guard/state_file.h"
+
+namespace quorbix::virtdisk {
+namespace internal::guard {
+namespace {
+
+GuardedReport ReportOf(const Sight& sight) {
+  GuardedReport report;
+  report.message = sight.message;
+  report.hazards = sight.hazards;
+  report.steps = sight.plan.steps;
+  report.notes = sight.notes;
+  report.isFirstMeeting = sight.isFirstMeeting;
+  report.lastReadInFull = sight.state.lastReadInFull;
+  for (const Pair& pair : sight.plan.after.pairs) {
+    if (pair.type != EntryType::kFile || !pair.agreed) continue;
+    ++report.files;
+    report.bytes += pair.agreed->size;
+  }
+  return report;
+}
+
+GuardedOutcome OutcomeOf(Sight::Result result) {
+  switch (result) {
+    case Sight::Result::kComplete:
+      return GuardedOutcome::kDone;
+    case Sight::Result::kNotNow:
+      return GuardedOutcome::kNotNow;
+    case Sight::Result::kFailed:
+      return GuardedOutcome::kFailed;
+    case Sight::Result::kStopped:
+      return GuardedOutcome::kStopped;
+  }
+  return GuardedOutcome::kFailed;
+}
+
+GuardedOutcome OutcomeOf(Progress::Result result) {
+  switch (result) {
+    case Progress::Result::kDone:
+      return GuardedOutcome::kDone;
+    case Progress::Result::kBusy:
+      return GuardedOutcome::kNotNow;
+    case Progress::Result::kFailed:
+      return GuardedOutcome::kFailed;
+    case Progress::Result::kStopped:
+      return GuardedOutcome::kStopped;
+  }
+  return GuardedOutcome::kFailed;
+}
+
+// What a sight comes to before anything is done.
+GuardedOutcome OutcomeBefore(const Sight& sight, const std::vector<GuardedHazard>& accepted,
+                             std::string& message) {
+  // A side that is not quiet may show a hazard that is gone in a moment.
+  if (sight.result != Sight::Result::kComplete) return OutcomeOf(sight.result);
+  if (StandsInTheWay(sight.hazards, accepted)) {
+    const auto first = std::find_if(
+        sight.hazards.begin(), sight.hazards.end(),
+        [&](const GuardedHazardReport& report) { return StandsInTheWay({report}, accepted); });
+    message = first->text;
+    return GuardedOutcome::kRefused;
+  }
+  return sight.plan.IsEmpty() ? GuardedOutcome::kNothingToDo : GuardedOutcome::kDone;
+}
+
+class GuardedFolderSync final : public IGuardedFolderSync {
+ public:
+  GuardedFolderSync(std::filesystem::path imagePath, std::filesystem::path folderPath,
+                    GuardedSyncOptions itsOptions)
+      : image(std::move(imagePath)),
+        folder(std::move(folderPath)),
+        options(std::move(itsOptions)) {}
+
+  GuardedReport Preview() override {
+    const Places places = FindPlaces(image, folder, options.stateFolder);
+    const Sight sight = Look(places, options, Recall(places));
+    GuardedReport report = ReportOf(sight);
+    report.outcome = OutcomeBefore(sight, {}, report.message);
+    return report;
+  }
+
+  GuardedReport Pass(const std::vector<GuardedHazard>& accepted) override {
+    const Places places = FindPlaces(image, folder, options.stateFolder);
+    GuardedReport locked;
+    bool canBeSaved = true;
+    if (!TakeLock(places, canBeSaved, locked)) return locked;
+    KnownState known = Recall(places);
+    known.canBeSaved = canBeSaved;
+    const Sight sight = Look(places, options, known);
+    GuardedReport report = ReportOf(sight);
+    report.outcome = OutcomeBefore(sight, accepted, report.message);
+    if (report.outcome == GuardedOutcome::kDone || report.outcome == GuardedOutcome::kNothingToDo) {
+      CarryOut(places, sight, report);
+    }
+    return report;
+  }
+
+ private:
+  static KnownState Recall(const Places& places) {
+    KnownState known;
+    known.load = LoadState(places.stateFolder, known.state, known.error);
+    return known;
+  }
+
+  // False: somebody else has it, and `report` says who. A folder that cannot be had is a hazard,
+  // and for an image that is not there none is made.
+  bool TakeLock(const Places& places, bool& canBeSaved, GuardedReport& report) {
+    std::error_code ignored;
+    if (!std::filesystem::exists(places.image, ignored)) return true;
+    canBeSaved = MakeStateFolder(places.stateFolder, report.message);
+    if (!canBeSaved) return true;
+    const StateLock::Result result = lock.Take(places.stateFolder, report.message);
+    canBeSaved = result != StateLock::Result::kFailed;
+    report.outcome = GuardedOutcome::kNotNow;
+    return result != StateLock::Result::kHeld;
+  }
+
+  void CarryOut(const Places& places, const Sight& sight, GuardedReport& report) const {
+    GuardedPass pass(places, options, sight);
+    const Progress progress = pass.Run();
+    for (GuardedStep& step : report.steps) step.isDone = pass.IsDone(step);
+    if (!progress.IsDone()) {
+      report.outcome = OutcomeOf(progress.result);
+      report.message = progress.text;
+      return;
+    }
+    report.lastReadInFull = pass.After().lastReadInFull;
+  }
+
+  const std::filesystem::path image;
+  const std::filesystem::path folder;
+  const GuardedSyncOptions options;
+  StateLock lock;
+};
+
+}  // namespace
+}  // namespace internal::guard
+
+std::unique_ptr<IGuardedFolderSync> CreateGuardedFolderSync(const std::filesystem::path& image,
+                                                            const std::filesystem::path& folder,
+                                                            const GuardedSyncOptions& options) {
+  return std::make_unique<internal::guard::GuardedFolderSync>(image, folder, options);
+}
+
+}  // namespace quorbix::virtdisk

@@ -1,0 +1,202 @@
+#include "guard/guarded_pass.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "builder/build_identity.h"
+#include "guard/clock.h"
+#include "guard/disk_view.h"
+#include "guard/host_view.h"
+#include "guard/image_change.h"
+#include "guard/new_image.h"
+#include "guard/paths.h"
+#include "guard/system_text.h"
+#include "guard/writers.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace fs = std::filesystem;
+
+namespace {
+
+using Kind = GuardedStep::Kind;
+
+constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
+
+}  // namespace
+
+GuardedPass::GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsOptions,
+                         const Sight& whatIsSeen)
+    : places(itsPlaces),
+      options(itsOptions),
+      sight(whatIsSeen),
+      trash(itsPlaces.stateFolder, LocalTimeText(NowNanoseconds())),
+      host(itsPlaces.folder, whatIsSeen.host.entryStamps, trash, itsOptions.stop) {}
+
+Progress GuardedPass::Run() {
+  Progress progress = MendCutOff();
+  if (progress.IsDone() && HasToAct()) progress = SavePending();
+  if (progress.IsDone()) progress = ChangeHost();
+  if (progress.IsDone() && sight.plan.needsImage) progress = ChangeImage();
+  if (progress.IsDone()) progress = Finish();
+  return progress;
+}
+
+bool GuardedPass::IsDone(const GuardedStep& step) const {
+  switch (step.kind) {
+    case Kind::kWriteOnHost:
+    case Kind::kMakeOnHost:
+    case Kind::kDeleteOnHost:
+    case Kind::kRemoveOnHost:
+      return host.Changed().contains(step.hostPath);
+    case Kind::kWriteOnDisk:
+    case Kind::kMakeOnDisk:
+    case Kind::kDeleteOnDisk:
+    case Kind::kRemoveOnDisk:
+      return isImageDone;
+  }
+  return false;
+}
+
+bool GuardedPass::HasToAct() const { return !sight.plan.IsEmpty(); }
+
+// Ends what a pass had begun that was cut off, or takes away what it had made.
+Progress GuardedPass::MendCutOff() {
+  if (!sight.pending || sight.pending->wholeImage.empty()) return {};
+  const Pending& cut = *sight.pending;
+  const bool isInPlace = cut.tornId != 0;
+  const fs::path whole =
+      (isInPlace ? places.stateFolder : places.image.parent_path()) / cut.wholeImage;
+  if (sight.cutOff == CutOff::kTorn) {
+    const auto torn = StampAt(places.image);
+    if (!torn) return Progress::Busy("the image is gone");
+    ImageChange change(places.image, *torn, trash, nullptr);
+    const Progress progress = change.WriteInPlace(whole, cut.tornId);
+    if (!progress.IsDone()) return progress;
+  }
+  if (!StampAt(whole)) return {};
+  // Beside an image that has been replaced lies the one that was.
+  if (sight.cutOff == CutOff::kReplaced && !isInPlace) {
+    std::vector<fs::path> placesInTrash;
+    Progress progress;
+    const std::string name = places.image.filename().string();
+    const bool moved =
+        trash.Announce({{"disk", name, "image replaced"}}, placesInTrash, progress.text) &&
+        MoveToTrash(AT_FDCWD, whole.string(), placesInTrash.front(), progress.text);
+    if (!moved) progress.result = Progress::Result::kFailed;
+    return progress;
+  }
+  if (::unlink(whole.c_str()) == 0) return {};
+  return Progress::Failed("cannot remove " + whole.string() + " (" + SystemText() + ")");
+}
+
+Progress GuardedPass::SavePending() {
+  pending.emplace();
+  pending->memory = sight.plan.after;
+  if (sight.plan.needsImage) {
+    pending->volumeId = GenerateVolumeId();
+    if (options.inPlace) pending->tornId = GenerateVolumeId();
+    pending->wholeImage = NewTemporaryName();
+  }
+  State state = sight.state;
+  if (sight.facts.onHost.state == FolderFacts::State::kPresent) {
+    state.folder = sight.facts.onHost.identity;
+  }
+  state.pending = pending;
+  return Save(state);
+}
+
+Progress GuardedPass::ChangeHost() {
+  if (sight.facts.onHost.state == FolderFacts::State::kMissing) {
+    std::error_code failed;
+    fs::create_directories(places.folder, failed);
+    if (failed) {
+      return Progress::Failed("cannot make " + places.folder.string() + " (" + failed.message() +
+                              ")");
+    }
+  }
+  const Plan& plan = sight.plan;
+  Progress progress = host.SweepLeftovers(sight.host.leftovers);
+  if (progress.IsDone()) progress = host.MakeFolders(plan.hostFolders);
+  if (progress.IsDone() && !plan.hostWrites.empty()) {
+    ImageContents contents(places.image, sight.disk);
+    progress = host.WriteFiles(plan.hostWrites, [&](const std::string& path, const Sink& sink) {
+      return contents.Read(path, sink);
+    });
+  }
+  if (progress.IsDone()) progress = host.DeleteFiles(plan.hostDeletions);
+  if (progress.IsDone()) progress = host.RemoveFolders(plan.hostRemovals);
+  return progress;
+}
+
+Progress GuardedPass::ChangeImage() {
+  ImageContents oldContents(places.image, sight.disk);
+  Fat16Image image;
+  Progress progress = MakeImage({.tree = sight.plan.tree,
+                                 .folder = places.folder,
+                                 .old = sight.disk,
+                                 .oldContents = oldContents,
+                                 .volumeId = pending->volumeId,
+                                 .stop = options.stop},
+                                image);
+  if (!progress.IsDone()) return progress;
+  const fs::path folder = options.inPlace ? places.stateFolder : places.image.parent_path();
+  const fs::path whole = folder / pending->wholeImage;
+  ImageChange change(places.image, sight.disk.stamp, trash, options.stop);
+  progress = change.Save(image, whole, Apply(sight.plan, sight.seen).disk);
+  if (progress.IsDone() && options.inPlace) {
+    progress = change.WriteInPlace(whole, pending->tornId);
+  } else if (progress.IsDone()) {
+    const std::string writer = FindWriter(places.image);
+    progress = writer.empty() ? change.Rename(whole)
+                              : Progress::Busy(writer + " has the image open for writing");
+  }
+  isImageDone = progress.IsDone();
+  return progress;
+}
+
+Progress GuardedPass::Finish() {
+  const std::int64_t now = NowNanoseconds();
+  after = {.memory = sight.plan.after,
+           .folder = sight.state.folder,
+           .image = SeenImage{.volumeId = sight.facts.onDisk.volumeId,
+                              .stamp = sight.disk.stamp,
+                              .taken = sight.disk.taken},
+           .seen = sight.host.seen,
+           .lastReadInFull = sight.state.lastReadInFull};
+  if (const auto status = StampAt(places.folder)) after.folder = status->identity;
+  if (sight.host.wasAllRead && !sight.host.seen.empty()) {
+    after.lastReadInFull = now / kNanosecondsPerSecond;
+  }
+  for (const std::string& path : sight.plan.hostDeletions) after.seen.erase(path);
+  for (const auto& [path, file] : host.Written()) after.seen.insert_or_assign(path, file);
+  const bool isSound = sight.facts.onDisk.damage.empty() && !sight.facts.onDisk.isTakenForFat12 &&
+                       sight.facts.onDisk.otherPartitions == 0;
+  after.image->isAsRemembered = isSound && IsAsRemembered(sight.disk.items, after.memory);
+  if (isImageDone || sight.cutOff == CutOff::kTorn) {
+    const auto status = StampAt(places.image);
+    if (!status) return Progress::Busy("the image is gone");
+    after.image->stamp = *status;
+    after.image->taken = now;
+  }
+  if (isImageDone) {
+    after.image->volumeId = pending->volumeId;
+    after.image->isAsRemembered = !sight.facts.onDisk.isTakenForFat12 &&
+                                  IsAsRemembered(Apply(sight.plan, sight.seen).disk, after.memory);
+  }
+  if (after == sight.state && !sight.pending && !pending) return {};
+  Progress progress = Save(after);
+  if (progress.IsDone()) TrimTrash(places.stateFolder, options.trashPasses, options.trashBytes);
+  return progress;
+}
+
+Progress GuardedPass::Save(const State& state) {
+  std::string err;
+  return SaveState(places.stateFolder, state, err) ? Progress{} : Progress::Failed(err);
+}
+
+}  // namespace quorbix::virtdisk::internal::guard

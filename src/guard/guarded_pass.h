@@ -1,0 +1,59 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_GUARDED_PASS_H_
+#define QUORBIX_VIRTDISK_GUARD_GUARDED_PASS_H_
+
+#include <optional>
+#include <string>
+
+#include "guard/host_changes.h"
+#include "guard/sight.h"
+#include "guard/state.h"
+#include "guard/trash.h"
+#include "quorbix/virtdisk/guarded_folder_sync.h"
+
+namespace quorbix::virtdisk::internal::guard {
+
+// Carries out what was planned, in an order that loses nothing wherever it is cut off:
+//
+//   1. the state is saved with what the pass is about, as pending, and the new image's volume id
+//   2. what the disk has is written to the folder; where that fails, it ends here
+//   3. what the disk lacks goes from the folder to the trash
+//   4. the new image is made and saved beside the old one, or in the state's folder, read back, and
+//      put in its place; the old one goes to the trash
+//   5. the state is saved
+//
+// Between 4 and 5 the volume id of the image tells that the pending state holds.
+class GuardedPass {
+ public:
+  // The sight is whole, has a plan, and no hazard stands. Everything has to outlive this.
+  GuardedPass(const Places& places, const GuardedSyncOptions& options, const Sight& sight);
+
+  [[nodiscard]] Progress Run();
+
+  // What to remember after a pass that ended well, and has been saved.
+  const State& After() const { return after; }
+
+  // Whether a step of the plan was carried out.
+  bool IsDone(const GuardedStep& step) const;
+
+ private:
+  bool HasToAct() const;
+  Progress MendCutOff();
+  Progress SavePending();
+  Progress ChangeHost();
+  Progress ChangeImage();
+  Progress Finish();
+  Progress Save(const State& state);
+
+  const Places& places;
+  const GuardedSyncOptions& options;
+  const Sight& sight;
+  TrashRun trash;
+  HostChanges host;
+  std::optional<Pending> pending;  // of this pass
+  bool isImageDone = false;
+  State after;
+};
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_GUARDED_PASS_H_

@@ -1,0 +1,197 @@
+#include "guard/image_change.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "common/byte_order.h"
+#include "common/host_file.h"
+#include "fat16/volume_layout.h"
+#include "guard/disk_view.h"
+#include "guard/host_view.h"
+#include "guard/renames.h"
+#include "guard/system_text.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kCopiedAtOnce = std::size_t{1} << 20;
+// The master boot record and the boot sector, which every image made here has behind it.
+constexpr std::size_t kHeadBytes = std::size_t{2} * kSectorBytes;
+constexpr std::size_t kVolumeIdAt = std::size_t{kSectorBytes} + boot_sector::kVolumeId;
+
+Progress Failed(const std::string& what, const fs::path& path) {
+  return Progress::Failed("cannot " + what + ' ' + path.string() + " (" + SystemText() + ")");
+}
+
+Progress Changed(const fs::path& image) {
+  return Progress::Busy("the image " + image.string() + " has changed since it was looked at");
+}
+
+bool WriteAt(int file, std::size_t offset, std::span<const std::uint8_t> bytes) {
+  return ::lseek(file, static_cast<::off_t>(offset), SEEK_SET) >= 0 && WriteFully(file, bytes);
+}
+
+// The old image's mode and owner. Where the file system, or the process's rights, do not let it,
+// the file is as it would be new.
+bool TakeAfter(int file, const fs::path& old) {
+  struct ::stat status;
+  if (::stat(old.c_str(), &status) != 0) return false;
+  static_cast<void>(::fchown(file, status.st_uid, status.st_gid));
+  static_cast<void>(::fchmod(file, status.st_mode & 07777));
+  return true;
+}
+
+}  // namespace
+
+ImageChange::ImageChange(const fs::path& image, const Stamp& old, TrashRun& trashRun,
+                         const std::atomic<bool>* stop)
+    : path(image), seen(old), trash(trashRun), stopFlag(stop) {}
+
+Progress ImageChange::Save(const Fat16Image& made, const fs::path& whole,
+                           const std::map<std::string, DiskItem>& expected) {
+  Descriptor file = OpenHostPath(whole.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+  if (!file) return Failed("make the new image", whole);
+  const bool written = made.WriteTo(file.Get(), [this] { return !IsStopped(); });
+  if (IsStopped()) return Progress::Stopped();
+  if (!written || !TakeAfter(file.Get(), path) || ::fsync(file.Get()) != 0 || !file.Close()) {
+    return Failed("write the new image", whole);
+  }
+  return Verify(whole, expected);
+}
+
+Progress ImageChange::Verify(const fs::path& whole,
+                             const std::map<std::string, DiskItem>& expected) const {
+  const DiskView view = LookAtDisk(whole, stopFlag);
+  if (view.result == DiskView::Result::kStopped) return Progress::Stopped();
+  const auto isAsPlanned = [](const auto& planned, const auto& read) {
+    const DiskItem& a = planned.second;
+    const DiskItem& b = read.second;
+    return planned.first == read.first && a.path == b.path && a.type == b.type &&
+           a.content == b.content && b.isReadable;
+  };
+  const bool isSound = view.facts.state == ImageFacts::State::kPresent && view.facts.damage.empty();
+  const bool isSame = isSound && std::equal(expected.begin(), expected.end(), view.items.begin(),
+                                            view.items.end(), isAsPlanned);
+  if (isSame) return {};
+  return Progress::Failed("the new image " + whole.string() + " does not hold what was planned");
+}
+
+// A rename changes no more of a stamp than the time at which something about the file has changed.
+bool ImageChange::IsAsSeen(const fs::path& file) const {
+  struct ::stat status;
+  if (::lstat(file.c_str(), &status) != 0) return false;
+  Stamp now = StampOf(status);
+  now.changed = seen.changed;
+  return now == seen;
+}
+
+Progress ImageChange::Rename(const fs::path& whole) {
+  std::vector<fs::path> places;
+  std::string err;
+  if (!trash.Announce({{"disk", path.filename().string(), "image replaced"}}, places, err)) {
+    return Progress::Failed(err);
+  }
+  if (!IsAsSeen(path)) return Changed(path);
+  if (!ExchangeNames(AT_FDCWD, whole.c_str(), path.c_str())) {
+    if (errno == EINVAL) return RenameByLink(whole, places.front());
+    return errno == ENOENT ? Changed(path) : Failed("replace the image", path);
+  }
+  if (!IsAsSeen(whole)) {
+    // Somebody was quicker: what he has written is the image.
+    if (!ExchangeNames(AT_FDCWD, whole.c_str(), path.c_str())) return Failed("put back", path);
+    return Changed(path);
+  }
+  if (!FlushFolder(path.parent_path())) return Failed("write out the folder of", path);
+  // From here on the new image is the image; the old one keeps its name beside it until it has
+  // found its place.
+  if (!MoveToTrash(AT_FDCWD, whole.string(), places.front(), err) || !trash.Flush(err)) {
+    return Progress::Failed(err);
+  }
+  return FlushFolder(path.parent_path()) ? Progress{} : Failed("write out the folder of", path);
+}
+
+// For file systems that cannot exchange names.
+Progress ImageChange::RenameByLink(const fs::path& whole, const fs::path& place) {
+  if (::link(path.c_str(), place.c_str()) != 0) {
+    const Descriptor old = OpenHostPath(path.c_str(), O_RDONLY | O_NOFOLLOW);
+    if (!old) return Failed("read", path);
+    const Progress copied = CopyToTrash(old.Get());
+    if (!copied.IsDone()) return copied;
+  }
+  std::string err;
+  if (!trash.Flush(err)) return Progress::Failed(err);
+  if (!IsAsSeen(path)) return Changed(path);
+  if (::rename(whole.c_str(), path.c_str()) != 0) return Failed("replace the image", path);
+  return FlushFolder(path.parent_path()) ? Progress{} : Failed("write out the folder of", path);
+}
+
+Progress ImageChange::CopyToTrash(int from) {
+  std::vector<fs::path> places;
+  std::string err;
+  if (!trash.Announce({{"disk", path.filename().string(), "image replaced"}}, places, err)) {
+    return Progress::Failed(err);
+  }
+  const fs::path& place = places.front();
+  const Descriptor to = OpenHostPath(place.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+  if (!to || !TakeAfter(to.Get(), path)) return Failed("write", place);
+  std::vector<std::uint8_t> buffer(kCopiedAtOnce);
+  for (;;) {
+    if (IsStopped()) return Progress::Stopped();
+    const std::ptrdiff_t got = ReadFully(from, buffer);
+    if (got < 0) return Failed("read", path);
+    if (got == 0) break;
+    if (!WriteFully(to.Get(), std::span(buffer).first(static_cast<std::size_t>(got)))) {
+      return Failed("write", place);
+    }
+  }
+  if (::fsync(to.Get()) != 0) return Failed("write out", place);
+  return trash.Flush(err) ? Progress{} : Progress::Failed(err);
+}
+
+Progress ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId) {
+  const Descriptor from = OpenHostPath(whole.c_str(), O_RDONLY | O_NOFOLLOW);
+  if (!from) return Failed("read the new image", whole);
+  const Descriptor to = OpenHostFile(path.c_str(), O_RDWR | O_NOFOLLOW);
+  if (!to) return Failed("write to the image", path);
+  const Progress copied = CopyToTrash(to.Get());
+  if (!copied.IsDone()) return copied;
+  if (!IsAsSeen(path)) return Changed(path);
+  // From here on it goes on to the end: half of an image is of no use to anybody.
+  return CopyOver(from.Get(), to.Get(), tornId);
+}
+
+// The volume id is the last thing that the image gets from the new one: a pass that finds the id of
+// a torn one knows that it has to be written once more.
+Progress ImageChange::CopyOver(int from, int to, std::uint32_t tornId) {
+  std::vector<std::uint8_t> head(kHeadBytes);
+  if (ReadFully(from, head) != static_cast<std::ptrdiff_t>(head.size()))
+    return Failed("read", path);
+  std::vector<std::uint8_t> torn = head;
+  StoreU32(torn.data() + kVolumeIdAt, tornId);
+  if (!WriteAt(to, 0, torn) || ::fsync(to) != 0) return Failed("write to the image", path);
+  std::vector<std::uint8_t> buffer(kCopiedAtOnce);
+  for (;;) {
+    const std::ptrdiff_t got = ReadFully(from, buffer);
+    if (got < 0) return Failed("read the new image for", path);
+    if (got == 0) break;
+    if (!WriteFully(to, std::span(buffer).first(static_cast<std::size_t>(got)))) {
+      return Failed("write to the image", path);
+    }
+  }
+  if (::fsync(to) != 0 || !WriteAt(to, 0, head) || ::fsync(to) != 0) {
+    return Failed("write to the image", path);
+  }
+  return {};
+}
+
+}  // namespace quorbix::virtdisk::internal::guard

@@ -1,0 +1,55 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_IMAGE_CHANGE_H_
+#define QUORBIX_VIRTDISK_GUARD_IMAGE_CHANGE_H_
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "fat16/fat16_image.h"
+#include "guard/host_changes.h"
+#include "guard/model.h"
+#include "guard/state.h"
+#include "guard/trash.h"
+
+namespace quorbix::virtdisk::internal::guard {
+
+// Puts a new image in the place of the old one, which goes to the trash.
+class ImageChange {
+ public:
+  // `image` is the file itself, no link to it; `old` is what it was when it was looked at.
+  ImageChange(const std::filesystem::path& image, const Stamp& old, TrashRun& trashRun,
+              const std::atomic<bool>* stop);
+
+  // Writes the image to `whole`, a name that nobody has, with the old one's mode and owner, and
+  // reads it back: it has to hold `expected`, and to be sound.
+  [[nodiscard]] Progress Save(const Fat16Image& made, const std::filesystem::path& whole,
+                              const std::map<std::string, DiskItem>& expected);
+
+  // Gives `whole`, which lies beside the image, the image's name. There is an image under that name
+  // at every moment.
+  [[nodiscard]] Progress Rename(const std::filesystem::path& whole);
+
+  // Copies `whole` over the image's own bytes, after a copy of these to the trash. As long as that
+  // lasts the image has the volume id `tornId`.
+  [[nodiscard]] Progress WriteInPlace(const std::filesystem::path& whole, std::uint32_t tornId);
+
+ private:
+  bool IsStopped() const { return stopFlag != nullptr && *stopFlag; }
+  bool IsAsSeen(const std::filesystem::path& file) const;
+  Progress Verify(const std::filesystem::path& whole,
+                  const std::map<std::string, DiskItem>& expected) const;
+  Progress RenameByLink(const std::filesystem::path& whole, const std::filesystem::path& place);
+  Progress CopyToTrash(int from);
+  Progress CopyOver(int from, int to, std::uint32_t tornId);
+
+  const std::filesystem::path path;
+  const Stamp seen;
+  TrashRun& trash;
+  const std::atomic<bool>* stopFlag;
+};
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_IMAGE_CHANGE_H_

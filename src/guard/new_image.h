@@ -1,0 +1,36 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_NEW_IMAGE_H_
+#define QUORBIX_VIRTDISK_GUARD_NEW_IMAGE_H_
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <vector>
+
+#include "fat16/fat16_image.h"
+#include "guard/disk_view.h"
+#include "guard/host_changes.h"
+#include "guard/planning.h"
+
+namespace quorbix::virtdisk::internal::guard {
+
+// What a new image is made of.
+struct ImageParts {
+  const std::vector<TreeEntry>& tree;
+  std::filesystem::path folder{};  // of the host
+  const DiskView& old;
+  ImageContents& oldContents;
+  std::uint32_t volumeId = 0;
+  const std::atomic<bool>* stop = nullptr;
+};
+
+// Makes an image of the old one's size that holds the tree, in memory. Every file is read once, and
+// has to be what was planned.
+//
+// From the old image it takes the label, the boot code, and for every entry that stays as it was
+// its attributes and times and its place among the others: machines start from files that come
+// first.
+[[nodiscard]] Progress MakeImage(const ImageParts& parts, Fat16Image& image);
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_NEW_IMAGE_H_

@@ -1,0 +1,29 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_PROGRESS_H_
+#define QUORBIX_VIRTDISK_GUARD_PROGRESS_H_
+
+#include <string>
+#include <utility>
+
+namespace quorbix::virtdisk::internal::guard {
+
+// How a part of a pass ended.
+struct Progress {
+  enum class Result {
+    kDone,
+    kBusy,    // somebody has changed something since it was looked at, as `text` tells
+    kFailed,  // the host refused something, as `text` tells
+    kStopped,
+  };
+  Result result = Result::kDone;
+  std::string text{};
+
+  static Progress Busy(std::string text) { return {Result::kBusy, std::move(text)}; }
+  static Progress Failed(std::string text) { return {Result::kFailed, std::move(text)}; }
+  static Progress Stopped() { return {Result::kStopped, "it was stopped"}; }
+
+  bool IsDone() const { return result == Result::kDone; }
+};
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_PROGRESS_H_

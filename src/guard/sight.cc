@@ -1,0 +1,391 @@
+#include "guard/sight.h"
+
+#include <fcntl.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include "guard/clock.h"
+#include "guard/disk_names.h"
+#include "guard/first_meeting.h"
+#include "guard/pairing.h"
+#include "guard/system_text.h"
+#include "guard/writers.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
+
+bool IsBelowOrSame(const fs::path& path, const fs::path& folder) {
+  const std::string& text = path.native();
+  const std::string& prefix = folder.native();
+  return text == prefix || (text.starts_with(prefix) && text[prefix.size()] == '/');
+}
+
+bool MayChange(const fs::path& folder) {
+  return ::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+bool MayWrite(const fs::path& file) {
+  return ::faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
+std::optional<std::uint64_t> FreeBytes(const fs::path& folder) {
+  struct ::statvfs status;
+  if (::statvfs(folder.c_str(), &status) != 0) return std::nullopt;
+  return std::uint64_t{status.f_bavail} * status.f_frsize;
+}
+
+bool IsOnSameFileSystem(const fs::path& one, const fs::path& other) {
+  const auto a = StampAt(one);
+  const auto b = StampAt(other);
+  return a && b && a->identity.device == b->identity.device;
+}
+
+// The names that a pass had in mind that was cut off, for what it may have made of them already.
+void AddNames(const Memory& pending, Memory& memory) {
+  std::set<std::string> hosts;
+  std::set<std::string> disks;
+  for (const Pair& pair : memory.pairs) {
+    hosts.insert(pair.host);
+    disks.insert(DiskKey(pair.disk));
+  }
+  for (Pair pair : pending.pairs) {
+    if (hosts.contains(pair.host) || disks.contains(DiskKey(pair.disk))) continue;
+    pair.agreed.reset();
+    memory.pairs.push_back(std::move(pair));
+  }
+}
+
+class Looker {
+ public:
+  Looker(const Places& itsPlaces, const GuardedSyncOptions& itsOptions, const KnownState& known)
+      : places(itsPlaces), options(itsOptions), remembered(known) {}
+
+  Sight Run() {
+    sight.state = remembered.state;
+    sight.pending = std::exchange(sight.state.pending, std::nullopt);
+    NamePlaces();
+    CheckState();
+    CheckNesting();
+    if (!LookAtFolder() || !LookAtImage()) return std::move(sight);
+    sight.hazards = HazardsOfSides(sight.facts);
+    if (HasFatal(sight.hazards)) return std::move(sight);
+    Forget();
+    Plan();
+    if (!sight.wasDiskRead && !(sight.plan.IsEmpty() && sight.hazards.empty())) {
+      // There is something to do: what the disk says is needed whole.
+      if (!ReadImage(places.image)) return std::move(sight);
+      sight.hazards = HazardsOfSides(sight.facts);
+      if (HasFatal(sight.hazards)) return std::move(sight);
+      Plan();
+    }
+    CheckQuiet();
+    return std::move(sight);
+  }
+
+ private:
+  void NamePlaces() {
+    sight.facts.folder = places.folder.string();
+    sight.facts.image = places.image.string();
+    sight.facts.stateFolder = places.stateFolder.string();
+  }
+
+  void CheckState() {
+    StateFacts& state = sight.facts.state;
+    state.isDamaged = remembered.load == StateLoad::kDamaged;
+    state.error = remembered.error;
+    fs::path folder = places.stateFolder;
+    while (!StampAt(folder) && folder.has_relative_path()) folder = folder.parent_path();
+    state.isWritable = remembered.canBeSaved && MayChange(folder);
+  }
+
+  void CheckNesting() {
+    std::error_code ignored;
+    const fs::path folder = fs::weakly_canonical(places.folder, ignored);
+    const fs::path state = fs::weakly_canonical(places.stateFolder, ignored);
+    sight.facts.nesting = {.imageInFolder = IsBelowOrSame(places.image, folder),
+                           .stateInFolder = IsBelowOrSame(state, folder),
+                           .folderInState = IsBelowOrSame(folder, state)};
+  }
+
+  void Fail(Sight::Result result, std::string message) {
+    sight.result = result;
+    sight.message = std::move(message);
+  }
+
+  bool LookAtFolder() {
+    FolderFacts& facts = sight.facts.onHost;
+    facts.identityBefore = sight.state.folder;
+    const auto status = StampAt(places.folder);
+    if (!status) {
+      facts.state =
+          errno == ENOENT ? FolderFacts::State::kMissing : FolderFacts::State::kUnreadable;
+      facts.error = SystemText();
+      return true;
+    }
+    facts.identity = status->identity;
+    sight.host = LookAtHost({.folder = places.folder,
+                             .leftOut = OwnParts(),
+                             .known = &sight.state.seen,
+                             .readsEverything = options.verify,
+                             .settleNanoseconds = SettleNanoseconds(),
+                             .stop = options.stop});
+    switch (sight.host.result) {
+      case HostView::Result::kComplete:
+        return true;
+      case HostView::Result::kUnreadable:
+        facts.state = FolderFacts::State::kUnreadable;
+        facts.error = sight.host.error;
+        return true;
+      case HostView::Result::kBusy:
+        Fail(Sight::Result::kNotNow, sight.host.busyPath + " is being written just now");
+        return false;
+      case HostView::Result::kStopped:
+        Fail(Sight::Result::kStopped, "it was stopped");
+        return false;
+    }
+    return false;
+  }
+
+  std::int64_t SettleNanoseconds() const {
+    return options.settle.count() * kNanosecondsPerMillisecond;
+  }
+
+  std::vector<Identity> OwnParts() const {
+    std::vector<Identity> parts;
+    for (const fs::path& path : {places.image, places.stateFolder}) {
+      if (const auto status = StampAt(path)) parts.push_back(status->identity);
+    }
+    return parts;
+  }
+
+  bool LookAtImage() {
+    NoteImageBefore();
+    const auto status = StampAt(places.image);
+    const bool isKnown = status && sight.state.image && sight.state.image->isAsRemembered &&
+                         !sight.pending && !options.verify && *status == sight.state.image->stamp &&
+                         IsTrustworthy(sight.state.image->stamp, sight.state.image->taken);
+    if (!isKnown) return ReadImage(places.image) && ResolvePending();
+    sight.disk.items = DiskAsRemembered(sight.state.memory);
+    sight.disk.stamp = sight.state.image->stamp;
+    sight.disk.taken = sight.state.image->taken;
+    sight.facts.onDisk.bytes = sight.disk.stamp.size;
+    sight.facts.onDisk.volumeId = sight.state.image->volumeId;
+    return true;
+  }
+
+  void NoteImageBefore() {
+    ImageFacts& facts = sight.facts.onDisk;
+    if (!sight.state.image) return;
+    facts.bytesBefore = sight.state.image->stamp.size;
+    facts.volumeIdBefore = sight.state.image->volumeId;
+  }
+
+  bool ReadImage(const fs::path& image) {
+    sight.disk = LookAtDisk(image, options.stop);
+    sight.wasDiskRead = true;
+    sight.facts.onDisk = sight.disk.facts;
+    NoteImageBefore();
+    if (sight.disk.result == DiskView::Result::kComplete) return true;
+    if (sight.disk.result == DiskView::Result::kStopped) {
+      Fail(Sight::Result::kStopped, "it was stopped");
+    } else {
+      Fail(Sight::Result::kNotNow, "the image is being written just now");
+    }
+    return false;
+  }
+
+  // The volume id tells how far a pass had come that was cut off.
+  bool ResolvePending() {
+    if (!sight.pending) return true;
+    const Pending& pending = *sight.pending;
+    const bool isReadable = sight.facts.onDisk.state == ImageFacts::State::kPresent;
+    const std::uint32_t id = sight.facts.onDisk.volumeId;
+    if (isReadable && pending.volumeId != 0 && id == pending.volumeId) {
+      sight.cutOff = CutOff::kReplaced;
+      return TakePending();
+    }
+    if (pending.tornId != 0 && id == pending.tornId) {
+      sight.cutOff = CutOff::kTorn;
+      // What the image will be as soon as it is written to its end.
+      return ReadImage(places.stateFolder / pending.wholeImage) && TakePending();
+    }
+    AddNames(pending.memory, sight.state.memory);
+    return true;
+  }
+
+  bool TakePending() {
+    sight.state.memory = sight.pending->memory;
+    sight.state.image = SeenImage{
+        .volumeId = sight.pending->volumeId, .stamp = sight.disk.stamp, .taken = sight.disk.taken};
+    NoteImageBefore();
+    return true;
+  }
+
+  static bool HasFatal(const Hazards& hazards) {
+    return std::any_of(hazards.begin(), hazards.end(),
+                       [](const GuardedHazardReport& report) { return !report.canBeAccepted; });
+  }
+
+  // Accepting one of these means to begin anew.
+  void Forget() {
+    using enum GuardedHazard;
+    for (const GuardedHazard hazard :
+         {kFolderMissing, kFolderReplaced, kImageReplaced, kStateDamaged}) {
+      if (!Contains(sight.hazards, hazard)) continue;
+      sight.state.memory = {};
+      sight.state.image.reset();
+    }
+    sight.isFirstMeeting = !sight.state.image;
+  }
+
+  void Plan() {
+    sight.hazards = HazardsOfSides(sight.facts);
+    const Memory& memory = sight.state.memory;
+    sight.seen = WithUnseen(
+        {.host = sight.host.items, .disk = sight.disk.items, .hostLeftOut = sight.host.leftOut},
+        memory);
+    Memory known = memory;
+    BuildNames names;
+    if (sight.isFirstMeeting) {
+      FirstMeeting meeting = MeetFirst(places.folder, sight.seen);
+      names = std::move(meeting.names);
+      known.ignored = std::move(meeting.ignored);
+    }
+    const Pairing pairing = PairEntries(sight.seen, known, names);
+    sight.plan = MakePlan(sight.seen, known, pairing,
+                          {.onConflict = options.onConflict,
+                           .isFirstMeeting = sight.isFirstMeeting,
+                           .when = LocalTimeText(NowNanoseconds())});
+    sight.hasPlan = true;
+    const Hazards ofPlan =
+        HazardsOfPlan(sight.facts, FactsOfPlan(), sight.seen, known, pairing, sight.plan,
+                      {.mostDeletions = options.mostDeletions,
+                       .mostDeletedShare = options.mostDeletedShare,
+                       .stopsAtConflicts = options.onConflict == ConflictRule::kStop});
+    sight.hazards.insert(sight.hazards.end(), ofPlan.begin(), ofPlan.end());
+    NoteWhatIsLeft(pairing);
+  }
+
+  PlanFacts FactsOfPlan() const {
+    PlanFacts facts;
+    if (sight.plan.IsEmpty()) return facts;
+    std::set<std::string> folders;
+    const auto add = [&](const std::string& path) {
+      const std::string folder = ParentOf(path);
+      if (folder.empty() || sight.seen.host.contains(folder)) folders.insert(folder);
+    };
+    for (const HostWrite& write : sight.plan.hostWrites) add(write.host);
+    for (const auto* paths :
+         {&sight.plan.hostFolders, &sight.plan.hostDeletions, &sight.plan.hostRemovals}) {
+      std::for_each(paths->begin(), paths->end(), add);
+    }
+    const bool isMissing = sight.facts.onHost.state == FolderFacts::State::kMissing;
+    for (const std::string& folder : folders) {
+      if (!isMissing && !MayChange(places.folder / folder))
+        facts.unwritableFolders.push_back(folder);
+    }
+    const fs::path beside = places.image.parent_path();
+    facts.isImageWritable = MayWrite(places.image) && (options.inPlace || MayChange(beside));
+    const fs::path newImages = options.inPlace ? places.stateFolder : beside;
+    facts.freeForFolder = FreeBytes(places.folder);
+    facts.freeForImage = FreeBytes(newImages);
+    facts.isSameFileSystem = IsOnSameFileSystem(places.folder, newImages);
+    facts.imageCopies = options.inPlace ? 2 : 1;
+    return facts;
+  }
+
+  void NoteWhatIsLeft(const Pairing& pairing) {
+    sight.notes = sight.host.notes;
+    sight.notes.insert(sight.notes.end(), sight.disk.notes.begin(), sight.disk.notes.end());
+    for (const std::string& path : pairing.unnamed) {
+      sight.notes.push_back({path, "is on the host alone: the disk has no short name left for it"});
+    }
+    for (const std::string& path : sight.plan.lostOnDisk) {
+      sight.notes.push_back(
+          {'/' + path, "cannot be read on the disk: what is left of it stays in the old image"});
+    }
+  }
+
+  // A side that has changed just now is left to whoever is at it, but for what a pass itself did.
+  void CheckQuiet() {
+    if (sight.plan.IsEmpty()) return;
+    const std::int64_t now = NowNanoseconds();
+    const auto isFresh = [&](std::int64_t changed) {
+      return changed <= now && now - changed < SettleNanoseconds();
+    };
+    if (isFresh(sight.host.latestFolderChange)) {
+      return Fail(Sight::Result::kNotNow, "the folder is being changed just now");
+    }
+    const bool isOwnImage = sight.state.image && sight.state.image->stamp == sight.disk.stamp;
+    if (!isOwnImage && isFresh(sight.disk.stamp.modified)) {
+      return Fail(Sight::Result::kNotNow, "the image is being changed just now");
+    }
+    if (options.inPlace) return;
+    const std::string writer = FindWriter(places.image);
+    if (!writer.empty()) {
+      Fail(Sight::Result::kNotNow, writer + " has the image open for writing");
+    }
+  }
+
+  const Places& places;
+  const GuardedSyncOptions& options;
+  const KnownState& remembered;
+  Sight sight;
+};
+
+}  // namespace
+
+Places FindPlaces(const fs::path& image, const fs::path& folder, const fs::path& stateFolder) {
+  std::error_code failed;
+  fs::path itself = fs::canonical(image, failed);
+  if (failed) itself = fs::absolute(image, failed).lexically_normal();
+  fs::path state = stateFolder.empty() ? fs::path(itself.native() + ".sync") : stateFolder;
+  // A name that ends in "/" has no last element to speak of.
+  const auto whole = [&](const fs::path& path) {
+    fs::path absolute = fs::absolute(path, failed).lexically_normal();
+    return absolute.has_filename() ? absolute : absolute.parent_path();
+  };
+  return {.image = itself, .folder = whole(folder), .stateFolder = whole(state)};
+}
+
+Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered) {
+  return Looker(places, options, remembered).Run();
+}
+
+std::map<std::string, DiskItem> DiskAsRemembered(const Memory& memory) {
+  std::map<std::string, DiskItem> disk;
+  const auto add = [&](const std::string& path, EntryType type, const Content& content) {
+    disk.emplace(DiskKey(path), DiskItem{.path = path,
+                                         .shortName = ShortNameOf(NameOf(path)),
+                                         .type = type,
+                                         .content = content,
+                                         .isDated = true});
+  };
+  for (const Pair& pair : memory.pairs) {
+    if (pair.agreed) add(pair.disk, pair.type, *pair.agreed);
+  }
+  for (const auto& [key, ignored] : memory.ignored) add(key, ignored.type, ignored.content);
+  return disk;
+}
+
+bool IsAsRemembered(const std::map<std::string, DiskItem>& disk, const Memory& memory) {
+  const auto remembered = DiskAsRemembered(memory);
+  return std::equal(disk.begin(), disk.end(), remembered.begin(), remembered.end(),
+                    [](const auto& a, const auto& b) {
+                      return a.first == b.first && a.second.type == b.second.type &&
+                             a.second.content == b.second.content && a.second.isReadable;
+                    });
+}
+
+}  // namespace quorbix::virtdisk::internal::guard

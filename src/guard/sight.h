@@ -1,0 +1,80 @@
+#ifndef QUORBIX_VIRTDISK_GUARD_SIGHT_H_
+#define QUORBIX_VIRTDISK_GUARD_SIGHT_H_
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "guard/disk_view.h"
+#include "guard/facts.h"
+#include "guard/hazards.h"
+#include "guard/host_view.h"
+#include "guard/model.h"
+#include "guard/planning.h"
+#include "guard/state.h"
+#include "guard/state_file.h"
+#include "quorbix/virtdisk/guarded_folder_sync.h"
+
+namespace quorbix::virtdisk::internal::guard {
+
+// Where the two sides and the state are. The image is the file itself, no link to it.
+struct Places {
+  std::filesystem::path image{};
+  std::filesystem::path folder{};
+  std::filesystem::path stateFolder{};
+};
+
+// The places that a caller's paths lead to.
+Places FindPlaces(const std::filesystem::path& image, const std::filesystem::path& folder,
+                  const std::filesystem::path& stateFolder);
+
+// What was remembered, as it was found.
+struct KnownState {
+  StateLoad load = StateLoad::kNone;
+  State state{};
+  std::string error{};     // with kDamaged
+  bool canBeSaved = true;  // false: the state's folder could not be made or locked
+};
+
+// How far a pass that was cut off had come with its image.
+enum class CutOff {
+  kNowhere,   // there was none, or the old image is still the image
+  kReplaced,  // the new image is the image
+  kTorn,      // the new image was being written over the old one
+};
+
+// All that is seen before anything is touched, and what follows from it.
+struct Sight {
+  enum class Result { kComplete, kNotNow, kFailed, kStopped };
+  Result result = Result::kComplete;
+  std::string message{};  // but with kComplete
+
+  CutOff cutOff = CutOff::kNowhere;
+  std::optional<Pending> pending{};  // of the pass that was cut off
+  State state{};                     // without it; empty when it is not to be used
+  bool isFirstMeeting = false;
+  Facts facts{};
+  HostView host{};
+  DiskView disk{};
+  bool wasDiskRead = false;  // otherwise it is as remembered
+  Observation seen{};
+  Hazards hazards{};
+  bool hasPlan = false;
+  Plan plan{};
+  std::vector<GuardedNote> notes{};
+};
+
+// Looks at both sides and plans. A hazard that can be accepted is planned for as if it were.
+Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered);
+
+// The entries of the disk, if memory is all that it holds.
+std::map<std::string, DiskItem> DiskAsRemembered(const Memory& memory);
+
+// Whether the disk holds what memory says, no more and no less.
+bool IsAsRemembered(const std::map<std::string, DiskItem>& disk, const Memory& memory);
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_GUARD_SIGHT_H_
