@@ -123,7 +123,19 @@ class HostLooker {
     std::error_code failed;
     const std::string real = fs::canonical(look.folder / path, failed).native();
     if (failed || !real.starts_with(realFolder + '/')) return LeaveOut(path, kLinkOut);
+    const std::string end = real.substr(realFolder.size() + 1);
+    view.links[path] = {NextOf(path).value_or(end), end};
     TakeFile(path, name, folder, link, target);
+  }
+
+  // The path in the folder that a link names itself, which may be another link.
+  std::optional<std::string> NextOf(const std::string& link) const {
+    std::error_code failed;
+    const fs::path at = look.folder / link;
+    const fs::path named = at.parent_path() / fs::read_symlink(at, failed);
+    const fs::path place = fs::canonical(named.parent_path(), failed) / named.filename();
+    if (failed || !place.native().starts_with(realFolder + '/')) return std::nullopt;
+    return place.native().substr(realFolder.size() + 1);
   }
 
   void TakeFile(const std::string& path, const std::string& name, int folder,

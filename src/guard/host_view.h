@@ -14,6 +14,7 @@
 
 #include "guard/facts.h"
 #include "guard/model.h"
+#include "guard/planning.h"
 #include "guard/state.h"
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 
@@ -52,9 +53,10 @@ struct HostView {
   std::vector<GuardedNote> notes{};            // why they are left out
   std::map<std::string, SeenFile> seen{};      // of every file that could be read
   std::map<std::string, Stamp> entryStamps{};  // of the entry itself, also where it is a link
-  std::vector<std::string> leftovers{};        // of passes that were cut off
-  bool wasAllRead = true;                      // no content was taken from `known`
-  std::int64_t latestFolderChange = 0;         // nanoseconds since 1970
+  FileLinks links{};
+  std::vector<std::string> leftovers{};  // of passes that were cut off
+  bool wasAllRead = true;                // no content was taken from `known`
+  std::int64_t latestFolderChange = 0;   // nanoseconds since 1970
 };
 
 // Lists the folder with all that lies below it, and reads what has to be read.

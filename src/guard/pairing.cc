@@ -62,6 +62,8 @@ class Pairer {
       const auto onDisk = OnDisk(DiskKey(pair.disk));
       if (!onHost && !onDisk) continue;
       if (!IsInItsFolder(pair)) continue;
+      // A folder whose place something has taken that takes no part: the disk's is new.
+      if (pair.type == EntryType::kFolder && observation.hostLeftOut.contains(pair.host)) continue;
       if (onHost && onDisk && onHost->type != onDisk->type) {
         NoteClash(pair.host, DiskKey(pair.disk));
         continue;

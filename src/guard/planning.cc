@@ -149,8 +149,12 @@ class Planner {
 
   void ToHost(const Row& row, bool isConflict) {
     const Reason news = row.agreed || row.onHost ? Reason::kChanged : Reason::kNew;
-    WriteOnHost(row, row.host, isConflict ? Reason::kConflict : news);
-    AddEntry(row.host, row.disk, row.onDisk->content);
+    // What takes no part may have taken the file's place: a link that leads nowhere, a pipe.
+    const std::string host = observation.hostLeftOut.contains(row.host)
+                                 ? hostNames.Take(ParentOf(row.host), NameOf(row.host))
+                                 : row.host;
+    WriteOnHost(row, host, isConflict ? Reason::kConflict : news);
+    AddEntry(host, row.disk, row.onDisk->content);
   }
 
   void WriteOnHost(const Row& row, const std::string& host, Reason reason) {
@@ -295,11 +299,74 @@ class Planner {
   Plan plan;
 };
 
+// What a plan does to the files that links lead to.
+class LinkFuture {
+ public:
+  LinkFuture(const FileLinks& fileLinks, const Plan& plan)
+      : links(fileLinks), deleted(plan.hostDeletions.begin(), plan.hostDeletions.end()) {
+    for (const HostWrite& write : plan.hostWrites) written.emplace(write.host, write.content);
+  }
+
+  // Whether it leads nowhere afterwards, although it is still there.
+  bool IsCut(const std::string& link) const {
+    const std::string* planned = FirstPlannedBehind(link);
+    return planned != nullptr && deleted.contains(*planned);
+  }
+
+  std::optional<Content> WrittenBehind(const std::string& link) const {
+    const std::string* planned = FirstPlannedBehind(link);
+    const auto write = planned != nullptr ? written.find(*planned) : written.end();
+    if (write == written.end()) return std::nullopt;
+    return write->second;
+  }
+
+ private:
+  bool IsPlanned(const std::string& path) const {
+    return deleted.contains(path) || written.contains(path);
+  }
+
+  // Nothing when the link itself is written or deleted. Links that lead round in circles are none
+  // of these.
+  const std::string* FirstPlannedBehind(const std::string& link) const {
+    if (IsPlanned(link)) return nullptr;
+    for (auto at = links.find(link); at != links.end(); at = links.find(at->second.next)) {
+      if (IsPlanned(at->second.next)) return &at->second.next;
+      // By way of a link that takes no part itself.
+      if (IsPlanned(at->second.end)) return &at->second.end;
+    }
+    return nullptr;
+  }
+
+  const FileLinks& links;
+  std::map<std::string, Content> written;
+  std::set<std::string> deleted;
+};
+
 }  // namespace
 
 Plan MakePlan(const Observation& observation, const Memory& memory, const Pairing& pairing,
               const PlanRules& rules) {
   return Planner(observation, memory, pairing, rules).Run();
+}
+
+bool ForeseeLinks(const FileLinks& links, const Plan& plan, Observation& observation) {
+  if (links.empty()) return false;
+  const LinkFuture future(links, plan);
+  bool isNews = false;
+  for (const auto& [link, next] : links) {
+    const auto item = observation.host.find(link);
+    if (item == observation.host.end()) continue;
+    const std::optional<Content> written = future.WrittenBehind(link);
+    if (future.IsCut(link)) {
+      observation.host.erase(item);
+      observation.hostLeftOut.insert(link);
+      isNews = true;
+    } else if (written && item->second.content != *written) {
+      item->second.content = *written;
+      isNews = true;
+    }
+  }
+  return isNews;
 }
 
 Observation Apply(const Plan& plan, const Observation& observation) {

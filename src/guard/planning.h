@@ -2,6 +2,7 @@
 #define QUORBIX_VIRTDISK_GUARD_PLANNING_H_
 
 #include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -57,6 +58,18 @@ struct Plan {
 // Decides what brings both sides in step.
 Plan MakePlan(const Observation& observation, const Memory& memory, const Pairing& pairing,
               const PlanRules& rules);
+
+// A link of the folder to a file in it.
+struct FileLink {
+  std::string next{};  // what it names, which may be another link
+  std::string end{};   // the file
+};
+using FileLinks = std::map<std::string, FileLink>;  // by path
+
+// What links show when the plan has been carried out is what it has to be made for: tells in
+// `observation` what becomes of those whose files the plan writes or deletes. False when that is
+// what it says already.
+bool ForeseeLinks(const FileLinks& links, const Plan& plan, Observation& observation);
 
 // Both sides as they are when the plan has been carried out.
 Observation Apply(const Plan& plan, const Observation& observation);

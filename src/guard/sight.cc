@@ -24,6 +24,9 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
+// Two are enough, unless links change what is planned for their files in turn; such a pass finds
+// something changed, and the next one goes on.
+constexpr int kMostRounds = 4;
 
 bool IsBelowOrSame(const fs::path& path, const fs::path& folder) {
   const std::string& text = path.native();
@@ -262,11 +265,16 @@ class Looker {
       names = std::move(meeting.names);
       known.ignored = std::move(meeting.ignored);
     }
-    const Pairing pairing = PairEntries(sight.seen, known, names);
-    sight.plan = MakePlan(sight.seen, known, pairing,
-                          {.onConflict = options.onConflict,
-                           .isFirstMeeting = sight.isFirstMeeting,
-                           .when = LocalTimeText(NowNanoseconds())});
+    const PlanRules rules{.onConflict = options.onConflict,
+                          .isFirstMeeting = sight.isFirstMeeting,
+                          .when = LocalTimeText(NowNanoseconds())};
+    Pairing pairing;
+    bool isNews = true;
+    for (int round = 0; isNews && round < kMostRounds; ++round) {
+      pairing = PairEntries(sight.seen, known, names);
+      sight.plan = MakePlan(sight.seen, known, pairing, rules);
+      isNews = ForeseeLinks(sight.host.links, sight.plan, sight.seen);
+    }
     sight.hasPlan = true;
     const Hazards ofPlan =
         HazardsOfPlan(sight.facts, FactsOfPlan(), sight.seen, known, pairing, sight.plan,

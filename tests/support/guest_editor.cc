@@ -33,12 +33,14 @@ fs::file_time_type NextModificationTime() {
   return last;
 }
 
-// As a reader shows it: base, and extension after a dot.
+std::string_view WithoutPadding(std::string_view text) {
+  return text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
+// As a reader shows it: base, and extension after a dot. Blanks inside either belong to it.
 std::string ShownName(std::string_view eleven) {
-  const std::string_view base = eleven.substr(0, eleven.substr(0, 8).find(' '));
-  const std::string_view tail = eleven.substr(8);
-  const std::string_view extension = tail.substr(0, tail.find(' '));
-  std::string name(base.substr(0, 8));
+  const std::string_view extension = WithoutPadding(eleven.substr(8));
+  std::string name(WithoutPadding(eleven.substr(0, 8)));
   if (!extension.empty()) name.append(".").append(extension);
   return name;
 }

@@ -1,0 +1,365 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "quorbix/virtdisk/fat_image_builder.h"
+#include "quorbix/virtdisk/guarded_folder_sync.h"
+#include "support/guest_editor.h"
+#include "support/memory_folder.h"
+#include "support/temp_folder.h"
+
+// Random edits on both sides, restarts, refusals and conflicts, against the one property that
+// matters: no content that was there before a pass is gone after it.
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+namespace fs = std::filesystem;
+using test::GuestEditor;
+using ConflictRule = GuardedSyncOptions::ConflictRule;
+
+// Names that are long, clash in their short forms or in their case alone, take no part, or lie on
+// the edge of what the disk can name.
+constexpr const char* kHostNames[] = {"a.txt",
+                                      "A.TXT",
+                                      "b",
+                                      "Long File Name 1.txt",
+                                      "Long File Name 2.txt",
+                                      "long_fil.txt",
+                                      "LONG_F~1.TXT",
+                                      "a+b.txt",
+                                      "a_b.txt",
+                                      "two words",
+                                      ".hidden",
+                                      ".git",
+                                      "\xC3\xBC.txt",
+                                      "NAME.LONGEXT",
+                                      "x.quorbix_tmp",
+                                      "a (disk).txt"};
+constexpr const char* kGuestNames[] = {"A.TXT",        "B",       "LONG_FIL.TXT", "LONG_F~1.TXT",
+                                       "A_B.TXT",      "NEW.DAT", "SAVE.001",     "TWO_WORD",
+                                       "A_(DISK_.TXT", "DIR"};
+
+class Scenario {
+ public:
+  Scenario(const fs::path& place, unsigned seed) : root(place), random(seed) {
+    fs::remove_all(root);
+    fs::create_directories(root / "host");
+    options.settle = std::chrono::milliseconds(0);
+    options.stateFolder = root / "state";
+    options.trashPasses = 1000;
+    options.onConflict = static_cast<ConflictRule>(Below(4));
+    options.inPlace = Below(4) == 0;
+    if (Below(2) == 0) EditHost(Below(8));
+    const auto builder = CreateFat16Builder();
+    EXPECT_TRUE(builder->Build(root / "host", image, 64 * 1024)) << builder->LastError();
+  }
+
+  void Run() {
+    for (unsigned round = 0; round < 4 && !testing::Test::HasFailure(); ++round) {
+      EditHost(Below(5));
+      EditGuest(Below(4));
+      PassOnce();
+    }
+  }
+
+ private:
+  unsigned Below(unsigned end) { return static_cast<unsigned>(random() % end); }
+  template <class Names>
+  std::string AnyOf(const Names& names) {
+    return names[Below(static_cast<unsigned>(std::size(names)))];
+  }
+
+  std::string NewContent() { return "content " + std::to_string(++contents) + ';'; }
+
+  // --- the host
+
+  fs::path AnyFolder() {
+    std::vector<fs::path> folders{root / "host"};
+    for (const auto& entry : fs::recursive_directory_iterator(root / "host")) {
+      if (!entry.is_symlink() && entry.is_directory()) folders.push_back(entry.path());
+    }
+    std::sort(folders.begin(), folders.end());
+    return folders[Below(static_cast<unsigned>(folders.size()))];
+  }
+
+  fs::path AnyEntry() {
+    std::vector<fs::path> entries;
+    for (const auto& entry : fs::recursive_directory_iterator(root / "host")) {
+      entries.push_back(entry.path());
+    }
+    std::sort(entries.begin(), entries.end());
+    if (entries.empty()) return {};
+    return entries[Below(static_cast<unsigned>(entries.size()))];
+  }
+
+  void EditHost(unsigned count) {
+    for (unsigned i = 0; i < count; ++i) EditHostOnce();
+  }
+
+  void EditHostOnce() {
+    std::error_code ignored;
+    const fs::path target = AnyFolder() / AnyOf(kHostNames);
+    const fs::path entry = AnyEntry();
+    switch (Below(11)) {
+      case 0:
+      case 1:
+      case 2:
+      case 3:
+        if (!fs::is_directory(target, ignored)) test::WriteWholeFile(target, NewContent());
+        return;
+      case 4:
+        fs::create_directory(target, ignored);
+        return;
+      case 5:
+        if (!entry.empty()) fs::remove_all(entry, ignored);
+        return;
+      case 6:
+        if (!entry.empty() && !fs::exists(target, ignored)) fs::rename(entry, target, ignored);
+        return;
+      case 7:  // a file where a folder was, or the reverse
+        if (entry.empty()) return;
+        if (fs::is_directory(entry, ignored)) {
+          fs::remove_all(entry, ignored);
+          test::WriteWholeFile(entry, NewContent());
+        } else {
+          fs::remove(entry, ignored);
+          fs::create_directory(entry, ignored);
+        }
+        return;
+      case 8:
+        if (!entry.empty() && !fs::exists(fs::symlink_status(target))) {
+          fs::create_symlink(entry, target, ignored);
+        }
+        return;
+      case 9:
+        if (!fs::exists(fs::symlink_status(target))) test::WriteWholeFile(target, "");
+        return;
+      case 10:  // the same content twice
+        if (!entry.empty() && fs::is_regular_file(entry, ignored) && !fs::exists(target, ignored)) {
+          fs::copy_file(entry, target, ignored);
+        }
+        return;
+    }
+  }
+
+  // --- the guest
+
+  void EditGuest(unsigned count) {
+    if (count == 0) return;
+    GuestEditor guest(image);
+    for (unsigned i = 0; i < count; ++i) EditGuestOnce(guest);
+    guest.Save();
+  }
+
+  std::string AnyFileOf(const GuestEditor& guest) {
+    const auto files = guest.Files();
+    if (files.empty()) return AnyOf(kGuestNames);
+    auto file = files.begin();
+    std::advance(file, Below(static_cast<unsigned>(files.size())));
+    return file->first;
+  }
+
+  void EditGuestOnce(GuestEditor& guest) {
+    std::string target = AnyOf(kGuestNames);
+    if (Below(3) == 0) target = "DIR/" + target;
+    switch (Below(7)) {
+      case 0:
+      case 1:
+        guest.Write(target, NewContent());
+        guest.SetStamp(target, 0x5D75, 0x8A82);
+        return;
+      case 2:
+        target = AnyFileOf(guest);
+        guest.Write(target, NewContent());
+        guest.SetStamp(target, 0x5D75, 0x8A82);
+        return;
+      case 3:
+        guest.MakeFolder(target);
+        return;
+      case 4:
+        guest.Remove(AnyFileOf(guest));
+        return;
+      case 5:
+        guest.Rename(AnyFileOf(guest), AnyOf(kGuestNames));
+        return;
+      case 6:
+        guest.Remove(target);  // a file, or an empty folder
+        return;
+    }
+  }
+
+  // --- what there is
+
+  static void TakeFiles(const std::map<std::string, std::string>& files,
+                        std::set<std::string>& all) {
+    for (const auto& [path, content] : files) {
+      if (!content.empty()) all.insert(content);
+    }
+  }
+
+  std::set<std::string> OnSides() const {
+    std::set<std::string> all;
+    for (const auto& entry : fs::recursive_directory_iterator(root / "host")) {
+      if (!fs::is_regular_file(entry.symlink_status())) continue;
+      const std::string content = test::ReadWholeFile(entry.path());
+      if (!content.empty()) all.insert(content);
+    }
+    TakeFiles(GuestEditor(image).Files(), all);
+    return all;
+  }
+
+  std::set<std::string> Everywhere() const {
+    std::set<std::string> all = OnSides();
+    std::vector<TrashedItem> items;
+    std::string err;
+    EXPECT_TRUE(ListTrash(root / "state", items, err)) << err;
+    for (const TrashedItem& item : items) {
+      const fs::path file = root / "state" / "trash" / item.id;
+      if (item.side == "disk") {
+        TakeFiles(GuestEditor(file).Files(), all);
+      } else if (fs::is_regular_file(fs::symlink_status(file))) {
+        all.insert(test::ReadWholeFile(file));
+      }
+    }
+    return all;
+  }
+
+  // --- the passes
+
+  GuardedReport Pass(const std::vector<GuardedHazard>& accepted) {
+    if (!sync || Below(2) == 0) {
+      sync.reset();
+      sync = CreateGuardedFolderSync(image, root / "host", options);
+    }
+    return sync->Pass(accepted);
+  }
+
+  void PassOnce() {
+    const std::set<std::string> before = OnSides();
+    const std::string hostBefore = Fingerprint();
+    const GuardedReport preview = CreateGuardedFolderSync(image, root / "host", options)->Preview();
+    EXPECT_EQ(Fingerprint(), hostBefore) << "a preview touches nothing";
+    std::vector<GuardedHazard> accepted;
+    GuardedReport report = Pass({});
+    EXPECT_EQ(report.outcome, GuardedOutcome::kRefused);  // the volume is too small for others
+    EXPECT_EQ(Fingerprint(), hostBefore) << "a refusal touches nothing";
+    for (const GuardedHazardReport& hazard : report.hazards) {
+      EXPECT_TRUE(hazard.canBeAccepted) << hazard.text;
+      accepted.push_back(hazard.hazard);
+    }
+    report = Pass(accepted);
+    const bool isDone =
+        report.outcome == GuardedOutcome::kDone || report.outcome == GuardedOutcome::kNothingToDo;
+    EXPECT_TRUE(isDone) << report.message;
+    ExpectSame(preview, report);
+    const std::set<std::string> after = Everywhere();
+    for (const std::string& content : before) {
+      EXPECT_TRUE(after.contains(content)) << content << " is gone";
+    }
+    ExpectQuiet(report);
+  }
+
+  // A second pass has nothing to do.
+  void ExpectQuiet(const GuardedReport& report) {
+    // A pass may have made what such a link names.
+    if (HadLooseLinks(report)) PassOnceMore();
+    const GuardedReport again = Pass({GuardedHazard::kImageNotFat16, GuardedHazard::kKindClash,
+                                      GuardedHazard::kImageEmpty, GuardedHazard::kFolderEmpty});
+    EXPECT_EQ(again.outcome, GuardedOutcome::kNothingToDo)
+        << again.message << Describe(again) << "\nafter" << Describe(report) << Listing();
+    if (testing::Test::HasFailure()) return;
+    EXPECT_LE(again.files, GuestEditor(image).Files().size());
+  }
+
+  static bool HadLooseLinks(const GuardedReport& report) {
+    return std::any_of(report.notes.begin(), report.notes.end(), [](const GuardedNote& note) {
+      return note.text.find("leads nowhere") != note.text.npos;
+    });
+  }
+
+  void PassOnceMore() {
+    std::vector<GuardedHazard> accepted;
+    for (const GuardedHazardReport& hazard : Pass({}).hazards) accepted.push_back(hazard.hazard);
+    Pass(accepted);
+  }
+
+  std::string Listing() const {
+    std::string text = "\nhost:";
+    for (const auto& entry : fs::recursive_directory_iterator(root / "host")) {
+      text += "\n  " + entry.path().lexically_relative(root / "host").string();
+      if (entry.is_symlink()) text += " -> " + fs::read_symlink(entry.path()).string();
+      if (!entry.is_symlink() && entry.is_directory()) text += '/';
+    }
+    text += "\ndisk:";
+    for (const auto& [path, content] : GuestEditor(image).Files()) text += "\n  " + path;
+    return text;
+  }
+
+  static std::string Describe(const GuardedReport& report) {
+    std::string text;
+    for (const GuardedStep& step : report.steps) {
+      text += "\n" + std::to_string(static_cast<int>(step.kind)) + ' ' + step.hostPath + " = " +
+              step.diskPath;
+    }
+    return text;
+  }
+
+  static void ExpectSame(const GuardedReport& preview, const GuardedReport& pass) {
+    ASSERT_EQ(preview.steps.size(), pass.steps.size());
+    for (std::size_t i = 0; i < pass.steps.size(); ++i) {
+      EXPECT_EQ(preview.steps[i].kind, pass.steps[i].kind);
+      EXPECT_EQ(preview.steps[i].diskPath, pass.steps[i].diskPath);
+      EXPECT_EQ(preview.steps[i].bytes, pass.steps[i].bytes);
+      EXPECT_TRUE(pass.steps[i].isDone) << pass.steps[i].hostPath;
+    }
+    EXPECT_EQ(preview.files, pass.files);
+  }
+
+  // Both sides, byte for byte.
+  std::string Fingerprint() const {
+    std::string text = test::ReadWholeFile(image);
+    std::map<std::string, std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(root / "host")) {
+      const bool isFile = fs::is_regular_file(entry.symlink_status());
+      files[entry.path().string()] = isFile ? test::ReadWholeFile(entry.path()) : "";
+    }
+    for (const auto& [path, content] : files) text += '\n' + path + '\n' + content;
+    return text;
+  }
+
+  const fs::path root;
+  const fs::path image = root / "DISK.IMG";
+  std::mt19937 random;
+  unsigned contents = 0;
+  GuardedSyncOptions options;
+  std::unique_ptr<IGuardedFolderSync> sync;
+};
+
+// GUARDED_SCENARIOS and GUARDED_FIRST_SEED make the search longer, or repeat a part of it.
+unsigned FromEnvironment(const char* name, unsigned otherwise) {
+  const char* text = std::getenv(name);
+  return text == nullptr ? otherwise : static_cast<unsigned>(std::strtoul(text, nullptr, 10));
+}
+
+TEST(GuardedScenarios, RandomEdits_LoseNothing) {
+  const test::MemoryFolder folder;
+  if (!folder.Usable()) GTEST_SKIP() << "no memory file system";
+  const unsigned first = FromEnvironment("GUARDED_FIRST_SEED", 1);
+  const unsigned count = FromEnvironment("GUARDED_SCENARIOS", 200);
+  for (unsigned seed = first; seed < first + count && !HasFailure(); ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    Scenario(folder.Path() / "scenario", seed).Run();
+  }
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal::guard
