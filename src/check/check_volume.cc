@@ -1,0 +1,125 @@
+#include "check/check_volume.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "browser/volume_description.h"
+#include "check/fat_table.h"
+#include "check/finding_list.h"
+#include "check/system_area.h"
+#include "check/tree_check.h"
+#include "common/fat_words.h"
+
+namespace quorbix::virtdisk::internal {
+namespace {
+
+// Remembers whether a read failed, which a volume's description does not tell apart from damage.
+class WatchedSource final : public ByteSource {
+ public:
+  explicit WatchedSource(ByteSource& source) : inner(source) {}
+
+  std::uint64_t Size() const override { return inner.Size(); }
+  const std::uint8_t* Read(std::uint64_t offset, std::size_t size,
+                           std::vector<std::uint8_t>& buffer, std::string& err) override {
+    const std::uint8_t* bytes = inner.Read(offset, size, buffer, err);
+    hasFailed = hasFailed || bytes == nullptr;
+    return bytes;
+  }
+  bool HasFailed() const { return hasFailed; }
+
+ private:
+  ByteSource& inner;
+  bool hasFailed = false;
+};
+
+void CountClusters(const FatTable& fat, VolumeCounts& counts) {
+  counts.clusters = fat.End() - fat::kFirstCluster;
+  counts.clusterBytes = fat.ClusterBytes();
+  for (std::uint32_t cluster = fat::kFirstCluster; cluster < fat.End(); ++cluster) {
+    const std::uint16_t word = fat.Word(cluster);
+    const bool isFree = fat::IsFree(word);
+    ++(isFree                ? counts.freeClusters
+       : word == kBadCluster ? counts.badClusters
+                             : counts.usedClusters);
+  }
+}
+
+bool CheckTree(ByteSource& image, const Fat16FsInfo& info, const FatTable& fat, CheckReport& report,
+               FindingList& findings, std::string& err) {
+  const std::uint64_t rootEnd =
+      (std::uint64_t{info.rootDirStartSector} + info.rootDirSectors) * kSectorBytes;
+  if (rootEnd > image.Size()) {
+    findings.Add(FindingKind::kRootBeyondImage);
+    return true;
+  }
+  TreeCheck tree(image, info, fat, findings, report.counts);
+  if (!tree.Run(err)) return false;
+  const ClusterClaims::Lost lost = tree.CountLost();
+  report.counts.lostClusters = lost.clusters;
+  if (lost.clusters > 0) findings.Add(FindingKind::kLostClusters, {lost.clusters, lost.chains});
+  report.isWhole = true;
+  return true;
+}
+
+bool CheckDescribed(ByteSource& image, const Fat16FsInfo& info, CheckReport& report,
+                    FindingList& findings, std::string& err) {
+  std::vector<std::uint8_t> buffer;
+  const std::uint8_t* sector = image.Read(0, kSectorBytes, buffer, err);
+  if (sector == nullptr) return false;
+  CheckPartitions(sector, image.Size(), info, findings);
+  const std::uint8_t* boot = image.Read(info.volumeOffset, kSectorBytes, buffer, err);
+  if (boot == nullptr) return false;
+  const std::uint8_t mediaByte = boot[boot_sector::kMedia];
+  if (!CheckBootSector(boot, image.Size(), info, findings)) return true;
+
+  FatTable fat(info);
+  if (!fat.Load(image, ClaimedClusters(info), err)) return false;
+  CountClusters(fat, report.counts);
+  return CheckFats(image, fat, mediaByte, info.fatCount, findings, err) &&
+         CheckTree(image, info, fat, report, findings, err);
+}
+
+}  // namespace
+
+bool IsDamage(FindingKind kind) {
+  switch (kind) {
+    case FindingKind::kOtherPartition:
+    case FindingKind::kNoSignature:
+    case FindingKind::kFewClusters:
+    case FindingKind::kFatTooShort:
+    case FindingKind::kHiddenEntry:
+      return false;
+    default:
+      return true;
+  }
+}
+
+bool CheckReport::IsSound() const {
+  for (std::size_t i = 0; i < found.size(); ++i) {
+    if (found[i] > 0 && IsDamage(static_cast<FindingKind>(i))) return false;
+  }
+  return true;
+}
+
+bool CheckVolume(ByteSource& image, CheckReport& report, std::string& err) {
+  report = {};
+  err.clear();
+  FindingList findings(report);
+  WatchedSource source(image);
+  Fat16FsInfo info;
+  std::string reason;
+  if (DescribeVolume(source, info, reason)) {
+    return CheckDescribed(source, info, report, findings, err);
+  }
+  if (source.HasFailed()) {
+    err = reason;
+    return false;
+  }
+  findings.Add(FindingKind::kNoVolume);
+  if (info.bytesPerSector == kSectorBytes && ClaimOf(info) == VolumeClaim::kFat32) {
+    findings.Add(FindingKind::kFat32);
+  }
+  return true;
+}
+
+}  // namespace quorbix::virtdisk::internal

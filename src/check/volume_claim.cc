@@ -1,0 +1,21 @@
+#include "check/volume_claim.h"
+
+namespace quorbix::virtdisk::internal {
+
+std::uint64_t ClaimedClusters(const Fat16FsInfo& info) {
+  const std::uint64_t inFront = std::uint64_t{info.dataStartSector} - info.partitionStartLba;
+  if (info.sectorsPerCluster == 0 || info.totalSectors <= inFront) return 0;
+  return (info.totalSectors - inFront) / info.sectorsPerCluster;
+}
+
+VolumeClaim ClaimOf(const Fat16FsInfo& info) {
+  const std::string& type = info.fileSystemType;
+  if (type.starts_with("FAT12")) return VolumeClaim::kFat12;
+  if (type.starts_with("FAT32")) return VolumeClaim::kFat32;
+  const bool hasFat16Fields = info.sectorsPerFat != 0 && info.rootEntryCount != 0;
+  if (!hasFat16Fields) return VolumeClaim::kFat32;
+  if (ClaimedClusters(info) >= kFewestFat16Clusters) return VolumeClaim::kFat16;
+  return type.starts_with("FAT16") ? VolumeClaim::kSmallFat16 : VolumeClaim::kTooFew;
+}
+
+}  // namespace quorbix::virtdisk::internal

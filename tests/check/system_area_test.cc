@@ -1,0 +1,169 @@
+// Partition table, boot sector and FATs.
+
+#include "check/check_fixture.h"
+
+namespace quorbix::virtdisk::internal {
+namespace {
+
+using test::ImageCrafter;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr std::size_t kEntry2 = 462;
+
+// A second entry of the partition table.
+ImageCrafter WithPartition(std::uint8_t type, std::uint32_t start, std::uint32_t count) {
+  return ImageCrafter({.trailingSectors = 100})
+      .U32(446 + 12, 94)
+      .U16(512 + 19, 94)
+      .Byte(kEntry2 + 4, type)
+      .U32(kEntry2 + 8, start)
+      .U32(kEntry2 + 12, count);
+}
+
+TEST(SystemArea, ImageOneByteShort_IsFound) {
+  auto image = ImageCrafter();
+  const std::size_t bytes = image.Bytes().size();
+  const CheckReport report = Checked(image.CutTo(bytes - 1));
+  EXPECT_THAT(Said(report), ElementsAre("partition 1 ends at byte 48640, and the image ends after "
+                                        "48639",
+                                        "the volume ends at byte 48640, and the image ends after "
+                                        "48639"));
+  EXPECT_EQ(bytes, 48640u);
+  EXPECT_EQ(report.counts.clusters, 89u);
+  EXPECT_FALSE(report.IsSound());
+}
+
+TEST(SystemArea, OtherPartition_IsARemark) {
+  const CheckReport report = Checked(WithPartition(0x83, 95, 100));
+  EXPECT_THAT(Said(report), ElementsAre("partition 2 of type 0x83 was not looked at"));
+  EXPECT_TRUE(report.IsSound());
+}
+
+TEST(SystemArea, SecondPartitionWithinTheImage_EndsWithItsLastSector) {
+  EXPECT_EQ(Checked(WithPartition(6, 95, 100)).Found(FindingKind::kPartitionBeyondImage), 0u);
+  EXPECT_EQ(Checked(WithPartition(6, 95, 101)).Found(FindingKind::kPartitionBeyondImage), 1u);
+}
+
+TEST(SystemArea, PartitionsThatTouch_DoNotOverlap) {
+  EXPECT_EQ(Checked(WithPartition(6, 95, 5)).Found(FindingKind::kPartitionsOverlap), 0u);
+  EXPECT_EQ(Checked(WithPartition(6, 94, 5)).Found(FindingKind::kPartitionsOverlap), 1u);
+}
+
+TEST(SystemArea, VolumeOneSectorLongerThanItsPartition_IsFound) {
+  EXPECT_THAT(Findings(ImageCrafter().U32(446 + 12, 93)),
+              ElementsAre("the volume has 94 sectors, and its partition 93"));
+}
+
+TEST(SystemArea, BareVolume_HasNoPartitionTable) {
+  EXPECT_THAT(Findings(ImageCrafter({.partitioned = false})), IsEmpty());
+}
+
+TEST(SystemArea, NoVolume_IsDamageAndNotWhole) {
+  const CheckReport report = Checked(std::vector<std::uint8_t>(4096));
+  EXPECT_EQ(report.Found(FindingKind::kNoVolume), 1u);
+  EXPECT_FALSE(report.IsSound());
+  EXPECT_FALSE(report.isWhole);
+}
+
+TEST(SystemArea, EmptyImage_HasNoVolume) {
+  EXPECT_THAT(Findings(std::vector<std::uint8_t>()),
+              ElementsAre("there is no FAT16 volume in the image"));
+}
+
+TEST(SystemArea, Fat32BootSector_IsNamed) {
+  const auto image = ImageCrafter().U16(512 + 22, 0).U16(512 + 17, 0);
+  EXPECT_THAT(Findings(image),
+              ElementsAre("there is no FAT16 volume in the image", "the boot sector says FAT32"));
+}
+
+TEST(SystemArea, MissingSignature_IsARemark) {
+  const CheckReport report = Checked(ImageCrafter().Byte(512 + 511, 0));
+  EXPECT_THAT(Said(report), ElementsAre("the boot sector does not end with 55 AA"));
+  EXPECT_TRUE(report.IsSound());
+}
+
+TEST(SystemArea, ClusterOfThreeSectors_IsFound) {
+  EXPECT_EQ(Checked(ImageCrafter().Byte(512 + 13, 3)).Found(FindingKind::kOddClusterSize), 1u);
+}
+
+TEST(SystemArea, Fat12_IsNotLookedIntoFurther) {
+  const auto image = ImageCrafter().File("A.TXT", {.size = 9}).Byte(512 + 58, '2');
+  const CheckReport report = Checked(image);
+  EXPECT_THAT(Said(report), ElementsAre("the boot sector says FAT12 (90 clusters)"));
+  EXPECT_FALSE(report.IsSound());
+  EXPECT_FALSE(report.isWhole);
+}
+
+TEST(SystemArea, SmallVolumeThatSaysNothing_IsTakenForFat12) {
+  const auto image = ImageCrafter().Byte(512 + 57, ' ').Byte(512 + 58, ' ');
+  EXPECT_THAT(Findings(image), ElementsAre("the volume has 90 clusters, which makes it FAT12, and "
+                                           "its boot sector does not say FAT16"));
+}
+
+TEST(SystemArea, FewerThan4085Clusters_AreARemark) {
+  const CheckReport small = Checked(ImageCrafter({.sectorsPerFat = 16, .clusters = 4084}));
+  EXPECT_EQ(small.Found(FindingKind::kFewClusters), 1u);
+  EXPECT_TRUE(small.IsSound());
+  const CheckReport enough = Checked(ImageCrafter({.sectorsPerFat = 16, .clusters = 4085}));
+  EXPECT_THAT(enough.findings, IsEmpty());
+}
+
+TEST(SystemArea, MoreThan65524Clusters_AreFound) {
+  EXPECT_EQ(Checked(ImageCrafter({.sectorsPerFat = 256, .clusters = 65524}))
+                .Found(FindingKind::kManyClusters),
+            0u);
+  EXPECT_EQ(Checked(ImageCrafter({.sectorsPerFat = 256, .clusters = 65525}))
+                .Found(FindingKind::kManyClusters),
+            1u);
+}
+
+TEST(SystemArea, NoSectorCount_IsFound) {
+  EXPECT_THAT(Findings(ImageCrafter().U16(512 + 19, 0)),
+              ElementsAre("the boot sector does not tell how many sectors there are"));
+}
+
+TEST(SystemArea, VolumeWithoutRoomForAnyCluster_IsFound) {
+  EXPECT_THAT(Findings(ImageCrafter().U16(512 + 19, 4)),
+              ElementsAre("the FATs and the root directory take 4 sectors of 4, and none is left "
+                          "for clusters"));
+}
+
+// One sector has 256 words, two of which are reserved.
+TEST(SystemArea, FatOneWordShort_IsARemark) {
+  EXPECT_THAT(Findings(ImageCrafter({.clusters = 254})), IsEmpty());
+  const CheckReport report = Checked(ImageCrafter({.clusters = 255}));
+  EXPECT_THAT(Said(report), ElementsAre("the FAT has room for 254 of the 255 clusters; other "
+                                        "systems may refuse the volume"));
+  EXPECT_TRUE(report.IsSound());
+  EXPECT_EQ(report.counts.clusters, 254u);
+}
+
+TEST(SystemArea, WordOfOneFatOnly_IsADifference) {
+  auto image = ImageCrafter({.fatCount = 3});
+  image.U16(image.FatOffset(2) + 2 * 91, 0xFFFF).U16(image.FatOffset(2) + 2 * 50, 1);
+  EXPECT_THAT(Findings(image), ElementsAre("FAT 3 differs from the first one in 2 words, first in "
+                                           "that of cluster 50"));
+}
+
+TEST(SystemArea, WordBehindTheLastCluster_IsNoDifference) {
+  auto image = ImageCrafter();
+  image.U16(image.FatOffset(1) + 2 * 92, 0xFFFF);
+  EXPECT_THAT(Findings(image), IsEmpty());
+}
+
+TEST(SystemArea, FirstWordWithoutTheMediaByte_IsFound) {
+  EXPECT_THAT(Findings(ImageCrafter().FatWord(0, 0xFFF0)),
+              ElementsAre("the FAT begins with 0xFFF0, and the boot sector's media byte is 0xF8"));
+  EXPECT_THAT(Findings(ImageCrafter().FatWord(0, 0xFFF0).Byte(512 + 21, 0xF0)), IsEmpty());
+}
+
+TEST(SystemArea, FatBeyondTheImage_LeavesNoClusters) {
+  auto image = ImageCrafter();
+  const CheckReport report = Checked(image.CutTo(image.FatOffset()));
+  EXPECT_EQ(report.counts.clusters, 0u);
+  EXPECT_FALSE(report.IsSound());
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal
