@@ -13,6 +13,46 @@
 namespace quorbix::virtdisk::internal {
 namespace {
 
+// In the order of FindingKind.
+constexpr std::array<std::string_view, kFindingKinds> kKindNames{"noVolume",
+                                                                 "imageTooShort",
+                                                                 "partitionBeyondImage",
+                                                                 "partitionsOverlap",
+                                                                 "otherPartition",
+                                                                 "volumeBeyondPartition",
+                                                                 "noSignature",
+                                                                 "fat12",
+                                                                 "fat32",
+                                                                 "takenForFat12",
+                                                                 "fewClusters",
+                                                                 "manyClusters",
+                                                                 "noSectorCount",
+                                                                 "noRoom",
+                                                                 "oddClusterSize",
+                                                                 "fatTooShort",
+                                                                 "fatsDiffer",
+                                                                 "mediaByte",
+                                                                 "badStart",
+                                                                 "chainLoops",
+                                                                 "chainLeavesVolume",
+                                                                 "chainHitsFree",
+                                                                 "chainHitsBad",
+                                                                 "chainMeetsAnother",
+                                                                 "chainTooShort",
+                                                                 "chainTooLong",
+                                                                 "lostClusters",
+                                                                 "rootBeyondImage",
+                                                                 "directoryWithSize",
+                                                                 "directoryWithoutChain",
+                                                                 "directoryTooLong",
+                                                                 "noDot",
+                                                                 "noDotDot",
+                                                                 "dotElsewhere",
+                                                                 "dotDotElsewhere",
+                                                                 "duplicateName",
+                                                                 "unusableName",
+                                                                 "hiddenEntry"};
+
 // Remembers whether a read failed, which a volume's description does not tell apart from damage.
 class WatchedSource final : public ByteSource {
  public:
@@ -80,6 +120,8 @@ bool CheckDescribed(ByteSource& image, const Fat16FsInfo& info, CheckReport& rep
 }
 
 }  // namespace
+
+std::string_view KindName(FindingKind kind) { return kKindNames[static_cast<std::size_t>(kind)]; }
 
 bool IsDamage(FindingKind kind) {
   switch (kind) {

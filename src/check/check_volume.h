@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "browser/byte_source.h"
@@ -65,6 +66,9 @@ enum class FindingKind : std::uint8_t {
 };
 inline constexpr std::size_t kFindingKinds =
     static_cast<std::size_t>(FindingKind::kHiddenEntry) + 1;
+
+// As programs read it, such as "chainLoops".
+std::string_view KindName(FindingKind kind);
 
 // Whether a kind is damage. The others are remarks: the library makes such volumes itself.
 bool IsDamage(FindingKind kind);

@@ -46,6 +46,7 @@ class CommandLine {
     AddGet();
     AddPut();
     AddMap();
+    AddVerify();
     AddSync();
     AddDemo();
   }
@@ -155,6 +156,13 @@ class CommandLine {
                     "Write an SVG picture there (- for the standard output)");
   }
 
+  void AddVerify() {
+    CLI::App* sub = Add("verify", "Tell whether the volume in an image is sound",
+                        "verify games.img", [this] { return RunVerify(console, verify); });
+    sub->add_option("IMAGE", verify.image, kImageHelp)->required();
+    sub->add_flag("--json", verify.json, kJsonHelp);
+  }
+
   void AddSync() {
     CLI::App* sub = Add("sync", "Keep an image and a folder in step, both ways, until interrupted",
                         "sync games.img ~/disks/GAMES --interval 2000",
@@ -200,6 +208,7 @@ class CommandLine {
   GetOptions get;
   PutOptions put;
   MapOptions map;
+  VerifyOptions verify;
   SyncOptions sync;
   DemoOptions demo;
 };

@@ -75,6 +75,12 @@ struct MapOptions {
 };
 int RunMap(Console& console, const MapOptions& options);
 
+struct VerifyOptions {
+  std::filesystem::path image;
+  bool json = false;
+};
+int RunVerify(Console& console, const VerifyOptions& options);
+
 struct SyncOptions {
   std::filesystem::path image;
   std::filesystem::path folder;

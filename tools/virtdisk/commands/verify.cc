@@ -1,0 +1,151 @@
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "browser/file_source.h"
+#include "check/check_volume.h"
+#include "commands/commands.h"
+#include "terminal/exit_status.h"
+#include "terminal/json.h"
+#include "terminal/text.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+using internal::CheckReport;
+using internal::Finding;
+using internal::FindingKind;
+using internal::VolumeCounts;
+
+struct Row {
+  const char* name;
+  FindingKind last;  // of those that the row is about; the first comes after the row above
+};
+
+constexpr std::array<Row, 6> kRows{{{"partition table", FindingKind::kVolumeBeyondPartition},
+                                    {"boot sector", FindingKind::kFatTooShort},
+                                    {"FATs", FindingKind::kMediaByte},
+                                    {"chains", FindingKind::kLostClusters},
+                                    {"directories", FindingKind::kDotDotElsewhere},
+                                    {"names", FindingKind::kHiddenEntry}}};
+constexpr std::size_t kFirstRowOfTheTree = 2;  // whose rows need a volume that can be read
+
+std::string ResultOf(const CheckReport& report, std::size_t first, std::size_t last) {
+  std::uint64_t damages = 0;
+  std::uint64_t remarks = 0;
+  for (std::size_t i = first; i <= last; ++i) {
+    (IsDamage(static_cast<FindingKind>(i)) ? damages : remarks) += report.found[i];
+  }
+  std::string text = damages == 0 ? "sound" : Count(damages, "fault", "faults");
+  if (remarks > 0) text += ", " + Count(remarks, "remark", "remarks");
+  return text;
+}
+
+std::string Padded(std::string text, std::size_t width) {
+  text.resize(std::max(width, text.size()), ' ');
+  return text;
+}
+
+std::string RowsOf(const CheckReport& report) {
+  constexpr std::size_t kNameWidth = 17;
+  std::string text;
+  std::size_t first = 0;
+  for (std::size_t i = 0; i < kRows.size(); ++i) {
+    const auto last = static_cast<std::size_t>(kRows[i].last);
+    std::string result = ResultOf(report, first, last);
+    const bool isUnseen = !report.isWhole && i >= kFirstRowOfTheTree && result == "sound";
+    if (isUnseen) result = "not looked at";
+    text += Padded(kRows[i].name, kNameWidth) + result + "\n";
+    first = last + 1;
+  }
+  return text;
+}
+
+std::string CountsText(const VolumeCounts& counts) {
+  std::string text = Padded("clusters", 17) + GroupDigits(counts.clusters) + " of " +
+                     FormatBytes(counts.clusterBytes) + ": " + GroupDigits(counts.usedClusters) +
+                     " used, " + GroupDigits(counts.freeClusters) + " free, " +
+                     GroupDigits(counts.badClusters) + " bad, " + GroupDigits(counts.lostClusters) +
+                     " lost\n";
+  text += Padded("entries", 17) + Count(counts.files, "file", "files") + ", " +
+          Count(counts.directories, "directory", "directories");
+  if (counts.hiddenEntries > 0) {
+    text += ", " + GroupDigits(counts.hiddenEntries) + " of them in no listing";
+  }
+  return text + "\n";
+}
+
+std::string FindingLine(const Finding& finding) {
+  std::string text = finding.isDamage ? "fault:   " : "remark:  ";
+  if (!finding.path.empty()) text += finding.path + " ";
+  return Printable(text + finding.text) + "\n";
+}
+
+void PrintTable(Console& console, const CheckReport& report) {
+  console.out << RowsOf(report);
+  if (report.isWhole) console.out << CountsText(report.counts);
+  if (!report.findings.empty()) console.out << "\n";
+  for (const Finding& finding : report.findings) console.out << FindingLine(finding);
+  for (std::size_t i = 0; i < report.found.size(); ++i) {
+    if (report.found[i] <= CheckReport::kMostOfAKind) continue;
+    console.out << "and " << GroupDigits(report.found[i] - CheckReport::kMostOfAKind)
+                << " more of the kind " << KindName(static_cast<FindingKind>(i)) << "\n";
+  }
+  console.out << "\n" << (report.IsSound() ? "The volume is sound.\n" : "The volume is damaged.\n");
+}
+
+Json FindingRecord(const Finding& finding) {
+  const auto text = [](const std::string& path) {
+    return path.empty() ? Json(nullptr) : Json(path);
+  };
+  return {{"kind", KindName(finding.kind)}, {"damage", finding.isDamage},
+          {"path", text(finding.path)},     {"otherPath", text(finding.otherPath)},
+          {"numbers", finding.numbers},     {"text", finding.text}};
+}
+
+Json ReportRecord(const VerifyOptions& options, const CheckReport& report) {
+  const VolumeCounts& counts = report.counts;
+  Json findings = Json::array();
+  for (const Finding& finding : report.findings) findings.push_back(FindingRecord(finding));
+  Json found = Json::object();
+  for (std::size_t i = 0; i < report.found.size(); ++i) {
+    if (report.found[i] > 0) {
+      found[std::string(KindName(static_cast<FindingKind>(i)))] = report.found[i];
+    }
+  }
+  return {{"image", options.image.string()},
+          {"sound", report.IsSound()},
+          {"whole", report.isWhole},
+          {"clusters", counts.clusters},
+          {"clusterBytes", counts.clusterBytes},
+          {"clustersUsed", counts.usedClusters},
+          {"clustersFree", counts.freeClusters},
+          {"clustersBad", counts.badClusters},
+          {"clustersLost", counts.lostClusters},
+          {"files", counts.files},
+          {"directories", counts.directories},
+          {"hiddenEntries", counts.hiddenEntries},
+          {"found", found},
+          {"findings", findings}};
+}
+
+}  // namespace
+
+int RunVerify(Console& console, const VerifyOptions& options) {
+  std::string err;
+  const auto source = internal::FileSource::Open(options.image, err);
+  CheckReport report;
+  if (!source || !CheckVolume(*source, report, err)) {
+    return Fail(console, err, "Nothing can be said about " + options.image.string() + ".");
+  }
+  if (options.json) {
+    console.out << OneLine(ReportRecord(options, report)) << "\n";
+  } else {
+    PrintTable(console, report);
+  }
+  return report.IsSound() ? kDone : kFailed;
+}
+
+}  // namespace quorbix::virtdisk::tool
