@@ -13,6 +13,7 @@
 #include "browser/file_source.h"
 #include "browser/volume_description.h"
 #include "browser/volume_index.h"
+#include "check/check_volume.h"
 #include "common/byte_order.h"
 #include "guard/clock.h"
 #include "guard/host_view.h"
@@ -32,6 +33,28 @@ constexpr std::uint64_t kMostPathBytes = std::uint64_t{64} << 20;
 bool IsHostName(std::string_view name) {
   return !name.empty() && name != "." && name != ".." &&
          name.find_first_of(std::string_view("/\0", 2)) == name.npos;
+}
+
+// Whether files could be cut, mixed up or missed because of it.
+bool EndangersFiles(FindingKind kind) {
+  switch (kind) {
+    case FindingKind::kFatsDiffer:
+    case FindingKind::kBadStart:
+    case FindingKind::kChainLoops:
+    case FindingKind::kChainLeavesVolume:
+    case FindingKind::kChainHitsFree:
+    case FindingKind::kChainHitsBad:
+    case FindingKind::kChainMeetsAnother:
+    case FindingKind::kChainTooShort:
+    case FindingKind::kRootBeyondImage:
+    case FindingKind::kDirectoryWithoutChain:
+    case FindingKind::kDirectoryTooLong:
+    case FindingKind::kDuplicateName:
+    case FindingKind::kUnusableName:
+      return true;
+    default:
+      return false;
+  }
 }
 
 class DiskLooker {
@@ -80,7 +103,7 @@ class DiskLooker {
     if (!index.Parse(err, VolumeIndex::Hidden::kCollect)) {
       return Spoil(ImageFacts::State::kCutShort, err);
     }
-    if (!TakeLabel(info, *source)) return;
+    if (!TakeLabel(info, *source) || !Check(*source)) return;
     TakeRecords(index, *source);
     NoteHidden(index);
   }
@@ -151,6 +174,25 @@ class DiskLooker {
     return true;
   }
 
+  bool Check(ByteSource& source) {
+    CheckReport report;
+    std::string err;
+    if (!CheckVolume(source, report, err)) {
+      Spoil(ImageFacts::State::kUnreadable, err);
+      return false;
+    }
+    for (const Finding& finding : report.findings) {
+      const std::string text =
+          finding.path.empty() ? finding.text : finding.path + ": " + finding.text;
+      if (EndangersFiles(finding.kind)) {
+        view.facts.damage.push_back(text);
+      } else if (finding.kind == FindingKind::kLostClusters) {
+        view.notes.push_back({"", text + ": not in the next image"});
+      }
+    }
+    return true;
+  }
+
   void TakeRecords(const VolumeIndex& index, ByteSource& source) {
     std::uint64_t pathBytes = 0;
     for (const EntryRecord& record : index.Records()) pathBytes += record.pathLength;
@@ -171,15 +213,9 @@ class DiskLooker {
     const bool isBelowDropped =
         record.parent != VolumeIndex::kNoRecord &&
         !view.items.contains(DiskKey(index.PathOf(index.Records()[record.parent]).substr(1)));
-    if (!IsHostName(name) || isBelowDropped) {
-      view.facts.damage.push_back(path + ": no host takes this name");
-      return true;
-    }
     const std::string key = DiskKey(std::string_view(path).substr(1));
-    if (view.items.contains(key)) {
-      view.facts.damage.push_back(path + ": two entries have this name");
-      return true;
-    }
+    // What the check tells of, and what nothing can stand for.
+    if (!IsHostName(name) || isBelowDropped || view.items.contains(key)) return true;
     DiskItem item{.path = path.substr(1)};
     DiskEntry entry{.slotOffset = record.dirEntryOffset, .firstCluster = record.firstCluster};
     if (!TakeSlot(source, item, entry)) return false;
@@ -188,7 +224,6 @@ class DiskLooker {
       item.type = EntryType::kFolder;
     } else {
       Hash(record, index, item);
-      if (!item.isReadable) view.facts.damage.push_back(path + ": its clusters do not hold it");
     }
     view.items.emplace(key, std::move(item));
     view.entries.emplace(key, entry);

@@ -150,6 +150,9 @@ Progress GuardedPass::ChangeImage() {
   progress = change.Save(image, whole, Apply(sight.plan, sight.seen).disk);
   if (progress.IsDone() && options.inPlace) {
     progress = change.WriteInPlace(whole, pending->tornId);
+    if (progress.IsDone() && ::unlink(whole.c_str()) != 0) {
+      progress = Progress::Failed("cannot remove " + whole.string() + " (" + SystemText() + ")");
+    }
   } else if (progress.IsDone()) {
     const std::string writer = FindWriter(places.image);
     progress = writer.empty() ? change.Rename(whole)

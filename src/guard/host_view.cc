@@ -93,7 +93,6 @@ class HostLooker {
   void TakeEntry(const std::string& path, const std::string& name, int folder) {
     if (IsOwnTemporaryName(name)) {
       view.leftovers.push_back(path);
-      view.leftOut.insert(path);
       return;
     }
     if (name.starts_with('.')) return LeaveOut(path, kDotName);

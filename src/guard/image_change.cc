@@ -141,9 +141,21 @@ Progress ImageChange::CopyToTrash(int from) {
   if (!trash.Announce({{"disk", path.filename().string(), "image replaced"}}, places, err)) {
     return Progress::Failed(err);
   }
-  const fs::path& place = places.front();
-  const Descriptor to = OpenHostPath(place.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
-  if (!to || !TakeAfter(to.Get(), path)) return Failed("write", place);
+  const fs::path part = PartOf(places.front());
+  Progress progress = CopyTo(part, from);
+  if (progress.IsDone() && ::rename(part.c_str(), places.front().c_str()) != 0) {
+    progress = Failed("name", places.front());
+  }
+  if (!progress.IsDone()) {
+    ::unlink(part.c_str());
+    return progress;
+  }
+  return trash.Flush(err) ? Progress{} : Progress::Failed(err);
+}
+
+Progress ImageChange::CopyTo(const fs::path& copy, int from) const {
+  const Descriptor to = OpenHostPath(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+  if (!to || !TakeAfter(to.Get(), path)) return Failed("write", copy);
   std::vector<std::uint8_t> buffer(kCopiedAtOnce);
   for (;;) {
     if (IsStopped()) return Progress::Stopped();
@@ -151,11 +163,10 @@ Progress ImageChange::CopyToTrash(int from) {
     if (got < 0) return Failed("read", path);
     if (got == 0) break;
     if (!WriteFully(to.Get(), std::span(buffer).first(static_cast<std::size_t>(got)))) {
-      return Failed("write", place);
+      return Failed("write", copy);
     }
   }
-  if (::fsync(to.Get()) != 0) return Failed("write out", place);
-  return trash.Flush(err) ? Progress{} : Progress::Failed(err);
+  return ::fsync(to.Get()) == 0 ? Progress{} : Failed("write out", copy);
 }
 
 Progress ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId) {

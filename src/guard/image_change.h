@@ -42,6 +42,7 @@ class ImageChange {
                   const std::map<std::string, DiskItem>& expected) const;
   Progress RenameByLink(const std::filesystem::path& whole, const std::filesystem::path& place);
   Progress CopyToTrash(int from);
+  Progress CopyTo(const std::filesystem::path& copy, int from) const;
   Progress CopyOver(int from, int to, std::uint32_t tornId);
 
   const std::filesystem::path path;

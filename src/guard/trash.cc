@@ -131,16 +131,20 @@ bool CopyLink(int folder, const std::string& name, const fs::path& place) {
 bool CopyAndRemove(int folder, const std::string& name, const fs::path& place) {
   struct ::stat status;
   if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  const fs::path part = PartOf(place);
   const bool copied =
-      S_ISLNK(status.st_mode) ? CopyLink(folder, name, place) : CopyFile(folder, name, place);
+      (S_ISLNK(status.st_mode) ? CopyLink(folder, name, part) : CopyFile(folder, name, part)) &&
+      ::rename(part.c_str(), place.c_str()) == 0;
   if (copied && FlushFolder(place.parent_path())) return ::unlinkat(folder, name.c_str(), 0) == 0;
   const int error = errno;
-  ::unlink(place.c_str());
+  ::unlink(part.c_str());
   errno = error;
   return false;
 }
 
 }  // namespace
+
+fs::path PartOf(const fs::path& place) { return place.native() + ".part"; }
 
 TrashRun::TrashRun(const fs::path& stateFolder, const std::string& whenItRuns)
     : trash(stateFolder / kTrashName), when(whenItRuns) {}

@@ -41,6 +41,9 @@ class TrashRun {
   std::size_t count = 0;
 };
 
+// Where a copy lies until it is whole: what is named in the manifest is never cut.
+std::filesystem::path PartOf(const std::filesystem::path& place);
+
 // Moves the entry `name` of an open folder to `place`; copies it, with its mode and times, where
 // that is on another file system. On failure returns false, says why in `err`, and the entry is
 // where it was.

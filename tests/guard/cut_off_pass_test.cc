@@ -1,0 +1,312 @@
+// A pass that is killed at any of its calls of the system, or in the middle of a write, loses
+// nothing, and the next one goes on by itself; so does one that is refused any of these calls. The
+// cutting off waits for the pass, not for time: the process counts its calls.
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <string>
+
+#include "guard/contents.h"
+#include "quorbix/virtdisk/fat_image_builder.h"
+#include "quorbix/virtdisk/guarded_folder_sync.h"
+#include "support/child_process.h"
+#include "support/memory_folder.h"
+
+namespace {
+
+int callsBeforeTheEnd = -1;  // negative: nothing happens
+int refusedWith = 0;         // 0: the process is killed; else the one call fails with this error
+bool canExchange = true;
+
+// Whether this call is the one that fails.
+bool IsRefused() {
+  if (callsBeforeTheEnd < 0 || callsBeforeTheEnd-- != 0) return false;
+  if (refusedWith == 0) ::raise(SIGKILL);
+  errno = refusedWith;
+  return true;
+}
+
+template <class Function>
+Function* NextOf(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+// These stand in front of the C library's functions for the whole program, the C++ library
+// included.
+
+extern "C" int openat(int folder, const char* path, int flags, ...) {
+  std::va_list rest;
+  va_start(rest, flags);
+  const int mode = va_arg(rest, int);
+  va_end(rest);
+  if ((flags & O_CREAT) != 0 && IsRefused()) return -1;
+  return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
+}
+
+extern "C" int open(const char* path, int flags, ...) {
+  std::va_list rest;
+  va_start(rest, flags);
+  const int mode = va_arg(rest, int);
+  va_end(rest);
+  if ((flags & O_CREAT) != 0 && IsRefused()) return -1;
+  return NextOf<int(const char*, int, ...)>("open")(path, flags, mode);
+}
+
+extern "C" ssize_t write(int file, const void* bytes, size_t size) {
+  static const auto next = NextOf<ssize_t(int, const void*, size_t)>("write");
+  if (IsRefused()) return -1;
+  if (callsBeforeTheEnd == 0) {
+    if (next(file, bytes, size / 2) < 0) return -1;
+    if (IsRefused()) return -1;
+  }
+  return next(file, bytes, size);
+}
+
+extern "C" int fsync(int file) { return IsRefused() ? -1 : NextOf<int(int)>("fsync")(file); }
+extern "C" int fdatasync(int file) {
+  return IsRefused() ? -1 : NextOf<int(int)>("fdatasync")(file);
+}
+
+extern "C" int fchmod(int file, mode_t mode) noexcept {
+  return IsRefused() ? -1 : NextOf<int(int, mode_t)>("fchmod")(file, mode);
+}
+
+extern "C" int mkdirat(int folder, const char* path, mode_t mode) noexcept {
+  return IsRefused() ? -1 : NextOf<int(int, const char*, mode_t)>("mkdirat")(folder, path, mode);
+}
+
+extern "C" int mkdir(const char* path, mode_t mode) noexcept {
+  return IsRefused() ? -1 : NextOf<int(const char*, mode_t)>("mkdir")(path, mode);
+}
+
+extern "C" int rename(const char* from, const char* to) noexcept {
+  return IsRefused() ? -1 : NextOf<int(const char*, const char*)>("rename")(from, to);
+}
+
+extern "C" int renameat(int fromFolder, const char* from, int toFolder, const char* to) noexcept {
+  if (IsRefused()) return -1;
+  return NextOf<int(int, const char*, int, const char*)>("renameat")(fromFolder, from, toFolder,
+                                                                     to);
+}
+
+extern "C" int renameat2(int fromFolder, const char* from, int toFolder, const char* to,
+                         unsigned flags) noexcept {
+  if (IsRefused()) return -1;
+  if (!canExchange && flags == RENAME_EXCHANGE) {
+    errno = EINVAL;
+    return -1;
+  }
+  return NextOf<int(int, const char*, int, const char*, unsigned)>("renameat2")(
+      fromFolder, from, toFolder, to, flags);
+}
+
+extern "C" int link(const char* from, const char* to) noexcept {
+  return IsRefused() ? -1 : NextOf<int(const char*, const char*)>("link")(from, to);
+}
+
+extern "C" int unlink(const char* path) noexcept {
+  return IsRefused() ? -1 : NextOf<int(const char*)>("unlink")(path);
+}
+
+extern "C" int unlinkat(int folder, const char* path, int flags) noexcept {
+  return IsRefused() ? -1 : NextOf<int(int, const char*, int)>("unlinkat")(folder, path, flags);
+}
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+namespace fs = std::filesystem;
+using test::GuestEditor;
+using enum GuardedOutcome;
+
+constexpr int kNeverCut = 1'000'000;
+
+struct Way {
+  const char* name;
+  bool inPlace = false;
+  bool canExchange = true;
+  GuardedSyncOptions::ConflictRule onConflict = GuardedSyncOptions::ConflictRule::kKeepBoth;
+};
+
+constexpr auto kTakeDisk = GuardedSyncOptions::ConflictRule::kTakeDisk;
+constexpr auto kTakeHost = GuardedSyncOptions::ConflictRule::kTakeHost;
+
+// A pair on which everything a pass can do is to be done.
+class CutOffPass : public testing::TestWithParam<Way> {
+ protected:
+  void SetUp() override {
+    if (!memory.Usable()) GTEST_SKIP() << "no memory file system";
+    options.settle = std::chrono::milliseconds(0);
+    options.inPlace = GetParam().inPlace;
+    options.onConflict = GetParam().onConflict;
+  }
+
+  void Begin() {
+    fs::remove_all(Root());
+    fs::create_directories(Host() / "gone");
+    Write("changed by the host", "h1");
+    Write("changed by the guest", "g1");
+    Write("conflict", "c1");
+    Write("deleted by the host", "d1");
+    Write("deleted by the guest", "e1");
+    Write("gone/inside", "i1");
+    ASSERT_TRUE(CreateFat16Builder()->Build(Host(), Image(), 64 * 1024));
+    ASSERT_EQ(Pass().outcome, kNothingToDo);
+    Write("changed by the host", "h2");
+    Write("conflict", "c2");
+    fs::remove(Host() / "deleted by the host");
+    fs::create_directories(Host() / "new folder");
+    Write("new folder/new", "n1");
+    GuestEditor guest(Image());
+    for (const auto& [path, content] : guest.Files()) {
+      const bool isKept = content != "e1" && content != "i1";
+      if (!isKept) guest.Remove(path);
+      if (content == "g1") guest.Write(path, "g2");
+      if (content == "c1") guest.Write(path, "c3");
+    }
+    ASSERT_TRUE(guest.Remove("GONE"));
+    ASSERT_TRUE(guest.MakeFolder("MADE"));
+    ASSERT_TRUE(guest.Write("MADE/NEW.DAT", "m1"));
+    guest.Save();
+    before = Sides();
+  }
+
+  GuardedReport Pass() {
+    return CreateGuardedFolderSync(Image(), Host(), options)->Pass({GuardedHazard::kImageNotFat16});
+  }
+
+  // Whether the pass ended before the call at which it was to be cut off.
+  bool PassToTheEnd(int calls, int error) {
+    const int status = test::RunInChild({}, [&] {
+      callsBeforeTheEnd = calls;
+      refusedWith = error;
+      canExchange = GetParam().canExchange;
+      const GuardedReport report = Pass();
+      if (error == 0) return report.outcome == kDone ? 0 : 1;
+      return callsBeforeTheEnd >= 0 ? 0 : 2;
+    });
+    EXPECT_TRUE(status == 0 || (error == 0 ? status == 256 + SIGKILL : status == 2)) << status;
+    return status == 0;
+  }
+
+  // Nothing is gone, and the next passes end what was begun.
+  void ExpectMended() {
+    Contents after;
+    AddFolder(Root(), after);
+    AddDisk(Image(), after);
+    AddTrash(StateFolder(), after);
+    AddImagesUnderWay(after);
+    ExpectAllIn(before, after);
+    GuardedReport report = Pass();
+    EXPECT_TRUE(report.outcome == kDone || report.outcome == kNothingToDo) << report.message;
+    report = Pass();
+    EXPECT_EQ(report.outcome, kNothingToDo) << report.message;
+    after = Sides();
+    AddTrash(StateFolder(), after);
+    ExpectAllIn(before, after);
+    Contents host;
+    AddFolder(Host(), host);
+    Contents disk;
+    AddDisk(Image(), disk);
+    EXPECT_EQ(host, disk);
+    Contents expected{"h2", "g2", "n1", "m1"};
+    if (options.onConflict != kTakeDisk) expected.insert("c2");
+    if (options.onConflict != kTakeHost) expected.insert("c3");
+    EXPECT_EQ(host, expected);
+    EXPECT_FALSE(fs::exists(Host() / "gone"));
+    EXPECT_TRUE(GuestEditor(Image()).Exists("NEW_FOLD"));
+    ExpectTidy();
+  }
+
+  // The old image has a temporary name between its two places.
+  void AddImagesUnderWay(Contents& contents) const {
+    for (const auto& entry : fs::directory_iterator(Root())) {
+      const bool isImage = entry.path().filename().string().starts_with(".quorbix") &&
+                           entry.file_size() == fs::file_size(Image());
+      if (isImage) AddDisk(entry.path(), contents);
+    }
+  }
+
+  // No temporary file is left on either side, and beside the image nothing but the state.
+  void ExpectTidy() {
+    for (const auto& entry : fs::recursive_directory_iterator(Host())) {
+      EXPECT_FALSE(entry.path().filename().string().starts_with(".")) << entry.path();
+    }
+    for (const auto& entry : fs::directory_iterator(Root())) {
+      const std::string name = entry.path().filename();
+      EXPECT_TRUE(name == "host" || name == "DISK.IMG" || name == "DISK.IMG.sync") << name;
+    }
+    for (const auto& entry : fs::directory_iterator(StateFolder())) {
+      const std::string name = entry.path().filename();
+      EXPECT_TRUE(name == "state" || name == "lock" || name == "trash" || name == "state.new")
+          << name;
+    }
+  }
+
+  int CutAtEveryCall(int error) {
+    int calls = 0;
+    for (bool ended = false; !ended && !HasFailure() && calls < kNeverCut; ++calls) {
+      SCOPED_TRACE("cut off at call " + std::to_string(calls));
+      Begin();
+      ended = PassToTheEnd(calls, error);
+      ExpectMended();
+    }
+    return calls;
+  }
+
+  fs::path Root() const { return memory.Path() / "pair"; }
+  fs::path Host() const { return Root() / "host"; }
+  fs::path Image() const { return Root() / "DISK.IMG"; }
+  fs::path StateFolder() const { return Root() / "DISK.IMG.sync"; }
+
+  void Write(const std::string& path, const std::string& content) const {
+    test::WriteWholeFile(Host() / path, content);
+  }
+
+  Contents Sides() const {
+    Contents all;
+    AddFolder(Host(), all);
+    AddDisk(Image(), all);
+    return all;
+  }
+
+  test::MemoryFolder memory;
+  GuardedSyncOptions options;
+  Contents before;
+};
+
+// Half of every write is one more moment.
+TEST_P(CutOffPass, KilledAtAnyCall_LosesNothingAndIsEndedByTheNext) {
+  const int calls = CutAtEveryCall(0);
+  EXPECT_GE(calls, 50);
+  RecordProperty("moments", calls);
+}
+
+TEST_P(CutOffPass, FullDiskAtAnyCall_LosesNothingAndIsEndedByTheNext) {
+  EXPECT_GE(CutAtEveryCall(ENOSPC), 50);
+}
+
+TEST_P(CutOffPass, NoPermissionAtAnyCall_LosesNothingAndIsEndedByTheNext) {
+  EXPECT_GE(CutAtEveryCall(EACCES), 50);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ways, CutOffPass,
+    testing::Values(Way{.name = "Renamed"}, Way{.name = "InPlace", .inPlace = true},
+                    Way{.name = "WithoutExchange", .canExchange = false},
+                    Way{.name = "TakingTheDisks", .onConflict = kTakeDisk},
+                    Way{.name = "TakingTheHosts", .inPlace = true, .onConflict = kTakeHost}),
+    [](const auto& way) { return way.param.name; });
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal::guard

@@ -1,0 +1,435 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "guard/guarded_pair.h"
+#include "support/child_process.h"
+#include "sync/sync_pass.h"
+
+// What people have lost with the plain synchroniser, each in two parts: that it does lose it, so
+// that the list stays true, and that the guarded one does not, and what it says.
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::Pair;
+using testing::SizeIs;
+using enum GuardedOutcome;
+using enum GuardedHazard;
+
+class Losses : public GuardedPair {
+ protected:
+  void PlainPass() { RunSyncPass(Image(), Host(), plainState); }
+  // What was agreed on is forgotten.
+  void RestartPlain() { plainState = SyncState(); }
+
+  // A folder with a few files, and its disk.
+  void BuildUsual() {
+    folder.File("host/A.TXT", "a").File("host/B.TXT", "b").File("host/SUB/C.TXT", "c");
+    BuildImage();
+  }
+
+  static std::string TextOf(const GuardedReport& report, GuardedHazard hazard) {
+    for (const GuardedHazardReport& found : report.hazards) {
+      if (found.hazard == hazard) return found.text;
+    }
+    return "(no such hazard)";
+  }
+
+  SyncState plainState;
+};
+
+TEST_F(Losses, EditWhileNothingRan_PlainOverwritesIt) {
+  BuildUsual();
+  PlainPass();
+  RestartPlain();
+  folder.File("host/A.TXT", "edited");
+  PlainPass();
+  EXPECT_EQ(OnHost().at("A.TXT"), "a");
+}
+
+TEST_F(Losses, EditWhileNothingRan_GuardedCarriesItOver) {
+  BuildUsual();
+  Pass();
+  folder.File("host/A.TXT", "edited");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost().at("A.TXT"), "edited");
+  EXPECT_EQ(OnDisk().at("A.TXT"), "edited");
+}
+
+TEST_F(Losses, DeletionWhileNothingRan_PlainBringsItBack) {
+  BuildUsual();
+  PlainPass();
+  RestartPlain();
+  folder.Remove("host/A.TXT");
+  PlainPass();
+  EXPECT_EQ(OnHost().at("A.TXT"), "a");
+}
+
+TEST_F(Losses, DeletionWhileNothingRan_GuardedCarriesItOver) {
+  BuildUsual();
+  Pass();
+  folder.Remove("host/A.TXT");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_THAT(OnHost(), Not(Contains(Pair("A.TXT", "a"))));
+  EXPECT_THAT(OnDisk(), Not(Contains(Pair("A.TXT", "a"))));
+}
+
+// The FATs and the directories are there, the files are not.
+constexpr std::uint64_t kCutBytes = std::uint64_t{100} * 1024;
+
+TEST_F(Losses, ImageCutShort_PlainDeletesTheFolder) {
+  folder.File("host/A.TXT", std::string(200000, 'a')).File("host/B.TXT", std::string(90000, 'b'));
+  BuildImage(std::uint64_t{4} << 20);
+  PlainPass();
+  fs::resize_file(Image(), kCutBytes);
+  PlainPass();
+  EXPECT_THAT(OnHost(), Not(Contains(Pair("A.TXT", std::string(200000, 'a')))));
+}
+
+TEST_F(Losses, ImageCutShort_GuardedRefuses) {
+  folder.File("host/A.TXT", std::string(200000, 'a')).File("host/B.TXT", std::string(90000, 'b'));
+  BuildAndAgree(std::uint64_t{4} << 20);
+  const FileTree before = OnHost();
+  fs::resize_file(Image(), kCutBytes);
+  const GuardedReport report = Pass({kImageUnsound, kImageResized, kImageReplaced});
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(TextOf(report, kImageCutShort), HasSubstr("Repair the image, or bring back"));
+  EXPECT_EQ(OnHost(), before);
+  EXPECT_EQ(fs::file_size(Image()), kCutBytes);
+}
+
+TEST_F(Losses, AnotherDisk_PlainDeletesTheFolder) {
+  BuildUsual();
+  PlainPass();
+  folder.Folder("other");
+  ASSERT_TRUE(CreateFat16Builder()->Build(folder / "other", Image(), kImageBytes));
+  PlainPass();
+  EXPECT_THAT(OnHost(), IsEmpty());
+}
+
+TEST_F(Losses, AnotherDisk_GuardedRefusesAndDeletesNothingWhenAccepted) {
+  BuildUsual();
+  Pass();
+  folder.File("other/NEW.TXT", "n");
+  ASSERT_TRUE(CreateFat16Builder()->Build(folder / "other", Image(), kImageBytes));
+  GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(TextOf(report, kImageReplaced), HasSubstr("another disk than last time"));
+  EXPECT_THAT(OnHost(), SizeIs(3));
+  EXPECT_EQ(Pass({kImageReplaced}).outcome, kDone);
+  EXPECT_THAT(OnHost(), SizeIs(4));
+  EXPECT_THAT(OnDisk(), SizeIs(4));
+}
+
+TEST_F(Losses, FolderRenamedAway_PlainWipesTheDisk) {
+  BuildUsual();
+  PlainPass();
+  fs::rename(Host(), folder / "moved");
+  PlainPass();
+  EXPECT_THAT(OnDisk(), IsEmpty());
+}
+
+TEST_F(Losses, FolderRenamedAway_GuardedRefuses) {
+  BuildUsual();
+  Pass();
+  fs::rename(Host(), folder / "moved");
+  GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(TextOf(report, kFolderMissing),
+              HasSubstr("everything would be deleted from the disk"));
+  EXPECT_THAT(OnDisk(), SizeIs(3));
+  EXPECT_FALSE(folder.Exists("host"));
+  EXPECT_EQ(Pass({kFolderMissing}).outcome, kDone);
+  EXPECT_EQ(OnHost(), OnDisk());
+}
+
+TEST_F(Losses, FolderEmptied_PlainWipesTheDisk) {
+  BuildUsual();
+  PlainPass();
+  folder.Remove("host/A.TXT").Remove("host/B.TXT").Remove("host/SUB");
+  PlainPass();
+  EXPECT_THAT(OnDisk(), IsEmpty());
+}
+
+TEST_F(Losses, FolderEmptied_GuardedRefuses) {
+  BuildUsual();
+  Pass();
+  folder.Remove("host/A.TXT").Remove("host/B.TXT").Remove("host/SUB");
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(TextOf(report, kFolderEmpty), HasSubstr("is empty, and had 3 files in step"));
+  EXPECT_THAT(OnDisk(), SizeIs(3));
+  EXPECT_EQ(Pass({kFolderEmpty}).outcome, kDone);
+  EXPECT_THAT(OnDisk(), IsEmpty());
+}
+
+void MakeSixHundredFiles(test::TempFolder& folder) {
+  for (int i = 0; i < 600; ++i) folder.File("host/F" + std::to_string(i) + ".TXT", "x");
+}
+
+TEST_F(Losses, MoreFilesThanTheRootTakes_PlainDeletesThemLater) {
+  BuildUsual();
+  PlainPass();
+  MakeSixHundredFiles(folder);
+  PlainPass();
+  GuestWrites("GUEST.TXT", "g");
+  PlainPass();
+  EXPECT_LT(OnHost().size(), 600u);
+}
+
+TEST_F(Losses, MoreFilesThanTheRootTakes_GuardedRefuses) {
+  BuildUsual();
+  Pass();
+  MakeSixHundredFiles(folder);
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(TextOf(report, kDoesNotFit), HasSubstr("a disk's top directory holds 511"));
+  EXPECT_THAT(OnHost(), SizeIs(603));
+}
+
+TEST_F(Losses, FileTooLargeForTheDisk_PlainDeletesItLater) {
+  BuildUsual();
+  PlainPass();
+  folder.File("host/BIG.DAT", std::string(5'000'000, 'x'));
+  PlainPass();
+  GuestWrites("GUEST.TXT", "g");
+  PlainPass();
+  EXPECT_FALSE(folder.Exists("host/BIG.DAT"));
+}
+
+TEST_F(Losses, FileTooLargeForTheDisk_GuardedRefusesAndNamesTheSizeThatWouldDo) {
+  BuildUsual();
+  Pass();
+  folder.File("host/BIG.DAT", std::string(5'000'000, 'x'));
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(TextOf(report, kDoesNotFit), HasSubstr("use an image of 5 MiB or more"));
+  EXPECT_TRUE(folder.Exists("host/BIG.DAT"));
+}
+
+// Root may write to everything.
+int AsNobody(const std::function<int()>& body) {
+  return test::RunInChild({.dropRoot = true}, body);
+}
+
+TEST_F(Losses, ReadOnlyImage_PlainDeletesWhatWasNotCarriedOver) {
+  BuildUsual();
+  for (const fs::path& path : {folder.Path(), Host(), Image(), Host() / "SUB"}) {
+    ASSERT_EQ(::chown(path.c_str(), 65534, 65534), 0);
+  }
+  const int status = AsNobody([&] {
+    PlainPass();
+    fs::permissions(Image(), fs::perms(0444));
+    folder.File("host/NEW.TXT", "new");
+    PlainPass();
+    fs::permissions(Image(), fs::perms(0644));
+    GuestWrites("GUEST.TXT", "g");
+    PlainPass();
+    return folder.Exists("host/NEW.TXT") ? 1 : 0;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(Losses, ReadOnlyImage_GuardedRefuses) {
+  BuildUsual();
+  Pass();
+  folder.File("host/NEW.TXT", "new");
+  fs::permissions(Image(), fs::perms(0444));
+  fs::permissions(Host(), fs::perms(0777));
+  fs::permissions(folder.Path(), fs::perms(0777));
+  for (const auto& entry : fs::recursive_directory_iterator(StateFolder())) {
+    fs::permissions(entry.path(), fs::perms(0777));
+  }
+  fs::permissions(StateFolder(), fs::perms(0777));
+  const int status = AsNobody([&] {
+    const GuardedReport report = Sync()->Pass();
+    if (report.outcome != kRefused) return 1;
+    return HazardsOf(report) == std::vector{kImageNotWritable} ? 0 : 2;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(folder.Exists("host/NEW.TXT"));
+}
+
+TEST_F(Losses, LongName_PlainMakesTwins) {
+  folder.File("host/Long File Name.txt", "long");
+  BuildImage();
+  PlainPass();
+  EXPECT_THAT(OnHost(), Contains(Pair("LONG_FIL.TXT", "long")));
+}
+
+TEST_F(Losses, LongName_GuardedKeepsItsName) {
+  folder.File("host/Long File Name.txt", "long");
+  BuildAndAgree();
+  Pass();
+  EXPECT_EQ(OnHost(), (FileTree{{"Long File Name.txt", "long"}}));
+  EXPECT_EQ(OnDisk(), (FileTree{{"LONG_FIL.TXT", "long"}}));
+}
+
+TEST_F(Losses, NamesThatClash_GuardedKeepsThemApart) {
+  folder.File("host/a+b.txt", "plus").File("host/a_b.txt", "line");
+  BuildAndAgree();
+  const std::string plus = OnDisk().at("A_B.TXT") == "plus" ? "A_B.TXT" : "A_B   ~1.TXT";
+  GuestWrites(plus, "edited");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost(), (FileTree{{"a+b.txt", "edited"}, {"a_b.txt", "line"}}));
+}
+
+TEST_F(Losses, Conflict_PlainLosesTheHostsEdit) {
+  BuildUsual();
+  PlainPass();
+  folder.File("host/A.TXT", "of the host");
+  GuestWrites("A.TXT", "of the guest");
+  PlainPass();
+  EXPECT_EQ(OnHost().at("A.TXT"), "of the guest");
+}
+
+TEST_F(Losses, Conflict_GuardedKeepsBoth) {
+  BuildUsual();
+  Pass();
+  folder.File("host/A.TXT", "of the host");
+  GuestWrites("A.TXT", "of the guest");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost().at("A.TXT"), "of the host");
+  EXPECT_THAT(OnHost(), Contains(Pair(testing::StartsWith("A (disk 2"), "of the guest")));
+}
+
+TEST_F(Losses, TwoSyncsOnOnePair_GuardedTellsTheSecondWhoIsFirst) {
+  BuildUsual();
+  const auto first = Sync();
+  EXPECT_EQ(first->Pass().outcome, kNothingToDo);
+  const GuardedReport second = Sync()->Pass();
+  EXPECT_EQ(second.outcome, kNotNow);
+  EXPECT_EQ(second.message,
+            "process " + std::to_string(::getpid()) + " keeps this pair in step already");
+}
+
+TEST_F(Losses, GuestThatHasTheImageOpen_IsWaitedFor) {
+  BuildUsual();
+  Pass();
+  folder.File("host/NEW.TXT", "new");
+  const int writer = ::open(Image().c_str(), O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(writer, 0);
+  const GuardedReport report = Sync()->Pass();
+  EXPECT_EQ(report.outcome, kNotNow);
+  EXPECT_THAT(report.message, HasSubstr("has the image open for writing"));
+  ::close(writer);
+  EXPECT_EQ(Pass().outcome, kDone);
+}
+
+// Edits B.TXT as soon as a pass has brought A.TXT up to date, and so before its second look.
+void EditWhenOtherArrives(const fs::path& host, const std::string& edit) {
+  while (fs::file_size(host / "A.TXT") == 1) std::this_thread::yield();
+  test::WriteWholeFile(host / "B.TXT", edit);
+}
+
+TEST_F(Losses, EditWhileAPassRuns_PlainOverwritesItLater) {
+  BuildUsual();
+  bool wasLost = false;
+  // The edit comes too late at times.
+  for (int attempt = 0; attempt < 100 && !wasLost; ++attempt) {
+    GuestWrites("A.TXT", "a");
+    GuestWrites("B.TXT", "b");
+    RestartPlain();
+    PlainPass();
+    GuestWrites("A.TXT", "of the guest");
+    std::thread editor([&] { EditWhenOtherArrives(Host(), "of the host"); });
+    PlainPass();
+    editor.join();
+    GuestWrites("NEW.TXT", "n" + std::to_string(attempt));
+    PlainPass();
+    wasLost = OnHost().at("B.TXT") != "of the host";
+  }
+  EXPECT_TRUE(wasLost);
+}
+
+TEST_F(Losses, EditWhileAPassRuns_GuardedLeavesItForTheNextOne) {
+  BuildUsual();
+  Pass();
+  for (int attempt = 0; attempt < 10; ++attempt) {
+    GuestWrites("A.TXT", "a");
+    GuestWrites("B.TXT", "b");
+    Pass();
+    GuestWrites("A.TXT", "of the guest");
+    std::thread editor([&] { EditWhenOtherArrives(Host(), "of the host"); });
+    EXPECT_EQ(Sync()->Pass().outcome, kDone);
+    editor.join();
+    EXPECT_EQ(Pass().outcome, kDone);
+    EXPECT_EQ(OnHost().at("B.TXT"), "of the host");
+    EXPECT_EQ(OnDisk().at("B.TXT"), "of the host");
+  }
+}
+
+TEST_F(Losses, DotFiles_PlainPutsThemIntoTheImageAndNeverInStep) {
+  folder.File("host/A.TXT", "a").File("host/.profile", "p");
+  BuildImage();
+  PlainPass();
+  folder.File("host/.profile", "edited").File("host/A.TXT", "b");
+  PlainPass();
+  EXPECT_THAT(test::ReadWholeFile(Image()), HasSubstr("edited"));
+}
+
+TEST_F(Losses, DotFiles_GuardedLeavesThemOutAndSaysSo) {
+  folder.File("host/A.TXT", "a").File("host/.profile", "p");
+  BuildAndAgree();
+  folder.File("host/A.TXT", "b").File("host/.profile", "edited");
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kDone);
+  EXPECT_THAT(report.notes, Contains(testing::Field(&GuardedNote::path, ".profile")));
+  EXPECT_THAT(test::ReadWholeFile(Image()), Not(HasSubstr("edited")));
+}
+
+TEST_F(Losses, EmptyFolderOfTheGuest_PlainLosesIt) {
+  BuildUsual();
+  PlainPass();
+  GuestMakesFolder("EMPTY");
+  PlainPass();
+  folder.File("host/A.TXT", "edited");
+  PlainPass();
+  EXPECT_FALSE(test::GuestEditor(Image()).Exists("EMPTY"));
+}
+
+TEST_F(Losses, EmptyFolderOfTheGuest_GuardedCarriesIt) {
+  BuildUsual();
+  Pass();
+  GuestMakesFolder("EMPTY");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_TRUE(fs::is_directory(Host() / "EMPTY"));
+  folder.File("host/A.TXT", "edited");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_TRUE(test::GuestEditor(Image()).Exists("EMPTY"));
+}
+
+TEST_F(Losses, FilesBehindALinkToAFolder_PlainLosesTheGuestsEdit) {
+  folder.File("elsewhere/L.TXT", "l").File("host/A.TXT", "a").Link("host/LINK", "../elsewhere");
+  BuildImage();
+  PlainPass();
+  GuestWrites("LINK/L.TXT", "of the guest");
+  PlainPass();
+  folder.File("host/A.TXT", "edited");
+  PlainPass();
+  EXPECT_EQ(folder.Read("elsewhere/L.TXT"), "l");
+  EXPECT_EQ(OnDisk().at("LINK/L.TXT"), "l");
+}
+
+TEST_F(Losses, FilesBehindALinkToAFolder_GuardedKeepsTheGuestsEdit) {
+  folder.File("elsewhere/L.TXT", "l").File("host/A.TXT", "a").Link("host/LINK", "../elsewhere");
+  BuildAndAgree();
+  GuestWrites("LINK/L.TXT", "of the guest");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_THAT(OnHost(), Contains(Pair(HasSubstr("L.TXT"), "of the guest")));
+  EXPECT_EQ(folder.Read("elsewhere/L.TXT"), "l");
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal::guard
