@@ -10,8 +10,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
+#include <functional>
 #include <string>
 
 #include "guard/contents.h"
@@ -22,16 +24,21 @@
 
 namespace {
 
-int callsBeforeTheEnd = -1;  // negative: nothing happens
-int refusedWith = 0;         // 0: the process is killed; else the one call fails with this error
+int callsBeforeTheEnd = -1;       // negative: nothing happens
+std::function<int()> atThatCall;  // what happens then; an error, with which the call fails, or 0
 bool canExchange = true;
 
 // Whether this call is the one that fails.
 bool IsRefused() {
   if (callsBeforeTheEnd < 0 || callsBeforeTheEnd-- != 0) return false;
-  if (refusedWith == 0) ::raise(SIGKILL);
-  errno = refusedWith;
-  return true;
+  const int error = atThatCall();
+  if (error != 0) errno = error;
+  return error != 0;
+}
+
+int Die() {
+  ::raise(SIGKILL);
+  return 0;
 }
 
 template <class Function>
@@ -65,11 +72,12 @@ extern "C" int open(const char* path, int flags, ...) {
 extern "C" ssize_t write(int file, const void* bytes, size_t size) {
   static const auto next = NextOf<ssize_t(int, const void*, size_t)>("write");
   if (IsRefused()) return -1;
-  if (callsBeforeTheEnd == 0) {
-    if (next(file, bytes, size / 2) < 0) return -1;
-    if (IsRefused()) return -1;
-  }
-  return next(file, bytes, size);
+  if (callsBeforeTheEnd != 0) return next(file, bytes, size);
+  const ssize_t half = next(file, bytes, size / 2);
+  if (half < 0 || IsRefused()) return -1;
+  const ssize_t rest =
+      next(file, static_cast<const char*>(bytes) + half, size - static_cast<size_t>(half));
+  return rest < 0 ? rest : half + rest;
 }
 
 extern "C" int fsync(int file) { return IsRefused() ? -1 : NextOf<int(int)>("fsync")(file); }
@@ -185,18 +193,32 @@ class CutOffPass : public testing::TestWithParam<Way> {
     return CreateGuardedFolderSync(Image(), Host(), options)->Pass({GuardedHazard::kImageNotFat16});
   }
 
-  // Whether the pass ended before the call at which it was to be cut off.
-  bool PassToTheEnd(int calls, int error) {
+  using AtCall = std::function<int()>;
+
+  // Whether the pass ended before the call at which something was to happen.
+  bool PassToTheEnd(int calls, const AtCall& atCall) {
     const int status = test::RunInChild({}, [&] {
       callsBeforeTheEnd = calls;
-      refusedWith = error;
+      atThatCall = atCall;
       canExchange = GetParam().canExchange;
-      const GuardedReport report = Pass();
-      if (error == 0) return report.outcome == kDone ? 0 : 1;
-      return callsBeforeTheEnd >= 0 ? 0 : 2;
+      Pass();
+      return callsBeforeTheEnd >= 0 ? 0 : 1;
     });
-    EXPECT_TRUE(status == 0 || (error == 0 ? status == 256 + SIGKILL : status == 2)) << status;
+    EXPECT_TRUE(status == 0 || status == 1 || status == 256 + SIGKILL) << status;
     return status == 0;
+  }
+
+  // As an editor does that writes into the file itself.
+  void EditEverything() const {
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::recursive_directory_iterator(Host())) {
+      if (entry.is_regular_file() && !entry.path().filename().string().starts_with(".")) {
+        files.push_back(entry.path());
+      }
+    }
+    for (const fs::path& file : files) {
+      test::WriteWholeFile(file, "edited " + file.filename().string());
+    }
   }
 
   // Nothing is gone, and the next passes end what was begun.
@@ -253,12 +275,13 @@ class CutOffPass : public testing::TestWithParam<Way> {
     }
   }
 
-  int CutAtEveryCall(int error) {
+  int CutAtEveryCall(const AtCall& atCall, const std::function<void()>& afterwards = {}) {
     int calls = 0;
     for (bool ended = false; !ended && !HasFailure() && calls < kNeverCut; ++calls) {
       SCOPED_TRACE("cut off at call " + std::to_string(calls));
       Begin();
-      ended = PassToTheEnd(calls, error);
+      ended = PassToTheEnd(calls, atCall);
+      if (afterwards) afterwards();
       ExpectMended();
     }
     return calls;
@@ -287,17 +310,66 @@ class CutOffPass : public testing::TestWithParam<Way> {
 
 // Half of every write is one more moment.
 TEST_P(CutOffPass, KilledAtAnyCall_LosesNothingAndIsEndedByTheNext) {
-  const int calls = CutAtEveryCall(0);
-  EXPECT_GE(calls, 50);
-  RecordProperty("moments", calls);
+  EXPECT_GE(CutAtEveryCall(Die), 50);
 }
 
 TEST_P(CutOffPass, FullDiskAtAnyCall_LosesNothingAndIsEndedByTheNext) {
-  EXPECT_GE(CutAtEveryCall(ENOSPC), 50);
+  EXPECT_GE(CutAtEveryCall([] { return ENOSPC; }), 50);
 }
 
 TEST_P(CutOffPass, NoPermissionAtAnyCall_LosesNothingAndIsEndedByTheNext) {
-  EXPECT_GE(CutAtEveryCall(EACCES), 50);
+  EXPECT_GE(CutAtEveryCall([] { return EACCES; }), 50);
+}
+
+TEST_P(CutOffPass, StopAtAnyCall_LosesNothingAndIsEndedByTheNext) {
+  std::atomic<bool> stop = false;
+  options.stop = &stop;
+  EXPECT_GE(CutAtEveryCall([&] {
+              stop = true;
+              return 0;
+            }),
+            50);
+}
+
+TEST_P(CutOffPass, FolderThatVanishesAtAnyCall_LosesNothing) {
+  const fs::path away = Root() / "away";
+  std::error_code ignored;
+  EXPECT_GE(CutAtEveryCall(
+                [&] {
+                  fs::rename(Host(), away, ignored);
+                  return 0;
+                },
+                [&] {
+                  if (fs::exists(away)) fs::rename(away, Host());
+                }),
+            50);
+}
+
+TEST_P(CutOffPass, EditsAtAnyCall_AreLeftForTheNextPass) {
+  int calls = 0;
+  for (bool ended = false; !ended && !HasFailure(); ++calls) {
+    SCOPED_TRACE("edited at call " + std::to_string(calls));
+    Begin();
+    ended = PassToTheEnd(calls, [&] {
+      EditEverything();
+      return 0;
+    });
+    Contents edits;
+    AddFolder(Host(), edits);
+    // What the editor has overwritten is its own affair.
+    Contents kept = edits;
+    kept.insert({"c3", "g2", "m1"});
+    for (int pass = 0; pass < 3; ++pass) Pass();
+    EXPECT_EQ(Pass().outcome, kNothingToDo);
+    Contents after = Sides();
+    AddTrash(StateFolder(), after);
+    ExpectAllIn(kept, after);
+    if (options.onConflict == kTakeDisk) continue;
+    for (const std::string& content : edits) {
+      EXPECT_TRUE(!content.starts_with("edited") || Sides().contains(content)) << content;
+    }
+  }
+  EXPECT_GE(calls, 50);
 }
 
 INSTANTIATE_TEST_SUITE_P(
