@@ -11,7 +11,6 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "sync/hash_bytes.h"
 
@@ -82,14 +81,14 @@ void ReadTo(int file, std::uint8_t* target, std::uint64_t bytes) {
 }  // namespace
 
 std::uint64_t ReadAndHashFolder(const fs::path& folder) {
-  std::vector<std::uint8_t> buffer(kBufferBytes);
+  const Pages buffer(kBufferBytes, false);
   std::uint64_t mixed = 0;
   ForEachFile(OpenFolder(folder), [&](int file, std::uint64_t size) {
     std::uint64_t hash = internal::kEmptyHash;
     for (std::uint64_t left = size; left > 0;) {
-      const std::uint64_t part = std::min<std::uint64_t>(left, buffer.size());
-      ReadTo(file, buffer.data(), part);
-      hash = internal::HashBytes({buffer.data(), part}, hash);
+      const std::uint64_t part = std::min<std::uint64_t>(left, buffer.size);
+      ReadTo(file, buffer.first, part);
+      hash = internal::HashBytes({buffer.first, part}, hash);
       left -= part;
     }
     mixed ^= hash;

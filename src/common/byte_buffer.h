@@ -16,7 +16,9 @@ namespace quorbix::virtdisk::internal {
 
 // Bytes that are about to be read into: unlike a vector's, they are not filled with zeros first,
 // which takes as long as the reading when the memory is fresh. Many of them lie in huge pages,
-// where the system allows it, since fresh memory costs by the page.
+// where the system allows it, since fresh memory costs by the page. They begin a cache line: to an
+// odd multiple of 16, where the C library puts large blocks, some processors take three times as
+// long to copy the bytes of a file.
 class ByteBuffer {
  public:
   ByteBuffer() = default;
@@ -65,14 +67,20 @@ class ByteBuffer {
     void operator()(std::uint8_t* bytes) const { std::free(bytes); }
   };
 
-  // The C library moves large blocks by their pages, without copying.
+  // The C library moves large blocks by their pages, without copying, and keeps their place in the
+  // page.
   void Grow(std::size_t size) {
-    void* grown = std::realloc(first.get(), size);
+    void* grown = first ? std::realloc(first.get(), size) : Allocate(size);
     if (grown == nullptr) throw std::bad_alloc();
     static_cast<void>(first.release());
     first.reset(static_cast<std::uint8_t*>(grown));
     capacity = size;
     if (size >= kHugePagesFrom) PreferHugePages();
+  }
+
+  static void* Allocate(std::size_t size) {
+    void* block = nullptr;
+    return ::posix_memalign(&block, kCacheLineBytes, size) == 0 ? block : nullptr;
   }
 
   // About speed alone: a refusal changes nothing.
@@ -82,6 +90,7 @@ class ByteBuffer {
     ::madvise(first.get() + (begin - address), capacity - (begin - address), MADV_HUGEPAGE);
   }
 
+  static constexpr std::size_t kCacheLineBytes = 64;
   static constexpr std::size_t kPageBytes = 4096;
   static constexpr std::size_t kHugePagesFrom = std::size_t{4} << 20;
 

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/byte_buffer.h"
 #include "common/folder_walk.h"
 #include "common/host_file.h"
 #include "common/text_bytes.h"
@@ -74,7 +75,7 @@ class FileHasher {
   // Stays in the processor's cache.
   static constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
 
-  std::vector<std::uint8_t> buffer;
+  ByteBuffer buffer;
 };
 
 bool EnsureFolder(const fs::path& root, std::string& error) {

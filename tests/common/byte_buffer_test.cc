@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +16,20 @@ ByteBuffer BufferOf(std::string_view text) {
   ByteBuffer buffer;
   buffer.Assign(std::vector<std::uint8_t>(text.begin(), text.end()));
   return buffer;
+}
+
+bool BeginsACacheLine(const ByteBuffer& buffer) {
+  return reinterpret_cast<std::uintptr_t>(buffer.data()) % 64 == 0;
+}
+
+TEST(ByteBuffer, Bytes_BeginACacheLine) {
+  for (const std::size_t size : {1u, 100u, 4096u, 300'000u, 5'000'000u, 50'000'000u}) {
+    const ByteBuffer fresh(size);
+    ByteBuffer reused = BufferOf("content");
+    reused.Reset(size);
+    EXPECT_TRUE(BeginsACacheLine(fresh)) << size;
+    EXPECT_TRUE(BeginsACacheLine(reused)) << size;
+  }
 }
 
 TEST(ByteBuffer, Growing_KeepsTheContent) {
