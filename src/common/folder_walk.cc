@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <climits>
 #include <utility>
 
 #include "common/host_file.h"
@@ -39,6 +40,7 @@ bool FolderWalk::IsRegularFile(std::error_code& error) const {
 }
 
 Descriptor FolderWalk::OpenRegularFile(struct ::stat& status) {
+  if (path.size() >= PATH_MAX) return Descriptor();
   OpenFolder& folder = open.back();
   if (!folder.descriptor) {
     // The root may be named by a link, and then with the slash behind it; the others may not.

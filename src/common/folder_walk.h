@@ -34,7 +34,8 @@ class FolderWalk {
   bool IsFolder(std::error_code& error) const;
   bool IsRegularFile(std::error_code& error) const;
 
-  // Opens the current entry for reading if it is a regular file, or a link to one.
+  // Opens the current entry for reading if it is a regular file, or a link to one. None whose path
+  // is longer than the system takes: nothing else that wants it could open it.
   Descriptor OpenRegularFile(struct ::stat& status);
 
   // Goes on to the next entry. Throws std::filesystem::filesystem_error when a sub-folder cannot be

@@ -1,9 +1,11 @@
 // Folders nested so deep that a descriptor for each level, or a path for the deepest, is too much.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <exception>
 
+#include "common/descriptor.h"
 #include "support/child_process.h"
 #include "support/deep_folder.h"
 #include "support/image_crafter.h"
@@ -52,6 +54,23 @@ TEST(DeepFolders, Of4000Levels_AreScannedAsFarAsPathsReach) {
     return ScannedPaths(folder.Path()) == PathMap{{"d/f", "d/F"}, {"z/f", "z/F"}} ? 0 : 1;
   });
   EXPECT_EQ(status, 0);
+}
+
+// By a path of 4,096 bytes, its end mark not counted, no file can be opened.
+TEST(DeepFolders, FileWhosePathIsLongerThanTheHostCanName_IsLeftOut) {
+  TempFolder folder;
+  const auto levels = static_cast<int>((4000 - folder.Path().native().size()) / 2);
+  const DeepFolder deep(folder.Path(), levels);
+  const std::string bottom = (folder / DeepPath(levels)).native();
+  const std::string longest(4095 - bottom.size() - 1, 'a');
+  const std::string tooLong(longest.size() + 1, 'b');
+  folder.File(DeepPath(levels) / longest, "taken");
+  const Descriptor inside(::open(bottom.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor file(
+      ::openat(inside.Get(), tooLong.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+  ASSERT_TRUE(file);
+  EXPECT_EQ(ScannedPaths(folder.Path()),
+            (PathMap{{DeepPath(levels) / longest, DeepPath(levels) / longest}}));
 }
 
 TEST(DeepFolders, Of1500LevelsWithNothingInThem_AreAllRemoved) {
