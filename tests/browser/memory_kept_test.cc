@@ -90,6 +90,20 @@ TEST(MemoryKept, OwnBytes_LoadAgainIntoTheSameMemory) {
   EXPECT_LE(BytesInUse(), before + 500);
 }
 
+TEST(MemoryKept, QueryLongerThanAnyPath_TakesNoMemoryForWhatCannotMatch) {
+  Fat16FsImage browser;
+  ASSERT_EQ(LoadMessage(browser, SmallImage()), "");
+  const std::string query(10'000'000, 'A');
+  std::vector<Fat16FsEntry> results;
+  std::string err;
+  const std::size_t before = BytesInUse();
+  ResetPeak();
+
+  EXPECT_TRUE(browser.Search(query, results, err));
+
+  EXPECT_LE(PeakBytesInUse() - before, 1000u);
+}
+
 TEST(MemoryKept, ListingAndReadingADiskOf2GiBInAFile_TakesAFewHundredKilobytes) {
   TempFolder folder;
   auto image = ImageCrafter({.sectorsPerCluster = 64, .sectorsPerFat = 256, .clusters = 1});

@@ -1,3 +1,5 @@
+#include "builder/file_reading.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -6,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "builder/file_reading.h"
 #include "support/child_process.h"
 #include "support/lease_holder.h"
 #include "support/temp_folder.h"
@@ -65,13 +66,13 @@ TEST(ReadHostFile, OfAFileWhoseMetadataSaySizeZero_GivesItsContent) {
   EXPECT_EQ(TextOf(bytes).back(), '\n');
 }
 
-// Such an entry gives its content to the first read and an end to every further one.
+// A number among the settings gives its content to the first read and an end to every further one.
 TEST(ReadHostFile, OfASystemSettingThatSaysSizeZero_GivesAllOfIt) {
-  constexpr char kSetting[] = "/proc/sys/kernel/ostype";
+  constexpr char kSetting[] = "/proc/sys/kernel/ngroups_max";
   ASSERT_EQ(fs::file_size(kSetting), 0u);
   ByteBuffer bytes;
   EXPECT_EQ(ReadHostFile(kSetting, bytes), 0);
-  EXPECT_EQ(TextOf(bytes), "Linux\n");
+  EXPECT_EQ(TextOf(bytes), "65536\n");
 }
 
 // Would wait for a writer: the alarm ends it.

@@ -180,6 +180,23 @@ TEST_F(SystemFault, LinkWhoseTargetVanishedSinceTheListing_IsPassedOver) {
   EXPECT_THAT(skipped, IsEmpty());
 }
 
+TEST_F(SystemFault, LinkWhoseTargetVanishesWhileAnEarlierEntryIsCopied_IsPassedOver) {
+  TempFolder elsewhere;
+  elsewhere.File("target", "there");
+  folder.Remove("B").Link("B", elsewhere / "target");
+  using std::filesystem::file_type;
+  HostQueries host;
+  host.list = [](const std::filesystem::path&) {
+    return FolderListing{.opened = true,
+                         .entries = {{"A", file_type::regular}, {"B", file_type::symlink}},
+                         .error = {}};
+  };
+  atTheNextRead = [&] { elsewhere.Remove("target"); };
+  EXPECT_TRUE(PopulateDir(image, 0, folder.Path(), err, skipped, host));
+  EXPECT_EQ(RootEntries(), 1u);
+  EXPECT_THAT(skipped, IsEmpty());
+}
+
 TEST_F(SystemFault, LinkWhoseTargetBecameAFolderSinceTheListing_IsCopiedAsAFolder) {
   for (const char* name : {"A", "B", "C", "D"}) folder.Remove(name);
   TempFolder elsewhere;
