@@ -58,9 +58,8 @@ struct Fat16FsInfo {
 //   - LoadFromBytes, while it indexes: the object holds the new bytes and no index: the root is
 //     known and empty, and Info() tells what was read up to then;
 //   - WriteExistingFile, before it changes the image: the object is as it was;
-//   - WriteExistingFile, while it indexes the changed image: as LoadFromBytes while it indexes,
-//   with
-//     the file rewritten;
+//   - WriteExistingFile, while it indexes the changed image: as LoadFromBytes does then, but that
+//     the file is rewritten;
 //   - the const operations: the object is as it was; `results`, `content` and `err` hold anything.
 // A small image loaded after a large one gives the large one's memory back.
 //
