@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "program_run.h"
 #include "support/child_process.h"
@@ -22,6 +23,7 @@ using test::TempFolder;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::Pair;
 
 ImageCrafter SmallDisk() {
@@ -35,9 +37,13 @@ ImageCrafter SmallDisk() {
 
 class GetCommand : public ::testing::Test {
  protected:
-  ProgramRun Get(const ImageCrafter& crafter, const std::string& path) {
+  ProgramRun Get(const ImageCrafter& crafter, const std::string& path,
+                 const std::vector<std::string>& options = {}) {
     test::WriteBytes(folder / "disk.img", crafter.Bytes());
-    return RunVirtdisk({"get", (folder / "disk.img").string(), path, (folder / "DEST").string()});
+    std::vector<std::string> arguments{"get", (folder / "disk.img").string(), path,
+                                       (folder / "DEST").string()};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return RunVirtdisk(arguments);
   }
 
   TempFolder folder;
@@ -106,11 +112,102 @@ TEST_F(GetCommand, FileToAFolder_KeepsItsName) {
   EXPECT_EQ(folder.Read("DEST/B.TXT"), "bbb");
 }
 
-TEST_F(GetCommand, FilesThatExist_AreReplaced) {
+TEST_F(GetCommand, FilesThatExist_AreLeftAlone) {
+  folder.File("DEST/A.TXT", "old");
+  const ProgramRun run = Get(SmallDisk(), "/");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(folder.Read("DEST/A.TXT"), "old");
+  EXPECT_EQ(folder.Read("DEST/SUB/B.TXT"), "bbb");
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: refused to extract /A.TXT: a file of that name exists\n"
+                                 "  --force replaces it.\n"));
+}
+
+TEST_F(GetCommand, FilesThatExistUnderForce_AreReplaced) {
   folder.File("DEST/A.TXT", "old").File("DEST/OTHER", "kept");
-  EXPECT_EQ(Get(SmallDisk(), "/").status, 0);
+  EXPECT_EQ(Get(SmallDisk(), "/", {"--force"}).status, 0);
   EXPECT_EQ(folder.Read("DEST/A.TXT"), "aaa");
   EXPECT_EQ(folder.Read("DEST/OTHER"), "kept");
+}
+
+TEST_F(GetCommand, OneFileThatExists_IsRefusedWithItsOwnStatus) {
+  folder.File("DEST", "old");
+  const ProgramRun run = Get(SmallDisk(), "/A.TXT");
+  EXPECT_EQ(run.status, 3);
+  EXPECT_EQ(folder.Read("DEST"), "old");
+  EXPECT_THAT(run.err, HasSubstr("DEST exists\n  --force replaces it; nothing was written.\n"));
+  EXPECT_EQ(Get(SmallDisk(), "/A.TXT", {"--force"}).status, 0);
+  EXPECT_EQ(folder.Read("DEST"), "aaa");
+}
+
+TEST_F(GetCommand, ManyFilesThatExist_AreToldTenTimesAndCounted) {
+  ImageCrafter crafter;
+  for (int i = 0; i < 13; ++i) {
+    crafter.File("N" + std::to_string(i));
+    folder.File("DEST/N" + std::to_string(i), "");
+  }
+  const ProgramRun run = Get(crafter, "/");
+  EXPECT_THAT(run.err, HasSubstr("refused to extract /N6: "));
+  EXPECT_THAT(run.err, Not(HasSubstr("refused to extract /N7: ")));
+  EXPECT_THAT(run.err, HasSubstr("refused to replace 3 more files that exist\n"));
+}
+
+// 1,024 of 2,000 bytes have clusters.
+ImageCrafter DiskWithAShortFile() {
+  ImageCrafter crafter;
+  crafter.File("A.TXT", {.firstCluster = 2, .size = 2000}).Chain({2, 3}).Fill(2, 'a').Fill(3, 'b');
+  crafter.File("B.TXT", {.firstCluster = 4, .size = 3}).Chain({4}).Data(4, "bbb");
+  return crafter;
+}
+
+TEST_F(GetCommand, ShortFile_IsToldAndTheRestIsExtracted) {
+  const ProgramRun run = Get(DiskWithAShortFile(), "/", {"--json"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: /A.TXT has only 1,024 of its 2,000 bytes\n"));
+  EXPECT_EQ(folder.Read("DEST/A.TXT"), std::string(512, 'a') + std::string(512, 'b'));
+  EXPECT_EQ(folder.Read("DEST/B.TXT"), "bbb");
+  EXPECT_EQ(run.Json()["short"], nlohmann::json({"/A.TXT"}));
+  EXPECT_EQ(run.Json()["files"], 2);
+  EXPECT_EQ(run.Json()["bytes"], 1027);
+}
+
+TEST_F(GetCommand, FileWithAFreeFirstCluster_IsShort) {
+  const ProgramRun run = Get(ImageCrafter().File("A.TXT", {.size = 9}), "/A.TXT");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("/A.TXT has only 0 of its 9 bytes\n"));
+}
+
+ImageCrafter DiskWithHiddenEntries() {
+  ImageCrafter crafter;
+  crafter.RawSlot("        PRO", {.firstCluster = 2, .size = 3}).Chain({2}).Data(2, "pro");
+  crafter.RawSlot("        GIT", {.attributes = 0x10, .firstCluster = 3}).Chain({3});
+  crafter.File("A.TXT", {.firstCluster = 4, .size = 3}).Chain({4}).Data(4, "aaa");
+  crafter.InCluster(3).DotEntries(3, 0).File("HEAD", {.firstCluster = 5, .size = 4});
+  crafter.Chain({5}).Data(5, "head");
+  return crafter;
+}
+
+TEST_F(GetCommand, HiddenEntries_AreExtractedUnderAllOnly) {
+  EXPECT_EQ(Get(DiskWithHiddenEntries(), "/").status, 0);
+  EXPECT_THAT(folder.Files("DEST"), ElementsAre(Pair("A.TXT", "aaa")));
+  fs::remove_all(folder / "DEST");
+  EXPECT_EQ(Get(DiskWithHiddenEntries(), "/", {"--all"}).status, 0);
+  EXPECT_THAT(folder.Files("DEST"),
+              ElementsAre(Pair(".GIT/HEAD", "head"), Pair(".PRO", "pro"), Pair("A.TXT", "aaa")));
+}
+
+TEST_F(GetCommand, OneHiddenFile_IsFoundUnderAllOnly) {
+  EXPECT_EQ(Get(DiskWithHiddenEntries(), "/.PRO").status, 1);
+  EXPECT_EQ(Get(DiskWithHiddenEntries(), "/.pro", {"--all"}).status, 0);
+  EXPECT_EQ(folder.Read("DEST"), "pro");
+}
+
+// Two entries of one name: each would be read by its own cluster, and only the first is extracted.
+TEST_F(GetCommand, EntryShadowedByAnother_IsNotTheContentOfTheFirst) {
+  ImageCrafter crafter;
+  crafter.File("a.txt", {.firstCluster = 2, .size = 1}).Chain({2}).Data(2, "1");
+  crafter.File("A.TXT", {.firstCluster = 3, .size = 1}).Chain({3}).Data(3, "2");
+  EXPECT_EQ(Get(crafter, "/").status, 1);
+  EXPECT_THAT(folder.Files("DEST"), ElementsAre(Pair("A.TXT", "2")));
 }
 
 TEST_F(GetCommand, MissingPath_FailsAndMakesNothing) {
@@ -161,9 +258,11 @@ TEST_F(GetCommand, LinkInPlaceOfAFolder_IsNotFollowed) {
   EXPECT_THAT(run.err, HasSubstr("refused to extract /SUB/IN/EMPTY"));
 }
 
-TEST_F(GetCommand, LinkInPlaceOfAFile_IsReplaced) {
+TEST_F(GetCommand, LinkInPlaceOfAFile_IsNotFollowed) {
   folder.File("OUT.TXT", "kept").Folder("DEST").Link("DEST/A.TXT", "../OUT.TXT");
-  EXPECT_EQ(Get(SmallDisk(), "/").status, 0);
+  EXPECT_EQ(Get(SmallDisk(), "/").status, 1);
+  EXPECT_EQ(folder.Read("OUT.TXT"), "kept");
+  EXPECT_EQ(Get(SmallDisk(), "/", {"--force"}).status, 0);
   EXPECT_EQ(folder.Read("OUT.TXT"), "kept");
   EXPECT_EQ(folder.Read("DEST/A.TXT"), "aaa");
 }

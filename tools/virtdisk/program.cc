@@ -22,6 +22,8 @@ constexpr char kExitStatuses[] =
     "Exit status: 0 done, 1 failed, 2 usage, 3 refused, 4 done with remarks (--strict).";
 constexpr char kJsonHelp[] = "Print JSON";
 constexpr char kImageHelp[] = "Disk image";
+constexpr char kForceHelp[] = "Read even a volume that is no FAT16";
+constexpr char kAllHelp[] = "With the entries that no listing shows, as `.profile` becomes";
 
 // The options of every subcommand and which one was given.
 class CommandLine {
@@ -42,6 +44,7 @@ class CommandLine {
     AddInfo();
     AddList();
     AddFind();
+    AddTree();
     AddCat();
     AddGet();
     AddPut();
@@ -110,6 +113,8 @@ class CommandLine {
     sub->add_option("PATH", list.path, "Directory or file inside the image (/ without it)");
     sub->add_flag("-R,--recursive", list.recursive, "Everything below, by full path");
     sub->add_flag("-l,--long", list.details, "With attributes, size and date");
+    sub->add_flag("-a,--all", list.all, kAllHelp);
+    sub->add_flag("--force", list.force, kForceHelp);
     sub->add_flag("--json", list.json, "Print a JSON object a line");
   }
 
@@ -118,7 +123,18 @@ class CommandLine {
                         "find games.img maze", [this] { return RunFind(console, find); });
     sub->add_option("IMAGE", find.image, kImageHelp)->required();
     sub->add_option("TEXT", find.text, "Text to look for, in any letter case")->required();
+    sub->add_flag("--force", find.force, kForceHelp);
     sub->add_flag("--json", find.json, "Print a JSON object a line");
+  }
+
+  void AddTree() {
+    CLI::App* sub = Add("tree", "Draw the tree of an image's directories, with sizes",
+                        "tree games.img /LETTERS", [this] { return RunTree(console, tree); });
+    sub->add_option("IMAGE", tree.image, kImageHelp)->required();
+    sub->add_option("PATH", tree.path, "Directory inside the image (/ without it)");
+    sub->add_flag("-a,--all", tree.all, kAllHelp);
+    sub->add_flag("--force", tree.force, kForceHelp);
+    sub->add_flag("--json", tree.json, "Print a JSON object a line");
   }
 
   void AddCat() {
@@ -126,6 +142,7 @@ class CommandLine {
                         "cat games.img /LETTERS/AUNT.TXT", [this] { return RunCat(console, cat); });
     sub->add_option("IMAGE", cat.image, kImageHelp)->required();
     sub->add_option("PATH", cat.path, "File inside the image")->required();
+    sub->add_flag("--force", cat.force, kForceHelp);
   }
 
   void AddGet() {
@@ -137,6 +154,10 @@ class CommandLine {
                     "For a file, its new path or an existing folder; for a directory, the folder "
                     "that takes its content")
         ->required();
+    sub->add_flag("-a,--all", get.all, kAllHelp);
+    sub->add_flag("--force", get.force,
+                  "Replace files that exist, and read even a volume that is no FAT16");
+    sub->add_flag("--json", get.json, kJsonHelp);
   }
 
   void AddPut() {
@@ -204,6 +225,7 @@ class CommandLine {
   InfoOptions info;
   ListOptions list;
   FindOptions find;
+  TreeOptions tree;
   CatOptions cat;
   GetOptions get;
   PutOptions put;

@@ -38,6 +38,8 @@ struct ListOptions {
   std::string path = "/";
   bool recursive = false;
   bool details = false;
+  bool all = false;    // with the entries that no listing of the library shows
+  bool force = false;  // also a volume that would be misread, here and below
   bool json = false;
 };
 int RunList(Console& console, const ListOptions& options);
@@ -45,13 +47,24 @@ int RunList(Console& console, const ListOptions& options);
 struct FindOptions {
   std::filesystem::path image;
   std::string text;
+  bool force = false;
   bool json = false;
 };
 int RunFind(Console& console, const FindOptions& options);
 
+struct TreeOptions {
+  std::filesystem::path image;
+  std::string path = "/";
+  bool all = false;
+  bool force = false;
+  bool json = false;
+};
+int RunTree(Console& console, const TreeOptions& options);
+
 struct CatOptions {
   std::filesystem::path image;
   std::string path;
+  bool force = false;
 };
 int RunCat(Console& console, const CatOptions& options);
 
@@ -59,6 +72,9 @@ struct GetOptions {
   std::filesystem::path image;
   std::string path;
   std::filesystem::path destination;
+  bool all = false;
+  bool force = false;  // and to replace files that exist
+  bool json = false;
 };
 int RunGet(Console& console, const GetOptions& options);
 
@@ -72,6 +88,7 @@ int RunPut(Console& console, const PutOptions& options);
 struct MapOptions {
   std::filesystem::path image;
   std::filesystem::path picture;  // empty: draw on the console
+  bool json = false;
 };
 int RunMap(Console& console, const MapOptions& options);
 

@@ -1,13 +1,13 @@
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
-
-#include <quorbix/virtdisk/fat16_fs_image.h>
 
 #include "commands/commands.h"
 #include "disk/fat_date.h"
 #include "disk/image_file.h"
 #include "disk/image_tree.h"
+#include "disk/opened_image.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
 #include "terminal/text.h"
@@ -48,9 +48,11 @@ struct Style {
   bool json = false;
 };
 
-void Print(Console& console, const Fat16FsEntry& entry, const Style& style) {
+void Print(Console& console, const Fat16FsEntry& entry, const Style& style, bool isHidden = false) {
   if (style.json) {
-    console.out << OneLine(EntryRecord(entry)) << "\n";
+    Json record = EntryRecord(entry);
+    record["hidden"] = isHidden;
+    console.out << OneLine(record) << "\n";
     return;
   }
   if (style.details) console.out << Details(entry);
@@ -61,43 +63,43 @@ void Print(Console& console, const Fat16FsEntry& entry, const Style& style) {
   console.out << (entry.isDirectory ? "/\n" : "\n");
 }
 
-int ListTree(Console& console, const ListOptions& options, const Fat16FsImage& image,
-             const Style& style) {
-  const ImageTree tree(image);
-  for (const Fat16FsEntry* entry : tree.Below(options.path)) Print(console, *entry, style);
+// What stands at the path itself, which is no directory.
+int PrintFile(Console& console, const ListOptions& options, const ImageTree& tree,
+              const Style& style) {
+  const Fat16FsEntry* file = tree.Find(options.path);
+  if (file == nullptr) {
+    return Fail(console, "directory not found",
+                Within(options.path, options.image) +
+                    " is no directory and no file; `virtdisk ls -R IMAGE` shows all there are.");
+  }
+  Print(console, *file, style, tree.IsHidden(*file));
   return kDone;
 }
 
 }  // namespace
 
 int RunList(Console& console, const ListOptions& options) {
-  Fat16FsImage image;
-  if (!LoadImage(console, options.image, image)) return kFailed;
+  int status = kDone;
+  const auto image =
+      OpenedImage::Open(console, options.image, {options.force, options.all}, status);
+  if (!image) return status;
   const Style style{options.recursive, options.details, options.json};
-  std::vector<Fat16FsEntry> entries;
-  std::string err;
-  if (image.ListDirectory(options.path, entries, err)) {
-    if (options.recursive) return ListTree(console, options, image, style);
-    for (const Fat16FsEntry& entry : entries) Print(console, entry, style);
-    return kDone;
+  const ImageTree tree(image->Index());
+  if (!tree.IsDirectory(options.path)) return PrintFile(console, options, tree, style);
+  for (const Fat16FsEntry* entry :
+       options.recursive ? tree.Below(options.path) : tree.In(options.path)) {
+    Print(console, *entry, style, tree.IsHidden(*entry));
   }
-  const ImageTree tree(image);
-  const Fat16FsEntry* file = tree.Find(options.path);
-  if (file == nullptr) {
-    return Fail(console, err,
-                Within(options.path, options.image) +
-                    " is no directory and no file; `virtdisk ls -R IMAGE` shows all there are.");
-  }
-  Print(console, *file, style);
   return kDone;
 }
 
 int RunFind(Console& console, const FindOptions& options) {
-  Fat16FsImage image;
-  if (!LoadImage(console, options.image, image)) return kFailed;
+  int status = kDone;
+  const auto image = OpenedImage::Open(console, options.image, {.force = options.force}, status);
+  if (!image) return status;
   std::vector<Fat16FsEntry> entries;
   std::string err;
-  if (!image.Search(options.text, entries, err)) {
+  if (!image->Index().Search(options.text, entries, err)) {
     return Fail(console, err, "Give a part of a name or a path to look for.");
   }
   for (const Fat16FsEntry& entry : entries) Print(console, entry, {true, false, options.json});

@@ -1,26 +1,35 @@
 #include <cstdint>
 #include <filesystem>
+#include <memory>
+#include <optional>
+#include <span>
 #include <string>
 #include <system_error>
 #include <unordered_set>
 #include <vector>
 
-#include <quorbix/virtdisk/fat16_fs_image.h>
-
+#include "browser/content_reader.h"
 #include "commands/commands.h"
+#include "disk/extracted_file.h"
 #include "disk/extraction.h"
 #include "disk/image_file.h"
 #include "disk/image_tree.h"
-#include "host/host_file.h"
+#include "disk/opened_image.h"
 #include "terminal/exit_status.h"
+#include "terminal/json.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
 
 namespace fs = std::filesystem;
 
+using internal::ContentReader;
+
 constexpr char kImageItself[] = "it would take the place of the image that is read";
 constexpr char kNoFolder[] = "a symbolic link or a file stands where a folder should be";
+constexpr char kExists[] = "a file of that name exists";
+constexpr std::uint64_t kMostToldToExist = 10;
 
 std::string HintFor(const std::string& message, const std::string& path, const fs::path& image) {
   const std::string what = Within(path, image);
@@ -30,20 +39,57 @@ std::string HintFor(const std::string& message, const std::string& path, const f
   if (message == "path is a directory") {
     return what + ": `virtdisk ls` lists it, `virtdisk get` copies all of it.";
   }
+  if (message.starts_with("image could not be read")) return what + " could not be read whole.";
   return what + ": the file's chain of clusters is damaged.";
 }
+
+// Tells of a file that has fewer bytes than its entry says.
+void TellShort(Console& console, const std::string& path, std::uint64_t got, std::uint32_t size) {
+  Fail(console, path + " has only " + GroupDigits(got) + " of its " + Count(size, "byte", "bytes"),
+       "Its chain of clusters ends early; `virtdisk verify` tells more.");
+}
+
+// What `get` did, for people as it happens and for programs at the end.
+struct Outcome {
+  int status = kDone;
+  std::uint64_t files = 0;
+  std::uint64_t directories = 0;
+  std::uint64_t bytes = 0;
+  std::uint64_t existing = 0;
+  std::vector<std::string> shortFiles;
+  std::vector<std::string> failed;
+};
 
 // Copies the entries of a directory one after another. A refused or failed one does not stop the
 // others.
 class Extractor {
  public:
-  Extractor(Console& theConsole, const Fat16FsImage& theImage, const GetOptions& theOptions)
-      : console(theConsole), image(theImage), options(theOptions) {}
+  Extractor(Console& theConsole, const OpenedImage& theImage, const GetOptions& theOptions,
+            Outcome& theOutcome)
+      : console(theConsole), image(theImage), options(theOptions), outcome(theOutcome) {}
 
-  int Run(const std::vector<ExtractionStep>& steps) {
-    if (!MakeDestination()) return kFailed;
+  void Run(const std::vector<ExtractionStep>& steps) {
+    if (!MakeDestination()) return;
     for (const ExtractionStep& step : steps) Take(step);
-    return exitStatus;
+    if (outcome.existing <= kMostToldToExist) return;
+    Fail(console,
+         "refused to replace " + GroupDigits(outcome.existing - kMostToldToExist) +
+             " more files that exist",
+         "--force replaces them.");
+  }
+
+  // Copies one file, of which `target` says where. False: it exists, and nobody was told.
+  bool CopyFile(const Fat16FsEntry& entry, const fs::path& target) {
+    ContentReader content = image.Index().Open(entry.firstCluster, entry.size);
+    std::string err;
+    ExtractionEnd end = ExtractToNewFile(target, content, err);
+    if (end == ExtractionEnd::kExists && options.force) {
+      if (IsSameFile(target, options.image)) return Refuse(entry, kImageItself);
+      end = ExtractInPlaceOf(target, content, err);
+    }
+    if (end == ExtractionEnd::kExists) return false;
+    Tell(entry, end, content.Total(), err);
+    return true;
   }
 
  private:
@@ -51,22 +97,31 @@ class Extractor {
     std::error_code failed;
     fs::create_directories(options.destination, failed);
     if (fs::is_directory(options.destination)) return true;
-    Fail(console,
-         "cannot make the folder " + options.destination.string() + ": " +
-             (failed ? failed.message() : "something else has that name"),
-         "Give the path of a folder, or of one that can be made.");
+    outcome.status = Fail(console,
+                          "cannot make the folder " + options.destination.string() + ": " +
+                              (failed ? failed.message() : "something else has that name"),
+                          "Give the path of a folder, or of one that can be made.");
     return false;
   }
 
   void Take(const ExtractionStep& step) {
-    if (step.refusal != nullptr) return Refuse(step, step.refusal);
+    if (step.refusal != nullptr) {
+      Refuse(*step.entry, step.refusal);
+      return;
+    }
     const std::string parent = fs::path(step.target).parent_path().string();
-    if (!parent.empty() && !realFolders.contains(parent)) return Refuse(step, kNoFolder);
+    if (!parent.empty() && !realFolders.contains(parent)) {
+      Refuse(*step.entry, kNoFolder);
+      return;
+    }
     const fs::path target = options.destination / step.target;
-    if (step.entry->isDirectory) {
-      MakeFolder(step, target);
+    if (step.entry->isDirectory) return MakeFolder(step, target);
+    if (CopyFile(*step.entry, target)) return;
+    ++outcome.existing;
+    if (outcome.existing <= kMostToldToExist) {
+      Refuse(*step.entry, IsSameFile(target, options.image) ? kImageItself : kExists);
     } else {
-      CopyFile(step, target);
+      outcome.failed.push_back(step.entry->path);
     }
   }
 
@@ -76,87 +131,154 @@ class Extractor {
     const fs::file_status status = fs::symlink_status(target, failed);
     if (fs::is_directory(status)) {
       realFolders.insert(step.target);
+      ++outcome.directories;
     } else {
-      Refuse(step, fs::exists(status) ? kNoFolder : failed.message());
+      Refuse(*step.entry, fs::exists(status) ? kNoFolder : failed.message());
     }
   }
 
-  void CopyFile(const ExtractionStep& step, const fs::path& target) {
-    if (IsSameFile(target, options.image)) return Refuse(step, kImageItself);
-    std::vector<std::uint8_t> content;
-    std::string err;
-    if (!image.ReadFile(step.entry->path, content, err)) {
-      exitStatus = Fail(console, err, HintFor(err, step.entry->path, options.image));
-    } else if (!WriteHostFile(target, content, err)) {
-      exitStatus = Fail(console, err, "Not copied: " + step.entry->path);
+  void Tell(const Fat16FsEntry& entry, ExtractionEnd end, std::uint64_t bytes,
+            const std::string& err) {
+    if (end != ExtractionEnd::kWritten) {
+      const bool isImage = end == ExtractionEnd::kUnreadable;
+      outcome.failed.push_back(entry.path);
+      outcome.status =
+          Fail(console, err,
+               isImage ? HintFor(err, entry.path, options.image) : "Not copied: " + entry.path);
+      return;
     }
+    ++outcome.files;
+    outcome.bytes += bytes;
+    if (bytes == entry.size) return;
+    outcome.shortFiles.push_back(entry.path);
+    outcome.status = kFailed;
+    TellShort(console, entry.path, bytes, entry.size);
   }
 
-  void Refuse(const ExtractionStep& step, const std::string& reason) {
-    exitStatus = Fail(console, "refused to extract " + step.entry->path + ": " + reason,
-                      "What is not refused is extracted.");
+  bool Refuse(const Fat16FsEntry& entry, const std::string& reason) {
+    outcome.failed.push_back(entry.path);
+    outcome.status =
+        Fail(console, "refused to extract " + entry.path + ": " + reason,
+             reason == kExists ? "--force replaces it." : "What is not refused is extracted.");
+    return true;
   }
 
   Console& console;
-  const Fat16FsImage& image;
+  const OpenedImage& image;
   const GetOptions& options;
-  int exitStatus = kDone;
+  Outcome& outcome;
   // Below the destination, made or found there. Nothing is written through anything else, so that
   // no symbolic link leads out of the destination.
   std::unordered_set<std::string> realFolders;
 };
 
-int GetFile(Console& console, const Fat16FsImage& image, const GetOptions& options) {
-  std::vector<std::uint8_t> content;
+int RefuseFile(Console& console, const std::string& message, const char* hint) {
+  Fail(console, message, hint);
+  return kRefused;
+}
+
+// The file at `path` in the form in which listings show it. Without one the console is told.
+std::optional<Fat16FsEntry> FindFile(Console& console, const OpenedImage& image,
+                                     const std::string& path, const fs::path& imagePath,
+                                     bool hiddenToo) {
   std::string err;
-  if (!image.ReadFile(options.path, content, err)) {
-    return Fail(console, err, HintFor(err, options.path, options.image));
+  const internal::EntryRecord* record = image.Index().FindFile(path, err);
+  if (record != nullptr) return record->Entry(image.Index().PathOf(*record));
+  if (hiddenToo) {
+    const ImageTree tree(image.Index());
+    const Fat16FsEntry* entry = tree.Find(path);
+    if (entry != nullptr && !entry->isDirectory) return *entry;
   }
+  Fail(console, err, HintFor(err, path, imagePath));
+  return std::nullopt;
+}
+
+void GetFile(Console& console, const OpenedImage& image, const GetOptions& options,
+             Outcome& outcome) {
+  outcome.status = kFailed;
+  const auto entry = FindFile(console, image, options.path, options.image, options.all);
+  if (!entry) return;
   fs::path target = options.destination;
   std::error_code ignored;
   if (fs::is_directory(target, ignored)) {
-    const ImageTree tree(image);
-    const Fat16FsEntry* entry = tree.Find(options.path);
-    if (entry == nullptr || !StaysInFolder(entry->name)) {
-      return Fail(console, "refused to extract " + options.path + " under its own name",
-                  "Give the file's new name as the destination.");
+    if (!StaysInFolder(entry->name)) {
+      Fail(console, "refused to extract " + options.path + " under its own name",
+           "Give the file's new name as the destination.");
+      return;
     }
     target /= entry->name;
   }
   if (IsSameFile(target, options.image)) {
-    Fail(console, options.path + " would take the image's place: " + options.image.string(),
-         "Give another destination.");
-    return kRefused;
+    outcome.status = RefuseFile(
+        console, options.path + " would take the image's place: " + options.image.string(),
+        "Give another destination.");
+    return;
   }
-  if (WriteHostFile(target, content, err)) return kDone;
-  return Fail(console, err,
-              "Not copied: " + options.path + ". Does the folder exist, and may you write there?");
+  outcome.status = kDone;
+  if (Extractor(console, image, options, outcome).CopyFile(*entry, target)) return;
+  outcome.existing = 1;
+  outcome.failed.push_back(entry->path);
+  outcome.status =
+      RefuseFile(console, target.string() + " exists", "--force replaces it; nothing was written.");
+}
+
+void GetDirectory(Console& console, const OpenedImage& image, const ImageTree& tree,
+                  const GetOptions& options, Outcome& outcome) {
+  Extractor(console, image, options, outcome)
+      .Run(PlanExtraction(tree.Below(options.path), options.path));
+  if (options.all && !image.Index().HasAllHiddenEntries()) {
+    outcome.status = Fail(console, "not all hidden entries could be read",
+                          "The directories are damaged; `virtdisk verify` tells more.");
+  }
+}
+
+Json OutcomeRecord(const GetOptions& options, const Outcome& outcome) {
+  return {{"image", options.image.string()},
+          {"path", options.path},
+          {"destination", options.destination.string()},
+          {"files", outcome.files},
+          {"directories", outcome.directories},
+          {"bytes", outcome.bytes},
+          {"short", outcome.shortFiles},
+          {"failed", outcome.failed}};
 }
 
 }  // namespace
 
 int RunCat(Console& console, const CatOptions& options) {
-  Fat16FsImage image;
-  if (!LoadImage(console, options.image, image)) return kFailed;
-  std::vector<std::uint8_t> content;
+  int status = kDone;
+  const auto image = OpenedImage::Open(console, options.image, {.force = options.force}, status);
+  if (!image) return status;
+  const auto entry = FindFile(console, *image, options.path, options.image, false);
+  if (!entry) return kFailed;
+  ContentReader content = image->Index().Open(entry->firstCluster, entry->size);
   std::string err;
-  if (!image.ReadFile(options.path, content, err)) {
-    return Fail(console, err, HintFor(err, options.path, options.image));
-  }
-  console.out.write(reinterpret_cast<const char*>(content.data()),
-                    static_cast<std::streamsize>(content.size()));
-  return kDone;
+  std::span<const std::uint8_t> piece;
+  do {
+    if (!content.Next(piece, err)) {
+      return Fail(console, err, HintFor(err, options.path, options.image));
+    }
+    console.out.write(reinterpret_cast<const char*>(piece.data()),
+                      static_cast<std::streamsize>(piece.size()));
+  } while (!piece.empty() && console.out);
+  if (content.Total() == entry->size) return kDone;
+  TellShort(console, entry->path, content.Total(), entry->size);
+  return kFailed;
 }
 
 int RunGet(Console& console, const GetOptions& options) {
-  Fat16FsImage image;
-  if (!LoadImage(console, options.image, image)) return kFailed;
-  std::vector<Fat16FsEntry> ignored;
-  std::string err;
-  if (!image.ListDirectory(options.path, ignored, err)) return GetFile(console, image, options);
-  const ImageTree tree(image);
-  return Extractor(console, image, options)
-      .Run(PlanExtraction(tree.Below(options.path), options.path));
+  Outcome outcome;
+  const auto image =
+      OpenedImage::Open(console, options.image, {options.force, options.all}, outcome.status);
+  if (!image) return outcome.status;
+  const ImageTree tree(image->Index());
+  if (tree.IsDirectory(options.path)) {
+    GetDirectory(console, *image, tree, options, outcome);
+  } else {
+    GetFile(console, *image, options, outcome);
+  }
+  if (options.json) console.out << OneLine(OutcomeRecord(options, outcome)) << "\n";
+  return outcome.status;
 }
 
 }  // namespace quorbix::virtdisk::tool

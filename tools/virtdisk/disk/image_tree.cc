@@ -1,11 +1,26 @@
 #include "disk/image_tree.h"
 
 #include <algorithm>
+#include <numeric>
+#include <string_view>
 #include <unordered_set>
+#include <utility>
 
 #include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
+
+namespace {
+
+std::string HiddenName(const internal::HiddenEntry& entry) {
+  const auto* field = reinterpret_cast<const std::uint8_t*>(entry.rawName.data());
+  std::string name = internal::SlotName(field);
+  if (!name.empty()) return name;
+  const std::string_view extension(&entry.rawName[8], 3);
+  return "." + std::string(extension.substr(0, extension.find_last_not_of(' ') + 1));
+}
+
+}  // namespace
 
 std::string ParentPath(const Fat16FsEntry& entry) {
   // The name may hold separators of its own, so the path is cut by its length.
@@ -18,6 +33,57 @@ ImageTree::ImageTree(const Fat16FsImage& image) {
   // every path has a separator in it.
   std::string err;
   image.Search("/", entries, err);
+  hidden.resize(entries.size());
+  ListChildren();
+}
+
+ImageTree::ImageTree(const internal::VolumeIndex& index) {
+  std::string err;
+  index.Search("/", entries, err);
+  const std::size_t visible = entries.size();
+  AddHidden(index);
+  if (entries.size() > visible) SortHiddenIn(visible);
+  hidden.resize(entries.size());
+  ListChildren();
+}
+
+void ImageTree::AddHidden(const internal::VolumeIndex& index) {
+  const std::size_t visible = entries.size();
+  for (const internal::HiddenEntry& found : index.HiddenEntries()) {
+    Fat16FsEntry entry;
+    entry.name = HiddenName(found);
+    if (found.hiddenParent != internal::VolumeIndex::kNoRecord) {
+      entry.path = entries[visible + found.hiddenParent].path;
+    } else if (found.parent != internal::VolumeIndex::kNoRecord) {
+      entry.path = index.PathOf(index.Records()[found.parent]);
+    }
+    entry.path.append("/").append(entry.name);
+    entry.isDirectory = found.IsDirectory();
+    entry.attributes = found.attributes;
+    entry.size = found.size;
+    entry.firstCluster = found.firstCluster;
+    entry.writeTime = found.writeTime;
+    entry.writeDate = found.writeDate;
+    entries.push_back(std::move(entry));
+  }
+}
+
+void ImageTree::SortHiddenIn(std::size_t visible) {
+  std::vector<std::size_t> order(entries.size());
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  std::stable_sort(order.begin(), order.end(), [this](std::size_t a, std::size_t b) {
+    return entries[a].path < entries[b].path;
+  });
+  std::vector<Fat16FsEntry> sorted;
+  sorted.reserve(entries.size());
+  for (const std::size_t i : order) {
+    sorted.push_back(std::move(entries[i]));
+    hidden.push_back(i >= visible);
+  }
+  entries = std::move(sorted);
+}
+
+void ImageTree::ListChildren() {
   for (std::size_t i = 0; i < entries.size(); ++i) {
     children[PathKey(ParentPath(entries[i]))].push_back(i);
   }
@@ -40,6 +106,14 @@ const Fat16FsEntry* ImageTree::Find(const std::string& path) const& {
     return PathKey(entry.path) == key;
   });
   return found == entries.end() ? nullptr : &*found;
+}
+
+std::vector<const Fat16FsEntry*> ImageTree::In(const std::string& path) const& {
+  std::vector<const Fat16FsEntry*> found;
+  const auto list = children.find(PathKey(path));
+  if (list == children.end()) return found;
+  for (const std::size_t i : list->second) found.push_back(&entries[i]);
+  return found;
 }
 
 std::vector<const Fat16FsEntry*> ImageTree::Below(const std::string& path) const& {

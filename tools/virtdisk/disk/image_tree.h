@@ -2,11 +2,14 @@
 #define QUORBIX_VIRTDISK_TOOL_IMAGE_TREE_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include <quorbix/virtdisk/fat16_fs_image.h>
+
+#include "browser/volume_index.h"
 
 namespace quorbix::virtdisk::tool {
 
@@ -18,11 +21,20 @@ class ImageTree {
  public:
   explicit ImageTree(const Fat16FsImage& image);
 
+  // With the hidden entries that the index has: one whose base is blank is shown as "." and its
+  // extension.
+  explicit ImageTree(const internal::VolumeIndex& index);
+
   // What is handed out lives as long as the tree: not for a temporary one.
   //
   // In byte-wise order of their paths.
   const std::vector<Fat16FsEntry>& Entries() const& { return entries; }
   const std::vector<Fat16FsEntry>& Entries() && = delete;
+
+  // Whether no listing of the library has `entry`, which is one of Entries().
+  bool IsHidden(const Fat16FsEntry& entry) const {
+    return hidden[static_cast<std::size_t>(&entry - entries.data())];
+  }
 
   // Whether `path` is the root or a directory.
   bool IsDirectory(const std::string& path) const;
@@ -31,6 +43,10 @@ class ImageTree {
   const Fat16FsEntry* Find(const std::string& path) const&;
   const Fat16FsEntry* Find(const std::string& path) && = delete;
 
+  // What the directory `path` holds, in listing order: its directories, then its files.
+  std::vector<const Fat16FsEntry*> In(const std::string& path) const&;
+  std::vector<const Fat16FsEntry*> In(const std::string& path) && = delete;
+
   // Everything below the directory `path`, depth first, in a directory's listing order: its
   // directories, then its files. Directories that share a path are one, whose content comes once,
   // after the first of them.
@@ -38,7 +54,12 @@ class ImageTree {
   std::vector<const Fat16FsEntry*> Below(const std::string& path) && = delete;
 
  private:
+  void AddHidden(const internal::VolumeIndex& index);
+  void SortHiddenIn(std::size_t visible);
+  void ListChildren();
+
   std::vector<Fat16FsEntry> entries;
+  std::vector<bool> hidden;                                            // by entry
   std::unordered_map<std::string, std::vector<std::size_t>> children;  // by key of the parent
 };
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "common/byte_order.h"
+
 namespace quorbix::virtdisk::tool {
 namespace {
 
@@ -11,7 +13,8 @@ constexpr std::uint64_t kMostFatClusters =
     0xFFF7 - kFirstCluster;                       // numbers end below the bad mark
 constexpr std::uint64_t kExtendedSignature = 38;  // u8, from the boot sector's start
 constexpr std::uint64_t kVolumeId = 39;           // u32
-constexpr std::uint32_t kHasVolumeId = 0x29;
+constexpr std::uint64_t kVolumeIdBytes = 4;
+constexpr std::uint8_t kHasVolumeId = 0x29;
 
 // The sectors between the first cluster and the end of the volume. A volume that does not tell its
 // length goes to the end of the image.
@@ -30,20 +33,53 @@ VolumeView::VolumeView(const Fat16FsInfo& info, std::span<const std::uint8_t> by
     : VolumeView(info, bytes, bytes.size()) {}
 
 VolumeView::VolumeView(const Fat16FsInfo& info, std::span<const std::uint8_t> bytes,
-                       std::uint64_t imageBytes)
-    : image(bytes), bootSector(info.volumeOffset) {
+                       std::uint64_t imageBytes) {
+  internal::MemorySource source(bytes);
+  std::string neverFails;
+  Load(info, source, imageBytes, neverFails);
+}
+
+std::optional<VolumeView> VolumeView::Read(const Fat16FsInfo& info, internal::ByteSource& source,
+                                           std::string& err) {
+  VolumeView view;
+  if (!view.Load(info, source, source.Size(), err)) return std::nullopt;
+  return view;
+}
+
+bool VolumeView::Load(const Fat16FsInfo& info, internal::ByteSource& source,
+                      std::uint64_t imageBytes, std::string& err) {
+  if (!LoadVolumeId(info.volumeOffset, source, err)) return false;
   const std::uint64_t fatStart = std::uint64_t{info.partitionStartLba} + info.reservedSectors;
-  fatOffset = fatStart * kBytesPerSector;
+  const std::uint64_t fatOffset = fatStart * kBytesPerSector;
   rootStart = fatStart + std::uint64_t{info.fatCount} * info.sectorsPerFat;
   dataStart = rootStart + info.rootDirSectors;
   clusterBytes = static_cast<std::uint32_t>(info.sectorsPerCluster * kBytesPerSector);
-  if (info.sectorsPerCluster == 0 || fatOffset >= bytes.size()) return;
+  if (info.sectorsPerCluster == 0 || fatOffset >= source.Size()) return true;
   const std::uint64_t clusters =
       DataSectors(info, dataStart, imageBytes / kBytesPerSector) / info.sectorsPerCluster;
   const std::uint64_t fatWords = std::min<std::uint64_t>(info.sectorsPerFat * kWordsPerFatSector,
-                                                         (bytes.size() - fatOffset) / 2);
+                                                         (source.Size() - fatOffset) / 2);
   const std::uint64_t inFat = fatWords < kFirstCluster ? 0 : fatWords - kFirstCluster;
   clusterCount = static_cast<std::uint32_t>(std::min({clusters, inFat, kMostFatClusters}));
+  if (clusterCount == 0) return true;
+  const std::size_t wordsBytes = (std::size_t{clusterCount} + kFirstCluster) * 2;
+  std::vector<std::uint8_t> buffer;
+  const std::uint8_t* fat = source.Read(fatOffset, wordsBytes, buffer, err);
+  if (fat == nullptr) return false;
+  words.assign(fat, fat + wordsBytes);
+  return true;
+}
+
+bool VolumeView::LoadVolumeId(std::uint64_t bootSector, internal::ByteSource& source,
+                              std::string& err) {
+  const bool isThere =
+      bootSector < source.Size() && source.Size() - bootSector >= kVolumeId + kVolumeIdBytes;
+  if (!isThere) return true;
+  std::vector<std::uint8_t> buffer;
+  const std::uint8_t* boot = source.Read(bootSector, kVolumeId + kVolumeIdBytes, buffer, err);
+  if (boot == nullptr) return false;
+  if (boot[kExtendedSignature] == kHasVolumeId) volumeId = internal::LoadU32(boot + kVolumeId);
+  return true;
 }
 
 bool VolumeView::HasCluster(std::uint32_t cluster) const {
@@ -52,8 +88,7 @@ bool VolumeView::HasCluster(std::uint32_t cluster) const {
 
 std::uint16_t VolumeView::FatWord(std::uint32_t cluster) const {
   if (!HasCluster(cluster)) return 0;
-  const std::optional<std::uint32_t> word = LoadNumber(fatOffset + std::uint64_t{cluster} * 2, 2);
-  return static_cast<std::uint16_t>(word.value_or(0));
+  return internal::LoadU16(&words[std::size_t{cluster} * 2]);
 }
 
 ClusterCounts VolumeView::CountClusters() const {
@@ -63,20 +98,6 @@ ClusterCounts VolumeView::CountClusters() const {
     ++(word == 0 ? counts.free : IsBadMark(word) ? counts.bad : counts.used);
   }
   return counts;
-}
-
-std::optional<std::uint32_t> VolumeView::VolumeId() const {
-  if (LoadNumber(bootSector + kExtendedSignature, 1) != kHasVolumeId) return std::nullopt;
-  return LoadNumber(bootSector + kVolumeId, 4);
-}
-
-std::optional<std::uint32_t> VolumeView::LoadNumber(std::uint64_t offset, std::size_t width) const {
-  if (offset > image.size() || width > image.size() - offset) return std::nullopt;
-  std::uint32_t number = 0;
-  for (std::size_t i = 0; i < width; ++i) {
-    number |= std::uint32_t{image[offset + i]} << (8 * i);
-  }
-  return number;
 }
 
 }  // namespace quorbix::virtdisk::tool

@@ -5,8 +5,12 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
+#include <vector>
 
 #include <quorbix/virtdisk/fat16_fs_image.h>
+
+#include "browser/byte_source.h"
 
 namespace quorbix::virtdisk::tool {
 
@@ -23,10 +27,15 @@ struct ClusterCounts {
 class VolumeView {
  public:
   // `bytes` are the image, or its beginning as far as the end of the first FAT when `imageBytes`
-  // tells how long the image is. They must outlive the view.
+  // tells how long the image is.
   VolumeView(const Fat16FsInfo& info, std::span<const std::uint8_t> bytes);
   VolumeView(const Fat16FsInfo& info, std::span<const std::uint8_t> bytes,
              std::uint64_t imageBytes);
+
+  // Takes the boot sector and the FAT from `source`. Nothing when they could not be read; `err`
+  // says why.
+  static std::optional<VolumeView> Read(const Fat16FsInfo& info, internal::ByteSource& source,
+                                        std::string& err);
 
   // Numbered from kFirstCluster: as many as the boot sector tells of, the image holds and the FAT
   // has words for.
@@ -42,16 +51,18 @@ class VolumeView {
   std::uint64_t RootSectors() const { return dataStart - rootStart; }
 
   // The serial number of the volume, where its boot sector says that it has one.
-  std::optional<std::uint32_t> VolumeId() const;
+  std::optional<std::uint32_t> VolumeId() const { return volumeId; }
 
  private:
-  std::optional<std::uint32_t> LoadNumber(std::uint64_t offset, std::size_t width) const;
+  VolumeView() = default;
+  bool Load(const Fat16FsInfo& info, internal::ByteSource& source, std::uint64_t imageBytes,
+            std::string& err);
+  bool LoadVolumeId(std::uint64_t bootSector, internal::ByteSource& source, std::string& err);
 
-  std::span<const std::uint8_t> image;
-  std::uint64_t bootSector = 0;  // byte offset
-  std::uint64_t fatOffset = 0;   // byte offset
-  std::uint64_t rootStart = 0;   // sector
-  std::uint64_t dataStart = 0;   // sector
+  std::vector<std::uint8_t> words;  // the FAT's, as far as there are clusters
+  std::optional<std::uint32_t> volumeId;
+  std::uint64_t rootStart = 0;  // sector
+  std::uint64_t dataStart = 0;  // sector
   std::uint32_t clusterBytes = 0;
   std::uint32_t clusterCount = 0;
 };

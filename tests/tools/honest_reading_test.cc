@@ -1,0 +1,183 @@
+// What the reading commands refuse, and what they tell of disks that are damaged, changed or large
+// while they read.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <ostream>
+#include <sstream>
+#include <streambuf>
+#include <string>
+#include <vector>
+
+#include "program_run.h"
+#include "support/child_process.h"
+#include "support/image_crafter.h"
+#include "support/instrumented.h"
+#include "support/temp_folder.h"
+
+namespace quorbix::virtdisk::test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+ImageCrafter DiskOfOneFile() {
+  return ImageCrafter().File("A.TXT", {.firstCluster = 2, .size = 3}).Chain({2}).Data(2, "aaa");
+}
+
+ImageCrafter ThatSays(const std::string& type) {
+  ImageCrafter crafter = DiskOfOneFile();
+  for (std::size_t i = 0; i < 5; ++i) {
+    crafter.Byte(512 + 54 + i, static_cast<std::uint8_t>(type[i]));
+  }
+  return crafter;
+}
+
+class ReadingCommand : public ::testing::TestWithParam<std::vector<std::string>> {
+ protected:
+  // With the image after the command's name.
+  ProgramRun Run(const ImageCrafter& crafter, const std::vector<std::string>& options = {}) {
+    WriteBytes(folder / "disk.img", crafter.Bytes());
+    std::vector<std::string> arguments = GetParam();
+    arguments.insert(arguments.begin() + 1, (folder / "disk.img").string());
+    if (arguments[0] == "get") arguments.push_back((folder / "A.TXT").string());
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return RunVirtdisk(arguments);
+  }
+
+  TempFolder folder;
+};
+
+TEST_P(ReadingCommand, VolumeThatSaysFat12_IsRefusedAndReadUnderForce) {
+  const ProgramRun run = Run(ThatSays("FAT12"));
+  EXPECT_EQ(run.status, 3);
+  EXPECT_THAT(run.out, IsEmpty());
+  EXPECT_FALSE(folder.Exists("A.TXT"));
+  EXPECT_THAT(run.err, HasSubstr("says FAT12: its files would be misread\n"));
+  EXPECT_THAT(run.err, HasSubstr("--force"));
+  EXPECT_EQ(Run(ThatSays("FAT12"), {"--force"}).status, 0);
+}
+
+TEST_P(ReadingCommand, VolumeThatSaysFat32_IsRefused) {
+  EXPECT_EQ(Run(ThatSays("FAT32")).status, 3);
+}
+
+TEST_P(ReadingCommand, RealFat32Volume_IsRefusedEvenUnderForce) {
+  const ImageCrafter crafter = ThatSays("FAT32").U16(512 + 22, 0).U16(512 + 17, 0);
+  EXPECT_EQ(Run(crafter).status, 3);
+  const ProgramRun run = Run(crafter, {"--force"});
+  EXPECT_EQ(run.status, 3);
+  EXPECT_THAT(run.err, HasSubstr("holds a FAT32 volume\n  virtdisk reads FAT16 only"));
+}
+
+TEST_P(ReadingCommand, SmallVolumeThatSaysNothing_IsRefused) {
+  const ProgramRun run = Run(ThatSays("     "));
+  EXPECT_EQ(run.status, 3);
+  EXPECT_THAT(run.err, HasSubstr("has only 90 clusters, which makes it FAT12, and does not say"));
+}
+
+TEST_P(ReadingCommand, SmallVolumeThatSaysFat16_IsRead) {
+  EXPECT_EQ(Run(ThatSays("FAT16")).status, 0);
+}
+
+TEST_P(ReadingCommand, LargeVolumeThatSaysNothing_IsRead) {
+  ImageCrafter crafter({.sectorsPerFat = 16, .clusters = 4085});
+  crafter.File("A.TXT", {.firstCluster = 2, .size = 3}).Chain({2}).Data(2, "aaa");
+  EXPECT_EQ(Run(crafter.Byte(512 + 54, ' ').Byte(512 + 55, ' ')).status, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, ReadingCommand,
+                         ::testing::Values(std::vector<std::string>{"ls"},
+                                           std::vector<std::string>{"ls", "/", "-R"},
+                                           std::vector<std::string>{"find", "a"},
+                                           std::vector<std::string>{"tree"},
+                                           std::vector<std::string>{"cat", "/A.TXT"},
+                                           std::vector<std::string>{"get", "/A.TXT"}),
+                         [](const auto& command) {
+                           const bool isRecursive = command.param.size() == 3;
+                           return command.param[0] + (isRecursive ? "Recursive" : "");
+                         });
+
+// Cuts a file off when it is first written to.
+class CuttingStream : public std::streambuf {
+ public:
+  CuttingStream(std::filesystem::path cutFile, std::uintmax_t restBytes)
+      : file(std::move(cutFile)), rest(restBytes) {}
+
+ protected:
+  std::streamsize xsputn(const char* /*text*/, std::streamsize count) override {
+    std::filesystem::resize_file(file, rest);
+    return count;
+  }
+  int overflow(int c) override { return c; }
+
+ private:
+  std::filesystem::path file;
+  std::uintmax_t rest;
+};
+
+TEST(ShrinkingImage, Cat_IsToldByAMessage) {
+  TempFolder folder;
+  // 1 MiB in clusters of 64 KiB, which is read in more than one piece.
+  ImageCrafter crafter({.sectorsPerCluster = 128, .clusters = 20});
+  crafter.File("A.BIN", {.firstCluster = 2, .size = 1048576});
+  crafter.Chain({2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17});
+  WriteBytes(folder / "disk.img", crafter.Bytes());
+
+  CuttingStream cutting(folder / "disk.img", 4096);
+  std::ostream out(&cutting);
+  std::ostringstream err;
+  tool::Console console{out, err};
+  const int status = tool::RunProgram(console, {"cat", (folder / "disk.img").string(), "/A.BIN"});
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(err.str(),
+            "virtdisk: image could not be read: it is shorter than it was\n  /A.BIN in " +
+                (folder / "disk.img").string() + " could not be read whole.\n");
+}
+
+TEST(CatCommandOnAShortFile, GivesWhatThereIsAndFails) {
+  TempFolder folder;
+  ImageCrafter crafter;
+  crafter.File("A.TXT", {.firstCluster = 2, .size = 513}).Chain({2}).Fill(2, 'a');
+  WriteBytes(folder / "disk.img", crafter.Bytes());
+  const ProgramRun run = RunVirtdisk({"cat", (folder / "disk.img").string(), "/A.TXT"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, std::string(512, 'a'));
+  EXPECT_EQ(run.err,
+            "virtdisk: /A.TXT has only 512 of its 513 bytes\n"
+            "  Its chain of clusters ends early; `virtdisk verify` tells more.\n");
+}
+
+// A volume of 2,047 MiB in 65,500 clusters, most of it a hole in the file.
+void WriteLargeDisk(const std::filesystem::path& path) {
+  ImageCrafter crafter({.sectorsPerCluster = 64, .sectorsPerFat = 256, .clusters = 20});
+  crafter.File("A.TXT", {.firstCluster = 2, .size = 3}).Chain({2}).Data(2, "aaa");
+  const std::uint32_t sectors = 513 + 1 + 65500 * 64;
+  crafter.U16(512 + 19, 0).U32(512 + 32, sectors).U32(446 + 12, sectors);
+  WriteBytes(path, crafter.Bytes());
+  std::filesystem::resize_file(path, (std::uintmax_t{1} + sectors) * 512);
+}
+
+TEST(LargeImage, EveryReadingCommand_RunsInMemoryOfAFewMiB) {
+  if (kInstrumented) GTEST_SKIP() << "sanitizers keep memory of their own";
+  TempFolder folder;
+  WriteLargeDisk(folder / "disk.img");
+  const std::string disk = (folder / "disk.img").string();
+  const std::string dest = (folder / "DEST").string();
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"ls", disk, "-R", "--all"},
+                                             {"find", disk, "a"},
+                                             {"tree", disk},
+                                             {"cat", disk, "/A.TXT"},
+                                             {"get", disk, "/", dest},
+                                             {"verify", disk}}) {
+    const int status = RunInChild({.addressSpaceLimit = 512u << 20},
+                                  [&] { return RunVirtdisk(arguments).status; });
+    EXPECT_EQ(status, 0) << arguments[0];
+  }
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::test

@@ -1,0 +1,139 @@
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "commands/commands.h"
+#include "disk/image_file.h"
+#include "disk/image_tree.h"
+#include "disk/opened_image.h"
+#include "terminal/exit_status.h"
+#include "terminal/json.h"
+#include "terminal/text.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+constexpr char kDirectoryColour[] = "\x1b[1;34m";
+constexpr char kReset[] = "\x1b[0m";
+constexpr std::size_t kSizeWidth = 11;     // "1,023 bytes"
+constexpr std::size_t kMostIndented = 64;  // deeper levels stay below one another
+constexpr std::size_t kTop = static_cast<std::size_t>(-1);
+
+struct Branch {
+  const Fat16FsEntry* entry = nullptr;
+  std::size_t parent = kTop;
+  bool isLast = true;  // of its directory
+  std::uint64_t bytes = 0;
+};
+
+// Everything below `path`, with what each directory holds in all.
+std::vector<Branch> Branches(const ImageTree& tree, const std::string& path) {
+  std::vector<Branch> branches;
+  std::unordered_map<std::string, std::size_t> directories;  // by path key
+  std::unordered_map<std::size_t, std::size_t> lastIn;       // by directory
+  const std::string top = PathKey(path);
+  for (const Fat16FsEntry* entry : tree.Below(path)) {
+    const std::size_t number = branches.size();
+    const std::string parentKey = PathKey(ParentPath(*entry));
+    const std::size_t parent = parentKey == top ? kTop : directories.at(parentKey);
+    if (entry->isDirectory) directories.try_emplace(PathKey(entry->path), number);
+    const auto [last, isFirst] = lastIn.try_emplace(parent, number);
+    if (!isFirst) branches[last->second].isLast = false;
+    last->second = number;
+    branches.push_back({entry, parent, true, entry->isDirectory ? 0 : entry->size});
+  }
+  // What is in a directory comes after it.
+  for (std::size_t i = branches.size(); i-- > 0;) {
+    if (branches[i].parent != kTop) branches[branches[i].parent].bytes += branches[i].bytes;
+  }
+  return branches;
+}
+
+struct Lines {
+  const char* past;    // the directory above goes on
+  const char* beside;  // and here is one of its entries
+  const char* last;    // here is its last one
+};
+constexpr Lines kPlainLines{"|   ", "|-- ", "`-- "};
+constexpr Lines kDrawnLines{"\xE2\x94\x82   ", "\xE2\x94\x9C\xE2\x94\x80\xE2\x94\x80 ",
+                            "\xE2\x94\x94\xE2\x94\x80\xE2\x94\x80 "};
+
+bool LocaleIsUtf8() {
+  for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+    const char* value = std::getenv(name);
+    if (value == nullptr || *value == '\0') continue;
+    const std::string_view text = value;
+    return text.ends_with("UTF-8") || text.ends_with("utf8");
+  }
+  return false;
+}
+
+std::string Indent(const std::vector<Branch>& branches, std::size_t number, const Lines& lines) {
+  std::vector<const char*> parts{branches[number].isLast ? lines.last : lines.beside};
+  for (std::size_t i = branches[number].parent; i != kTop && parts.size() < kMostIndented;
+       i = branches[i].parent) {
+    parts.push_back(branches[i].isLast ? "    " : lines.past);
+  }
+  std::string indent;
+  for (std::size_t i = parts.size(); i-- > 0;) indent += parts[i];
+  return indent;
+}
+
+std::string Right(const std::string& text) {
+  return std::string(kSizeWidth - std::min(kSizeWidth, text.size()), ' ') + text;
+}
+
+void Draw(Console& console, const std::vector<Branch>& branches, const std::string& top) {
+  const Lines& lines = LocaleIsUtf8() ? kDrawnLines : kPlainLines;
+  std::uint64_t bytes = 0;
+  std::uint64_t directories = 0;
+  for (const Branch& branch : branches) {
+    if (branch.parent == kTop) bytes += branch.bytes;
+    if (branch.entry->isDirectory) ++directories;
+  }
+  console.out << Right(FormatBytes(bytes)) << "  " << Printable(top) << "\n";
+  for (std::size_t i = 0; i < branches.size(); ++i) {
+    const Fat16FsEntry& entry = *branches[i].entry;
+    const bool coloured = console.colour && entry.isDirectory;
+    console.out << Right(FormatBytes(branches[i].bytes)) << "  " << Indent(branches, i, lines)
+                << (coloured ? kDirectoryColour : "") << Printable(entry.name)
+                << (coloured ? kReset : "") << (entry.isDirectory ? "/\n" : "\n");
+  }
+  console.out << "\n"
+              << Count(directories, "directory", "directories") << ", "
+              << Count(branches.size() - directories, "file", "files") << "\n";
+}
+
+}  // namespace
+
+int RunTree(Console& console, const TreeOptions& options) {
+  int status = kDone;
+  const auto image =
+      OpenedImage::Open(console, options.image, {options.force, options.all}, status);
+  if (!image) return status;
+  const ImageTree tree(image->Index());
+  if (!tree.IsDirectory(options.path)) {
+    return Fail(
+        console, "directory not found",
+        Within(options.path, options.image) + ": `virtdisk tree IMAGE` shows all there are.");
+  }
+  const std::vector<Branch> branches = Branches(tree, options.path);
+  if (!options.json) {
+    Draw(console, branches, options.path);
+    return kDone;
+  }
+  for (const Branch& branch : branches) {
+    Json record = EntryRecord(*branch.entry);
+    record["hidden"] = tree.IsHidden(*branch.entry);
+    record["bytes"] = branch.bytes;
+    console.out << OneLine(record) << "\n";
+  }
+  return kDone;
+}
+
+}  // namespace quorbix::virtdisk::tool

@@ -1,0 +1,30 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_EXTRACTED_FILE_H_
+#define QUORBIX_VIRTDISK_TOOL_EXTRACTED_FILE_H_
+
+#include <filesystem>
+#include <string>
+
+#include "browser/content_reader.h"
+
+namespace quorbix::virtdisk::tool {
+
+enum class ExtractionEnd {
+  kWritten,
+  kExists,      // something has that name already, and was left alone
+  kUnreadable,  // the content could not be read
+  kUnwritable,
+};
+
+// Writes what `content` reads into the new file `target`. On failure `err` says why, and the file
+// is gone again. Like any copy it is left to the system to write it out to the disk.
+ExtractionEnd ExtractToNewFile(const std::filesystem::path& target,
+                               internal::ContentReader& content, std::string& err);
+
+// The same in place of a regular file or a symbolic link that may exist, which a failure leaves as
+// it was.
+ExtractionEnd ExtractInPlaceOf(const std::filesystem::path& target,
+                               internal::ContentReader& content, std::string& err);
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_EXTRACTED_FILE_H_

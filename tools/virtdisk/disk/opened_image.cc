@@ -1,0 +1,85 @@
+#include "disk/opened_image.h"
+
+#include <string>
+
+#include "check/volume_claim.h"
+#include "terminal/exit_status.h"
+#include "terminal/text.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+using internal::VolumeClaim;
+using internal::VolumeIndex;
+
+// FAT32 keeps at 0 what every FAT16 volume has, so that nothing can force it to be read.
+bool IsFat32ThatCannotBeRead(const Fat16FsInfo& info) {
+  return info.bytesPerSector == 512 && info.sectorsPerCluster != 0 && info.fatCount != 0 &&
+         internal::ClaimOf(info) == VolumeClaim::kFat32;
+}
+
+bool IsDescribed(const Fat16FsInfo& info) { return info.dataStartSector != 0; }
+
+// What the boot sector has against being read as FAT16; empty for nothing.
+std::string ReasonOf(const Fat16FsInfo& info) {
+  switch (internal::ClaimOf(info)) {
+    case VolumeClaim::kFat12:
+      return "says FAT12";
+    case VolumeClaim::kFat32:
+      return "says FAT32";
+    case VolumeClaim::kTooFew:
+      return "has only " + Count(internal::ClaimedClusters(info), "cluster", "clusters") +
+             ", which makes it FAT12, and does not say FAT16";
+    default:
+      return {};
+  }
+}
+
+int TellUnreadable(Console& console, const std::filesystem::path& path, const Fat16FsInfo& info,
+                   const std::string& message) {
+  const std::string reason = IsDescribed(info) ? ReasonOf(info) : "";
+  if (!reason.empty()) {
+    return Fail(console, message, "The volume in " + path.string() + " " + reason + ".");
+  }
+  if (!IsFat32ThatCannotBeRead(info)) {
+    return Fail(console, message,
+                path.string() +
+                    " holds no FAT16 volume that can be read; is it the right file, and whole?");
+  }
+  Fail(console, path.string() + " holds a FAT32 volume",
+       "virtdisk reads FAT16 only; mtools and 7-Zip read others.");
+  return kRefused;
+}
+
+}  // namespace
+
+std::unique_ptr<OpenedImage> OpenedImage::Open(Console& console, const std::filesystem::path& path,
+                                               const Wish& wish, int& status) {
+  std::string err;
+  std::unique_ptr<internal::FileSource> source = internal::FileSource::Open(path, err);
+  if (!source) {
+    status = Fail(console, path.string() + ": " + err,
+                  "Give the path of an existing disk image; `virtdisk build` makes one.");
+    return nullptr;
+  }
+  std::unique_ptr<OpenedImage> image(new OpenedImage(std::move(source)));
+  const auto hidden = wish.hidden ? VolumeIndex::Hidden::kCollect : VolumeIndex::Hidden::kPassOver;
+  const bool isParsed = image->index.Parse(err, hidden);
+  // Even where its misread directories lead nowhere, what it says of itself is the better reason.
+  const bool isRefused =
+      IsDescribed(image->Info()) && RefuseMisread(console, image->Info(), path, wish.force);
+  if (isParsed && !isRefused) return image;
+  status = isRefused ? int{kRefused} : TellUnreadable(console, path, image->Info(), err);
+  return nullptr;
+}
+
+bool RefuseMisread(Console& console, const Fat16FsInfo& info, const std::filesystem::path& image,
+                   bool force) {
+  if (force || !internal::WouldBeMisread(internal::ClaimOf(info))) return false;
+  Fail(console,
+       "the volume in " + image.string() + " " + ReasonOf(info) + ": its files would be misread",
+       "mtools and 7-Zip read it; --force takes it for FAT16 all the same.");
+  return true;
+}
+
+}  // namespace quorbix::virtdisk::tool

@@ -1,0 +1,49 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_OPENED_IMAGE_H_
+#define QUORBIX_VIRTDISK_TOOL_OPENED_IMAGE_H_
+
+#include <filesystem>
+#include <memory>
+
+#include "browser/file_source.h"
+#include "browser/volume_index.h"
+#include "terminal/console.h"
+
+namespace quorbix::virtdisk::tool {
+
+// An image whose volume is indexed, and whose files are read from it when they are asked for: never
+// all of it.
+class OpenedImage {
+ public:
+  struct Wish {
+    bool force = false;   // also a volume that would be misread: see RefuseMisread
+    bool hidden = false;  // collect the entries that no listing shows
+  };
+
+  // Null after telling the console why; `status` is then what the program should end with.
+  static std::unique_ptr<OpenedImage> Open(Console& console, const std::filesystem::path& path,
+                                           const Wish& wish, int& status);
+
+  const internal::VolumeIndex& Index() const { return index; }
+  const Fat16FsInfo& Info() const { return index.Info(); }
+  internal::ByteSource& Source() const { return *source; }
+  std::uint64_t Bytes() const { return source->Size(); }
+
+ private:
+  explicit OpenedImage(std::unique_ptr<internal::FileSource> opened)
+      : source(std::move(opened)), index(*source) {}
+
+  std::unique_ptr<internal::FileSource> source;
+  internal::VolumeIndex index;
+};
+
+// Every FAT is read as one of 16-bit words. Of a volume that says FAT12 or FAT32, or that has too
+// few clusters for FAT16 without saying that it is, this would give, and write, wrong content: it
+// is refused, and the console told, unless `force` is set. True: refused, with status 3.
+//
+// For whoever writes into an image, too: to be asked before anything is changed.
+[[nodiscard]] bool RefuseMisread(Console& console, const Fat16FsInfo& info,
+                                 const std::filesystem::path& image, bool force);
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_OPENED_IMAGE_H_
