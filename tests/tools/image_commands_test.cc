@@ -60,10 +60,54 @@ TEST_F(InfoCommand, Volume_IsDescribed) {
                          "volume id    1234-ABCD\n"
                          "file system  FAT16\n"
                          "clusters     90 of 512 bytes: 4 used, 86 free\n"
+                         "full         4 %, 2 KiB of 45 KiB; largest free run 42.5 KiB\n"
+                         "fragments    1 of 3 files and directories lie in several parts, 2 of "
+                         "them in all\n"
                          "FATs         2 of 1 sector\n"
                          "root         16 entries\n"
                          "files        3, 605 bytes\n"
-                         "directories  1\n");
+                         "directories  1\n"
+                         "note         with fewer than 4,085 clusters (90), other systems take "
+                         "the volume for FAT12\n");
+}
+
+TEST_F(InfoCommand, HiddenEntries_AreCounted) {
+  ImageCrafter crafter = DatedDisk();
+  crafter.InRoot().RawSlot("        PRO", {.firstCluster = 8, .size = 9}).Chain({8});
+  crafter.RawSlot("        GIT", {.attributes = 0x10, .firstCluster = 9}).Chain({9});
+  crafter.InCluster(9).DotEntries(9, 0).File("HEAD");
+  Write(crafter);
+  EXPECT_THAT(RunVirtdisk({"info", Image()}).out,
+              HasSubstr("hidden       2 files and 1 directory, 9 bytes, that only `ls --all` "
+                        "lists\n"));
+  const auto record = RunVirtdisk({"info", Image(), "--json"}).Json();
+  EXPECT_EQ(record["hiddenFiles"], 2);
+  EXPECT_EQ(record["hiddenDirectories"], 1);
+  EXPECT_EQ(record["hiddenBytes"], 9);
+  EXPECT_EQ(record["files"], 3);
+}
+
+TEST_F(InfoCommand, Fat12_IsNamedAndNotRefused) {
+  Write(DatedDisk().Byte(512 + 58, '2'));
+  const ProgramRun run = RunVirtdisk({"info", Image()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out, HasSubstr("note         the volume says FAT12; read as FAT16, its files "));
+  EXPECT_EQ(RunVirtdisk({"info", Image(), "--json"}).Json()["takenFor"], "FAT12");
+}
+
+TEST_F(InfoCommand, VolumeOfEnoughClusters_HasNoNote) {
+  Write(ImageCrafter({.sectorsPerFat = 16, .clusters = 4085}));
+  const ProgramRun run = RunVirtdisk({"info", Image()});
+  EXPECT_THAT(run.out, Not(HasSubstr("note")));
+  EXPECT_THAT(run.out,
+              HasSubstr("full         0 %, 0 bytes of 2.0 MiB; largest free run 2.0 MiB\n"));
+  EXPECT_THAT(run.out, HasSubstr("fragments    none: everything lies in one part\n"));
+}
+
+TEST_F(InfoCommand, OneClusterOfThousands_IsNotNothing) {
+  ImageCrafter crafter({.sectorsPerFat = 16, .clusters = 4085});
+  Write(crafter.File("A", {.firstCluster = 2, .size = 1}).Chain({2}));
+  EXPECT_THAT(RunVirtdisk({"info", Image()}).out, HasSubstr("full         less than 1 %, "));
 }
 
 TEST_F(InfoCommand, BareVolume_HasNoPartition) {
@@ -87,6 +131,11 @@ TEST_F(InfoCommand, Json_IsOneObject) {
   EXPECT_EQ(record["files"], 3);
   EXPECT_EQ(record["directories"], 1);
   EXPECT_EQ(record["fileBytes"], 605);
+  EXPECT_EQ(record["takenFor"], "small FAT16");
+  EXPECT_EQ(record["fragmented"], 1);
+  EXPECT_EQ(record["fragments"], 2);
+  EXPECT_EQ(record["largestFreeRun"], 85);
+  EXPECT_EQ(record["slackBytes"], 507 + 424);
 }
 
 TEST_F(InfoCommand, LabelWithControlCharacters_IsMadeSafe) {

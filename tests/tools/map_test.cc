@@ -17,11 +17,11 @@ using test::ImageCrafter;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// One letter for each of the first clusters: f file, d directory, . free, ! lost.
+// One letter for each of the first clusters: f file, d directory, h hidden, . free, ! lost, x bad.
 std::string Letters(const DiskMap& map, std::size_t count) {
   std::string letters;
   for (std::size_t i = 0; i < count; ++i) {
-    letters += "=%df.!"[static_cast<std::size_t>(map.clusters.at(i).area)];
+    letters += "=%dfh.!x"[static_cast<std::size_t>(map.clusters.at(i).area)];
   }
   return letters;
 }
@@ -69,7 +69,7 @@ TEST(MapVolume, EmptyFile_OwnsNothing) {
 TEST(MapVolume, ChainWithoutAnEntry_IsLost) {
   ImageCrafter crafter;
   crafter.Chain({2, 3}).FatWord(5, 0xFFF7);
-  EXPECT_EQ(Letters(Map(crafter), 5), "!!.!.");
+  EXPECT_EQ(Letters(Map(crafter), 5), "!!.x.");
 }
 
 TEST(MapVolume, Loop_IsBrokenWhereItCloses) {
@@ -120,11 +120,57 @@ TEST(MapVolume, ManyEntriesOnOneLongChain_AreMappedOnce) {
   EXPECT_EQ(map.owners.at(0).runs.at(0).count, 60000U);
 }
 
+// A.TXT, ".PRO", and "HEAD" in the directory ".GIT".
+DiskMap MapWithHiddenEntries() {
+  ImageCrafter crafter;
+  crafter.File("A.TXT", {.firstCluster = 2, .size = 3}).Chain({2});
+  crafter.RawSlot("        PRO", {.firstCluster = 3, .size = 600}).Chain({3, 4});
+  crafter.RawSlot("        GIT", {.attributes = 0x10, .firstCluster = 6}).Chain({6});
+  crafter.InCluster(6).DotEntries(6, 0).File("HEAD", {.firstCluster = 7, .size = 512});
+  crafter.Chain({7});
+  internal::MemorySource source(crafter.Bytes());
+  internal::VolumeIndex index(source);
+  std::string err;
+  EXPECT_TRUE(index.Parse(err, internal::VolumeIndex::Hidden::kCollect)) << err;
+  return MapVolume(VolumeView(index.Info(), crafter.Bytes()), ImageTree(index));
+}
+
+TEST(MapVolume, HiddenEntries_AreNotLost) {
+  const DiskMap map = MapWithHiddenEntries();
+  EXPECT_EQ(Letters(map, 7), "fhh.hh.");
+  EXPECT_EQ(map.owners.at(1).path, "/.PRO");
+  EXPECT_TRUE(map.owners.at(1).isHidden);
+  EXPECT_EQ(map.owners.at(3).path, "/.GIT/HEAD");
+}
+
+TEST(MapVolume, HiddenEntriesThatNobodyCollected_AreLost) {
+  ImageCrafter crafter;
+  crafter.RawSlot("        PRO", {.firstCluster = 3, .size = 600}).Chain({3, 4});
+  EXPECT_EQ(Letters(Map(crafter), 3), ".!!");
+}
+
+TEST(SlackBytes, FilesLastClusters_CountDirectoriesDoNot) {
+  EXPECT_EQ(SlackBytes(MapWithHiddenEntries()), 509u + 424u + 0u);
+}
+
+TEST(DrawCells, Slack_IsAShareOfTheLastCell) {
+  const Drawing drawing = DrawCells(MapWithHiddenEntries(), 1000);
+  EXPECT_DOUBLE_EQ(drawing.cells.at(5).slack, 509.0 / 512);
+  EXPECT_DOUBLE_EQ(drawing.cells.at(6).slack, 0);
+  EXPECT_DOUBLE_EQ(drawing.cells.at(7).slack, 424.0 / 512);
+}
+
+TEST(DrawCells, BadCluster_AlwaysShows) {
+  ImageCrafter crafter;
+  crafter.File("B.TXT", {.firstCluster = 2, .size = 1500}).Chain({2, 3, 4}).FatWord(5, 0xFFF7);
+  EXPECT_EQ(DrawCells(Map(crafter), 30).cells.at(2).area, Area::kBad);
+}
+
 TEST(CountAreas, Clusters_AreCountedByUse) {
   ImageCrafter crafter;
   crafter.File("A.TXT", {.firstCluster = 3, .size = 600}).Chain({3, 4}).Chain({10});
   crafter.Directory("SUB", 6).Chain({6}).InCluster(6);
-  EXPECT_THAT(CountAreas(Map(crafter)), ElementsAre(0, 0, 1, 2, 86, 1));
+  EXPECT_THAT(CountAreas(Map(crafter)), ElementsAre(0, 0, 1, 2, 0, 86, 1, 0));
 }
 
 TEST(DrawCells, DrawnDisk_HasACellPerCluster) {

@@ -103,7 +103,7 @@ TEST(VerifyCommand, MissingImage_GivesOneAndAMessage) {
   TempFolder folder;
   const ProgramRun run = RunVirtdisk({"verify", (folder / "none.img").string()});
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("virtdisk: image could not be opened: "));
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: cannot read "));
   EXPECT_THAT(run.out, IsEmpty());
 }
 

@@ -1,12 +1,14 @@
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <string>
+#include <vector>
 
-#include <quorbix/virtdisk/fat16_fs_image.h>
-
+#include "check/volume_claim.h"
 #include "commands/commands.h"
-#include "disk/image_file.h"
 #include "disk/image_tree.h"
+#include "disk/map.h"
+#include "disk/opened_image.h"
 #include "disk/volume_view.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
@@ -15,36 +17,114 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
+using internal::VolumeClaim;
+
 struct Totals {
   std::uint64_t files = 0;
   std::uint64_t directories = 0;
   std::uint64_t bytes = 0;
 };
 
-Totals CountEntries(const Fat16FsImage& image) {
-  Totals totals;
-  const ImageTree tree(image);
+// How the clusters of a disk lie.
+struct Layout {
+  std::uint64_t fragmented = 0;  // files and directories in several parts
+  std::uint64_t parts = 0;       // of those
+  std::uint64_t owners = 0;      // files and directories with clusters
+  std::uint64_t largestGap = 0;  // free clusters side by side
+  std::uint64_t slackBytes = 0;
+};
+
+struct Summary {
+  Totals listed;
+  Totals hidden;
+  Layout layout;
+  ClusterCounts clusters;
+  VolumeClaim claim{};
+};
+
+void CountEntries(const ImageTree& tree, Summary& summary) {
   for (const Fat16FsEntry& entry : tree.Entries()) {
+    Totals& totals = tree.IsHidden(entry) ? summary.hidden : summary.listed;
     ++(entry.isDirectory ? totals.directories : totals.files);
     if (!entry.isDirectory) totals.bytes += entry.size;
   }
-  return totals;
 }
 
-Json Record(const InfoOptions& options, const Fat16FsImage& image, const VolumeView& view,
-            const Totals& totals) {
+Layout LayoutOf(const DiskMap& map) {
+  Layout layout;
+  for (const Owner& owner : map.owners) {
+    ++layout.owners;
+    if (owner.runs.size() < 2) continue;
+    ++layout.fragmented;
+    layout.parts += owner.runs.size();
+  }
+  std::uint64_t gap = 0;
+  for (const ClusterUse& use : map.clusters) {
+    gap = use.area == Area::kFree ? gap + 1 : 0;
+    layout.largestGap = std::max(layout.largestGap, gap);
+  }
+  layout.slackBytes = SlackBytes(map);
+  return layout;
+}
+
+Summary Summarize(const OpenedImage& image, const VolumeView& view) {
+  Summary summary;
+  const ImageTree tree(image.Index());
+  CountEntries(tree, summary);
+  summary.layout = LayoutOf(MapVolume(view, tree));
+  summary.clusters = view.CountClusters();
+  summary.claim = internal::ClaimOf(image.Info());
+  return summary;
+}
+
+const char* ClaimName(VolumeClaim claim) {
+  switch (claim) {
+    case VolumeClaim::kFat16:
+      return "FAT16";
+    case VolumeClaim::kSmallFat16:
+      return "small FAT16";
+    case VolumeClaim::kFat12:
+    case VolumeClaim::kTooFew:
+      return "FAT12";
+    case VolumeClaim::kFat32:
+      return "FAT32";
+  }
+  return "";
+}
+
+// What somebody should know who takes the volume for FAT16; empty for nothing.
+std::string Note(VolumeClaim claim, std::uint64_t clusters) {
+  switch (claim) {
+    case VolumeClaim::kFat16:
+      return {};
+    case VolumeClaim::kSmallFat16:
+      return "with fewer than 4,085 clusters (" + GroupDigits(clusters) +
+             "), other systems take the volume for FAT12";
+    case VolumeClaim::kFat12:
+      return "the volume says FAT12; read as FAT16, its files are wrong";
+    case VolumeClaim::kFat32:
+      return "the volume says FAT32; read as FAT16, its files are wrong";
+    case VolumeClaim::kTooFew:
+      return "with " + Count(clusters, "cluster", "clusters") +
+             " the volume is FAT12; read as FAT16, its files are wrong";
+  }
+  return {};
+}
+
+Json Record(const InfoOptions& options, const OpenedImage& image, const VolumeView& view,
+            const Summary& summary) {
   const Fat16FsInfo& info = image.Info();
-  const ClusterCounts clusters = view.CountClusters();
   const auto id = view.VolumeId();
   const Json partition = {{"type", info.partitionType},
                           {"startSector", info.partitionStartLba},
                           {"sectors", info.partitionSectorCount}};
   return {{"image", options.image.string()},
-          {"bytes", image.ImageBytes().size()},
+          {"bytes", image.Bytes()},
           {"partition", info.partitioned ? partition : Json(nullptr)},
           {"label", info.volumeLabel},
           {"volumeId", id ? Json(FormatVolumeId(*id)) : Json(nullptr)},
           {"fileSystemType", info.fileSystemType},
+          {"takenFor", ClaimName(summary.claim)},
           {"sectorBytes", info.bytesPerSector},
           {"clusterBytes", view.ClusterBytes()},
           {"totalSectors", info.totalSectors},
@@ -53,12 +133,19 @@ Json Record(const InfoOptions& options, const Fat16FsImage& image, const VolumeV
           {"sectorsPerFat", info.sectorsPerFat},
           {"rootEntries", info.rootEntryCount},
           {"clusters", view.ClusterCount()},
-          {"clustersUsed", clusters.used},
-          {"clustersFree", clusters.free},
-          {"clustersBad", clusters.bad},
-          {"files", totals.files},
-          {"directories", totals.directories},
-          {"fileBytes", totals.bytes}};
+          {"clustersUsed", summary.clusters.used},
+          {"clustersFree", summary.clusters.free},
+          {"clustersBad", summary.clusters.bad},
+          {"largestFreeRun", summary.layout.largestGap},
+          {"fragmented", summary.layout.fragmented},
+          {"fragments", summary.layout.parts},
+          {"slackBytes", summary.layout.slackBytes},
+          {"files", summary.listed.files},
+          {"directories", summary.listed.directories},
+          {"fileBytes", summary.listed.bytes},
+          {"hiddenFiles", summary.hidden.files},
+          {"hiddenDirectories", summary.hidden.directories},
+          {"hiddenBytes", summary.hidden.bytes}};
 }
 
 std::string PartitionText(const Fat16FsInfo& info) {
@@ -78,37 +165,70 @@ std::string ClustersText(const VolumeView& view) {
   return text;
 }
 
-void PrintText(Console& console, const InfoOptions& options, const Fat16FsImage& image,
-               const VolumeView& view, const Totals& totals) {
+std::string FullText(const VolumeView& view, const Summary& summary) {
+  const std::uint64_t clusters = view.ClusterCount();
+  if (clusters == 0) return "(no clusters)";
+  const std::uint64_t used = summary.clusters.used;
+  std::string percent = std::to_string(used * 100 / clusters);
+  if (used != 0 && used * 100 < clusters) percent = "less than 1";
+  return percent + " %, " + FormatBytes(used * view.ClusterBytes()) + " of " +
+         FormatBytes(clusters * view.ClusterBytes()) + "; largest free run " +
+         FormatBytes(summary.layout.largestGap * view.ClusterBytes());
+}
+
+std::string FragmentsText(const Layout& layout) {
+  if (layout.fragmented == 0) return "none: everything lies in one part";
+  return GroupDigits(layout.fragmented) + " of " + GroupDigits(layout.owners) +
+         " files and directories lie in several parts, " + GroupDigits(layout.parts) +
+         " of them in all";
+}
+
+std::string HiddenText(const Totals& hidden) {
+  return Count(hidden.files, "file", "files") + " and " +
+         Count(hidden.directories, "directory", "directories") + ", " +
+         Count(hidden.bytes, "byte", "bytes") + ", that only `ls --all` lists";
+}
+
+void PrintText(Console& console, const InfoOptions& options, const OpenedImage& image,
+               const VolumeView& view, const Summary& summary) {
   const Fat16FsInfo& info = image.Info();
   const auto id = view.VolumeId();
   console.out << "image        " << Printable(options.image.string()) << ", "
-              << GroupDigits(image.ImageBytes().size()) << " bytes\n"
+              << GroupDigits(image.Bytes()) << " bytes\n"
               << "partition    " << PartitionText(info) << "\n"
               << "label        "
               << (info.volumeLabel.empty() ? "(none)" : Printable(info.volumeLabel)) << "\n"
               << "volume id    " << (id ? FormatVolumeId(*id) : "(none)") << "\n"
               << "file system  " << Printable(info.fileSystemType) << "\n"
               << "clusters     " << ClustersText(view) << "\n"
+              << "full         " << FullText(view, summary) << "\n"
+              << "fragments    " << FragmentsText(summary.layout) << "\n"
               << "FATs         " << unsigned{info.fatCount} << " of "
               << Count(info.sectorsPerFat, "sector", "sectors") << "\n"
               << "root         " << Count(info.rootEntryCount, "entry", "entries") << "\n"
-              << "files        " << GroupDigits(totals.files) << ", "
-              << Count(totals.bytes, "byte", "bytes") << "\n"
-              << "directories  " << GroupDigits(totals.directories) << "\n";
+              << "files        " << GroupDigits(summary.listed.files) << ", "
+              << Count(summary.listed.bytes, "byte", "bytes") << "\n"
+              << "directories  " << GroupDigits(summary.listed.directories) << "\n";
+  const bool hasHidden = summary.hidden.files + summary.hidden.directories > 0;
+  if (hasHidden) console.out << "hidden       " << HiddenText(summary.hidden) << "\n";
+  const std::string note = Note(summary.claim, internal::ClaimedClusters(info));
+  if (!note.empty()) console.out << "note         " << note << "\n";
 }
 
 }  // namespace
 
 int RunInfo(Console& console, const InfoOptions& options) {
-  Fat16FsImage image;
-  if (!LoadImage(console, options.image, image)) return kFailed;
-  const VolumeView view(image.Info(), image.ImageBytes());
-  const Totals totals = CountEntries(image);
+  int status = kDone;
+  const auto image = OpenedImage::Open(console, options.image, {true, true}, status);
+  if (!image) return status;
+  std::string err;
+  const auto view = VolumeView::Read(image->Info(), image->Source(), err);
+  if (!view) return Fail(console, err, "Nothing was told of " + options.image.string() + ".");
+  const Summary summary = Summarize(*image, *view);
   if (options.json) {
-    console.out << OneLine(Record(options, image, view, totals)) << "\n";
+    console.out << OneLine(Record(options, *image, *view, summary)) << "\n";
   } else {
-    PrintText(console, options, image, view, totals);
+    PrintText(console, options, *image, *view, summary);
   }
   return kDone;
 }

@@ -4,9 +4,9 @@
 #include <memory>
 #include <string>
 
-#include "browser/file_source.h"
 #include "check/check_volume.h"
 #include "commands/commands.h"
+#include "disk/opened_image.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
 #include "terminal/text.h"
@@ -134,10 +134,11 @@ Json ReportRecord(const VerifyOptions& options, const CheckReport& report) {
 }  // namespace
 
 int RunVerify(Console& console, const VerifyOptions& options) {
+  const auto source = OpenSource(console, options.image);
+  if (!source) return kFailed;
   std::string err;
-  const auto source = internal::FileSource::Open(options.image, err);
   CheckReport report;
-  if (!source || !CheckVolume(*source, report, err)) {
+  if (!CheckVolume(*source, report, err)) {
     return Fail(console, err, "Nothing can be said about " + options.image.string() + ".");
   }
   if (options.json) {

@@ -8,11 +8,26 @@ namespace {
 
 constexpr std::uint64_t kSectorBytes = 512;
 
+Area AreaOf(const Owner& owner) {
+  if (owner.isHidden) return Area::kHidden;
+  return owner.isDirectory ? Area::kDirectory : Area::kFile;
+}
+
+// Bytes of its last cluster that a file does not fill.
+std::uint64_t SlackOf(const Owner& owner, std::uint64_t clusterBytes) {
+  const std::uint64_t held = owner.Clusters() * clusterBytes;
+  return owner.isDirectory || owner.size >= held ? 0 : std::min(held - owner.size, clusterBytes);
+}
+
+std::uint32_t LastCluster(const Owner& owner) {
+  return owner.runs.back().first + owner.runs.back().count - 1;
+}
+
 class Mapper {
  public:
   Mapper(const VolumeView& theView, DiskMap& theMap) : view(theView), map(theMap) {}
 
-  void Follow(const Fat16FsEntry& entry) {
+  void Follow(const Fat16FsEntry& entry, bool isHidden) {
     if (entry.firstCluster < kFirstCluster || IsEndOfChain(entry.firstCluster)) return;
     if (!IsUnclaimed(entry.firstCluster)) {
       // Nothing of its own to draw; where two chains meet, the disk is broken.
@@ -20,10 +35,11 @@ class Mapper {
       return;
     }
     const auto owner = static_cast<std::uint32_t>(map.owners.size());
-    map.owners.push_back({entry.path, entry.isDirectory, entry.size, {}});
+    map.owners.push_back({entry.path, entry.isDirectory, entry.size, {}, isHidden});
+    const Area area = AreaOf(map.owners.back());
     std::uint32_t cluster = entry.firstCluster;
     for (;;) {
-      Claim(cluster, owner, entry.isDirectory ? Area::kDirectory : Area::kFile);
+      Claim(cluster, owner, area);
       const std::uint16_t next = view.FatWord(cluster);
       if (IsEndOfChain(next)) return;
       if (!IsUnclaimed(next) || next < kFirstCluster) return Break(cluster);
@@ -34,7 +50,8 @@ class Mapper {
   void MarkTheRest() {
     for (std::uint32_t i = 0; i < map.clusters.size(); ++i) {
       ClusterUse& use = map.clusters[i];
-      if (use.owner == kNobody && view.FatWord(kFirstCluster + i) != 0) use.area = Area::kLost;
+      const std::uint16_t word = view.FatWord(kFirstCluster + i);
+      if (use.owner == kNobody && word != 0) use.area = IsBadMark(word) ? Area::kBad : Area::kLost;
     }
   }
 
@@ -67,23 +84,31 @@ Cell DrawGroup(const DiskMap& map, std::size_t begin, std::size_t end) {
   cell.first = kFirstCluster + static_cast<std::uint32_t>(begin);
   std::map<std::uint32_t, std::size_t> shares;  // clusters by owner
   std::size_t used = 0;
+  std::uint64_t slack = 0;
   bool lost = false;
+  bool bad = false;
   for (std::size_t i = begin; i < end; ++i) {
     const ClusterUse& use = map.clusters[i];
     if (use.area == Area::kFree) continue;
     ++used;
     lost = lost || use.area == Area::kLost;
+    bad = bad || use.area == Area::kBad;
     ++shares[use.owner];
+    if (use.owner == kNobody) continue;
+    const Owner& owner = map.owners[use.owner];
+    if (LastCluster(owner) == kFirstCluster + i) slack += SlackOf(owner, map.clusterBytes);
   }
+  const std::uint64_t bytes = std::uint64_t{map.clusterBytes} * (end - begin);
+  if (bytes != 0) cell.slack = static_cast<double>(slack) / static_cast<double>(bytes);
   cell.filled = static_cast<double>(used) / static_cast<double>(end - begin);
   if (used == 0) return cell;
   const auto largest =
       std::max_element(shares.begin(), shares.end(),
                        [](const auto& a, const auto& b) { return a.second < b.second; });
   cell.owner = largest->first;
-  cell.area = Area::kLost;
-  if (lost || cell.owner == kNobody) return cell;
-  cell.area = map.owners[cell.owner].isDirectory ? Area::kDirectory : Area::kFile;
+  cell.area = lost ? Area::kLost : Area::kBad;
+  if (lost || bad) return cell;
+  cell.area = AreaOf(map.owners[cell.owner]);
   return cell;
 }
 
@@ -110,6 +135,26 @@ void SortOwnersByPlace(DiskMap& map) {
   }
 }
 
+// Directories and files first: a hidden entry that shares their clusters is the odd one.
+template <class IsHidden>
+DiskMap MapEntries(const VolumeView& view, const std::vector<Fat16FsEntry>& entries,
+                   const IsHidden& isHidden) {
+  DiskMap map;
+  map.clusters.resize(view.ClusterCount());
+  map.clusterBytes = view.ClusterBytes();
+  map.systemSectors = view.SystemSectors();
+  map.rootSectors = view.RootSectors();
+  Mapper mapper(view, map);
+  for (const bool wantsHidden : {false, true}) {
+    for (const Fat16FsEntry& entry : entries) {
+      if (isHidden(entry) == wantsHidden) mapper.Follow(entry, wantsHidden);
+    }
+  }
+  mapper.MarkTheRest();
+  SortOwnersByPlace(map);
+  return map;
+}
+
 }  // namespace
 
 const char* AreaName(Area area) {
@@ -122,25 +167,37 @@ const char* AreaName(Area area) {
       return "directories";
     case Area::kFile:
       return "files";
+    case Area::kHidden:
+      return "hidden";
     case Area::kFree:
       return "free";
     case Area::kLost:
       return "lost or broken";
+    case Area::kBad:
+      return "marked bad";
   }
   return "";
 }
 
+std::uint64_t Owner::Clusters() const {
+  std::uint64_t clusters = 0;
+  for (const ClusterRun& run : runs) clusters += run.count;
+  return clusters;
+}
+
 DiskMap MapVolume(const VolumeView& view, const std::vector<Fat16FsEntry>& entries) {
-  DiskMap map;
-  map.clusters.resize(view.ClusterCount());
-  map.clusterBytes = view.ClusterBytes();
-  map.systemSectors = view.SystemSectors();
-  map.rootSectors = view.RootSectors();
-  Mapper mapper(view, map);
-  for (const Fat16FsEntry& entry : entries) mapper.Follow(entry);
-  mapper.MarkTheRest();
-  SortOwnersByPlace(map);
-  return map;
+  return MapEntries(view, entries, [](const Fat16FsEntry&) { return false; });
+}
+
+DiskMap MapVolume(const VolumeView& view, const ImageTree& tree) {
+  return MapEntries(view, tree.Entries(),
+                    [&](const Fat16FsEntry& entry) { return tree.IsHidden(entry); });
+}
+
+std::uint64_t SlackBytes(const DiskMap& map) {
+  std::uint64_t bytes = 0;
+  for (const Owner& owner : map.owners) bytes += SlackOf(owner, map.clusterBytes);
+  return bytes;
 }
 
 Drawing DrawCells(const DiskMap& map, std::size_t mostCells) {

@@ -27,8 +27,8 @@ constexpr std::size_t kListedPathLength = 21;  // in bytes, as far as the column
 constexpr std::size_t kListedPathLengthInParts = 14;
 
 // In the order of Area; files have colours of their own.
-constexpr std::array<const char*, kAreaCount> kAreaColours{"#3f4654", "#8c94a3", "#1f3f66",
-                                                           "#3aa68f", "#e6e2d8", "#d1332e"};
+constexpr std::array<const char*, kAreaCount> kAreaColours{
+    "#3f4654", "#8c94a3", "#1f3f66", "#3aa68f", "#7c6a9c", "#e6e2d8", "#d1332e", "#7a1d12"};
 
 const char* ColourOf(Area area) { return kAreaColours[static_cast<std::size_t>(area)]; }
 

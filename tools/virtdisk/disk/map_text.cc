@@ -22,7 +22,7 @@ struct Look {
 
 // In the order of Area.
 constexpr std::array<Look, kAreaCount> kLooks{
-    {{'=', 238}, {'%', 244}, {'D', 25}, {'#', 0}, {'.', 235}, {'!', 160}}};
+    {{'=', 238}, {'%', 244}, {'D', 25}, {'#', 0}, {'h', 60}, {'.', 235}, {'!', 160}, {'x', 130}}};
 constexpr char kPartlyFilled = '+';
 // Neighbours in this order stand apart; none is the red of what is lost.
 constexpr std::array<unsigned, 12> kFileColours{37,  172, 71, 133, 179, 67,
@@ -75,7 +75,9 @@ std::string Legend(const DiskMap& map, const Drawing& drawing, bool colour) {
   const std::vector<std::uint32_t> counts = CountAreas(map);
   std::string legend;
   for (std::size_t i = 0; i < kAreaCount; ++i) {
-    legend += LegendItem(static_cast<Area>(i), counts[i], colour);
+    const auto area = static_cast<Area>(i);
+    const bool isRare = area == Area::kHidden || area == Area::kBad;
+    if (!isRare || counts[i] != 0) legend += LegendItem(area, counts[i], colour);
   }
   const bool partly = std::any_of(drawing.cells.begin(), drawing.cells.end(),
                                   [](const Cell& cell) { return Symbol(cell) == kPartlyFilled; });

@@ -1,6 +1,7 @@
 #include "disk/opened_image.h"
 
 #include <string>
+#include <string_view>
 
 #include "check/volume_claim.h"
 #include "terminal/exit_status.h"
@@ -55,13 +56,12 @@ int TellUnreadable(Console& console, const std::filesystem::path& path, const Fa
 
 std::unique_ptr<OpenedImage> OpenedImage::Open(Console& console, const std::filesystem::path& path,
                                                const Wish& wish, int& status) {
-  std::string err;
-  std::unique_ptr<internal::FileSource> source = internal::FileSource::Open(path, err);
+  std::unique_ptr<internal::FileSource> source = OpenSource(console, path);
   if (!source) {
-    status = Fail(console, path.string() + ": " + err,
-                  "Give the path of an existing disk image; `virtdisk build` makes one.");
+    status = kFailed;
     return nullptr;
   }
+  std::string err;
   std::unique_ptr<OpenedImage> image(new OpenedImage(std::move(source)));
   const auto hidden = wish.hidden ? VolumeIndex::Hidden::kCollect : VolumeIndex::Hidden::kPassOver;
   const bool isParsed = image->index.Parse(err, hidden);
@@ -70,6 +70,18 @@ std::unique_ptr<OpenedImage> OpenedImage::Open(Console& console, const std::file
       IsDescribed(image->Info()) && RefuseMisread(console, image->Info(), path, wish.force);
   if (isParsed && !isRefused) return image;
   status = isRefused ? int{kRefused} : TellUnreadable(console, path, image->Info(), err);
+  return nullptr;
+}
+
+std::unique_ptr<internal::FileSource> OpenSource(Console& console,
+                                                 const std::filesystem::path& path) {
+  constexpr std::string_view kCannotOpen = "image could not be opened: ";
+  std::string err;
+  std::unique_ptr<internal::FileSource> source = internal::FileSource::Open(path, err);
+  if (source) return source;
+  const std::string reason = err.starts_with(kCannotOpen) ? err.substr(kCannotOpen.size()) : err;
+  Fail(console, "cannot read " + path.string() + ": " + reason,
+       "Give the path of an existing disk image; `virtdisk build` makes one.");
   return nullptr;
 }
 

@@ -10,6 +10,10 @@
 
 namespace quorbix::virtdisk::tool {
 
+// The image at `path`, to read from. Null after telling the console why not.
+std::unique_ptr<internal::FileSource> OpenSource(Console& console,
+                                                 const std::filesystem::path& path);
+
 // An image whose volume is indexed, and whose files are read from it when they are asked for: never
 // all of it.
 class OpenedImage {
