@@ -1,10 +1,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <set>
 #include <sstream>
 #include <string>
 
+#include "disk/map_palette.h"
 #include "disk/map_svg.h"
 #include "disk/map_text.h"
 #include "map_fixture.h"
@@ -127,6 +131,114 @@ TEST(DrawSvg, LargeDisk_StaysAPictureOfLimitedSize) {
     crafter.File("F" + std::to_string(i), {.firstCluster = cluster, .size = 1}).Chain({cluster});
   }
   EXPECT_LT(DrawSvg(Map(crafter), "DISK", "disk.img").size(), 2'000'000U);
+}
+
+TEST(DrawSvg, Scale_IsTold) {
+  EXPECT_THAT(DrawSvg(Map(DrawnDisk()), "DISK", "disk.img"),
+              HasSubstr(">One cell = 1 cluster (512 bytes)</text>"));
+}
+
+TEST(DrawSvg, Files_AreListedBySize) {
+  ImageCrafter crafter;
+  crafter.File("SMALL", {.firstCluster = 2, .size = 1}).Chain({2});
+  crafter.File("LARGE", {.firstCluster = 3, .size = 1024}).Chain({3, 4});
+  const std::string svg = DrawSvg(Map(crafter), "DISK", "disk.img");
+  EXPECT_LT(svg.find(">/LARGE</text>"), svg.find(">/SMALL</text>"));
+}
+
+TEST(DrawSvg, Slack_IsDrawnAndTold) {
+  ImageCrafter crafter;
+  crafter.File("HALF", {.firstCluster = 2, .size = 256}).Chain({2});
+  const std::string half = DrawSvg(Map(crafter), "DISK", "disk.img");
+  EXPECT_THAT(half, HasSubstr("<path class=\"k\""));
+  EXPECT_THAT(half, HasSubstr(">behind the ends of files</text>"));
+  EXPECT_THAT(half, HasSubstr(">256 bytes</text>"));
+  ImageCrafter full;
+  full.File("FULL", {.firstCluster = 2, .size = 512}).Chain({2});
+  EXPECT_THAT(DrawSvg(Map(full), "DISK", "disk.img"), Not(HasSubstr("<path class=\"k\"")));
+}
+
+// Thirty files whose paths end alike beyond what there is room for, and one path twice.
+TEST(DrawSvg, NoName_IsShownTwice) {
+  ImageCrafter crafter({.clusters = 200});
+  crafter.Directory("LONGNAME.AAA", 2).Directory("LONGNAME.BBB", 3).Chain({2}).Chain({3});
+  std::uint16_t next = 4;
+  for (const std::uint16_t top : {std::uint16_t{2}, std::uint16_t{3}}) {
+    std::uint16_t place = top;
+    for (int depth = 0; depth < 4; ++depth, ++next) {
+      crafter.InCluster(place).Directory("LONGNAME.EXT", next).Chain({next});
+      place = next;
+    }
+    crafter.InCluster(place).File("SAME.TXT", {.firstCluster = next, .size = 9}).Chain({next});
+    ++next;
+  }
+  const std::string svg = DrawSvg(Map(crafter), "DISK", "disk.img");
+  EXPECT_THAT(svg, HasSubstr("/LONGNAME.EXT/SAME.TXT</text>"));
+  EXPECT_THAT(svg, HasSubstr("/LONGNAME.EXT/SAME.TXT (2)</text>"));
+}
+
+TEST(DrawSvg, ThousandsOfFiles_AreSummedUpByDirectory) {
+  ImageCrafter crafter({.rootEntryCount = 64, .sectorsPerFat = 20, .clusters = 4000});
+  std::uint16_t next = 100;
+  for (std::uint16_t d = 0; d < 14; ++d) {
+    const auto cluster = static_cast<std::uint16_t>(2 + d);
+    crafter.InRoot().Directory("D" + std::to_string(d), cluster).Chain({cluster});
+    crafter.InCluster(cluster);
+    for (int i = 0; i < 10; ++i, ++next) {
+      crafter.File("F" + std::to_string(i), {.firstCluster = next, .size = 100u - d}).Chain({next});
+    }
+  }
+  const std::string svg = DrawSvg(Map(crafter), "DISK", "disk.img");
+  EXPECT_THAT(svg, HasSubstr(">and 116 smaller files:</text>"));
+  EXPECT_THAT(svg, HasSubstr(">/D5</text>"));
+  EXPECT_THAT(svg, HasSubstr(">10 files, 950 bytes</text>"));
+  EXPECT_THAT(svg, Not(HasSubstr("more directory")));
+}
+
+TEST(DrawSvg, HiddenFreeAndDamage_LookDifferent) {
+  ImageCrafter crafter;
+  crafter.RawSlot("        PRO", {.firstCluster = 3, .size = 600}).Chain({3, 4});
+  crafter.Chain({7}).FatWord(9, 0xFFF7);
+  internal::MemorySource source(crafter.Bytes());
+  internal::VolumeIndex index(source);
+  std::string err;
+  ASSERT_TRUE(index.Parse(err, internal::VolumeIndex::Hidden::kCollect)) << err;
+  const std::string svg = DrawSvg(
+      MapVolume(VolumeView(index.Info(), crafter.Bytes()), ImageTree(index)), "DISK", "disk.img");
+  EXPECT_THAT(svg, HasSubstr(" fill=\"url(#hidden)\"><title>/.PRO\n"));
+  EXPECT_THAT(svg, HasSubstr(" fill=\"url(#lost)\"><title>lost or broken"));
+  EXPECT_THAT(svg, HasSubstr(" fill=\"url(#bad)\"><title>marked bad"));
+  EXPECT_THAT(svg, HasSubstr(">hidden</text>"));
+}
+
+// Relative luminance of "#RRGGBB" as somebody sees it whose eyes lack the long, the middle, or no
+// wavelengths: the channels are mixed before they are weighed.
+double SeenLuminance(const std::string& colour, const std::array<std::array<double, 3>, 3>& mix) {
+  std::array<double, 3> linear{};
+  for (std::size_t i = 0; i < 3; ++i) {
+    const double level = std::stoi(colour.substr(1 + 2 * i, 2), nullptr, 16) / 255.0;
+    linear[i] = level <= 0.04045 ? level / 12.92 : std::pow((level + 0.055) / 1.055, 2.4);
+  }
+  const std::array<double, 3> weights{0.2126, 0.7152, 0.0722};
+  double luminance = 0;
+  for (std::size_t i = 0; i < 3; ++i) {
+    for (std::size_t j = 0; j < 3; ++j) luminance += weights[i] * mix[i][j] * linear[j];
+  }
+  return luminance;
+}
+
+TEST(FileColour, Neighbours_DifferInBrightnessForEveryEye) {
+  const std::array<std::array<std::array<double, 3>, 3>, 3> eyes{
+      {{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}},
+       {{{0.152, 1.053, -0.205}, {0.115, 0.786, 0.099}, {-0.004, -0.048, 1.052}}},
+       {{{0.367, 0.861, -0.228}, {0.280, 0.673, 0.047}, {-0.012, 0.043, 0.969}}}}};
+  for (const auto& eye : eyes) {
+    for (std::size_t i = 0; i < 1000; ++i) {
+      const double a = SeenLuminance(FileColour(i), eye) + 0.05;
+      const double b = SeenLuminance(FileColour(i + 1), eye) + 0.05;
+      EXPECT_GT(std::max(a, b) / std::min(a, b), 1.3) << i;
+    }
+  }
 }
 
 TEST(FileColour, FirstHundred_AreAllDifferent) {
