@@ -107,8 +107,7 @@ TEST(BuildCommand, FullRoot_IsToldWithWhatToDo) {
   for (int i = 0; i < 512; ++i) folder.File("DISK/" + std::to_string(i), "x");
   const ProgramRun run = Build(folder);
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("virtdisk: Root directory is full\n"));
-  EXPECT_THAT(run.err, HasSubstr("at most 511 entries beside the label"));
+  EXPECT_THAT(run.err, HasSubstr("more than 511 entries at its top"));
   EXPECT_FALSE(folder.Exists("disk.img"));
 }
 
@@ -185,14 +184,15 @@ TEST(BuildCommand, SizeBelow64K_FailsWithTheLibrarysMessage) {
   EXPECT_THAT(run.err, HasSubstr("virtdisk: Image too small (minimum 64 KB)\n"));
 }
 
-TEST(BuildCommand, FolderBeyondAnyImage_FailsWithTheLibrarysMessage) {
+TEST(BuildCommand, FolderBeyondAnyImage_FailsAndSaysWhy) {
   TempFolder folder;
   folder.File("DISK/SPARSE.BIN");
   fs::resize_file(folder / "DISK/SPARSE.BIN", 5ULL << 30);
   const ProgramRun run = Build(folder);
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("virtdisk: Volume too large for FAT16 (max ~2 GB)\n"));
-  EXPECT_THAT(run.err, HasSubstr("The folder needs more than 4.0 GiB"));
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: no image can hold " + (folder / "DISK").string()));
+  EXPECT_THAT(run.err, HasSubstr("It needs more than 4.0 GiB"));
+  EXPECT_FALSE(folder.Exists("disk.img"));
 }
 
 TEST(BuildCommand, MissingFolder_FailsWithTheLibrarysMessage) {
@@ -244,7 +244,34 @@ TEST(MeasureCommand, Folder_IsMeasured) {
   folder.File("DISK/A.TXT", std::string(1000, 'a')).File("DISK/SUB/B.TXT", "b");
   const ProgramRun run = RunVirtdisk({"measure", (folder / "DISK").string()});
   EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out, "files      1,001 bytes\nauto size  3 MiB\n");
+  EXPECT_THAT(run.out, HasSubstr("files        2\ndirectories  1\n"
+                                 "content      1,001 bytes\nauto size    3 MiB\n"));
+}
+
+TEST(MeasureCommand, Sizes_AreATableOfThoseThatWillDo) {
+  TempFolder folder;
+  folder.File("DISK/A.BIN", std::string(4 * kMiB, 'a'));
+  const std::string out = RunVirtdisk({"measure", (folder / "DISK").string()}).out;
+  EXPECT_THAT(out, HasSubstr("   image  clusters of  clusters  needed        free\n"
+                             "   5 MiB    512 bytes    10,126   8,192     967 KiB\n"));
+  EXPECT_THAT(out, Not(HasSubstr("   4 MiB")));
+  EXPECT_THAT(out, HasSubstr("\n 4.0 GiB       64 KiB    65,515      64     4.0 GiB\n"));
+}
+
+TEST(MeasureCommand, FolderWithEntriesLeftOut_CountsThem) {
+  TempFolder folder;
+  folder.Link("DISK/MEM", "/proc/self/mem");
+  EXPECT_THAT(RunVirtdisk({"measure", (folder / "DISK").string()}).out,
+              HasSubstr("left out     1\n"));
+}
+
+TEST(MeasureCommand, RootThatOverflows_HasNoTableAndSaysWhy) {
+  TempFolder folder;
+  for (int i = 0; i < 512; ++i) folder.File("DISK/" + std::to_string(i), "x");
+  const ProgramRun run = RunVirtdisk({"measure", (folder / "DISK").string()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out, Not(HasSubstr("clusters")));
+  EXPECT_THAT(run.err, HasSubstr("511 entries"));
 }
 
 TEST(MeasureCommand, Json_IsOneObject) {
@@ -253,6 +280,9 @@ TEST(MeasureCommand, Json_IsOneObject) {
   const auto record = RunVirtdisk({"measure", (folder / "DISK").string(), "--json"}).Json();
   EXPECT_EQ(record["bytes"], 4 * kMiB);
   EXPECT_EQ(record["autoSize"], 5 * kMiB);
+  EXPECT_EQ(record["files"], 1);
+  EXPECT_EQ(record["sizes"][0]["bytes"], 5 * kMiB);
+  EXPECT_EQ(record["sizes"][0]["clustersNeeded"], 8192);
 }
 
 TEST(MeasureCommand, FolderBeyondAnyImage_HasNoSize) {
@@ -262,7 +292,7 @@ TEST(MeasureCommand, FolderBeyondAnyImage_HasNoSize) {
   const ProgramRun run = RunVirtdisk({"measure", (folder / "DISK").string(), "--json"});
   EXPECT_EQ(run.Json()["bytes"], 5ULL << 30);
   EXPECT_TRUE(run.Json()["autoSize"].is_null());
-  EXPECT_THAT(run.err, HasSubstr("no FAT16 image is large enough"));
+  EXPECT_THAT(run.err, HasSubstr("no FAT16 image can hold"));
 }
 
 TEST(MeasureCommand, MissingFolder_Fails) {

@@ -5,8 +5,7 @@
 
 #include <filesystem>
 
-#include "host/folder_survey.h"
-#include "host/names.h"
+#include "commands/build_report.h"
 #include "support/temp_folder.h"
 #include "terminal/text.h"
 
@@ -17,21 +16,32 @@ using test::TempFolder;
 using ::testing::ElementsAre;
 using ::testing::Pair;
 
+BuildPreview PreviewOf(const std::filesystem::path& folder) {
+  BuildPreview preview;
+  std::string err;
+  EXPECT_TRUE(PreviewBuild(folder, preview, err)) << err;
+  return preview;
+}
+
+void CopyForDisk(const TempFolder& folder) {
+  CopyUnderShortNames(folder / "FROM", PreviewOf(folder / "FROM"), folder / "TO");
+}
+
 TEST(WriteSample, Names_AreThoseOfTheDiskInAnotherCase) {
   const TempFolder folder;
   WriteSample(folder / "SAMPLE");
-  const FolderSurvey survey = SurveyFolder(folder / "SAMPLE");
-  EXPECT_EQ(survey.files, 6U);
-  EXPECT_EQ(survey.content.fileBytes.size(), 6U);
-  for (const Renamed& entry : survey.renamed) {
-    EXPECT_EQ(PathKey(entry.host.filename().string()), PathKey(entry.image));
+  const BuildPreview preview = PreviewOf(folder / "SAMPLE");
+  EXPECT_EQ(preview.files, 6U);
+  for (const BuildPreviewEntry& entry : preview.entries) {
+    EXPECT_EQ(PathKey(entry.hostPath), PathKey(entry.imagePath));
+    EXPECT_TRUE(entry.isDirectory || entry.bytes != 0);
   }
 }
 
 TEST(CopyUnderShortNames, Tree_GetsTheNamesOfTheDisk) {
   TempFolder folder;
   folder.File("FROM/Long name.txt", "1").File("FROM/Sub folder/b.c.d", "2").Pipe("FROM/pipe");
-  CopyUnderShortNames(folder / "FROM", folder / "TO");
+  CopyForDisk(folder);
   EXPECT_THAT(folder.Files("TO"),
               ElementsAre(Pair("LONG_NAM.TXT", "1"), Pair("SUB_FOLD/B_C.D", "2")));
 }
@@ -39,9 +49,9 @@ TEST(CopyUnderShortNames, Tree_GetsTheNamesOfTheDisk) {
 TEST(CopyUnderShortNames, Copy_NeedsNoOtherNames) {
   TempFolder folder;
   folder.File("FROM/a.txt", "1").File("FROM/A.TXT", "2").File("FROM/.hidden", "3");
-  CopyUnderShortNames(folder / "FROM", folder / "TO");
+  CopyForDisk(folder);
   EXPECT_EQ(folder.Files("TO").size(), 2U);
-  EXPECT_TRUE(SurveyFolder(folder / "TO").renamed.empty());
+  EXPECT_TRUE(FindRenamed(PreviewOf(folder / "TO")).empty());
 }
 
 }  // namespace

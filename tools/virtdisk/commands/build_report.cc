@@ -1,5 +1,6 @@
 #include "commands/build_report.h"
 
+#include <string_view>
 #include <utility>
 
 #include "terminal/text.h"
@@ -16,7 +17,23 @@ std::string Line(const std::string& name, const std::string& value) {
   return "  " + padded + value + "\n";
 }
 
+std::string_view LastName(std::string_view path) { return path.substr(path.rfind('/') + 1); }
+
 }  // namespace
+
+std::vector<Renamed> FindRenamed(const BuildPreview& preview) {
+  std::vector<Renamed> renamed;
+  for (const BuildPreviewEntry& entry : preview.entries) {
+    if (entry.fate != BuildFate::kCopied) continue;
+    const std::string_view shown = LastName(entry.imagePath);
+    if (entry.isHidden) {
+      renamed.push_back({entry.hostPath, {}});
+    } else if (shown != LastName(entry.hostPath)) {
+      renamed.push_back({entry.hostPath, std::string(shown)});
+    }
+  }
+  return renamed;
+}
 
 std::string FormatReport(const BuildReport& report) {
   std::string text =
@@ -33,7 +50,7 @@ std::string FormatReport(const BuildReport& report) {
   if (!report.renamed.empty()) text += "Shown under another name:\n";
   for (const Renamed& entry : report.renamed) {
     const std::string shown = entry.image.empty() ? kNotListed : entry.image;
-    text += "  " + Printable(entry.host.string()) + " -> " + Printable(shown) + "\n";
+    text += "  " + Printable(entry.host) + " -> " + Printable(shown) + "\n";
   }
   return text;
 }
@@ -41,8 +58,8 @@ std::string FormatReport(const BuildReport& report) {
 Json ReportRecord(const BuildReport& report) {
   Json renamed = Json::array();
   for (const Renamed& entry : report.renamed) {
-    renamed.push_back({{"host", entry.host.string()},
-                       {"image", entry.image.empty() ? Json(nullptr) : Json(entry.image)}});
+    renamed.push_back(
+        {{"host", entry.host}, {"image", entry.image.empty() ? Json(nullptr) : Json(entry.image)}});
   }
   return {{"image", report.image.string()},
           {"bytes", report.bytes},

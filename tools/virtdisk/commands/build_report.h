@@ -6,11 +6,21 @@
 #include <string>
 #include <vector>
 
+#include <quorbix/virtdisk/build_preview.h>
+
 #include "disk/volume_view.h"
-#include "host/folder_survey.h"
 #include "terminal/json.h"
 
 namespace quorbix::virtdisk::tool {
+
+// An entry that the image shows under another name than the host.
+struct Renamed {
+  std::string host;   // relative to the folder
+  std::string image;  // empty: the entry is in the image, but listings leave it out
+};
+
+// In the order of `preview`.
+std::vector<Renamed> FindRenamed(const BuildPreview& preview);
 
 // What a build made.
 struct BuildReport {

@@ -7,25 +7,24 @@
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include <quorbix/virtdisk/build_preview.h>
 #include <quorbix/virtdisk/fat16_fs_image.h>
 #include <quorbix/virtdisk/fat_image_builder.h>
 #include <quorbix/virtdisk/folder_sync_manager.h>
 
+#include "commands/auto_size.h"
 #include "commands/commands.h"
 #include "commands/demo_sample.h"
 #include "commands/side_listing.h"
 #include "disk/image_tree.h"
 #include "disk/map.h"
 #include "disk/map_text.h"
-#include "host/folder_survey.h"
 #include "host/host_file.h"
-#include "host/plan.h"
 #include "host/stop_signals.h"
 #include "terminal/exit_status.h"
 #include "terminal/text.h"
@@ -80,6 +79,13 @@ void Load(const fs::path& file, Fat16FsImage& image) {
   if (!ReadHostFile(file, bytes, err) || !image.LoadFromBytes(bytes, err)) throw StepFailed(err);
 }
 
+BuildPreview Preview(const fs::path& folder) {
+  BuildPreview preview;
+  std::string err;
+  if (!PreviewBuild(folder, preview, err)) throw StepFailed(err);
+  return preview;
+}
+
 class Demonstration {
  public:
   Demonstration(Console& theConsole, const DemoOptions& theOptions)
@@ -111,28 +117,22 @@ class Demonstration {
       WriteSample(folder);
       return Say("Made a sample folder, " + folder.string());
     }
-    if (!fs::is_directory(options.folder)) {
-      throw StepFailed("Source path is not a directory: " + options.folder.string());
-    }
-    if (SurveyFolder(options.folder).content.endless) {
-      throw StepFailed(options.folder.string() + " is too large for a disk");
-    }
-    CopyUnderShortNames(options.folder, folder);
+    const BuildPreview preview = Preview(options.folder);
+    if (preview.isEndless) throw StepFailed(options.folder.string() + " is too large for a disk");
+    CopyUnderShortNames(options.folder, preview, folder);
     Say("Copied " + options.folder.string() + " to " + folder.string() +
         ", under the names that a disk can hold");
   }
 
   // One size up from the smallest, so that files can grow.
   void BuildDisk() {
-    const FolderContent content = SurveyFolder(folder).content;
-    const std::optional<std::uint64_t> smallest = SmallestSize(content);
-    const std::optional<std::uint64_t> size =
-        smallest ? SmallestSize(content, *smallest) : std::nullopt;
+    const BuildPreview preview = Preview(folder);
+    const std::uint64_t smallest = AutoSize(preview);
+    const std::uint64_t size = smallest == 0 ? 0 : AutoSize(preview, smallest);
+    if (size == 0) throw StepFailed("no disk can hold a copy of " + options.folder.string());
     const std::unique_ptr<IFatImageBuilder> builder = CreateFat16Builder();
-    if (!builder->Build(folder, disk, size.value_or(kRefusedSize))) {
-      throw StepFailed(builder->LastError());
-    }
-    Say("Built the disk " + disk.string() + ", " + FormatBytes(*size));
+    if (!builder->Build(folder, disk, size)) throw StepFailed(builder->LastError());
+    Say("Built the disk " + disk.string() + ", " + FormatBytes(size));
   }
 
   void ChooseFiles() {

@@ -5,10 +5,6 @@
 #include <fstream>
 #include <string>
 #include <system_error>
-#include <utility>
-#include <vector>
-
-#include "host/names.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
@@ -33,18 +29,13 @@ constexpr std::array<SampleFile, 6> kSample{{
      "10 REM A MAZE WITHOUT END\n20 PRINT CHR$(47 + INT(RND(1) * 2) * 45);\n30 GOTO 20\n"},
 }};
 
-// The name of an entry on the host under which a disk keeps it: a blank within it, which a numeric
-// tail brings about, is not kept by every reader.
-std::string NameOnBothSides(const std::string& shortName) {
-  std::string name = ShownName(shortName);
-  std::replace(name.begin(), name.end(), ' ', '_');
-  return name;
+// The path of an entry on the host under which a disk keeps it: a blank within a name, which a
+// numeric tail brings about, is not kept by every reader.
+std::string PathOnBothSides(const BuildPreviewEntry& entry) {
+  std::string path = entry.imagePath.substr(1);
+  std::replace(path.begin(), path.end(), ' ', '_');
+  return path;
 }
-
-struct FolderPair {
-  fs::path from;
-  fs::path to;
-};
 
 }  // namespace
 
@@ -61,22 +52,16 @@ void WriteSample(const fs::path& target) {
   }
 }
 
-void CopyUnderShortNames(const fs::path& source, const fs::path& target) {
-  std::vector<FolderPair> pending{{source, target}};
-  while (!pending.empty()) {
-    const FolderPair folder = std::move(pending.back());
-    pending.pop_back();
-    fs::create_directories(folder.to);
-    DirectoryNames names;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder.from)) {
-      const std::string shortName = names.Take(entry.path().filename().string());
-      const std::string name = shortName.empty() ? std::string() : NameOnBothSides(shortName);
-      if (name.empty()) continue;
-      if (entry.is_directory()) {
-        pending.push_back({entry.path(), folder.to / name});
-      } else if (entry.is_regular_file()) {
-        fs::copy_file(entry.path(), folder.to / name, fs::copy_options::skip_existing);
-      }
+void CopyUnderShortNames(const fs::path& source, const BuildPreview& preview,
+                         const fs::path& target) {
+  fs::create_directories(target);
+  for (const BuildPreviewEntry& entry : preview.entries) {
+    if (entry.fate != BuildFate::kCopied || entry.isHidden) continue;
+    const fs::path path = target / PathOnBothSides(entry);
+    if (entry.isDirectory) {
+      fs::create_directories(path);
+    } else {
+      fs::copy_file(source / entry.hostPath, path, fs::copy_options::skip_existing);
     }
   }
 }

@@ -1,50 +1,111 @@
+#include <cstdint>
 #include <filesystem>
-#include <optional>
-#include <system_error>
+#include <set>
+#include <string>
+#include <vector>
 
+#include <quorbix/virtdisk/build_preview.h>
 #include <quorbix/virtdisk/fat_image_builder.h>
 
+#include "commands/auto_size.h"
 #include "commands/commands.h"
-#include "host/folder_survey.h"
-#include "host/plan.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
 #include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
+namespace {
+
+constexpr std::uint64_t kMiB = 1048576;
+constexpr std::uint64_t kLargestMiB = 4095;
+
+struct SizeRow {
+  std::uint64_t bytes = 0;
+  ImageFit fit;
+};
+
+// The smallest size that will do, the doublings above it, and the largest size of all.
+std::vector<SizeRow> SizesThatWillDo(const BuildPreview& preview, std::uint64_t smallest) {
+  if (smallest == 0) return {};
+  std::set<std::uint64_t> sizes{smallest, kLargestMiB * kMiB};
+  for (std::uint64_t mebi = 4; mebi <= kLargestMiB; mebi *= 2) sizes.insert(mebi * kMiB);
+  std::vector<SizeRow> rows;
+  for (auto size = sizes.find(smallest); size != sizes.end(); ++size) {
+    const ImageFit fit = FitIntoImage(preview, *size);
+    if (fit.builds && fit.isCommonlyRead) rows.push_back({*size, fit});
+  }
+  return rows;
+}
+
+std::string RightAligned(const std::string& text, std::size_t width) {
+  return std::string(width > text.size() ? width - text.size() : 0, ' ') + text;
+}
+
+std::string TableLine(const std::string& size, const std::string& cluster,
+                      const std::string& clusters, const std::string& needed,
+                      const std::string& free) {
+  return RightAligned(size, 8) + RightAligned(cluster, 13) + RightAligned(clusters, 10) +
+         RightAligned(needed, 8) + RightAligned(free, 12) + "\n";
+}
+
+std::string FormatTable(const std::vector<SizeRow>& rows) {
+  if (rows.empty()) return {};
+  std::string table = "\n" + TableLine("image", "clusters of", "clusters", "needed", "free");
+  for (const SizeRow& row : rows) {
+    const std::uint64_t free = (row.fit.clusters - row.fit.clustersNeeded) * row.fit.clusterBytes;
+    table += TableLine(FormatBytes(row.bytes), FormatBytes(row.fit.clusterBytes),
+                       GroupDigits(row.fit.clusters), GroupDigits(row.fit.clustersNeeded),
+                       FormatBytes(free));
+  }
+  return table;
+}
+
+Json SizeRecords(const std::vector<SizeRow>& rows) {
+  Json records = Json::array();
+  for (const SizeRow& row : rows) {
+    records.push_back({{"bytes", row.bytes},
+                       {"clusterBytes", row.fit.clusterBytes},
+                       {"clusters", row.fit.clusters},
+                       {"clustersNeeded", row.fit.clustersNeeded}});
+  }
+  return records;
+}
+
+std::string FormatMeasure(const BuildPreview& preview, std::uint64_t bytes,
+                          std::uint64_t smallest) {
+  std::string text = "files        " + GroupDigits(preview.files) + "\n" + "directories  " +
+                     GroupDigits(preview.directories) + "\n";
+  if (preview.leftOut != 0) text += "left out     " + GroupDigits(preview.leftOut) + "\n";
+  text += "content      " + GroupDigits(bytes) + " bytes\n";
+  return text + "auto size    " + (smallest == 0 ? "(none)" : FormatBytes(smallest)) + "\n";
+}
+
+}  // namespace
 
 int RunMeasure(Console& console, const MeasureOptions& options) {
-  std::error_code failed;
-  const std::filesystem::file_status status = std::filesystem::status(options.folder, failed);
-  if (!std::filesystem::is_directory(status)) {
-    if (status.type() == std::filesystem::file_type::none) {
-      return Fail(console, "cannot look at " + options.folder.string() + ": " + failed.message(),
-                  "May you open the folders that lead there?");
-    }
-    const bool exists = std::filesystem::exists(status);
-    return Fail(console,
-                (exists ? "Source path is not a directory: " : "Source folder does not exist: ") +
-                    options.folder.string(),
-                "Give the path of an existing folder.");
+  BuildPreview preview;
+  std::string err;
+  if (!PreviewBuild(options.folder, preview, err)) {
+    return Fail(console, err, "Give the path of an existing folder that you may open.");
   }
   const std::uint64_t bytes = CreateFat16Builder()->MeasureFolderSize(options.folder);
-  const FolderSurvey survey = SurveyFolder(options.folder);
-  const std::optional<std::uint64_t> size = SmallestSize(survey.content);
+  const std::uint64_t smallest = AutoSize(preview);
+  const std::vector<SizeRow> rows = SizesThatWillDo(preview, smallest);
   if (options.json) {
     console.out << OneLine({{"folder", options.folder.string()},
                             {"bytes", bytes},
-                            {"autoSize", size ? Json(*size) : Json(nullptr)}})
+                            {"autoSize", smallest == 0 ? Json(nullptr) : Json(smallest)},
+                            {"files", preview.files},
+                            {"directories", preview.directories},
+                            {"leftOut", preview.leftOut},
+                            {"sizes", SizeRecords(rows)}})
                 << "\n";
   } else {
-    console.out << "files      " << GroupDigits(bytes) << " bytes\n"
-                << "auto size  " << (size ? FormatBytes(*size) : "(none)") << "\n";
+    console.out << FormatMeasure(preview, bytes, smallest) << FormatTable(rows);
   }
-  if (!size) {
-    Warn(console, "no FAT16 image is large enough for " + options.folder.string());
-  }
-  if (survey.content.rootOverflows) {
-    Warn(console, options.folder.string() +
-                      " has more than 511 entries at its top, which no image's root can hold");
+  if (smallest == 0) {
+    Warn(console,
+         "no FAT16 image can hold " + options.folder.string() + ". " + WhyNoSizeWillDo(preview));
   }
   return kDone;
 }
