@@ -111,6 +111,16 @@ TEST(StopSignals, SecondSignalAfterTheFirstWasSeen_IsNotDelivered) {
   SUCCEED();  // the process is still there
 }
 
+TEST(StopSignals, SignalThatArrived_GivesTheExitStatus) {
+  for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+    StopSignals signals;
+    EXPECT_EQ(signals.ExitStatus(), 0);
+    ::kill(::getpid(), signal);
+    EXPECT_TRUE(signals.WaitFor(std::chrono::hours(1)));
+    EXPECT_EQ(signals.ExitStatus(), 128 + signal);
+  }
+}
+
 TEST(StopSignals, SignalSeenOnce_StaysSeen) {
   StopSignals signals;
   ::kill(::getpid(), SIGINT);

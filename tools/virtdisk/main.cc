@@ -4,12 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "host/stop_signals.h"
 #include "program.h"
 
 int main(int argc, char** argv) {
-  // Writing to a closed pipe, or past a limit on files, is then an error to be told like any other,
-  // and temporary files are removed.
-  ::signal(SIGPIPE, SIG_IGN);
+  quorbix::virtdisk::tool::EndOnSignals();
+  // Writing past a limit on files is then an error to be told like any other.
   ::signal(SIGXFSZ, SIG_IGN);
   std::ios::sync_with_stdio(false);
   quorbix::virtdisk::tool::Console console = quorbix::virtdisk::tool::StandardConsole();

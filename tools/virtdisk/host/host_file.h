@@ -9,6 +9,12 @@
 
 namespace quorbix::virtdisk::tool {
 
+// A reason for failing to read or write.
+inline constexpr char kNotRegular[] = "it is not a regular file";
+
+// The system's words for an error number.
+std::string SystemText(int error);
+
 // Reads a regular file of the host whole. On failure returns false, says why in `err` and leaves
 // `bytes` empty.
 bool ReadHostFile(const std::filesystem::path& path, std::vector<std::uint8_t>& bytes,

@@ -1,14 +1,71 @@
 #include "host/stop_signals.h"
 
+#include <limits.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cerrno>
+#include <cstddef>
+#include <cstring>
+
+#include "terminal/exit_status.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// What the handler looks at. Nothing here may allocate or lock.
+struct Slot {
+  std::atomic<bool> taken{false};
+  std::atomic<bool> ready{false};  // the path is complete
+  std::array<char, PATH_MAX> path{};
+};
+std::array<Slot, 8> slots;
+std::atomic<unsigned> shownColumns{0};
+static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<unsigned>::is_always_lock_free);
+
+void EraseShownLine() {
+  static constexpr char kBlanks[] = "                                ";
+  std::size_t columns = shownColumns;
+  if (columns == 0) return;
+  [[maybe_unused]] ::ssize_t ignored = ::write(STDERR_FILENO, "\r", 1);
+  while (columns > 0) {
+    const std::size_t part = std::min(columns, sizeof kBlanks - 1);
+    ignored = ::write(STDERR_FILENO, kBlanks, part);
+    columns -= part;
+  }
+  ignored = ::write(STDERR_FILENO, "\r", 1);
+}
+
+void End(int signal) {
+  for (const Slot& slot : slots) {
+    if (slot.ready) ::unlink(slot.path.data());
+  }
+  if (signal != SIGPIPE) EraseShownLine();
+  ::_exit(kEndedBySignal + signal);
+}
+
+::sigset_t StopSet() {
+  ::sigset_t set;
+  ::sigemptyset(&set);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) ::sigaddset(&set, signal);
+  return set;
+}
+
+::sigset_t EndingSet() {
+  ::sigset_t set = StopSet();
+  ::sigaddset(&set, SIGPIPE);
+  return set;
+}
+
+bool IsIgnored(int signal) {
+  struct ::sigaction present {};
+  return ::sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_IGN;
+}
 
 ::timespec Until(Clock::time_point deadline) {
   const auto left = std::max(deadline - Clock::now(), Clock::duration::zero());
@@ -19,32 +76,65 @@ using Clock = std::chrono::steady_clock;
 
 }  // namespace
 
-StopSignals::StopSignals() {
-  ::sigemptyset(&watched);
-  ::sigaddset(&watched, SIGINT);
-  ::sigaddset(&watched, SIGTERM);
-  ::pthread_sigmask(SIG_BLOCK, &watched, &before);
+void EndOnSignals() {
+  struct ::sigaction action {};
+  action.sa_handler = End;
+  action.sa_mask = EndingSet();
+  for (const int signal : {SIGINT, SIGTERM, SIGPIPE}) ::sigaction(signal, &action, nullptr);
+  if (!IsIgnored(SIGHUP)) ::sigaction(SIGHUP, &action, nullptr);
 }
+
+int LeaveToSignals(const char* path) {
+  const std::size_t size = std::strlen(path) + 1;
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    if (size > slots[i].path.size() || slots[i].taken.exchange(true)) continue;
+    std::memcpy(slots[i].path.data(), path, size);
+    slots[i].ready = true;
+    return static_cast<int>(i);
+  }
+  return -1;
+}
+
+void TakeBackFromSignals(int number) {
+  if (number < 0) return;
+  Slot& slot = slots[static_cast<std::size_t>(number)];
+  slot.ready = false;
+  slot.taken = false;
+}
+
+void EraseOnSignals(unsigned columns) { shownColumns = columns; }
+
+SignalsHeld::SignalsHeld() {
+  const ::sigset_t ending = EndingSet();
+  ::pthread_sigmask(SIG_BLOCK, &ending, &before);
+}
+
+SignalsHeld::~SignalsHeld() { ::pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+
+StopSignals::StopSignals() : watched(StopSet()) { ::pthread_sigmask(SIG_BLOCK, &watched, &before); }
 
 StopSignals::~StopSignals() {
   // Asked to end, the process ends by itself: a second request must not meet it on its way out.
   const ::timespec now{};
-  while (arrived && ::sigtimedwait(&watched, nullptr, &now) > 0) {
+  while (arrived != 0 && ::sigtimedwait(&watched, nullptr, &now) > 0) {
   }
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 bool StopSignals::WaitFor(std::chrono::milliseconds time) {
   const Clock::time_point deadline = Clock::now() + time;
-  while (!arrived) {
+  while (arrived == 0) {
     const ::timespec left = Until(deadline);
-    if (::sigtimedwait(&watched, nullptr, &left) > 0) {
-      arrived = true;
+    const int signal = ::sigtimedwait(&watched, nullptr, &left);
+    if (signal > 0) {
+      arrived = signal;
     } else if (errno != EINTR) {
       break;
     }
   }
-  return arrived;
+  return arrived != 0;
 }
+
+int StopSignals::ExitStatus() const { return arrived == 0 ? 0 : kEndedBySignal + arrived; }
 
 }  // namespace quorbix::virtdisk::tool

@@ -7,9 +7,38 @@
 
 namespace quorbix::virtdisk::tool {
 
-// While it lives, SIGINT and SIGTERM wait to be asked for instead of ending the process: work that
-// is under way is finished first. To be made before any thread is started, since threads inherit
-// what is blocked.
+// From here on SIGINT, SIGTERM and SIGHUP end the process at once, and so does SIGPIPE, which
+// writing to a closed pipe brings about: with the status 128 and the signal's number, after what
+// was left to LeaveToSignals is removed. A SIGHUP that is ignored, as under nohup, stays so.
+void EndOnSignals();
+
+// A file that a signal which ends the process removes: see EndOnSignals. Gives a number to take it
+// back with, or -1 when there are too many already.
+//
+// A file belongs to the caller alone between its making and this call only while no signal comes in
+// between: see SignalsHeld.
+int LeaveToSignals(const char* path);
+void TakeBackFromSignals(int number);
+
+// As many columns of the terminal's last line, on the standard error, are overwritten with blanks
+// before a signal ends the process; 0 for none.
+void EraseOnSignals(unsigned columns);
+
+// While it lives, signals that would end the process wait.
+class SignalsHeld {
+ public:
+  SignalsHeld();
+  ~SignalsHeld();
+  SignalsHeld(const SignalsHeld&) = delete;
+  SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+ private:
+  ::sigset_t before;
+};
+
+// While it lives, SIGINT, SIGTERM and SIGHUP wait to be asked for instead of ending the process:
+// work that is under way is finished first. To be made before any thread is started, since threads
+// inherit what is blocked.
 class StopSignals {
  public:
   StopSignals();
@@ -20,10 +49,14 @@ class StopSignals {
   // Waits until a signal arrives or the time is over. True: there was one, now or before.
   bool WaitFor(std::chrono::milliseconds time);
 
+  // What the program ends with because of the signal that arrived: 128 and its number. 0 when none
+  // did.
+  int ExitStatus() const;
+
  private:
   ::sigset_t watched;
   ::sigset_t before;
-  bool arrived = false;
+  int arrived = 0;  // a signal's number
 };
 
 }  // namespace quorbix::virtdisk::tool

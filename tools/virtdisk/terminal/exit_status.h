@@ -8,8 +8,9 @@ enum ExitStatus : int {
   kDone = 0,
   kFailed = 1,
   kUsage = 2,
-  kRefused = 3,  // by a guard, before anything was touched
-  kRemarks = 4,  // done, but with remarks; only under --strict
+  kRefused = 3,          // by a guard, before anything was touched
+  kRemarks = 4,          // done, but with remarks; only under --strict
+  kEndedBySignal = 128,  // and the signal's number
 };
 
 }  // namespace quorbix::virtdisk::tool

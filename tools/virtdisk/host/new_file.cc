@@ -1,0 +1,119 @@
+#include "host/new_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <functional>
+#include <utility>
+
+#include "common/host_file.h"
+#include "host/host_file.h"
+#include "host/stop_signals.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kMostTries = 1000;
+
+fs::path FolderOf(const fs::path& file) {
+  return file.has_parent_path() ? file.parent_path() : fs::path(".");
+}
+
+std::string NameByDescriptor(int file) { return "/proc/self/fd/" + std::to_string(file); }
+
+// Tries short hidden names beside `target` until `take` accepts one, or fails for another reason
+// than that it is taken. Short ones, because the target's own may be as long as can be.
+bool FindFreeName(const fs::path& target, std::string& name,
+                  const std::function<bool(const char*)>& take) {
+  const std::string prefix =
+      (FolderOf(target) / (".virtdisk-" + std::to_string(::getpid()) + "-")).string();
+  for (int i = 0; i < kMostTries; ++i) {
+    name = prefix + std::to_string(i);
+    if (take(name.c_str())) return true;
+    if (errno != EEXIST) break;
+  }
+  name.clear();
+  return false;
+}
+
+}  // namespace
+
+NewFile::~NewFile() {
+  const SignalsHeld held;
+  if (!name.empty()) ::unlink(name.c_str());
+  TakeBackFromSignals(leftToSignals);
+}
+
+bool NewFile::Create(const fs::path& path, std::string& err, Naming naming) {
+  target = path;
+  struct ::stat old {};
+  const bool exists = ::lstat(path.c_str(), &old) == 0;
+  if (exists && S_ISREG(old.st_mode)) replaced = old;
+  if (exists && !replaced && !S_ISLNK(old.st_mode)) return FailToWrite(err, kNotRegular);
+  if (naming == Naming::kNamelessIfPossible && CreateNameless()) return true;
+  return CreateNamed() || FailToWrite(err, SystemText(errno));
+}
+
+bool NewFile::Commit(std::string& err) {
+  const bool complete = TakeOverModeAndOwner() && ::fsync(file.Get()) == 0 && TakePlace();
+  if (!complete) return FailToWrite(err, SystemText(errno));
+  file.Close();
+  // The file is in its place already; not every file system can write a folder out.
+  [[maybe_unused]] const bool flushed = internal::FlushFolder(FolderOf(target));
+  return true;
+}
+
+bool NewFile::CreateNameless() {
+  file =
+      internal::OpenHostPath(FolderOf(target).c_str(), O_TMPFILE | O_RDWR, replaced ? 0600 : 0666);
+  if (file && ::access(NameByDescriptor(file.Get()).c_str(), F_OK) == 0) return true;
+  file.Close();
+  return false;
+}
+
+bool NewFile::CreateNamed() {
+  const SignalsHeld held;
+  FindFreeName(target, name, [this](const char* freeName) {
+    file = internal::OpenHostPath(freeName, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW,
+                                  replaced ? 0600 : 0666);
+    return static_cast<bool>(file);
+  });
+  if (file) leftToSignals = LeaveToSignals(name.c_str());
+  return static_cast<bool>(file);
+}
+
+bool NewFile::TakeOverModeAndOwner() {
+  if (!replaced) return true;
+  // Only the superuser may give files away; anybody else keeps their own.
+  [[maybe_unused]] const int ignored = ::fchown(file.Get(), replaced->st_uid, replaced->st_gid);
+  return ::fchmod(file.Get(), replaced->st_mode & 07777) == 0;
+}
+
+bool NewFile::TakePlace() {
+  const SignalsHeld held;
+  if (name.empty() && !Name()) return false;
+  const bool inPlace = ::rename(name.c_str(), target.c_str()) == 0;
+  const int error = errno;
+  if (!inPlace) ::unlink(name.c_str());
+  name.clear();
+  errno = error;
+  return inPlace;
+}
+
+bool NewFile::Name() {
+  return FindFreeName(target, name, [this](const char* freeName) {
+    return ::linkat(AT_FDCWD, NameByDescriptor(file.Get()).c_str(), AT_FDCWD, freeName,
+                    AT_SYMLINK_FOLLOW) == 0;
+  });
+}
+
+bool NewFile::FailToWrite(std::string& err, std::string reason) const {
+  err = "cannot write " + target.string() + ": " + std::move(reason);
+  return false;
+}
+
+}  // namespace quorbix::virtdisk::tool

@@ -1,0 +1,58 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_NEW_FILE_H_
+#define QUORBIX_VIRTDISK_TOOL_NEW_FILE_H_
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "common/descriptor.h"
+
+namespace quorbix::virtdisk::tool {
+
+// A file in the making that takes the place of another when it is complete, or goes without a
+// trace: with this object, and with a signal that ends the program (see EndOnSignals).
+//
+// It lies in the same folder, on file systems that can do it without any name, so that not even a
+// killed process leaves it behind; else under a hidden name that nothing else had.
+class NewFile {
+ public:
+  enum class Naming { kNamelessIfPossible, kNamed };
+
+  NewFile() = default;
+  ~NewFile();
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+
+  // Makes an empty file for the place of `path`. A symbolic link there is replaced itself; what
+  // else is no regular file is refused. On failure returns false and says why in `err`.
+  [[nodiscard]] bool Create(const std::filesystem::path& path, std::string& err,
+                            Naming naming = Naming::kNamelessIfPossible);
+
+  // Open for writing and reading, until Commit.
+  int Descriptor() const { return file.Get(); }
+
+  // Flushes it to the disk and puts it into its place. There it has the mode and, where the process
+  // may give it away, the owner of the file that it replaces; hard links to that keep the old
+  // content. On failure returns false, says why in `err`, and leaves the place as it was.
+  [[nodiscard]] bool Commit(std::string& err);
+
+ private:
+  bool CreateNameless();
+  bool CreateNamed();
+  bool TakeOverModeAndOwner();
+  bool TakePlace();
+  bool Name();
+  bool FailToWrite(std::string& err, std::string reason) const;
+
+  std::filesystem::path target;
+  std::optional<struct ::stat> replaced;
+  internal::Descriptor file;
+  std::string name;  // empty as long as it has none
+  int leftToSignals = -1;
+};
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_NEW_FILE_H_
