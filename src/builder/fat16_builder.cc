@@ -4,10 +4,9 @@
 #include <utility>
 
 #include "builder/build_identity.h"
+#include "builder/image_content.h"
 #include "builder/source_folder.h"
-#include "builder/tree_population.h"
 #include "fat16/fat16_image.h"
-#include "fat16/volume_layout.h"
 
 namespace quorbix::virtdisk {
 namespace fs = std::filesystem;
@@ -36,15 +35,7 @@ bool Fat16Builder::Build(const fs::path& sourceFolder, const fs::path& outputIma
   skippedFiles.clear();
   if (!CheckSourceFolder(sourceFolder, lastError)) return false;
   Fat16Image image;
-  if (!image.Init(sizeBytes, lastError)) return false;
-  const std::string label =
-      sourceFolder.filename().string().substr(0, boot_sector::kVolumeLabelSize);
-  const std::uint32_t volumeId = GenerateVolumeId();
-  image.SeedClusterAllocator(volumeId);
-  image.WriteBootSector(label, volumeId);
-  image.SetVolumeLabel(label);
-  image.WriteMbr();
-  if (!PopulateDir(image, Fat16Image::kRootDirectory, sourceFolder, lastError, skippedFiles)) {
+  if (!FillImage(image, sizeBytes, LabelFor(sourceFolder), sourceFolder, lastError, skippedFiles)) {
     return false;
   }
   if (!image.SaveToFile(outputImage, lastError)) return false;

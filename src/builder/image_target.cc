@@ -16,6 +16,7 @@ namespace {
 
 constexpr std::uint64_t kLargestFile = std::numeric_limits<std::uint32_t>::max();
 constexpr std::uint64_t kWorthReadingIntoPlace = std::uint64_t{1} << 20;
+constexpr std::size_t kPieceTold = std::size_t{4} << 20;
 
 }  // namespace
 
@@ -40,6 +41,7 @@ PopulationTarget::FileResult ImageTarget::AddFile(const PlacedEntry& entry) {
   if (ReadOpenedFile(file.Get(), expected, content, image.DataBytes()) != kReadWhole) {
     return FileResult::kUnreadable;
   }
+  Tell(content.size());
   return AddContent(entry);
 }
 
@@ -72,11 +74,25 @@ bool ImageTarget::FillChain(int file, const Fat16Image::Chain& chain, std::uint3
   for (const Fat16Image::ClusterRun& run : chain.runs) {
     const auto bytes = image.RunBytes(run);
     const auto part = bytes.first(std::min<std::size_t>(bytes.size(), left));
-    if (ReadFully(file, part) != static_cast<std::ptrdiff_t>(part.size())) return false;
+    if (!ReadPart(file, part)) return false;
     left -= static_cast<std::uint32_t>(part.size());
   }
   std::array<std::uint8_t, 1> beyond{};
   return ReadFully(file, beyond) == 0;
+}
+
+bool ImageTarget::ReadPart(int file, std::span<std::uint8_t> part) {
+  while (!part.empty()) {
+    const auto piece = part.first(std::min(part.size(), kPieceTold));
+    if (ReadFully(file, piece) != static_cast<std::ptrdiff_t>(piece.size())) return false;
+    Tell(piece.size());
+    part = part.subspan(piece.size());
+  }
+  return true;
+}
+
+void ImageTarget::Tell(std::uint64_t bytes) {
+  if (observer != nullptr) observer->OnBytes(bytes);
 }
 
 }  // namespace quorbix::virtdisk::internal

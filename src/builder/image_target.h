@@ -4,9 +4,11 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
+#include "builder/build_observer.h"
 #include "builder/tree_population.h"
 #include "common/byte_buffer.h"
 #include "fat16/fat16_image.h"
@@ -18,8 +20,12 @@ namespace quorbix::virtdisk::internal {
 class ImageTarget final : public PopulationTarget {
  public:
   ImageTarget(Fat16Image& filledImage, std::uint32_t topCluster, std::string& error,
-              std::vector<std::string>& skippedEntries)
-      : image(filledImage), top(topCluster), err(error), skipped(skippedEntries) {}
+              std::vector<std::string>& skippedEntries, BuildObserver* buildObserver = nullptr)
+      : image(filledImage),
+        top(topCluster),
+        err(error),
+        skipped(skippedEntries),
+        observer(buildObserver) {}
 
   std::uint32_t AddDirectory(const PlacedEntry& entry) override;
   FileResult AddFile(const PlacedEntry& entry) override;
@@ -34,12 +40,15 @@ class ImageTarget final : public PopulationTarget {
   FileResult AddContent(const PlacedEntry& entry);
   std::optional<Fat16Image::Chain> ReadIntoPlace(int file, std::uint32_t size);
   bool FillChain(int file, const Fat16Image::Chain& chain, std::uint32_t size);
+  bool ReadPart(int file, std::span<std::uint8_t> part);
+  void Tell(std::uint64_t bytes);
 
   Fat16Image& image;
   const std::uint32_t top;
   std::string& err;
   std::vector<std::string>& skipped;
-  ByteBuffer content;  // of one file, kept so that its memory serves the next
+  BuildObserver* const observer;  // may be null
+  ByteBuffer content;             // of one file, kept so that its memory serves the next
 };
 
 }  // namespace quorbix::virtdisk::internal

@@ -105,8 +105,9 @@ bool Populate(PopulationTarget& target, const fs::path& hostDir, const HostQueri
 }
 
 bool PopulateDir(Fat16Image& image, std::uint32_t dirCluster, const fs::path& hostDir,
-                 std::string& err, std::vector<std::string>& skipped, const HostQueries& host) {
-  ImageTarget target(image, dirCluster, err, skipped);
+                 std::string& err, std::vector<std::string>& skipped, const HostQueries& host,
+                 BuildObserver* observer) {
+  ImageTarget target(image, dirCluster, err, skipped, observer);
   return Populate(target, hostDir, host);
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "builder/build_observer.h"
 #include "builder/host_entry.h"
 #include "fat16/fat16_image.h"
 
@@ -51,7 +52,8 @@ class PopulationTarget {
 // message stays in `err`.
 [[nodiscard]] bool PopulateDir(Fat16Image& image, std::uint32_t dirCluster,
                                const std::filesystem::path& hostDir, std::string& err,
-                               std::vector<std::string>& skipped, const HostQueries& host = {});
+                               std::vector<std::string>& skipped, const HostQueries& host = {},
+                               BuildObserver* observer = nullptr);
 
 }  // namespace quorbix::virtdisk::internal
 

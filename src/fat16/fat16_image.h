@@ -102,6 +102,8 @@ class Fat16Image {
   std::span<const std::uint8_t> Bytes() const { return bytes.Span(); }
   // For what an image carries beside its files: boot code, the dates of entries.
   std::span<std::uint8_t> BytesToEdit() { return {bytes.data(), bytes.size()}; }
+  // Worth its time before all of Bytes() is handed to the system.
+  void PrepareToRead() const { bytes.PrepareToRead(); }
   const Geometry& Layout() const { return geometry; }
 
   // What all clusters together hold, those in use included.
