@@ -87,6 +87,11 @@ class CommandLine {
         "Size of the image: bytes, or with K, M or G, also KiB, MiB or GiB (powers of "
         "1024), or auto for the smallest whole number of MiB "
         "that will do (the default)");
+    sub->add_flag("--in-place", build.inPlace,
+                  "Write into the image that exists, for a machine that has it attached; without "
+                  "it, the complete new image takes its place");
+    sub->add_flag("--force", build.force,
+                  "Replace a file that is no disk image, and write inside FOLDER");
     sub->add_flag("--strict", build.strict,
                   "Exit with 4 when an entry was skipped, or the library made a remark");
     sub->add_flag("--json", build.json, kJsonHelp);

@@ -1,29 +1,28 @@
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <quorbix/virtdisk/build_preview.h>
 #include <quorbix/virtdisk/fat16_fs_image.h>
-#include <quorbix/virtdisk/fat_image_builder.h>
 
-#include "browser/file_source.h"
+#include "browser/byte_source.h"
 #include "browser/volume_description.h"
+#include "builder/image_content.h"
 #include "commands/auto_size.h"
+#include "commands/build_output.h"
 #include "commands/build_report.h"
 #include "commands/commands.h"
 #include "disk/volume_view.h"
+#include "fat16/fat16_image.h"
 #include "terminal/exit_status.h"
 #include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
 
-constexpr std::uint64_t kSectorBytes = 512;
 // Below this count other systems take a volume for FAT12.
 constexpr std::uint32_t kFewestFat16Clusters = 4085;
 constexpr std::string_view kRootFull = "Root directory is full";
@@ -51,13 +50,6 @@ std::string HintFor(const std::string& message, const BuildPreview& preview) {
   if (StartsWith(message, "Image too small")) {
     return "Take a larger size, or --size auto to have it chosen.";
   }
-  if (StartsWith(message, "Source")) return "Give the path of an existing folder.";
-  if (StartsWith(message, "Cannot open")) {
-    return "Does its folder exist, and may you write there?";
-  }
-  if (StartsWith(message, "Write failed")) {
-    return "The image is cut short. Make room on the host's disk and build again.";
-  }
   return {};
 }
 
@@ -74,48 +66,6 @@ void WarnAboutSize(Console& console, const ImageFit& fit, std::uint64_t size) {
   }
 }
 
-// The beginning of an image, as far as the first cluster: enough to tell the volume and its FAT,
-// and far less than the whole.
-std::vector<std::uint8_t> ReadBeginning(const std::filesystem::path& image,
-                                        const Fat16FsInfo& info) {
-  std::vector<std::uint8_t> bytes(info.dataStartSector * kSectorBytes);
-  std::ifstream in(image, std::ios::binary);
-  in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  bytes.resize(static_cast<std::size_t>(std::max<std::streamsize>(in.gcount(), 0)));
-  return bytes;
-}
-
-void DescribeImage(const BuildOptions& options, BuildReport& report) {
-  std::string err;
-  Fat16FsInfo info;
-  const auto source = internal::FileSource::Open(options.image, err);
-  if (!source || !internal::DescribeVolume(*source, info, err)) return;
-  const std::vector<std::uint8_t> beginning = ReadBeginning(options.image, info);
-  const VolumeView view(info, beginning, report.bytes);
-  report.label = info.volumeLabel;
-  report.volumeId = view.VolumeId().value_or(0);
-  report.clusterBytes = view.ClusterBytes();
-  report.clusters = view.CountClusters();
-}
-
-struct BuildResult {
-  bool done = false;
-  std::uint64_t size = 0;  // bytes, of the last attempt
-};
-
-// Files may have grown since they were looked at: a disk that turns out full is built again one
-// size up.
-BuildResult BuildAtAutoSize(IFatImageBuilder& builder, const BuildOptions& options,
-                            const BuildPreview& preview) {
-  BuildResult result{.size = AutoSize(preview)};
-  while (result.size != 0) {
-    result.done = builder.Build(options.folder, options.image, result.size);
-    if (result.done || !IsDiskFull(builder.LastError())) return result;
-    result.size = AutoSize(preview, result.size);
-  }
-  return result;
-}
-
 // What a build leaves in the image, after it dropped the empty files that found no slot.
 void CountEntries(const BuildPreview& preview, std::uint64_t dropped, BuildReport& report) {
   report.files = preview.files - std::min(preview.files, dropped);
@@ -123,39 +73,97 @@ void CountEntries(const BuildPreview& preview, std::uint64_t dropped, BuildRepor
   report.renamed = FindRenamed(preview);
 }
 
-}  // namespace
-
-int RunBuild(Console& console, const BuildOptions& options) {
-  BuildPreview preview;
+void DescribeImage(const internal::Fat16Image& image, BuildReport& report) {
   std::string err;
-  if (!PreviewBuild(options.folder, preview, err)) {
-    return Fail(console, err, "Give the path of an existing folder that you may open.");
+  Fat16FsInfo info;
+  internal::MemorySource source(image.Bytes());
+  if (!internal::DescribeVolume(source, info, err)) return;
+  const VolumeView view(info, image.Bytes());
+  report.bytes = image.Bytes().size();
+  report.label = info.volumeLabel;
+  report.volumeId = view.VolumeId().value_or(0);
+  report.clusterBytes = view.ClusterBytes();
+  report.clusters = view.CountClusters();
+}
+
+// An image in memory, and what was said while it was filled.
+struct FilledImage {
+  internal::Fat16Image image;
+  std::uint64_t size = 0;  // bytes asked for; 0: no size will do
+  std::string message;     // why it failed, or a remark
+  std::vector<std::string> skipped;
+};
+
+bool Fill(const BuildOptions& options, FilledImage& filled) {
+  filled.message.clear();
+  filled.skipped.clear();
+  return internal::FillImage(filled.image, filled.size, internal::LabelFor(options.folder),
+                             options.folder, filled.message, filled.skipped);
+}
+
+// Files may have grown since they were looked at: a disk that turns out full is made again one size
+// up.
+bool FillAtAutoSize(const BuildOptions& options, const BuildPreview& preview, FilledImage& filled) {
+  filled.size = AutoSize(preview);
+  while (filled.size != 0) {
+    if (Fill(options, filled)) return true;
+    if (!IsDiskFull(filled.message)) return false;
+    filled.size = AutoSize(preview, filled.size);
   }
-  if (options.size) WarnAboutSize(console, FitIntoImage(preview, *options.size), *options.size);
-  const std::unique_ptr<IFatImageBuilder> builder = CreateFat16Builder();
-  const BuildResult built =
-      options.size
-          ? BuildResult{builder->Build(options.folder, options.image, *options.size), *options.size}
-          : BuildAtAutoSize(*builder, options, preview);
-  if (built.size == 0) {
-    return Fail(console, "no image can hold " + options.folder.string(), WhyNoSizeWillDo(preview));
-  }
-  if (!built.done) {
-    return Fail(console, builder->LastError(), HintFor(builder->LastError(), preview));
-  }
-  BuildReport report;
-  report.image = options.image;
-  report.bytes = built.size - built.size % kSectorBytes;
-  CountEntries(preview, FitIntoImage(preview, built.size).dropped, report);
-  report.skipped = builder->SkippedFiles();
-  report.remark = builder->LastError();
-  DescribeImage(options, report);
+  return false;
+}
+
+int FailToFill(Console& console, const BuildOptions& options, const BuildPreview& preview,
+               const FilledImage& filled) {
+  if (filled.size != 0) return Fail(console, filled.message, HintFor(filled.message, preview));
+  return Fail(console, "no image can hold " + options.folder.string(), WhyNoSizeWillDo(preview));
+}
+
+int FailToWrite(Console& console, const ImageOutput& output, const BuildOptions& options,
+                const std::string& err) {
+  return Fail(console, err,
+              output.IsInPlace() ? "It may hold a part of the new image; build again."
+                                 : options.image.string() + " is as it was before.");
+}
+
+int Tell(Console& console, const BuildOptions& options, const BuildReport& report) {
   console.out << (options.json ? OneLine(ReportRecord(report)) + "\n" : FormatReport(report));
   if (!report.remark.empty()) {
     Remark(console, report.remark + ": an empty file was left out of " + options.image.string());
   }
   const bool remarks = !report.skipped.empty() || !report.remark.empty();
   return options.strict && remarks ? kRemarks : kDone;
+}
+
+}  // namespace
+
+int RunBuild(Console& console, const BuildOptions& options) {
+  if (!IsOutputAcceptable(console, options)) return kRefused;
+  BuildPreview preview;
+  std::string err;
+  if (!PreviewBuild(options.folder, preview, err)) {
+    return Fail(console, err, "Give the path of an existing folder that you may open.");
+  }
+  if (options.size) WarnAboutSize(console, FitIntoImage(preview, *options.size), *options.size);
+  ImageOutput output;
+  if (!output.Open(options.image, options.inPlace, err)) {
+    return Fail(console, err, "Does its folder exist, and may you write there?");
+  }
+  FilledImage filled;
+  filled.size = options.size.value_or(0);
+  const bool done = options.size ? Fill(options, filled) : FillAtAutoSize(options, preview, filled);
+  if (!done) return FailToFill(console, options, preview, filled);
+  filled.image.PrepareToRead();
+  if (!output.Write(filled.image.Bytes(), {}, err)) {
+    return FailToWrite(console, output, options, err);
+  }
+  BuildReport report;
+  report.image = options.image;
+  DescribeImage(filled.image, report);
+  CountEntries(preview, FitIntoImage(preview, filled.size).dropped, report);
+  report.skipped = std::move(filled.skipped);
+  report.remark = filled.message;
+  return Tell(console, options, report);
 }
 
 }  // namespace quorbix::virtdisk::tool

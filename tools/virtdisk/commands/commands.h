@@ -16,6 +16,8 @@ struct BuildOptions {
   std::filesystem::path folder;
   std::filesystem::path image;
   std::optional<std::uint64_t> size;  // bytes; nothing: the smallest that will do
+  bool inPlace = false;               // write into the image that exists
+  bool force = false;                 // replace what is no image
   bool strict = false;
   bool json = false;
 };

@@ -1,0 +1,75 @@
+#include "host/output_place.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "support/image_crafter.h"
+#include "support/temp_folder.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+using test::ImageCrafter;
+using test::TempFolder;
+
+TEST(LookAtOutput, Places_AreTold) {
+  TempFolder folder;
+  folder.Folder("FOLDER").Pipe("PIPE").Link("NOWHERE", "missing").File("TEXT", "text");
+  test::WriteBytes(folder / "disk.img", ImageCrafter().Bytes());
+  test::WriteBytes(folder / "bare.img", ImageCrafter({.partitioned = false}).Bytes());
+  EXPECT_EQ(LookAtOutput(folder / "FOLDER"), OutputKind::kFolder);
+  EXPECT_EQ(LookAtOutput(folder / "PIPE"), OutputKind::kNoRegularFile);
+  EXPECT_EQ(LookAtOutput(folder / "NOWHERE"), OutputKind::kNothing);
+  EXPECT_EQ(LookAtOutput(folder / "missing/x"), OutputKind::kNothing);
+  EXPECT_EQ(LookAtOutput(folder / "TEXT"), OutputKind::kOtherFile);
+  EXPECT_EQ(LookAtOutput(folder / "disk.img"), OutputKind::kDiskImage);
+  EXPECT_EQ(LookAtOutput(folder / "bare.img"), OutputKind::kDiskImage);
+}
+
+TEST(LookAtOutput, FileThatLooksLikeAVolumeButHasNoSignature_IsNoImage) {
+  std::vector<std::uint8_t> bytes = ImageCrafter({.partitioned = false}).Bytes();
+  bytes[510] = 0;
+  const TempFolder folder;
+  test::WriteBytes(folder / "data", bytes);
+  EXPECT_EQ(LookAtOutput(folder / "data"), OutputKind::kOtherFile);
+}
+
+TEST(LookAtOutput, ZerosThatWereWritten_AreNoBlankFile) {
+  TempFolder folder;
+  folder.File("zeros", std::string(65536, '\0'));
+  EXPECT_EQ(LookAtOutput(folder / "zeros"), OutputKind::kOtherFile);
+}
+
+TEST(FollowLinks, Links_LeadToTheirEnd) {
+  TempFolder folder;
+  folder.Folder("SUB").Link("A", "SUB/B").Link("SUB/B", "C").Link("ABS", folder / "C");
+  EXPECT_EQ(FollowLinks(folder / "A"), folder / "SUB/C");
+  EXPECT_EQ(FollowLinks(folder / "ABS"), folder / "C");
+  EXPECT_EQ(FollowLinks(folder / "SUB"), folder / "SUB");
+}
+
+TEST(FollowLinks, LinksInACircle_End) {
+  TempFolder folder;
+  folder.Link("A", "B").Link("B", "A");
+  EXPECT_EQ(FollowLinks(folder / "A").parent_path(), folder.Path());
+}
+
+TEST(LiesWithin, Paths_AreComparedByPlace) {
+  TempFolder folder;
+  folder.Folder("SUB/DEEP").Folder("SUBWAY").Link("LINK", "SUB").Link("out.img", "SUB/x.img");
+  EXPECT_TRUE(LiesWithin(folder / "SUB/x", folder / "SUB"));
+  EXPECT_TRUE(LiesWithin(folder / "SUB/DEEP/x", folder / "SUB/"));
+  EXPECT_TRUE(LiesWithin(folder / "LINK/x", folder / "SUB"));
+  EXPECT_TRUE(LiesWithin(folder / "out.img", folder / "SUB"));
+  EXPECT_TRUE(LiesWithin(folder / "SUB/x", folder / "LINK"));
+  EXPECT_FALSE(LiesWithin(folder / "SUBWAY/x", folder / "SUB"));
+  EXPECT_FALSE(LiesWithin(folder / "SUB/../x", folder / "SUB"));
+  EXPECT_FALSE(LiesWithin(folder / "x", folder / "SUB"));
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::tool

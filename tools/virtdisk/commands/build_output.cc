@@ -1,0 +1,87 @@
+#include "commands/build_output.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "common/host_file.h"
+#include "host/host_file.h"
+#include "host/output_place.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool Refuse(Console& console, const std::string& message, const std::string& hint) {
+  Fail(console, message, hint);
+  return false;
+}
+
+// Gives the file room for `size` bytes without changing any that it has.
+bool MakeRoom(int file, ::off_t size) {
+  struct ::stat before {};
+  if (::fstat(file, &before) != 0) return false;
+  const int error = ::posix_fallocate(file, 0, size);
+  if (error == 0) return true;
+  [[maybe_unused]] const int ignored = ::ftruncate(file, before.st_size);
+  errno = error;
+  return false;
+}
+
+}  // namespace
+
+bool IsOutputAcceptable(Console& console, const BuildOptions& options) {
+  const std::string image = options.image.string();
+  switch (LookAtOutput(options.image)) {
+    case OutputKind::kFolder:
+      return Refuse(console, image + " is a folder",
+                    "The folder comes first, then the image: virtdisk build FOLDER IMAGE.");
+    case OutputKind::kNoRegularFile:
+      return Refuse(console, image + " is no regular file",
+                    "An image is written to a file; copy it to a device from there.");
+    case OutputKind::kOtherFile:
+      if (options.force) break;
+      return Refuse(console, image + " exists, and is no disk image that can be read",
+                    "Give another path, or --force to have the file replaced.");
+    case OutputKind::kNothing:
+    case OutputKind::kDiskImage:
+      break;
+  }
+  if (options.force || !LiesWithin(options.image, options.folder)) return true;
+  return Refuse(console, image + " lies inside " + options.folder.string(),
+                "The next build would copy the image into itself. Give another path, or --force.");
+}
+
+bool ImageOutput::Open(const fs::path& image, bool inPlace, std::string& err) {
+  path = FollowLinks(image);
+  if (!inPlace || LookAtOutput(path) == OutputKind::kNothing) return replacement.Create(path, err);
+  struct ::stat status {};
+  existing = internal::OpenHostFile(path.c_str(), O_WRONLY | O_NOFOLLOW);
+  if (!existing || ::fstat(existing.Get(), &status) != 0) return FailToWrite(err);
+  if (S_ISREG(status.st_mode)) return true;
+  err = "cannot write " + path.string() + ": " + kNotRegular;
+  return false;
+}
+
+bool ImageOutput::Write(std::span<const std::uint8_t> bytes, const MovedBytes& moved,
+                        std::string& err) {
+  if (existing) return WriteIntoExisting(bytes, moved) || FailToWrite(err);
+  if (!WriteInPieces(replacement.Descriptor(), bytes, moved)) return FailToWrite(err);
+  return replacement.Commit(err);
+}
+
+bool ImageOutput::WriteIntoExisting(std::span<const std::uint8_t> bytes, const MovedBytes& moved) {
+  const auto size = static_cast<::off_t>(bytes.size());
+  return MakeRoom(existing.Get(), size) && WriteInPieces(existing.Get(), bytes, moved) &&
+         ::ftruncate(existing.Get(), size) == 0 && ::fsync(existing.Get()) == 0;
+}
+
+bool ImageOutput::FailToWrite(std::string& err) const {
+  err = "cannot write " + path.string() + ": " + SystemText(errno);
+  return false;
+}
+
+}  // namespace quorbix::virtdisk::tool

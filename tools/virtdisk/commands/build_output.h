@@ -1,0 +1,47 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_BUILD_OUTPUT_H_
+#define QUORBIX_VIRTDISK_TOOL_BUILD_OUTPUT_H_
+
+#include <cstdint>
+#include <filesystem>
+#include <span>
+#include <string>
+
+#include "commands/commands.h"
+#include "common/descriptor.h"
+#include "host/new_file.h"
+#include "host/piecewise.h"
+#include "terminal/console.h"
+
+namespace quorbix::virtdisk::tool {
+
+// Whether an image may be written where the options want it. Tells the console why not.
+bool IsOutputAcceptable(Console& console, const BuildOptions& options);
+
+// The file that an image is written to: a new one that takes its place when it is complete, or, in
+// place, the one that exists. A link stays, and what it leads to is replaced or written to.
+class ImageOutput {
+ public:
+  // Before the work begins, so that it is not done in vain. False: `err` says why.
+  [[nodiscard]] bool Open(const std::filesystem::path& image, bool inPlace, std::string& err);
+
+  // False: `err` says why. A new file has gone then, and its place is as it was. An image that is
+  // written in place may be half old and half new, but not because the host's disk is full: room is
+  // made first.
+  [[nodiscard]] bool Write(std::span<const std::uint8_t> bytes, const MovedBytes& moved,
+                           std::string& err);
+
+  // Whether the image that exists is written into.
+  bool IsInPlace() const { return static_cast<bool>(existing); }
+
+ private:
+  bool WriteIntoExisting(std::span<const std::uint8_t> bytes, const MovedBytes& moved);
+  bool FailToWrite(std::string& err) const;
+
+  std::filesystem::path path;
+  internal::Descriptor existing;
+  NewFile replacement;
+};
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_BUILD_OUTPUT_H_

@@ -1,0 +1,81 @@
+#include "host/output_place.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <iterator>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <quorbix/virtdisk/fat16_fs_image.h>
+
+#include "browser/file_source.h"
+#include "browser/volume_description.h"
+#include "common/host_file.h"
+#include "fat16/volume_layout.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kMostLinks = 40;  // as many as the system follows
+
+bool IsBlank(const fs::path& path) {
+  const internal::Descriptor file = internal::OpenHostFile(path.c_str(), O_RDONLY);
+  return file && ::lseek(file.Get(), 0, SEEK_DATA) < 0 && errno == ENXIO;
+}
+
+// A reader does without the signature, but here another file is lost when it is taken for a disk.
+bool IsSigned(internal::ByteSource& source) {
+  std::string err;
+  std::vector<std::uint8_t> buffer;
+  if (source.Size() < internal::kSectorBytes) return false;
+  const std::uint8_t* first = source.Read(0, internal::kSectorBytes, buffer, err);
+  return first != nullptr &&
+         std::equal(std::begin(internal::kSignatureBytes), std::end(internal::kSignatureBytes),
+                    first + internal::mbr::kSignature);
+}
+
+bool HoldsVolume(const fs::path& path) {
+  std::string err;
+  Fat16FsInfo info;
+  const auto source = internal::FileSource::Open(path, err);
+  return source && IsSigned(*source) && internal::DescribeVolume(*source, info, err);
+}
+
+}  // namespace
+
+OutputKind LookAtOutput(const fs::path& path) {
+  std::error_code unknown;
+  const fs::file_status status = fs::status(path, unknown);
+  if (fs::is_directory(status)) return OutputKind::kFolder;
+  if (!fs::exists(status)) return OutputKind::kNothing;
+  if (!fs::is_regular_file(status)) return OutputKind::kNoRegularFile;
+  return IsBlank(path) || HoldsVolume(path) ? OutputKind::kDiskImage : OutputKind::kOtherFile;
+}
+
+fs::path FollowLinks(fs::path path) {
+  std::error_code failed;
+  for (int i = 0; i < kMostLinks && fs::is_symlink(fs::symlink_status(path, failed)); ++i) {
+    const fs::path target = fs::read_symlink(path, failed);
+    if (failed) break;
+    path = path.parent_path() / target;  // an absolute target stands alone
+  }
+  return path;
+}
+
+bool LiesWithin(const fs::path& path, const fs::path& folder) {
+  std::error_code failed;
+  const fs::path place = fs::weakly_canonical(fs::absolute(FollowLinks(path)), failed);
+  const fs::path top = fs::canonical(folder, failed);
+  if (failed) return false;
+  const auto [topEnd, ignored] = std::mismatch(top.begin(), top.end(), place.begin(), place.end());
+  return topEnd == top.end();
+}
+
+}  // namespace quorbix::virtdisk::tool

@@ -1,0 +1,21 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_PIECEWISE_H_
+#define QUORBIX_VIRTDISK_TOOL_PIECEWISE_H_
+
+#include <cstdint>
+#include <functional>
+#include <span>
+
+namespace quorbix::virtdisk::tool {
+
+// Told how many bytes more were moved.
+using MovedBytes = std::function<void(std::uint64_t bytes)>;
+
+// Writes `bytes` at the place where `file` stands. The system begins to write each piece out to the
+// disk while the next ones follow, so that flushing the file at the end is short: a signal is not
+// heard before that ends. False: errno says why.
+[[nodiscard]] bool WriteInPieces(int file, std::span<const std::uint8_t> bytes,
+                                 const MovedBytes& moved = {});
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_PIECEWISE_H_
