@@ -11,6 +11,7 @@
 #include "fat16/volume_layout.h"
 #include "preview/dry_image.h"
 #include "preview/dry_target.h"
+#include "preview/folder_preview.h"
 
 namespace quorbix::virtdisk {
 namespace {
@@ -108,12 +109,17 @@ void AddAll(const BuildPreview& preview, const Geometry& geometry, ImageFit& fit
 
 }  // namespace
 
-bool PreviewBuild(const fs::path& folder, BuildPreview& preview, std::string& err) {
+bool internal::PreviewFolder(const fs::path& folder, const HostQueries& host, BuildPreview& preview,
+                             std::string& err) {
   preview = BuildPreview();
   if (!CheckSource(folder, err)) return false;
-  internal::DryTarget target(folder, preview);
-  preview.isEndless = !internal::Populate(target, folder);
+  DryTarget target(folder, preview);
+  preview.isEndless = !Populate(target, folder, host);
   return true;
+}
+
+bool PreviewBuild(const fs::path& folder, BuildPreview& preview, std::string& err) {
+  return internal::PreviewFolder(folder, {}, preview, err);
 }
 
 ImageFit FitIntoImage(const BuildPreview& preview, std::uint64_t imageBytes) {

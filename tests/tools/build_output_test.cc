@@ -1,7 +1,9 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -22,6 +24,7 @@
 #include "support/image_crafter.h"
 #include "support/sizes.h"
 #include "support/temp_folder.h"
+#include "terminal_run.h"
 
 // What a build does to what exists already.
 
@@ -232,6 +235,28 @@ TEST_F(BuildOutput, Signal_EndsABuildAndLeavesTheOldImageAndNothingElse) {
       EXPECT_EQ(Entries(), 2);
     }
   }
+}
+
+// On a terminal of 80 columns, held up for longer than a progress line waits.
+TEST_F(BuildOutput, BuildThatTakesLong_ShowsItsProgressOnATerminal) {
+  folder.File("DISK/LARGE.BIN");
+  fs::resize_file(folder / "DISK/LARGE.BIN", 300 * kMiB);
+  const std::string disk = (folder / "DISK").string();
+  const std::string image = (folder / "disk.img").string();
+  const ::winsize size{24, 80, 0, 0};
+  int terminal = -1;
+  const ::pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
+  if (child == 0) {
+    ::execl(VIRTDISK_PROGRAM, VIRTDISK_PROGRAM, "build", disk.c_str(), image.c_str(), nullptr);
+    ::_exit(127);
+  }
+  WaitUntilMoved(child, "rchar", 8 * kMiB);
+  ::kill(child, SIGSTOP);
+  std::this_thread::sleep_for(std::chrono::milliseconds(600));
+  ::kill(child, SIGCONT);
+  const std::string shown = test::ReadTerminal(terminal, child);
+  EXPECT_THAT(shown, ::testing::ContainsRegex("\r(copying|writing): [0-9.]+ MiB of 30[0-9] MiB, "));
+  EXPECT_THAT(shown, ::testing::ContainsRegex("\r +\r(\r|\n|.)*Built "));
 }
 
 TEST_F(BuildOutput, KillAtAnyMoment_LeavesTheOldImageOrTheNewOne) {

@@ -1,19 +1,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pty.h>
-#include <stdlib.h>
-#include <sys/ioctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/image_crafter.h"
 #include "support/temp_folder.h"
+#include "terminal_run.h"
 
 // The built program on a terminal.
 
@@ -26,28 +22,7 @@ using ::testing::Not;
 // What the program shows on a terminal of so many columns; NO_COLOR as given, or not set.
 std::string ShowOnTerminal(std::vector<std::string> arguments, unsigned short columns,
                            const char* noColour = nullptr) {
-  arguments.insert(arguments.begin(), VIRTDISK_PROGRAM);
-  std::vector<char*> argv;
-  for (std::string& argument : arguments) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  const ::winsize size{24, columns, 0, 0};
-  int terminal = -1;
-  const ::pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
-  if (child == 0) {
-    ::unsetenv("NO_COLOR");
-    if (noColour != nullptr) ::setenv("NO_COLOR", noColour, 1);
-    ::execv(argv[0], argv.data());
-    ::_exit(127);
-  }
-  std::string shown;
-  std::array<char, 4096> buffer;
-  // The end of the child ends the reading, with an error on this kind of device.
-  for (::ssize_t got; (got = ::read(terminal, buffer.data(), buffer.size())) > 0;) {
-    shown.append(buffer.data(), static_cast<std::size_t>(got));
-  }
-  ::close(terminal);
-  ::waitpid(child, nullptr, 0);
-  return shown;
+  return RunOnTerminal(std::move(arguments), {.columns = columns, .noColour = noColour}).shown;
 }
 
 class Terminal : public ::testing::Test {

@@ -70,6 +70,7 @@ class CommandLine {
     CLI::App* sub = app.add_subcommand(name, text);
     sub->footer("Example:\n  virtdisk " + example);
     sub->callback([this, run = std::move(run)] { command = run; });
+    sub->add_flag("-q,--quiet", console.quiet, "Print data and errors, nothing else");
     return sub;
   }
 

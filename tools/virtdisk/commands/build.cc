@@ -10,14 +10,17 @@
 
 #include "browser/byte_source.h"
 #include "browser/volume_description.h"
+#include "builder/build_observer.h"
 #include "builder/image_content.h"
 #include "commands/auto_size.h"
 #include "commands/build_output.h"
 #include "commands/build_report.h"
 #include "commands/commands.h"
+#include "commands/shown_preview.h"
 #include "disk/volume_view.h"
 #include "fat16/fat16_image.h"
 #include "terminal/exit_status.h"
+#include "terminal/progress.h"
 #include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
@@ -94,23 +97,49 @@ struct FilledImage {
   std::vector<std::string> skipped;
 };
 
-bool Fill(const BuildOptions& options, FilledImage& filled) {
+class ShownBuild final : public internal::BuildObserver {
+ public:
+  ShownBuild(Console& console, std::uint64_t fileBytes) : progress(console, "copying", fileBytes) {}
+  void OnBytes(std::uint64_t bytes) override { progress.Add(bytes); }
+
+ private:
+  Progress progress;
+};
+
+// What a build does to a folder and a preview of it.
+struct BuildSource {
+  Console& console;
+  const BuildOptions& options;
+  const BuildPreview& preview;
+};
+
+bool Fill(const BuildSource& source, FilledImage& filled) {
   filled.message.clear();
   filled.skipped.clear();
-  return internal::FillImage(filled.image, filled.size, internal::LabelFor(options.folder),
-                             options.folder, filled.message, filled.skipped);
+  ShownBuild shown(source.console, source.preview.fileBytes);
+  const std::filesystem::path& folder = source.options.folder;
+  return internal::FillImage(filled.image, filled.size, internal::LabelFor(folder), folder,
+                             filled.message, filled.skipped, &shown);
 }
 
 // Files may have grown since they were looked at: a disk that turns out full is made again one size
 // up.
-bool FillAtAutoSize(const BuildOptions& options, const BuildPreview& preview, FilledImage& filled) {
-  filled.size = AutoSize(preview);
+bool FillAtAutoSize(const BuildSource& source, FilledImage& filled) {
+  filled.size = AutoSize(source.preview);
   while (filled.size != 0) {
-    if (Fill(options, filled)) return true;
+    if (Fill(source, filled)) return true;
     if (!IsDiskFull(filled.message)) return false;
-    filled.size = AutoSize(preview, filled.size);
+    filled.size = AutoSize(source.preview, filled.size);
   }
   return false;
+}
+
+bool Write(Console& console, const internal::Fat16Image& image, ImageOutput& output,
+           std::string& err) {
+  image.PrepareToRead();
+  Progress progress(console, "writing", image.Bytes().size());
+  return output.Write(
+      image.Bytes(), [&](std::uint64_t bytes) { progress.Add(bytes); }, err);
 }
 
 int FailToFill(Console& console, const BuildOptions& options, const BuildPreview& preview,
@@ -127,7 +156,11 @@ int FailToWrite(Console& console, const ImageOutput& output, const BuildOptions&
 }
 
 int Tell(Console& console, const BuildOptions& options, const BuildReport& report) {
-  console.out << (options.json ? OneLine(ReportRecord(report)) + "\n" : FormatReport(report));
+  if (options.json) {
+    console.out << OneLine(ReportRecord(report)) << "\n";
+  } else if (!console.quiet) {
+    console.out << FormatReport(report);
+  }
   if (!report.remark.empty()) {
     Remark(console, report.remark + ": an empty file was left out of " + options.image.string());
   }
@@ -141,7 +174,7 @@ int RunBuild(Console& console, const BuildOptions& options) {
   if (!IsOutputAcceptable(console, options)) return kRefused;
   BuildPreview preview;
   std::string err;
-  if (!PreviewBuild(options.folder, preview, err)) {
+  if (!PreviewWithProgress(console, options.folder, preview, err)) {
     return Fail(console, err, "Give the path of an existing folder that you may open.");
   }
   if (options.size) WarnAboutSize(console, FitIntoImage(preview, *options.size), *options.size);
@@ -151,10 +184,10 @@ int RunBuild(Console& console, const BuildOptions& options) {
   }
   FilledImage filled;
   filled.size = options.size.value_or(0);
-  const bool done = options.size ? Fill(options, filled) : FillAtAutoSize(options, preview, filled);
+  const BuildSource source{console, options, preview};
+  const bool done = options.size ? Fill(source, filled) : FillAtAutoSize(source, filled);
   if (!done) return FailToFill(console, options, preview, filled);
-  filled.image.PrepareToRead();
-  if (!output.Write(filled.image.Bytes(), {}, err)) {
+  if (!Write(console, filled.image, output, err)) {
     return FailToWrite(console, output, options, err);
   }
   BuildReport report;

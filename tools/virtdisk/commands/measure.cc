@@ -9,6 +9,7 @@
 
 #include "commands/auto_size.h"
 #include "commands/commands.h"
+#include "commands/shown_preview.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
 #include "terminal/text.h"
@@ -85,7 +86,7 @@ std::string FormatMeasure(const BuildPreview& preview, std::uint64_t bytes,
 int RunMeasure(Console& console, const MeasureOptions& options) {
   BuildPreview preview;
   std::string err;
-  if (!PreviewBuild(options.folder, preview, err)) {
+  if (!PreviewWithProgress(console, options.folder, preview, err)) {
     return Fail(console, err, "Give the path of an existing folder that you may open.");
   }
   const std::uint64_t bytes = CreateFat16Builder()->MeasureFolderSize(options.folder);

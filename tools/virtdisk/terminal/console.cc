@@ -5,7 +5,9 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <string>
 
+#include "host/stop_signals.h"
 #include "terminal/exit_status.h"
 #include "terminal/text.h"
 
@@ -19,28 +21,47 @@ bool WantsColour() {
   return ::isatty(STDOUT_FILENO) == 1 && (noColour == nullptr || *noColour == '\0');
 }
 
-unsigned TerminalWidth() {
+unsigned TerminalWidth(int terminal) {
   ::winsize size{};
-  const bool known = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
+  const bool known = ::ioctl(terminal, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
   return known ? size.ws_col : kDefaultWidth;
+}
+
+void Print(Console& console, std::string_view kind, std::string_view message) {
+  EraseProgress(console);
+  console.err << "virtdisk: " << kind << Printable(message) << "\n";
 }
 
 }  // namespace
 
-Console StandardConsole() { return {std::cout, std::cerr, WantsColour(), TerminalWidth()}; }
+Console StandardConsole() {
+  return {.out = std::cout,
+          .err = std::cerr,
+          .colour = WantsColour(),
+          .width = TerminalWidth(STDOUT_FILENO),
+          .progress = ::isatty(STDERR_FILENO) == 1,
+          .errWidth = TerminalWidth(STDERR_FILENO)};
+}
 
 int Fail(Console& console, std::string_view message, std::string_view hint) {
-  console.err << "virtdisk: " << Printable(message) << "\n";
+  Print(console, "", message);
   if (!hint.empty()) console.err << "  " << Printable(hint) << "\n";
   return kFailed;
 }
 
 void Warn(Console& console, std::string_view message) {
-  console.err << "virtdisk: warning: " << Printable(message) << "\n";
+  if (!console.quiet) Print(console, "warning: ", message);
 }
 
 void Remark(Console& console, std::string_view message) {
-  console.err << "virtdisk: remark: " << Printable(message) << "\n";
+  if (!console.quiet) Print(console, "remark: ", message);
+}
+
+void EraseProgress(Console& console) {
+  if (console.progressColumns == 0) return;
+  console.err << "\r" << std::string(console.progressColumns, ' ') << "\r" << std::flush;
+  console.progressColumns = 0;
+  EraseOnSignals(0);
 }
 
 }  // namespace quorbix::virtdisk::tool

@@ -1,6 +1,7 @@
 #ifndef QUORBIX_VIRTDISK_TOOL_CONSOLE_H_
 #define QUORBIX_VIRTDISK_TOOL_CONSOLE_H_
 
+#include <cstddef>
 #include <ostream>
 #include <string_view>
 
@@ -10,8 +11,12 @@ namespace quorbix::virtdisk::tool {
 struct Console {
   std::ostream& out;
   std::ostream& err;
-  bool colour = false;  // `out` is a terminal and NO_COLOR is not set
-  unsigned width = 80;  // of the terminal, in columns
+  bool colour = false;              // `out` is a terminal that knows colour and NO_COLOR is not set
+  unsigned width = 80;              // of the terminal, in columns
+  bool progress = false;            // `err` is a terminal
+  unsigned errWidth = 80;           // of that terminal, in columns
+  bool quiet = false;               // the user wants errors and data, nothing else
+  std::size_t progressColumns = 0;  // that a progress line takes at the moment
 };
 
 // The process's own standard streams.
@@ -21,9 +26,13 @@ Console StandardConsole();
 // branch is one line.
 int Fail(Console& console, std::string_view message, std::string_view hint = {});
 
-// Prints "virtdisk: KIND: MESSAGE" to the error stream, for what does not fail a command.
+// Prints "virtdisk: KIND: MESSAGE" to the error stream, for what does not fail a command, unless
+// the console is quiet.
 void Warn(Console& console, std::string_view message);
 void Remark(Console& console, std::string_view message);
+
+// Takes away the line of a Progress, if there is one, before something else is printed.
+void EraseProgress(Console& console);
 
 }  // namespace quorbix::virtdisk::tool
 
