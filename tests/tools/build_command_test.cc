@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -58,24 +59,56 @@ TEST(BuildCommand, Summary_TellsTheVolume) {
   EXPECT_THAT(out, HasSubstr("  clusters free   6,059\n"));
   EXPECT_THAT(out, HasSubstr("  files           2\n"));
   EXPECT_THAT(out, HasSubstr("  directories     1\n"));
-  EXPECT_THAT(out, Not(HasSubstr("Skipped")));
-  EXPECT_THAT(out, Not(HasSubstr("another name")));
+  EXPECT_THAT(out, Not(HasSubstr("left out")));
+  EXPECT_THAT(out, Not(HasSubstr("names changed")));
 }
 
-TEST(BuildCommand, NamesShownDifferently_AreAllTold) {
+TEST(BuildCommand, ChangedNames_AreRemarksAndCountedBySort) {
   TempFolder folder;
   folder.File("DISK/LongFileName.txt").File("DISK/Sub/lower.txt").File("DISK/.profile");
-  const std::string out = Build(folder).out;
-  EXPECT_THAT(out, HasSubstr("  LongFileName.txt -> LONGFILE.TXT\n"));
-  EXPECT_THAT(out, HasSubstr("  Sub -> SUB\n"));
-  EXPECT_THAT(out, HasSubstr("  Sub/lower.txt -> LOWER.TXT\n"));
-  EXPECT_THAT(out, HasSubstr("  .profile -> (in the image, but not listed"));
+  const ProgramRun run = Build(folder);
+  EXPECT_THAT(run.out,
+              HasSubstr("  names changed   1\n  in case alone   2\n  in no listing   1\n"));
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: remark: 1 entry has another name:\n"
+                                 "  LongFileName.txt -> LONGFILE.TXT\n"));
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: remark: 1 entry is in the image, but no listing shows "
+                                 "it, since the short name has no base:\n  .profile\n"));
+  EXPECT_THAT(run.err, Not(HasSubstr("lower.txt")));
+}
+
+TEST(BuildCommand, RemarksOfAKind_AreTheFirstTenUnlessVerbose) {
+  TempFolder folder;
+  for (int i = 0; i < 13; ++i) folder.File("DISK/a long name " + std::to_string(i));
+  const std::string some = Build(folder).err;
+  EXPECT_EQ(std::count(some.begin(), some.end(), '\n'), 12);
+  EXPECT_THAT(some, HasSubstr("remark: 13 entries have another name:\n"));
+  EXPECT_THAT(some, HasSubstr("\n  and 3 more; --verbose lists all\n"));
+  const std::string all = Build(folder, {"--verbose"}).err;
+  EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 14);
+  EXPECT_THAT(all, Not(HasSubstr("more;")));
+}
+
+TEST(BuildCommand, LargeTreeOfLowerCaseNames_IsBuiltInSilence) {
+  TempFolder folder;
+  for (int i = 0; i < 300; ++i) folder.File("DISK/file" + std::to_string(i) + ".txt");
+  const ProgramRun run = Build(folder);
+  EXPECT_THAT(run.err, IsEmpty());
+  EXPECT_THAT(run.out, HasSubstr("  in case alone   300\n"));
 }
 
 TEST(BuildCommand, NamesWithControlCharacters_AreMadeSafe) {
   TempFolder folder;
   folder.File("DISK/a\x1b[2J.txt");
-  EXPECT_THAT(Build(folder).out, HasSubstr("  a\\x1B[2J.txt -> A__2J.TXT\n"));
+  EXPECT_THAT(Build(folder).err, HasSubstr("  a\\x1B[2J.txt -> A__2J.TXT\n"));
+}
+
+TEST(BuildCommand, LinkToTheFolderItself_IsTold) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a").Link("DISK/LOOP", ".");
+  const ProgramRun run = Build(folder);
+  EXPECT_THAT(run.err, ::testing::ContainsRegex("remark: [0-9]+ entries were reached through 1 "
+                                                "link:\n  LOOP is the folder itself again"));
+  EXPECT_THAT(run.out, ::testing::ContainsRegex("  copied again    [0-9]+\n"));
 }
 
 TEST(BuildCommand, SkippedEntries_AreToldAndDoNotFail) {
@@ -83,8 +116,21 @@ TEST(BuildCommand, SkippedEntries_AreToldAndDoNotFail) {
   folder.File("DISK/A.TXT", "a").Link("DISK/MEM", "/proc/self/mem");
   const ProgramRun run = Build(folder);
   EXPECT_EQ(run.status, 0);
-  EXPECT_THAT(run.out, HasSubstr("Skipped:\n  " + (folder / "DISK/MEM").string() +
-                                 " [transient read error \xE2\x80\x94 file may have changed]\n"));
+  EXPECT_THAT(run.out, HasSubstr("  left out        1\n"));
+  EXPECT_THAT(run.err,
+              HasSubstr("remark: 1 entry was left out:\n  " + (folder / "DISK/MEM").string() +
+                        " [transient read error \xE2\x80\x94 file may have changed]\n"));
+}
+
+TEST(BuildCommand, FileThatMayNotBeRead_IsToldAsThat) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a").Forbidden("DISK/A.TXT");
+  fs::permissions(folder.Path(), fs::perms{0777});
+  const int status = test::RunInChild({.dropRoot = true}, [&] {
+    const ProgramRun run = Build(folder);
+    return run.err.find("A.TXT [no permission to read it]") != std::string::npos ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
 }
 
 TEST(BuildCommand, StrictWithSkippedEntries_GivesStatus4) {
@@ -133,6 +179,7 @@ TEST(BuildCommand, Json_IsOneObject) {
   EXPECT_EQ(record["skipped"].size(), 1U);
   EXPECT_EQ(record["renamed"][0]["host"], "lower.txt");
   EXPECT_EQ(record["renamed"][0]["image"], "LOWER.TXT");
+  EXPECT_EQ(record["links"].size(), 0U);
   EXPECT_TRUE(record["remark"].is_null());
 }
 

@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "commands/build_report.h"
+#include "commands/build_notes.h"
 #include "support/temp_folder.h"
 #include "terminal/text.h"
 
@@ -51,7 +51,7 @@ TEST(CopyUnderShortNames, Copy_NeedsNoOtherNames) {
   folder.File("FROM/a.txt", "1").File("FROM/A.TXT", "2").File("FROM/.hidden", "3");
   CopyForDisk(folder);
   EXPECT_EQ(folder.Files("TO").size(), 2U);
-  EXPECT_TRUE(FindRenamed(PreviewOf(folder / "TO")).empty());
+  EXPECT_TRUE(TakeNotes(PreviewOf(folder / "TO"), {}).renamed.empty());
 }
 
 }  // namespace

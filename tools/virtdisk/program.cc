@@ -95,6 +95,8 @@ class CommandLine {
                   "Replace a file that is no disk image, and write inside FOLDER");
     sub->add_flag("--strict", build.strict,
                   "Exit with 4 when an entry was skipped, or the library made a remark");
+    sub->add_flag("-v,--verbose", build.verbose,
+                  "List all remarks, not the first ten of each kind");
     sub->add_flag("--json", build.json, kJsonHelp);
   }
 

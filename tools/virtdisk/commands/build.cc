@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -28,6 +29,7 @@ namespace {
 
 // Below this count other systems take a volume for FAT12.
 constexpr std::uint32_t kFewestFat16Clusters = 4085;
+constexpr std::size_t kShownOfAKind = 10;  // remarks
 constexpr std::string_view kRootFull = "Root directory is full";
 constexpr std::string_view kTooLarge = "Volume too large for FAT16 (max ~2 GB)";
 
@@ -73,7 +75,6 @@ void WarnAboutSize(Console& console, const ImageFit& fit, std::uint64_t size) {
 void CountEntries(const BuildPreview& preview, std::uint64_t dropped, BuildReport& report) {
   report.files = preview.files - std::min(preview.files, dropped);
   report.directories = preview.directories;
-  report.renamed = FindRenamed(preview);
 }
 
 void DescribeImage(const internal::Fat16Image& image, BuildReport& report) {
@@ -155,16 +156,35 @@ int FailToWrite(Console& console, const ImageOutput& output, const BuildOptions&
                                  : options.image.string() + " is as it was before.");
 }
 
+void TellGroup(Console& console, const RemarkGroup& group, bool all) {
+  Remark(console, group.title);
+  const std::size_t shown = all ? group.lines.size() : std::min(group.lines.size(), kShownOfAKind);
+  for (std::size_t i = 0; i < shown; ++i) {
+    console.err << "  " << Printable(group.lines[i]) << "\n";
+  }
+  const std::size_t more = group.lines.size() - shown;
+  if (more != 0) console.err << "  and " << GroupDigits(more) << " more; --verbose lists all\n";
+}
+
+void TellRemarks(Console& console, const BuildOptions& options, const BuildReport& report) {
+  if (console.quiet) return;
+  if (!report.remark.empty()) {
+    Remark(console, report.remark + ": an empty file was left out of " + options.image.string());
+  }
+  if (options.json) return;
+  for (const RemarkGroup& group : GroupRemarks(report.notes)) {
+    TellGroup(console, group, options.verbose);
+  }
+}
+
 int Tell(Console& console, const BuildOptions& options, const BuildReport& report) {
   if (options.json) {
     console.out << OneLine(ReportRecord(report)) << "\n";
   } else if (!console.quiet) {
-    console.out << FormatReport(report);
+    console.out << FormatReport(report) << std::flush;
   }
-  if (!report.remark.empty()) {
-    Remark(console, report.remark + ": an empty file was left out of " + options.image.string());
-  }
-  const bool remarks = !report.skipped.empty() || !report.remark.empty();
+  TellRemarks(console, options, report);
+  const bool remarks = !report.notes.leftOut.empty() || !report.remark.empty();
   return options.strict && remarks ? kRemarks : kDone;
 }
 
@@ -194,7 +214,7 @@ int RunBuild(Console& console, const BuildOptions& options) {
   report.image = options.image;
   DescribeImage(filled.image, report);
   CountEntries(preview, FitIntoImage(preview, filled.size).dropped, report);
-  report.skipped = std::move(filled.skipped);
+  report.notes = TakeNotes(preview, filled.skipped);
   report.remark = filled.message;
   return Tell(console, options, report);
 }

@@ -1,6 +1,5 @@
 #include "commands/build_report.h"
 
-#include <string_view>
 #include <utility>
 
 #include "terminal/text.h"
@@ -8,8 +7,7 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
-constexpr char kNotListed[] = "(in the image, but not listed: the short name has no base)";
-constexpr char kNoLabel[] = "(none: the folder's path has no last name)";
+constexpr char kNoLabel[] = "(none)";
 
 std::string Line(const std::string& name, const std::string& value) {
   std::string padded = name;
@@ -17,50 +15,102 @@ std::string Line(const std::string& name, const std::string& value) {
   return "  " + padded + value + "\n";
 }
 
-std::string_view LastName(std::string_view path) { return path.substr(path.rfind('/') + 1); }
+std::string LineIfAny(const std::string& name, std::uint64_t number) {
+  return number == 0 ? std::string() : Line(name, GroupDigits(number));
+}
 
-}  // namespace
+std::string Entries(std::uint64_t number) { return Count(number, "entry", "entries"); }
 
-std::vector<Renamed> FindRenamed(const BuildPreview& preview) {
-  std::vector<Renamed> renamed;
-  for (const BuildPreviewEntry& entry : preview.entries) {
-    if (entry.fate != BuildFate::kCopied) continue;
-    const std::string_view shown = LastName(entry.imagePath);
-    if (entry.isHidden) {
-      renamed.push_back({entry.hostPath, {}});
-    } else if (shown != LastName(entry.hostPath)) {
-      renamed.push_back({entry.hostPath, std::string(shown)});
-    }
+std::string DescribeLink(const FollowedLink& link) {
+  std::string text = link.host;
+  if (link.isMetAgain) {
+    text += " is " + (link.metBefore.empty() ? "the folder itself" : link.metBefore) + " again";
+  }
+  return text + " (" + Entries(link.entries) + ")";
+}
+
+RemarkGroup GroupOfRenamed(const BuildNotes& notes) {
+  const std::uint64_t number = CountRenamed(notes);
+  RemarkGroup group{Entries(number) + (number == 1 ? " has" : " have") + " another name:", {}};
+  for (const Renamed& entry : notes.renamed) {
+    if (!entry.inCaseAlone) group.lines.push_back(entry.host + " -> " + entry.image);
+  }
+  return group;
+}
+
+RemarkGroup GroupOfLinks(const BuildNotes& notes) {
+  std::uint64_t entries = 0;
+  RemarkGroup group;
+  for (const FollowedLink& link : notes.links) {
+    entries += link.entries;
+    group.lines.push_back(DescribeLink(link));
+  }
+  group.title = Entries(entries) + (entries == 1 ? " was" : " were") + " reached through " +
+                Count(notes.links.size(), "link", "links") + ":";
+  return group;
+}
+
+Json RenamedRecords(const BuildNotes& notes) {
+  Json renamed = Json::array();
+  for (const Renamed& entry : notes.renamed) {
+    renamed.push_back({{"host", entry.host}, {"image", entry.image}});
+  }
+  for (const std::string& host : notes.hidden) {
+    renamed.push_back({{"host", host}, {"image", nullptr}});
   }
   return renamed;
 }
 
-std::string FormatReport(const BuildReport& report) {
-  std::string text =
-      "Built " + Printable(report.image.string()) + ", " + FormatBytes(report.bytes) + "\n";
-  text += Line("label", report.label.empty() ? kNoLabel : Printable(report.label));
-  text += Line("volume id", FormatVolumeId(report.volumeId));
-  text += Line("cluster size", FormatBytes(report.clusterBytes));
-  text += Line("clusters used", GroupDigits(report.clusters.used));
-  text += Line("clusters free", GroupDigits(report.clusters.free));
-  text += Line("files", GroupDigits(report.files));
-  text += Line("directories", GroupDigits(report.directories));
-  if (!report.skipped.empty()) text += "Skipped:\n";
-  for (const std::string& entry : report.skipped) text += "  " + Printable(entry) + "\n";
-  if (!report.renamed.empty()) text += "Shown under another name:\n";
-  for (const Renamed& entry : report.renamed) {
-    const std::string shown = entry.image.empty() ? kNotListed : entry.image;
-    text += "  " + Printable(entry.host) + " -> " + Printable(shown) + "\n";
+Json LinkRecords(const BuildNotes& notes) {
+  Json links = Json::array();
+  for (const FollowedLink& link : notes.links) {
+    links.push_back({{"host", link.host},
+                     {"entries", link.entries},
+                     {"metBefore", link.isMetAgain ? Json(link.metBefore) : Json(nullptr)}});
   }
-  return text;
+  return links;
+}
+
+}  // namespace
+
+std::string FormatReport(const BuildReport& report) {
+  const BuildNotes& notes = report.notes;
+  const std::uint64_t renamed = CountRenamed(notes);
+  return "Built " + Printable(report.image.string()) + ", " + FormatBytes(report.bytes) + "\n" +
+         Line("label", report.label.empty() ? kNoLabel : Printable(report.label)) +
+         Line("volume id", FormatVolumeId(report.volumeId)) +
+         Line("cluster size", FormatBytes(report.clusterBytes)) +
+         Line("clusters used", GroupDigits(report.clusters.used)) +
+         Line("clusters free", GroupDigits(report.clusters.free)) +
+         Line("files", GroupDigits(report.files)) +
+         Line("directories", GroupDigits(report.directories)) +
+         LineIfAny("names changed", renamed) +
+         LineIfAny("in case alone", notes.renamed.size() - renamed) +
+         LineIfAny("left out", notes.leftOut.size()) +
+         LineIfAny("in no listing", notes.hiddenEntries) +
+         LineIfAny("copied again", notes.metAgain);
+}
+
+std::vector<RemarkGroup> GroupRemarks(const BuildNotes& notes) {
+  std::vector<RemarkGroup> groups;
+  if (!notes.leftOut.empty()) {
+    const std::uint64_t number = notes.leftOut.size();
+    groups.push_back(
+        {Entries(number) + (number == 1 ? " was" : " were") + " left out:", notes.leftOut});
+  }
+  if (CountRenamed(notes) != 0) groups.push_back(GroupOfRenamed(notes));
+  if (notes.hiddenEntries != 0) {
+    groups.push_back({Entries(notes.hiddenEntries) + (notes.hiddenEntries == 1 ? " is" : " are") +
+                          " in the image, but no listing shows " +
+                          (notes.hiddenEntries == 1 ? "it" : "them") +
+                          ", since the short name has no base:",
+                      notes.hidden});
+  }
+  if (!notes.links.empty()) groups.push_back(GroupOfLinks(notes));
+  return groups;
 }
 
 Json ReportRecord(const BuildReport& report) {
-  Json renamed = Json::array();
-  for (const Renamed& entry : report.renamed) {
-    renamed.push_back(
-        {{"host", entry.host}, {"image", entry.image.empty() ? Json(nullptr) : Json(entry.image)}});
-  }
   return {{"image", report.image.string()},
           {"bytes", report.bytes},
           {"label", report.label},
@@ -70,8 +120,11 @@ Json ReportRecord(const BuildReport& report) {
           {"clustersFree", report.clusters.free},
           {"files", report.files},
           {"directories", report.directories},
-          {"skipped", report.skipped},
-          {"renamed", std::move(renamed)},
+          {"hidden", report.notes.hiddenEntries},
+          {"skipped", report.notes.leftOut},
+          {"renamed", RenamedRecords(report.notes)},
+          {"links", LinkRecords(report.notes)},
+          {"copiedAgain", report.notes.metAgain},
           {"remark", report.remark.empty() ? Json(nullptr) : Json(report.remark)}};
 }
 

@@ -8,19 +8,11 @@
 
 #include <quorbix/virtdisk/build_preview.h>
 
+#include "commands/build_notes.h"
 #include "disk/volume_view.h"
 #include "terminal/json.h"
 
 namespace quorbix::virtdisk::tool {
-
-// An entry that the image shows under another name than the host.
-struct Renamed {
-  std::string host;   // relative to the folder
-  std::string image;  // empty: the entry is in the image, but listings leave it out
-};
-
-// In the order of `preview`.
-std::vector<Renamed> FindRenamed(const BuildPreview& preview);
 
 // What a build made.
 struct BuildReport {
@@ -32,12 +24,21 @@ struct BuildReport {
   ClusterCounts clusters;
   std::uint64_t files = 0;
   std::uint64_t directories = 0;
-  std::vector<std::string> skipped;  // path and reason
-  std::vector<Renamed> renamed;
+  BuildNotes notes;
   std::string remark;
 };
 
+// The summary for people.
 std::string FormatReport(const BuildReport& report);
+
+// Details of one kind, each a line, under a title that counts them.
+struct RemarkGroup {
+  std::string title;
+  std::vector<std::string> lines;
+};
+std::vector<RemarkGroup> GroupRemarks(const BuildNotes& notes);
+
+// All of it, for programs.
 Json ReportRecord(const BuildReport& report);
 
 }  // namespace quorbix::virtdisk::tool

@@ -19,6 +19,7 @@ struct BuildOptions {
   bool inPlace = false;               // write into the image that exists
   bool force = false;                 // replace what is no image
   bool strict = false;
+  bool verbose = false;  // list every remark
   bool json = false;
 };
 int RunBuild(Console& console, const BuildOptions& options);
