@@ -189,6 +189,39 @@ TEST(BuildCommand, JsonWithNamesThatAreNoUtf8_IsStillJson) {
   EXPECT_EQ(Build(folder, {"--json"}).Json()["renamed"][0]["image"], "__.TXT");
 }
 
+TEST(BuildCommand, Label_IsTakenInUpperCase) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a");
+  EXPECT_EQ(Build(folder, {"--label", "My disk 12", "--json"}).Json()["label"], "MY DISK 12");
+  EXPECT_EQ(Build(folder, {"--label", "", "--json"}).Json()["label"], "");
+}
+
+TEST(BuildCommand, ExchangedArguments_AreTakenAsMeant) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a");
+  const std::string disk = (folder / "DISK").string();
+  const std::string image = (folder / "NEW.IMG").string();
+  for (int i = 0; i < 2; ++i) {  // then the image exists
+    const ProgramRun run = RunVirtdisk({"build", image, disk});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_THAT(run.err, HasSubstr("remark: the folder comes first: " + image + " is built from"));
+  }
+  EXPECT_EQ(RunVirtdisk({"cat", image, "A.TXT"}).out, "a");
+}
+
+TEST(BuildCommand, ArgumentsThatMayBeMisspelt_AreNotExchanged) {
+  TempFolder folder;
+  folder.Folder("DISK").Folder("OTHER").File("letter.txt", "text");
+  for (const char* first : {"missing", "letter.txt", "OTHER"}) {
+    const ProgramRun run =
+        RunVirtdisk({"build", (folder / first).string(), (folder / "DISK").string()});
+    EXPECT_EQ(run.status, 3) << first;
+    EXPECT_THAT(run.err, HasSubstr("virtdisk build FOLDER IMAGE"));
+  }
+  EXPECT_FALSE(folder.Exists("missing"));
+  EXPECT_EQ(folder.Read("letter.txt"), "text");
+}
+
 TEST(BuildCommand, SizeByHand_IsTaken) {
   TempFolder folder;
   folder.File("DISK/A.TXT", "a");

@@ -116,7 +116,7 @@ TEST_F(ProgressTest, Messages_TakeTheLineAway) {
 TEST_F(ProgressTest, QuietConsoleOrNoTerminal_ShowsNothing) {
   for (const bool quiet : {true, false}) {
     console.quiet = quiet;
-    console.progress = quiet;
+    console.errIsTerminal = quiet;
     Progress progress = Start(2);
     time += 1s;
     progress.Add(1);

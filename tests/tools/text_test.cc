@@ -99,9 +99,23 @@ TEST(ParseSize, Units_ArePowersOf1024) {
   EXPECT_EQ(ParseSize("1gib"), 1073741824U);
 }
 
+TEST(ParseSize, UnitsWithAB_ArePowersOf1024Too) {
+  EXPECT_EQ(ParseSize("64KB"), 65536U);
+  EXPECT_EQ(ParseSize("3 mb"), 3145728U);
+  EXPECT_EQ(ParseSize("2GB"), 2147483648U);
+}
+
+TEST(ParseSize, FractionsOfAUnit_AreRoundedDown) {
+  EXPECT_EQ(ParseSize("1.5G"), 1610612736U);
+  EXPECT_EQ(ParseSize("0.25 MiB"), 262144U);
+  EXPECT_EQ(ParseSize("1.0K"), 1024U);
+  EXPECT_EQ(ParseSize("1.1K"), 1126U);
+  EXPECT_EQ(ParseSize("0.0000001K"), std::nullopt);
+}
+
 TEST(ParseSize, Garbage_IsNoSize) {
-  for (const char* text : {"", "0", "0M", "-1", "+1", "1.5M", "1T", "1KB", "M", "64 ", "64  M", "x",
-                           "64MM", "1 000", " 64"}) {
+  for (const char* text : {"", "0", "0M", "-1", "+1", "1.5", "1.M", ".5M", "1,5M", "1T", "1B", "M",
+                           "64 ", "64  M", "x", "64MM", "1 000", " 64"}) {
     EXPECT_EQ(ParseSize(text), std::nullopt) << text;
   }
 }
@@ -110,6 +124,16 @@ TEST(ParseSize, MoreThan64Bits_IsNoSize) {
   EXPECT_EQ(ParseSize("18446744073709551616"), std::nullopt);
   EXPECT_EQ(ParseSize("17179869184G"), std::nullopt);
   EXPECT_EQ(ParseSize("17179869183G"), 18446744072635809792U);
+}
+
+TEST(WhyNoLabel, Labels_AreWhatEverySystemShows) {
+  for (const char* text : {"", "GAMES", "my disk", "ELEVEN CHAR", "A-B_C!#$%&'"}) {
+    EXPECT_EQ(WhyNoLabel(text), "") << text;
+  }
+  EXPECT_EQ(WhyNoLabel("TWELVE CHARS"), "a label has at most 11 characters");
+  EXPECT_EQ(WhyNoLabel(" A"), "a label does not begin with a blank");
+  EXPECT_EQ(WhyNoLabel("A/B"), "a label has no \"/\" in it");
+  EXPECT_EQ(WhyNoLabel("A\x7F"), "a label has no other characters than those of ASCII");
 }
 
 TEST(PathKey, Paths_ReadAlikeInAnyCaseAndWithAnySeparators) {

@@ -66,12 +66,64 @@ TEST(Usage, Mistakes_GiveStatus2AndNoData) {
 TEST(Usage, SizesThatAreNone_GiveStatus2AndBuildNothing) {
   test::TempFolder folder;
   folder.File("SRC/A.TXT", "a");
-  for (const char* size : {"0", "-1", "64Q", "", "large", "1.5M", "99999999999999999999", "0x10"}) {
+  for (const char* size :
+       {"0", "-1", "64Q", "", "large", "1.5", "1.M", "99999999999999999999", "0x10"}) {
     const ProgramRun run =
         RunVirtdisk({"build", (folder / "SRC").string(), (folder / "disk.img").string(),
                      std::string("--size=") + size});
     EXPECT_EQ(run.status, 2) << size;
     EXPECT_FALSE(folder.Exists("disk.img")) << size;
+  }
+}
+
+TEST(Usage, MisspeltCommand_IsToldTheOneMeant) {
+  const ProgramRun run = RunVirtdisk({"biuld", "folder", "image"});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_THAT(run.err, HasSubstr("Did you mean `build`?"));
+  EXPECT_THAT(RunVirtdisk({"--quiet", "mesure", "x"}).err, HasSubstr("Did you mean `measure`?"));
+}
+
+TEST(Usage, CommandLikeNoOther_GetsNoSuggestion) {
+  for (const char* word : {"xyz", "", "transmogrify", "--biuld"}) {
+    EXPECT_THAT(RunVirtdisk({word}).err, ::testing::Not(HasSubstr("Did you mean"))) << word;
+  }
+}
+
+TEST(Usage, Json_MakesEveryErrorAnObject) {
+  for (const char* command : kCommands) {
+    const ProgramRun run = RunVirtdisk({command, "/nonexistent/a", "/b", "/c", "/d", "--json"});
+    EXPECT_EQ(run.status, 2) << command;
+    EXPECT_THAT(run.err, IsEmpty()) << command;
+    EXPECT_TRUE(run.Json()["error"].is_string()) << command;
+  }
+  const ProgramRun run = RunVirtdisk({"put", "/nonexistent/a", "/B", "/nonexistent/c", "--json"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.Json()["error"], "cannot read /nonexistent/c: No such file or directory");
+  EXPECT_TRUE(run.Json()["hint"].is_string());
+  EXPECT_THAT(run.err, IsEmpty());
+}
+
+TEST(Usage, JsonAsAName_IsNoOption) {
+  EXPECT_THAT(RunVirtdisk({"info", "--", "--json"}).err, StartsWith("virtdisk: "));
+}
+
+TEST(Usage, EveryCommand_HasQuietAndJson) {
+  for (const char* command : kCommands) {
+    const std::string help = RunVirtdisk({command, "--help"}).out;
+    EXPECT_THAT(help, HasSubstr("-q,--quiet")) << command;
+    EXPECT_THAT(help, HasSubstr("--json")) << command;
+  }
+}
+
+TEST(Usage, LabelsThatAreNone_GiveStatus2AndBuildNothing) {
+  test::TempFolder folder;
+  folder.File("SRC/A.TXT", "a");
+  for (const char* label : {"TWELVE LONG!", "A/B", " A", "A\tB", "\xC3\xA9", "A.B"}) {
+    const ProgramRun run = RunVirtdisk(
+        {"build", (folder / "SRC").string(), (folder / "disk.img").string(), "--label", label});
+    EXPECT_EQ(run.status, 2) << label;
+    EXPECT_THAT(run.err, HasSubstr("--label: a label "));
+    EXPECT_FALSE(folder.Exists("disk.img")) << label;
   }
 }
 

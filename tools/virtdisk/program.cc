@@ -5,6 +5,7 @@
 #include <exception>
 #include <functional>
 #include <new>
+#include <sstream>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -13,13 +14,17 @@
 
 #include "commands/commands.h"
 #include "terminal/exit_status.h"
+#include "terminal/suggestion.h"
 #include "terminal/text.h"
+#include "terminal/wrapping.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
 
 constexpr char kExitStatuses[] =
-    "Exit status: 0 done, 1 failed, 2 usage, 3 refused, 4 done with remarks (--strict).";
+    "Exit status: 0 done, 1 failed, 2 usage, 3 refused, 4 done with remarks (--strict), 128 and a "
+    "signal's number when one ended it.";
+constexpr unsigned kNarrow = 60;  // columns
 constexpr char kJsonHelp[] = "Print JSON";
 constexpr char kImageHelp[] = "Disk image";
 constexpr char kForceHelp[] = "Read even a volume that is no FAT16";
@@ -32,13 +37,8 @@ class CommandLine {
       : console(theConsole), app("A virtual hard disk: FAT16 disk images and folders", "virtdisk") {
     app.set_version_flag("--version", "virtdisk " VIRTDISK_VERSION);
     app.require_subcommand(1);
+    app.get_formatter()->column_width(console.width < kNarrow ? 16 : 30);
     app.footer(kExitStatuses);
-    app.failure_message([](const CLI::App* asked, const CLI::Error& error) {
-      std::string name = asked->get_name();
-      for (const CLI::App* sub : asked->get_subcommands()) name += " " + sub->get_name();
-      return std::string("virtdisk: ") + Printable(error.what()) + "\n  `" + name +
-             " --help` tells the arguments.\n";
-    });
     AddBuild();
     AddMeasure();
     AddInfo();
@@ -52,14 +52,16 @@ class CommandLine {
     AddVerify();
     AddSync();
     AddDemo();
+    for (CLI::App* sub : app.get_subcommands({})) AddWhatAllHave(*sub);
   }
 
   int Run(std::vector<std::string> arguments) {
+    const std::string meant = SuggestCommand(arguments);
     std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
     try {
       app.parse(std::move(arguments));
     } catch (const CLI::ParseError& error) {
-      return app.exit(error, console.out, console.err) == 0 ? kDone : kUsage;
+      return error.get_exit_code() == 0 ? PrintHelp(error) : FailToParse(error, meant);
     }
     return command();
   }
@@ -70,8 +72,42 @@ class CommandLine {
     CLI::App* sub = app.add_subcommand(name, text);
     sub->footer("Example:\n  virtdisk " + example);
     sub->callback([this, run = std::move(run)] { command = run; });
-    sub->add_flag("-q,--quiet", console.quiet, "Print data and errors, nothing else");
     return sub;
+  }
+
+  void AddWhatAllHave(CLI::App& sub) {
+    sub.add_flag("-q,--quiet", console.quiet, "Print data and errors, nothing else");
+    if (sub.get_option_no_throw("--json") == nullptr) {
+      sub.add_flag("--json", console.json, "Print errors as JSON");
+    }
+  }
+
+  // What the first word that is no option should have been, where it is no command.
+  std::string SuggestCommand(const std::vector<std::string>& arguments) {
+    const auto word = std::find_if(arguments.begin(), arguments.end(), [](const std::string& text) {
+      return !text.empty() && text.front() != '-';
+    });
+    std::vector<std::string> commands;
+    for (const CLI::App* sub : app.get_subcommands({})) commands.push_back(sub->get_name());
+    if (word == arguments.end() || std::count(commands.begin(), commands.end(), *word) != 0) {
+      return {};
+    }
+    return Suggest(*word, commands);
+  }
+
+  int PrintHelp(const CLI::ParseError& error) {
+    std::ostringstream text;
+    app.exit(error, text, text);
+    console.out << Wrap(text.str(), console.width);
+    return kDone;
+  }
+
+  int FailToParse(const CLI::ParseError& error, const std::string& meant) {
+    std::string name = app.get_name();
+    for (const CLI::App* sub : app.get_subcommands()) name += " " + sub->get_name();
+    const std::string help = "`" + name + " --help` tells the arguments.";
+    Fail(console, error.what(), meant.empty() ? help : "Did you mean `" + meant + "`? " + help);
+    return kUsage;
   }
 
   void AddBuild() {
@@ -85,9 +121,12 @@ class CommandLine {
     sub->add_option("IMAGE", build.image, "Disk image to write")->required();
     sub->add_option_function<std::string>(
         "--size", [this](const std::string& t) { SetSize(t); },
-        "Size of the image: bytes, or with K, M or G, also KiB, MiB or GiB (powers of "
-        "1024), or auto for the smallest whole number of MiB "
-        "that will do (the default)");
+        "Size of the image: bytes, or with K, M or G, also KB or KiB and so on (powers of 1024), "
+        "as "
+        "in 1.5G, or auto for the smallest whole number of MiB that will do (the default)");
+    sub->add_option_function<std::string>(
+        "--label", [this](const std::string& t) { SetLabel(t); },
+        "Label of the disk, at most 11 characters; without it, FOLDER's last name");
     sub->add_flag("--in-place", build.inPlace,
                   "Write into the image that exists, for a machine that has it attached; without "
                   "it, the complete new image takes its place");
@@ -225,6 +264,12 @@ class CommandLine {
                                              "K, M or G, or auto");
   }
 
+  void SetLabel(const std::string& text) {
+    build.label = text;
+    const std::string wrong = WhyNoLabel(text);
+    if (!wrong.empty()) throw CLI::ValidationError("--label", wrong);
+  }
+
   Console& console;
   CLI::App app;
   std::function<int()> command;
@@ -243,6 +288,11 @@ class CommandLine {
   DemoOptions demo;
 };
 
+bool WantsJson(const std::vector<std::string>& arguments) {
+  const auto end = std::find(arguments.begin(), arguments.end(), "--");
+  return std::find(arguments.begin(), end, "--json") != end;
+}
+
 int RunCaught(Console& console, std::vector<std::string> arguments) {
   try {
     return CommandLine(console).Run(std::move(arguments));
@@ -256,10 +306,12 @@ int RunCaught(Console& console, std::vector<std::string> arguments) {
 }  // namespace
 
 int RunProgram(Console& console, std::vector<std::string> arguments) {
+  console.json = WantsJson(arguments);  // also where the arguments are what is wrong
   const int status = RunCaught(console, std::move(arguments));
   if (console.out) errno = 0;  // else that of the write that failed
   console.out.flush();
   if (console.out) return status;
+  console.json = false;
   return Fail(console, "cannot write to the standard output" +
                            (errno == 0 ? "" : ": " + std::generic_category().message(errno)));
 }

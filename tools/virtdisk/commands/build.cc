@@ -119,8 +119,9 @@ bool Fill(const BuildSource& source, FilledImage& filled) {
   filled.skipped.clear();
   ShownBuild shown(source.console, source.preview.fileBytes);
   const std::filesystem::path& folder = source.options.folder;
-  return internal::FillImage(filled.image, filled.size, internal::LabelFor(folder), folder,
-                             filled.message, filled.skipped, &shown);
+  const std::string label = source.options.label.value_or(internal::LabelFor(folder));
+  return internal::FillImage(filled.image, filled.size, label, folder, filled.message,
+                             filled.skipped, &shown);
 }
 
 // Files may have grown since they were looked at: a disk that turns out full is made again one size
@@ -154,6 +155,16 @@ int FailToWrite(Console& console, const ImageOutput& output, const BuildOptions&
   return Fail(console, err,
               output.IsInPlace() ? "It may hold a part of the new image; build again."
                                  : options.image.string() + " is as it was before.");
+}
+
+// Exchanges the arguments where they can only have been meant the other way round.
+BuildOptions Straighten(Console& console, const BuildOptions& given) {
+  BuildOptions options = given;
+  if (!AreExchanged(given.folder, given.image)) return options;
+  std::swap(options.folder, options.image);
+  Remark(console, "the folder comes first: " + options.image.string() + " is built from " +
+                      options.folder.string());
+  return options;
 }
 
 void TellGroup(Console& console, const RemarkGroup& group, bool all) {
@@ -190,7 +201,8 @@ int Tell(Console& console, const BuildOptions& options, const BuildReport& repor
 
 }  // namespace
 
-int RunBuild(Console& console, const BuildOptions& options) {
+int RunBuild(Console& console, const BuildOptions& given) {
+  const BuildOptions options = Straighten(console, given);
   if (!IsOutputAcceptable(console, options)) return kRefused;
   BuildPreview preview;
   std::string err;

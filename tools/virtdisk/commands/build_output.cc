@@ -4,8 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
+#include <string_view>
 
+#include "common/ascii.h"
 #include "common/host_file.h"
 #include "host/host_file.h"
 #include "host/output_place.h"
@@ -20,6 +24,13 @@ bool Refuse(Console& console, const std::string& message, const std::string& hin
   return false;
 }
 
+bool HasNameOfAnImage(const fs::path& path) {
+  static constexpr std::string_view kExtensions[] = {".img", ".ima", ".dsk", ".hdd", ".hdf"};
+  const std::string extension = internal::ToAsciiLower(path.extension().string());
+  return std::find(std::begin(kExtensions), std::end(kExtensions), extension) !=
+         std::end(kExtensions);
+}
+
 // Gives the file room for `size` bytes without changing any that it has.
 bool MakeRoom(int file, ::off_t size) {
   struct ::stat before {};
@@ -32,6 +43,13 @@ bool MakeRoom(int file, ::off_t size) {
 }
 
 }  // namespace
+
+bool AreExchanged(const fs::path& folder, const fs::path& image) {
+  if (LookAtOutput(image) != OutputKind::kFolder) return false;
+  const OutputKind kind = LookAtOutput(folder);
+  return kind == OutputKind::kDiskImage ||
+         (kind == OutputKind::kNothing && HasNameOfAnImage(folder));
+}
 
 bool IsOutputAcceptable(Console& console, const BuildOptions& options) {
   const std::string image = options.image.string();

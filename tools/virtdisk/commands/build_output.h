@@ -14,6 +14,10 @@
 
 namespace quorbix::virtdisk::tool {
 
+// Whether what was given as the folder is an image, or has the name of one, and what was given as
+// the image is a folder.
+bool AreExchanged(const std::filesystem::path& folder, const std::filesystem::path& image);
+
 // Whether an image may be written where the options want it. Tells the console why not.
 bool IsOutputAcceptable(Console& console, const BuildOptions& options);
 

@@ -16,6 +16,7 @@ struct BuildOptions {
   std::filesystem::path folder;
   std::filesystem::path image;
   std::optional<std::uint64_t> size;  // bytes; nothing: the smallest that will do
+  std::optional<std::string> label;   // nothing: the folder's last name
   bool inPlace = false;               // write into the image that exists
   bool force = false;                 // replace what is no image
   bool strict = false;

@@ -42,23 +42,36 @@ std::string RightAligned(const std::string& text, std::size_t width) {
   return std::string(width > text.size() ? width - text.size() : 0, ' ') + text;
 }
 
-std::string TableLine(const std::string& size, const std::string& cluster,
-                      const std::string& clusters, const std::string& needed,
-                      const std::string& free) {
-  return RightAligned(size, 8) + RightAligned(cluster, 13) + RightAligned(clusters, 10) +
-         RightAligned(needed, 8) + RightAligned(free, 12) + "\n";
-}
+// The numbers of clusters are left out where they do not fit in.
+class SizeTable {
+ public:
+  explicit SizeTable(unsigned columns) : withNumbers(columns >= 51) {}
 
-std::string FormatTable(const std::vector<SizeRow>& rows) {
+  void Add(const std::string& size, const std::string& cluster, const std::string& clusters,
+           const std::string& needed, const std::string& free) {
+    text += RightAligned(size, 8) + RightAligned(cluster, 13);
+    if (withNumbers) text += RightAligned(clusters, 10) + RightAligned(needed, 8);
+    text += RightAligned(free, 12) + "\n";
+  }
+
+  const std::string& Text() const { return text; }
+
+ private:
+  const bool withNumbers;
+  std::string text;
+};
+
+std::string FormatTable(const std::vector<SizeRow>& rows, unsigned columns) {
   if (rows.empty()) return {};
-  std::string table = "\n" + TableLine("image", "clusters of", "clusters", "needed", "free");
+  SizeTable table(columns);
+  table.Add("image", "clusters of", "clusters", "needed", "free");
   for (const SizeRow& row : rows) {
     const std::uint64_t free = (row.fit.clusters - row.fit.clustersNeeded) * row.fit.clusterBytes;
-    table += TableLine(FormatBytes(row.bytes), FormatBytes(row.fit.clusterBytes),
-                       GroupDigits(row.fit.clusters), GroupDigits(row.fit.clustersNeeded),
-                       FormatBytes(free));
+    table.Add(FormatBytes(row.bytes), FormatBytes(row.fit.clusterBytes),
+              GroupDigits(row.fit.clusters), GroupDigits(row.fit.clustersNeeded),
+              FormatBytes(free));
   }
-  return table;
+  return "\n" + table.Text();
 }
 
 Json SizeRecords(const std::vector<SizeRow>& rows) {
@@ -102,7 +115,7 @@ int RunMeasure(Console& console, const MeasureOptions& options) {
                             {"sizes", SizeRecords(rows)}})
                 << "\n";
   } else {
-    console.out << FormatMeasure(preview, bytes, smallest) << FormatTable(rows);
+    console.out << FormatMeasure(preview, bytes, smallest) << FormatTable(rows, console.width);
   }
   if (smallest == 0) {
     Warn(console,

@@ -6,10 +6,13 @@
 #include <cstdlib>
 #include <iostream>
 #include <string>
+#include <string_view>
 
 #include "host/stop_signals.h"
 #include "terminal/exit_status.h"
+#include "terminal/json.h"
 #include "terminal/text.h"
+#include "terminal/wrapping.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
@@ -18,7 +21,9 @@ constexpr unsigned kDefaultWidth = 80;
 
 bool WantsColour() {
   const char* noColour = std::getenv("NO_COLOR");
-  return ::isatty(STDOUT_FILENO) == 1 && (noColour == nullptr || *noColour == '\0');
+  const char* terminal = std::getenv("TERM");
+  const bool knowsColour = terminal != nullptr && std::string_view(terminal) != "dumb";
+  return ::isatty(STDOUT_FILENO) == 1 && knowsColour && (noColour == nullptr || *noColour == '\0');
 }
 
 unsigned TerminalWidth(int terminal) {
@@ -27,9 +32,9 @@ unsigned TerminalWidth(int terminal) {
   return known ? size.ws_col : kDefaultWidth;
 }
 
-void Print(Console& console, std::string_view kind, std::string_view message) {
+void Print(Console& console, const std::string& text) {
   EraseProgress(console);
-  console.err << "virtdisk: " << kind << Printable(message) << "\n";
+  console.err << (console.errIsTerminal ? Wrap(text, console.errWidth) : text);
 }
 
 }  // namespace
@@ -39,22 +44,28 @@ Console StandardConsole() {
           .err = std::cerr,
           .colour = WantsColour(),
           .width = TerminalWidth(STDOUT_FILENO),
-          .progress = ::isatty(STDERR_FILENO) == 1,
+          .errIsTerminal = ::isatty(STDERR_FILENO) == 1,
           .errWidth = TerminalWidth(STDERR_FILENO)};
 }
 
 int Fail(Console& console, std::string_view message, std::string_view hint) {
-  Print(console, "", message);
-  if (!hint.empty()) console.err << "  " << Printable(hint) << "\n";
+  if (console.json) {
+    const Json record{{"error", message}, {"hint", hint.empty() ? Json(nullptr) : Json(hint)}};
+    EraseProgress(console);
+    console.out << OneLine(record) << "\n";
+    return kFailed;
+  }
+  const std::string text = "virtdisk: " + Printable(message) + "\n";
+  Print(console, hint.empty() ? text : text + "  " + Printable(hint) + "\n");
   return kFailed;
 }
 
 void Warn(Console& console, std::string_view message) {
-  if (!console.quiet) Print(console, "warning: ", message);
+  if (!console.quiet) Print(console, "virtdisk: warning: " + Printable(message) + "\n");
 }
 
 void Remark(Console& console, std::string_view message) {
-  if (!console.quiet) Print(console, "remark: ", message);
+  if (!console.quiet) Print(console, "virtdisk: remark: " + Printable(message) + "\n");
 }
 
 void EraseProgress(Console& console) {

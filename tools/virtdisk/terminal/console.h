@@ -11,19 +11,20 @@ namespace quorbix::virtdisk::tool {
 struct Console {
   std::ostream& out;
   std::ostream& err;
-  bool colour = false;              // `out` is a terminal that knows colour and NO_COLOR is not set
-  unsigned width = 80;              // of the terminal, in columns
-  bool progress = false;            // `err` is a terminal
+  bool colour = false;  // `out` is a terminal that knows colour and NO_COLOR is not set
+  unsigned width = 80;  // of the terminal, in columns
+  bool errIsTerminal = false;
   unsigned errWidth = 80;           // of that terminal, in columns
   bool quiet = false;               // the user wants errors and data, nothing else
+  bool json = false;                // errors are objects on `out`
   std::size_t progressColumns = 0;  // that a progress line takes at the moment
 };
 
 // The process's own standard streams.
 Console StandardConsole();
 
-// Prints "virtdisk: MESSAGE" and, below it, what to do about it. Returns kFailed, so that a failing
-// branch is one line.
+// Prints "virtdisk: MESSAGE" and, below it, what to do about it; or both as one JSON object.
+// Returns kFailed, so that a failing branch is one line.
 int Fail(Console& console, std::string_view message, std::string_view hint = {});
 
 // Prints "virtdisk: KIND: MESSAGE" to the error stream, for what does not fail a command, unless

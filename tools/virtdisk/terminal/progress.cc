@@ -69,7 +69,7 @@ Progress::~Progress() { EraseProgress(console); }
 
 void Progress::Add(std::uint64_t amount) {
   state.done += amount;
-  if (!console.progress || console.quiet) return;
+  if (!console.errIsTerminal || console.quiet) return;
   const Clock::time_point time = now();
   if (time >= nextShow) Show(time);
 }

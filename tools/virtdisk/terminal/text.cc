@@ -70,10 +70,37 @@ std::string ToLower(std::string_view text) {
 std::optional<std::uint64_t> UnitFactor(std::string_view text) {
   const std::string unit = ToLower(text);
   if (unit.empty()) return 1;
-  if (unit == "k" || unit == "kib") return kKibi;
-  if (unit == "m" || unit == "mib") return kKibi * kKibi;
-  if (unit == "g" || unit == "gib") return kKibi * kKibi * kKibi;
+  if (unit == "k" || unit == "kb" || unit == "kib") return kKibi;
+  if (unit == "m" || unit == "mb" || unit == "mib") return kKibi * kKibi;
+  if (unit == "g" || unit == "gb" || unit == "gib") return kKibi * kKibi * kKibi;
   return std::nullopt;
+}
+
+// Takes the digits in front of `text`. Nothing when there are none, or too many for 64 bits.
+std::optional<std::uint64_t> TakeNumber(std::string_view& text) {
+  constexpr std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();
+  std::uint64_t number = 0;
+  std::size_t i = 0;
+  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
+    const auto digit = static_cast<std::uint64_t>(text[i] - '0');
+    if (number > (kMax - digit) / 10) return std::nullopt;
+    number = number * 10 + digit;
+  }
+  text.remove_prefix(i);
+  return i == 0 ? std::nullopt : std::optional(number);
+}
+
+// A part of a unit, in millionths: ".5" -> 500,000. Further digits do not count.
+std::optional<std::uint64_t> TakeMillionths(std::string_view& text) {
+  std::uint64_t millionths = 0;
+  std::uint64_t place = 100'000;
+  if (text.empty() || text.front() != '.') return 0;
+  std::size_t i = 1;
+  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i, place /= 10) {
+    millionths += static_cast<std::uint64_t>(text[i] - '0') * place;
+  }
+  text.remove_prefix(i);
+  return i == 1 ? std::nullopt : std::optional(millionths);
 }
 
 }  // namespace
@@ -157,20 +184,31 @@ std::string FormatVolumeId(std::uint32_t id) {
 }
 
 std::optional<std::uint64_t> ParseSize(std::string_view text) {
-  constexpr std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();
-  std::uint64_t number = 0;
-  std::size_t i = 0;
-  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
-    const auto digit = static_cast<std::uint64_t>(text[i] - '0');
-    if (number > (kMax - digit) / 10) return std::nullopt;
-    number = number * 10 + digit;
-  }
-  if (i == 0 || number == 0) return std::nullopt;
-  text.remove_prefix(i);
+  const std::optional<std::uint64_t> number = TakeNumber(text);
+  const std::optional<std::uint64_t> millionths = TakeMillionths(text);
+  if (!number || !millionths) return std::nullopt;
   if (text.size() > 1 && text.front() == ' ') text.remove_prefix(1);
   const std::optional<std::uint64_t> factor = UnitFactor(text);
-  if (!factor || number > kMax / *factor) return std::nullopt;
-  return number * *factor;
+  if (!factor || (*factor == 1 && *millionths != 0)) return std::nullopt;
+  const std::uint64_t part = *millionths * *factor / 1'000'000;
+  if (*number > (std::numeric_limits<std::uint64_t>::max() - part) / *factor) return std::nullopt;
+  const std::uint64_t size = *number * *factor + part;
+  return size == 0 ? std::nullopt : std::optional(size);
+}
+
+std::string WhyNoLabel(std::string_view text) {
+  constexpr std::size_t kMostCharacters = 11;
+  constexpr std::string_view kForbidden = "\"*+,./:;<=>?[\\]|";
+  if (text.size() > kMostCharacters) return "a label has at most 11 characters";
+  if (!text.empty() && text.front() == ' ') return "a label does not begin with a blank";
+  for (const char c : text) {
+    const bool isPlain = c >= ' ' && c <= '~';
+    if (!isPlain) return "a label has no other characters than those of ASCII";
+    if (kForbidden.find(c) != std::string_view::npos) {
+      return std::string("a label has no \"") + c + "\" in it";
+    }
+  }
+  return {};
 }
 
 std::string PathKey(std::string_view path) {

@@ -27,9 +27,13 @@ std::string Count(std::uint64_t number, std::string_view singular, std::string_v
 // 0x1A2B3C4D -> "1A2B-3C4D"
 std::string FormatVolumeId(std::uint32_t id);
 
-// "65536", "64K", "64KiB", "64 MiB", "1g" -> bytes; units are powers of 1024. Nothing for zero, a
-// sign, a fraction, an unknown unit, or more than 64 bits.
+// "65536", "64K", "64KB", "64 MiB", "1.5g" -> bytes, rounded down; units are powers of 1024 however
+// they are written. Nothing for zero, a sign, a fraction of bytes, an unknown unit, or more than 64
+// bits.
 std::optional<std::uint64_t> ParseSize(std::string_view text);
+
+// Why a text cannot be the label of a disk that every system shows; empty when it can.
+std::string WhyNoLabel(std::string_view text);
 
 // The form in which two paths inside an image mean the same entry: "/" in front, separators of
 // either kind single, none at the end, ASCII letters lower-case.
