@@ -5,22 +5,14 @@
 #include <cstdint>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "browser/release_slack.h"
+#include "browser/rewrite_plan.h"
 #include "browser/volume_index.h"
 #include "common/byte_order.h"
-#include "common/fail.h"
-#include "fat16/volume_layout.h"
 
 namespace quorbix::virtdisk {
-namespace {
-
-constexpr std::string_view kTooLong = "new file content exceeds allocated cluster chain";
-constexpr std::string_view kNoChain = "file has no allocated cluster chain";
-
-}  // namespace
 
 struct Fat16FsImage::Impl {
   // Replaces the held image, and forgets no index before the new bytes are there.
@@ -99,19 +91,10 @@ bool Fat16FsImage::ReadFile(const std::string& path, std::vector<std::uint8_t>& 
 bool Fat16FsImage::WriteExistingFile(const std::string& path,
                                      const std::vector<std::uint8_t>& newContent,
                                      std::string& err) {
-  const internal::EntryRecord* file = impl->volume.FindFile(path, err);
-  if (file == nullptr) return false;
-  if (newContent.size() > file->MostContent()) return internal::Fail(err, kTooLong);
-  if (file->firstCluster < internal::fat::kFirstCluster) {
-    if (!newContent.empty()) return internal::Fail(err, kNoChain);
-  } else {
-    std::vector<std::uint16_t> chain;
-    if (!impl->volume.Chains().Collect(file->firstCluster, chain, err)) return false;
-    impl->WriteClusterChain(chain, newContent);
-  }
-  // The slot was read from these bytes, so that its size field lies inside them.
-  internal::StoreU32(&impl->image[file->dirEntryOffset + internal::dir_entry::kFileSize],
-                     static_cast<std::uint32_t>(newContent.size()));
+  internal::RewritePlan plan;
+  if (!internal::PlanRewrite(impl->volume, path, newContent.size(), plan, err)) return false;
+  impl->WriteClusterChain(plan.chain, newContent);
+  internal::StoreU32(&impl->image[plan.sizeOffset], static_cast<std::uint32_t>(newContent.size()));
   return impl->volume.Parse(err);
 }
 
