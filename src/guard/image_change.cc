@@ -33,7 +33,7 @@ Progress Failed(const std::string& what, const fs::path& path) {
   return Progress::Failed("cannot " + what + ' ' + path.string() + " (" + SystemText() + ")");
 }
 
-Progress Changed(const fs::path& image) {
+Progress ImageChanged(const fs::path& image) {
   return Progress::Busy("the image " + image.string() + " has changed since it was looked at");
 }
 
@@ -101,15 +101,15 @@ Progress ImageChange::Rename(const fs::path& whole) {
   if (!trash.Announce({{"disk", path.filename().string(), "image replaced"}}, places, err)) {
     return Progress::Failed(err);
   }
-  if (!IsAsSeen(path)) return Changed(path);
+  if (!IsAsSeen(path)) return ImageChanged(path);
   if (!ExchangeNames(AT_FDCWD, whole.c_str(), path.c_str())) {
     if (errno == EINVAL) return RenameByLink(whole, places.front());
-    return errno == ENOENT ? Changed(path) : Failed("replace the image", path);
+    return errno == ENOENT ? ImageChanged(path) : Failed("replace the image", path);
   }
   if (!IsAsSeen(whole)) {
     // Somebody was quicker: what he has written is the image.
     if (!ExchangeNames(AT_FDCWD, whole.c_str(), path.c_str())) return Failed("put back", path);
-    return Changed(path);
+    return ImageChanged(path);
   }
   if (!FlushFolder(path.parent_path())) return Failed("write out the folder of", path);
   // From here on the new image is the image; the old one keeps its name beside it until it has
@@ -130,7 +130,7 @@ Progress ImageChange::RenameByLink(const fs::path& whole, const fs::path& place)
   }
   std::string err;
   if (!trash.Flush(err)) return Progress::Failed(err);
-  if (!IsAsSeen(path)) return Changed(path);
+  if (!IsAsSeen(path)) return ImageChanged(path);
   if (::rename(whole.c_str(), path.c_str()) != 0) return Failed("replace the image", path);
   return FlushFolder(path.parent_path()) ? Progress{} : Failed("write out the folder of", path);
 }
@@ -176,7 +176,7 @@ Progress ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId) 
   if (!to) return Failed("write to the image", path);
   const Progress copied = CopyToTrash(to.Get());
   if (!copied.IsDone()) return copied;
-  if (!IsAsSeen(path)) return Changed(path);
+  if (!IsAsSeen(path)) return ImageChanged(path);
   // From here on it goes on to the end: half of an image is of no use to anybody.
   return CopyOver(from.Get(), to.Get(), tornId);
 }

@@ -27,7 +27,7 @@ constexpr std::uint64_t kLargestFile = std::numeric_limits<std::uint32_t>::max()
 constexpr std::size_t kBootCode = boot_sector::kFileSystemType + boot_sector::kFileSystemTypeSize;
 constexpr std::size_t kReadAtOnce = std::size_t{4} << 20;
 
-Progress Changed(const std::string& path) {
+Progress FileChanged(const std::string& path) {
   return Progress::Busy(path + " has changed since it was looked at");
 }
 
@@ -166,7 +166,7 @@ class ImageMaker {
   Progress FillFromHost(const TreeEntry& entry, ChainWriter& writer) const {
     struct ::stat status;
     const Descriptor file = OpenRegularFile((parts.folder / entry.host).c_str(), status);
-    if (!file && (errno == ENOENT || errno == ENOTDIR)) return Changed(entry.host);
+    if (!file && (errno == ENOENT || errno == ENOTDIR)) return FileChanged(entry.host);
     if (!file) {
       return Progress::Failed("cannot read " + entry.host + " (" + SystemText() + ")");
     }
@@ -176,13 +176,13 @@ class ImageMaker {
       if (got < 0) {
         return Progress::Failed("cannot read " + entry.host + " (" + SystemText() + ")");
       }
-      if (static_cast<std::size_t>(got) < part.size()) return Changed(entry.host);
+      if (static_cast<std::size_t>(got) < part.size()) return FileChanged(entry.host);
       hash = HashBytes(part, hash);
       if (IsStopped()) return Progress::Stopped();
     }
     std::array<std::uint8_t, 1> beyond{};
     const bool isSame = hash == entry.content.hash && ReadFully(file.Get(), beyond) == 0;
-    return isSame ? Progress{} : Changed(entry.host);
+    return isSame ? Progress{} : FileChanged(entry.host);
   }
 
   Progress FillFromDisk(const TreeEntry& entry, ChainWriter& writer) const {
@@ -200,7 +200,7 @@ class ImageMaker {
         });
     if (IsStopped()) return Progress::Stopped();
     if (!progress.IsDone()) return progress;
-    return hash == entry.content.hash ? Progress{} : Changed("the image");
+    return hash == entry.content.hash ? Progress{} : FileChanged("the image");
   }
 
   // The writer knows no attributes and no times: they are put where it has made the entries.
