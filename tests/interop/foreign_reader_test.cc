@@ -8,9 +8,9 @@
 #include <quorbix/virtdisk/fat_image_builder.h>
 
 #include "interop/fsck_findings.h"
-#include "support/random_tree.h"
 #include "support/child_process.h"
 #include "support/need_tool.h"
+#include "support/random_tree.h"
 #include "support/temp_folder.h"
 
 namespace quorbix::virtdisk::test {
