@@ -3,13 +3,17 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
+#include "support/memory_folder.h"
 #include "support/sizes.h"
 #include "support/temp_folder.h"
 
@@ -38,6 +42,66 @@ TEST(WriteInPieces, FullDevice_FailsWithTheReason) {
   EXPECT_FALSE(WriteInPieces(file, bytes));
   EXPECT_EQ(errno, ENOSPC);
   ::close(file);
+}
+
+class CopyInPiecesTest : public ::testing::Test {
+ protected:
+  // Copies the file `name` to the path `to`.
+  bool Copy(const std::string& name, const std::filesystem::path& to, std::uint64_t bytes) {
+    const int in = ::open((folder / name).c_str(), O_RDONLY);
+    const int out = ::open(to.c_str(), O_RDWR | O_CREAT, 0600);
+    const bool copied = CopyInPieces(in, out, bytes, [&](std::uint64_t more) { moved += more; });
+    const int error = errno;
+    ::close(in);
+    ::close(out);
+    errno = error;
+    return copied;
+  }
+
+  TempFolder folder;
+  std::uint64_t moved = 0;
+};
+
+TEST_F(CopyInPiecesTest, File_IsCopiedAndTold) {
+  std::string content(9 * kMiB, 'x');
+  content.back() = 'y';
+  folder.File("A", content);
+  EXPECT_TRUE(Copy("A", folder / "B", content.size()));
+  EXPECT_EQ(folder.Read("B"), content);
+  EXPECT_EQ(moved, content.size());
+}
+
+TEST_F(CopyInPiecesTest, Holes_StayHoles) {
+  folder.File("A", "begin");
+  std::filesystem::resize_file(folder / "A", 100 * kMiB);
+  std::ofstream(folder / "A", std::ios::app) << "end";
+  EXPECT_TRUE(Copy("A", folder / "B", 100 * kMiB + 3));
+  struct ::stat status {};
+  ASSERT_EQ(::stat((folder / "B").c_str(), &status), 0);
+  EXPECT_EQ(static_cast<std::uint64_t>(status.st_size), 100 * kMiB + 3);
+  EXPECT_LT(status.st_blocks, 1000);
+  EXPECT_EQ(test::ReadBytes(folder / "A"), test::ReadBytes(folder / "B"));
+  EXPECT_EQ(moved, 100 * kMiB + 3);
+}
+
+TEST_F(CopyInPiecesTest, AnotherFileSystem_IsReachedByHand) {
+  const test::MemoryFolder memory;
+  if (!memory.Usable()) GTEST_SKIP() << "no memory file system";
+  folder.File("A", std::string(9 * kMiB, 'x'));
+  EXPECT_TRUE(Copy("A", memory.Path() / "B", 9 * kMiB));
+  EXPECT_EQ(test::ReadWholeFile(memory.Path() / "B"), folder.Read("A"));
+}
+
+TEST_F(CopyInPiecesTest, FileThatIsShorter_IsToldByErrno) {
+  folder.File("A", "abc");
+  EXPECT_FALSE(Copy("A", folder / "B", 4));
+  EXPECT_EQ(errno, ENODATA);
+}
+
+TEST_F(CopyInPiecesTest, EmptyFile_IsCopied) {
+  folder.File("A");
+  EXPECT_TRUE(Copy("A", folder / "B", 0));
+  EXPECT_TRUE(folder.Exists("B"));
 }
 
 }  // namespace

@@ -211,9 +211,14 @@ class CommandLine {
     CLI::App* sub =
         Add("put", "Replace the content of a file that exists in an image, in its own clusters",
             "put games.img /LETTERS/AUNT.TXT aunt.txt", [this] { return RunPut(console, put); });
-    sub->add_option("IMAGE", put.image, "Disk image; replaced whole or not at all")->required();
+    sub->add_option("IMAGE", put.image,
+                    "Disk image; without --in-place replaced whole or not at all")
+        ->required();
     sub->add_option("PATH", put.path, "File inside the image")->required();
     sub->add_option("FILE", put.file, "File with the new content")->required();
+    sub->add_flag("--in-place", put.inPlace,
+                  "Write into the image itself, for a machine that has it attached");
+    sub->add_flag("--json", put.json, kJsonHelp);
   }
 
   void AddMap() {

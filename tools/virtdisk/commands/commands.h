@@ -86,6 +86,8 @@ struct PutOptions {
   std::filesystem::path image;
   std::string path;
   std::filesystem::path file;
+  bool inPlace = false;  // write into the image itself
+  bool json = false;
 };
 int RunPut(Console& console, const PutOptions& options);
 

@@ -1,18 +1,30 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
+#include <optional>
 #include <string>
-#include <system_error>
 #include <vector>
 
-#include <quorbix/virtdisk/fat16_fs_image.h>
-
+#include "browser/file_source.h"
+#include "browser/rewrite_plan.h"
+#include "browser/volume_index.h"
 #include "commands/commands.h"
+#include "common/host_file.h"
+#include "disk/file_rewrite.h"
 #include "disk/image_file.h"
-#include "disk/image_tree.h"
-#include "disk/map.h"
-#include "disk/volume_view.h"
 #include "host/host_file.h"
+#include "host/new_file.h"
+#include "host/output_place.h"
+#include "host/piecewise.h"
+#include "host/stop_signals.h"
 #include "terminal/exit_status.h"
+#include "terminal/json.h"
+#include "terminal/progress.h"
 #include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
@@ -20,52 +32,150 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The bytes that the file's own clusters hold.
-std::uint64_t RoomOf(const Fat16FsImage& image, const std::string& path) {
-  const ImageTree tree(image);
-  const Fat16FsEntry* entry = tree.Find(path);
-  if (entry == nullptr) return 0;
-  const DiskMap map = MapVolume(VolumeView(image.Info(), image.ImageBytes()), {*entry});
-  std::uint64_t clusters = 0;
-  for (const Owner& owner : map.owners) {
-    for (const ClusterRun& run : owner.runs) clusters += run.count;
-  }
-  return clusters * map.clusterBytes;
-}
+// A signal waits for the end of a write in place up to this size, so that it leaves no half of it.
+constexpr std::uint64_t kWrittenAtOnce = std::uint64_t{16} << 20;
 
-std::string HintFor(const std::string& message, const PutOptions& options,
-                    const Fat16FsImage& image, std::uint64_t newBytes) {
-  const std::string what = Within(options.path, options.image);
-  if (message == "new file content exceeds allocated cluster chain") {
-    return options.file.string() + " has " + Count(newBytes, "byte", "bytes") + ", and " + what +
-           " has room for " + GroupDigits(RoomOf(image, options.path)) +
-           ". Build the image again to let it grow.";
+// The volume of an image, indexed without loading it.
+struct IndexedImage {
+  std::unique_ptr<internal::FileSource> source;
+  std::unique_ptr<internal::VolumeIndex> index;
+
+  bool Open(const fs::path& image, std::string& err) {
+    index.reset();  // which reads from the source
+    source = internal::FileSource::Open(image, err);
+    if (!source) return false;
+    index = std::make_unique<internal::VolumeIndex>(*source);
+    return index->Parse(err);
   }
-  if (message == "file not found") {
-    return what + ": put replaces the content of a file that exists; `virtdisk ls` shows them.";
+};
+
+class Rewrite {
+ public:
+  Rewrite(Console& theConsole, const PutOptions& theOptions)
+      : console(theConsole), options(theOptions), target(FollowLinks(theOptions.image)) {}
+
+  int Run() {
+    std::uint64_t newBytes = 0;
+    if (!HostFileBytes(options.file, newBytes, err)) return FailToRead();
+    IndexedImage image;
+    if (!image.Open(target, err)) return FailToOpen(image);
+    internal::RewritePlan plan;
+    if (!internal::PlanRewrite(*image.index, options.path, newBytes, plan, err)) {
+      return Fail(console, err, HintFor(image, newBytes));
+    }
+    if (!ReadHostFile(options.file, content, err)) return FailToRead();
+    return options.inPlace ? WriteInPlace() : WriteCopy(image.source->Size());
   }
-  return what + " was not changed.";
-}
+
+ private:
+  int WriteCopy(std::uint64_t imageBytes) {
+    NewFile copy;
+    if (!copy.Create(target, err) || !CopyTo(copy, imageBytes)) return FailToWrite();
+    if (!RewriteIn(copy.PathSoFar(), copy.Descriptor())) return FailToWrite();
+    return copy.Commit(err) ? Done() : FailToWrite();
+  }
+
+  bool CopyTo(const NewFile& copy, std::uint64_t imageBytes) {
+    const internal::Descriptor from = internal::OpenHostFile(target.c_str(), O_RDONLY);
+    Progress progress(console, "copying", imageBytes);
+    const auto moved = [&](std::uint64_t bytes) { progress.Add(bytes); };
+    return (from && CopyInPieces(from.Get(), copy.Descriptor(), imageBytes, moved)) ||
+           FailToDo("cannot copy ");
+  }
+
+  int WriteInPlace() {
+    struct ::stat status {};
+    const internal::Descriptor image = internal::OpenHostFile(target.c_str(), O_RDWR | O_NOFOLLOW);
+    if (!image || ::fstat(image.Get(), &status) != 0) {
+      FailToDo("cannot write ");
+      return FailToWrite();
+    }
+    if (!S_ISREG(status.st_mode)) {
+      err = "cannot write " + target.string() + ": " + kNotRegular;
+      return FailToWrite();
+    }
+    std::optional<SignalsHeld> held;
+    if (content.size() <= kWrittenAtOnce) held.emplace();
+    return RewriteIn(target, image.Get()) && Flush(image.Get()) ? Done() : FailToWrite();
+  }
+
+  // Plans once more, for what is written to, and sees afterwards whether it is still a volume:
+  // files of a damaged one may lie where it keeps itself.
+  bool RewriteIn(const fs::path& path, int file) {
+    IndexedImage image;
+    internal::RewritePlan plan;
+    if (!image.Open(path, err) ||
+        !internal::PlanRewrite(*image.index, options.path, content.size(), plan, err)) {
+      return false;
+    }
+    const std::vector<ByteRun> runs = RunsOf(plan.chain, image.index->Chains());
+    if (!MakeRoomFor(file, runs)) return FailToDo("cannot write ");
+    isTouched = true;
+    if (!WriteRuns(file, runs, plan.sizeOffset, content)) return FailToDo("cannot write ");
+    return image.Open(path, err);
+  }
+
+  bool Flush(int file) { return ::fsync(file) == 0 || FailToDo("cannot write "); }
+
+  int Done() {
+    if (!options.json) return kDone;
+    console.out << OneLine({{"image", options.image.string()},
+                            {"path", options.path},
+                            {"bytes", content.size()}})
+                << "\n";
+    return kDone;
+  }
+
+  bool FailToDo(const char* what) {
+    err = what + target.string() + ": " + SystemText(errno);
+    return false;
+  }
+
+  int FailToRead() { return Fail(console, err, "Give the path of the file with the new content."); }
+
+  int FailToOpen(const IndexedImage& image) {
+    const std::string path = options.image.string();
+    if (image.source) {
+      return Fail(
+          console, err,
+          path + " holds no FAT16 volume that can be read; is it the right file, and whole?");
+    }
+    return Fail(console, path + ": " + err,
+                "Give the path of an existing disk image; `virtdisk build` makes one.");
+  }
+
+  int FailToWrite() {
+    return Fail(console, err,
+                options.inPlace && isTouched
+                    ? Within(options.path, options.image) + " may be half written; put it again."
+                    : options.image.string() + " is as it was before.");
+  }
+
+  std::string HintFor(const IndexedImage& image, std::uint64_t newBytes) const {
+    const std::string what = Within(options.path, options.image);
+    std::string ignored;
+    const internal::EntryRecord* file = image.index->FindFile(options.path, ignored);
+    if (file != nullptr && newBytes > file->MostContent()) {
+      return options.file.string() + " has " + Count(newBytes, "byte", "bytes") + ", and " + what +
+             " has room for " + GroupDigits(file->MostContent()) +
+             ". Build the image again to let it grow.";
+    }
+    if (err == "file not found") {
+      return what + ": put replaces the content of a file that exists; `virtdisk ls` shows them.";
+    }
+    return what + " was not changed.";
+  }
+
+  Console& console;
+  const PutOptions& options;
+  const fs::path target;  // behind links to it
+  std::vector<std::uint8_t> content;
+  std::string err;
+  bool isTouched = false;
+};
 
 }  // namespace
 
-int RunPut(Console& console, const PutOptions& options) {
-  std::string err;
-  std::vector<std::uint8_t> content;
-  if (!ReadHostFile(options.file, content, err)) {
-    return Fail(console, err, "Give the path of the file with the new content.");
-  }
-  Fat16FsImage image;
-  if (!LoadImage(console, options.image, image)) return kFailed;
-  if (!image.WriteExistingFile(options.path, content, err)) {
-    return Fail(console, err, HintFor(err, options, image, content.size()));
-  }
-  // A link to an image stays, and the image behind it is replaced.
-  std::error_code failed;
-  const fs::path target = fs::canonical(options.image, failed);
-  if (!failed && WriteHostFile(target, image.ImageBytes(), err)) return kDone;
-  return Fail(console, failed ? options.image.string() + ": " + failed.message() : err,
-              options.image.string() + " is as it was before.");
-}
+int RunPut(Console& console, const PutOptions& options) { return Rewrite(console, options).Run(); }
 
 }  // namespace quorbix::virtdisk::tool

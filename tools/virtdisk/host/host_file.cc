@@ -29,6 +29,19 @@ bool FailOn(std::string& err, const char* what, const fs::path& path, std::strin
   return false;
 }
 
+bool OpenToRead(const fs::path& path, internal::Descriptor& file, std::uint64_t& bytes,
+                std::string& err) {
+  // Not to wait for a writer, should it be a pipe.
+  file = internal::OpenHostFile(path.c_str(), O_RDONLY);
+  struct ::stat status {};
+  if (!file || ::fstat(file.Get(), &status) != 0) {
+    return FailOn(err, kCannotRead, path, SystemText(errno));
+  }
+  if (!S_ISREG(status.st_mode)) return FailOn(err, kCannotRead, path, kNotRegular);
+  bytes = static_cast<std::uint64_t>(status.st_size);
+  return true;
+}
+
 bool ReadAll(int file, std::vector<std::uint8_t>& bytes) {
   std::size_t done = 0;
   while (done < bytes.size()) {
@@ -47,17 +60,17 @@ bool ReadAll(int file, std::vector<std::uint8_t>& bytes) {
 
 std::string SystemText(int error) { return std::generic_category().message(error); }
 
+bool HostFileBytes(const fs::path& path, std::uint64_t& bytes, std::string& err) {
+  internal::Descriptor ignored;
+  return OpenToRead(path, ignored, bytes, err);
+}
+
 bool ReadHostFile(const fs::path& path, std::vector<std::uint8_t>& bytes, std::string& err) {
   bytes.clear();
-  // Not to wait for a writer, should it be a pipe.
-  const internal::Descriptor file = internal::OpenHostFile(path.c_str(), O_RDONLY);
-  if (!file) return FailOn(err, kCannotRead, path, SystemText(errno));
-  struct ::stat status {};
-  if (::fstat(file.Get(), &status) != 0) {
-    return FailOn(err, kCannotRead, path, SystemText(errno));
-  }
-  if (!S_ISREG(status.st_mode)) return FailOn(err, kCannotRead, path, kNotRegular);
-  bytes.resize(static_cast<std::size_t>(status.st_size));
+  internal::Descriptor file;
+  std::uint64_t size = 0;
+  if (!OpenToRead(path, file, size, err)) return false;
+  bytes.resize(static_cast<std::size_t>(size));
   if (ReadAll(file.Get(), bytes)) return true;
   const int error = errno;
   bytes.clear();

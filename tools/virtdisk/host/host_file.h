@@ -15,6 +15,9 @@ inline constexpr char kNotRegular[] = "it is not a regular file";
 // The system's words for an error number.
 std::string SystemText(int error);
 
+// Tells how many bytes a regular file of the host has that may be read. False: `err` says why not.
+bool HostFileBytes(const std::filesystem::path& path, std::uint64_t& bytes, std::string& err);
+
 // Reads a regular file of the host whole. On failure returns false, says why in `err` and leaves
 // `bytes` empty.
 bool ReadHostFile(const std::filesystem::path& path, std::vector<std::uint8_t>& bytes,

@@ -58,6 +58,8 @@ bool NewFile::Create(const fs::path& path, std::string& err, Naming naming) {
   return CreateNamed() || FailToWrite(err, SystemText(errno));
 }
 
+fs::path NewFile::PathSoFar() const { return name.empty() ? NameByDescriptor(file.Get()) : name; }
+
 bool NewFile::Commit(std::string& err) {
   const bool complete = TakeOverModeAndOwner() && ::fsync(file.Get()) == 0 && TakePlace();
   if (!complete) return FailToWrite(err, SystemText(errno));

@@ -33,6 +33,9 @@ class NewFile {
   // Open for writing and reading, until Commit.
   int Descriptor() const { return file.Get(); }
 
+  // Where it can be opened once more, until Commit.
+  std::filesystem::path PathSoFar() const;
+
   // Flushes it to the disk and puts it into its place. There it has the mode and, where the process
   // may give it away, the owner of the file that it replaces; hard links to that keep the old
   // content. On failure returns false, says why in `err`, and leaves the place as it was.

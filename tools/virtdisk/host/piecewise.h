@@ -16,6 +16,12 @@ using MovedBytes = std::function<void(std::uint64_t bytes)>;
 [[nodiscard]] bool WriteInPieces(int file, std::span<const std::uint8_t> bytes,
                                  const MovedBytes& moved = {});
 
+// Makes the empty file `to` a copy of the first `bytes` bytes of `from`, in the same way. Where the
+// file system can share the data of both it does, and nothing is moved; holes stay holes. False:
+// errno says why; it is ENODATA when `from` has fewer bytes.
+[[nodiscard]] bool CopyInPieces(int from, int to, std::uint64_t bytes,
+                                const MovedBytes& moved = {});
+
 }  // namespace quorbix::virtdisk::tool
 
 #endif  // QUORBIX_VIRTDISK_TOOL_PIECEWISE_H_

@@ -1,0 +1,82 @@
+#include "disk/file_rewrite.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+
+#include "common/byte_order.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+constexpr std::size_t kZerosAtOnce = std::size_t{1} << 20;
+
+bool WriteAt(int file, std::uint64_t offset, std::span<const std::uint8_t> bytes) {
+  while (!bytes.empty()) {
+    const ::ssize_t put = ::pwrite(file, bytes.data(), bytes.size(), static_cast<::off_t>(offset));
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0) return false;
+    offset += static_cast<std::uint64_t>(put);
+    bytes = bytes.subspan(static_cast<std::size_t>(put));
+  }
+  return true;
+}
+
+bool WriteZerosAt(int file, std::uint64_t offset, std::uint64_t count) {
+  const std::vector<std::uint8_t> zeros(std::min<std::uint64_t>(count, kZerosAtOnce));
+  while (count > 0) {
+    const std::uint64_t part = std::min<std::uint64_t>(count, zeros.size());
+    if (!WriteAt(file, offset, std::span(zeros).first(part))) return false;
+    offset += part;
+    count -= part;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::vector<ByteRun> RunsOf(const std::vector<std::uint16_t>& chain,
+                            const internal::ChainTable& table) {
+  std::vector<ByteRun> runs;
+  for (const std::uint16_t cluster : chain) {
+    const std::uint64_t offset = table.ClusterOffset(cluster);
+    if (!runs.empty() && runs.back().offset + runs.back().bytes == offset) {
+      runs.back().bytes += table.ClusterBytes();
+    } else {
+      runs.push_back({offset, table.ClusterBytes()});
+    }
+  }
+  return runs;
+}
+
+bool MakeRoomFor(int image, const std::vector<ByteRun>& runs) {
+  for (const ByteRun& run : runs) {
+    const int error =
+        ::posix_fallocate(image, static_cast<::off_t>(run.offset), static_cast<::off_t>(run.bytes));
+    if (error == 0) continue;
+    errno = error;
+    return false;
+  }
+  return true;
+}
+
+bool WriteRuns(int image, const std::vector<ByteRun>& runs, std::uint64_t sizeOffset,
+               std::span<const std::uint8_t> content) {
+  std::array<std::uint8_t, 4> size{};
+  internal::StoreU32(size.data(), static_cast<std::uint32_t>(content.size()));
+  for (const ByteRun& run : runs) {
+    const std::uint64_t part = std::min<std::uint64_t>(content.size(), run.bytes);
+    if (!WriteAt(image, run.offset, content.first(part)) ||
+        !WriteZerosAt(image, run.offset + part, run.bytes - part)) {
+      return false;
+    }
+    content = content.subspan(part);
+  }
+  return WriteAt(image, sizeOffset, size);
+}
+
+}  // namespace quorbix::virtdisk::tool
