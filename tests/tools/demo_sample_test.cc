@@ -5,7 +5,6 @@
 
 #include <filesystem>
 
-#include "commands/build_notes.h"
 #include "support/temp_folder.h"
 #include "terminal/text.h"
 
@@ -23,10 +22,6 @@ BuildPreview PreviewOf(const std::filesystem::path& folder) {
   return preview;
 }
 
-void CopyForDisk(const TempFolder& folder) {
-  CopyUnderShortNames(folder / "FROM", PreviewOf(folder / "FROM"), folder / "TO");
-}
-
 TEST(WriteSample, Names_AreThoseOfTheDiskInAnotherCase) {
   const TempFolder folder;
   WriteSample(folder / "SAMPLE");
@@ -38,20 +33,13 @@ TEST(WriteSample, Names_AreThoseOfTheDiskInAnotherCase) {
   }
 }
 
-TEST(CopyUnderShortNames, Tree_GetsTheNamesOfTheDisk) {
+TEST(CopyFolder, Tree_IsCopiedButForWhatNoDiskShows) {
   TempFolder folder;
   folder.File("FROM/Long name.txt", "1").File("FROM/Sub folder/b.c.d", "2").Pipe("FROM/pipe");
-  CopyForDisk(folder);
+  folder.File("FROM/.hidden", "3");
+  CopyFolder(folder / "FROM", PreviewOf(folder / "FROM"), folder / "TO");
   EXPECT_THAT(folder.Files("TO"),
-              ElementsAre(Pair("LONG_NAM.TXT", "1"), Pair("SUB_FOLD/B_C.D", "2")));
-}
-
-TEST(CopyUnderShortNames, Copy_NeedsNoOtherNames) {
-  TempFolder folder;
-  folder.File("FROM/a.txt", "1").File("FROM/A.TXT", "2").File("FROM/.hidden", "3");
-  CopyForDisk(folder);
-  EXPECT_EQ(folder.Files("TO").size(), 2U);
-  EXPECT_TRUE(TakeNotes(PreviewOf(folder / "TO"), {}).renamed.empty());
+              ElementsAre(Pair("Long name.txt", "1"), Pair("Sub folder/b.c.d", "2")));
 }
 
 }  // namespace

@@ -90,17 +90,6 @@ TEST_F(GetCommand, PictureOntoTheImageItself_IsRefused) {
   EXPECT_EQ(test::ReadBytes(disk), SmallDisk().Bytes());
 }
 
-TEST_F(GetCommand, SyncWithAFolderThatCannotBeMade_Fails) {
-  const std::string disk = (folder / "disk.img").string();
-  test::WriteBytes(disk, SmallDisk().Bytes());
-  folder.File("file");
-  for (const char* place : {"file", "file/below"}) {
-    const ProgramRun run = RunVirtdisk({"sync", disk, (folder / place).string(), "--once"});
-    EXPECT_EQ(run.status, 1) << place;
-    EXPECT_THAT(run.err, HasSubstr((folder / place).string()));
-  }
-}
-
 TEST_F(GetCommand, FileToANewName_IsCopied) {
   EXPECT_EQ(Get(SmallDisk(), "/sub/b.txt").status, 0);
   EXPECT_EQ(folder.Read("DEST"), "bbb");

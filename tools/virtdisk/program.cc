@@ -2,17 +2,22 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <exception>
 #include <functional>
+#include <map>
 #include <new>
 #include <sstream>
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "commands/commands.h"
+#include "commands/sync_report.h"
 #include "terminal/exit_status.h"
 #include "terminal/suggestion.h"
 #include "terminal/text.h"
@@ -29,6 +34,12 @@ constexpr char kJsonHelp[] = "Print JSON";
 constexpr char kImageHelp[] = "Disk image";
 constexpr char kForceHelp[] = "Read even a volume that is no FAT16";
 constexpr char kAllHelp[] = "With the entries that no listing shows, as `.profile` becomes";
+
+const std::map<std::string, GuardedSyncOptions::ConflictRule> kConflictRules{
+    {"both", GuardedSyncOptions::ConflictRule::kKeepBoth},
+    {"disk", GuardedSyncOptions::ConflictRule::kTakeDisk},
+    {"host", GuardedSyncOptions::ConflictRule::kTakeHost},
+    {"stop", GuardedSyncOptions::ConflictRule::kStop}};
 
 // The options of every subcommand and which one was given.
 class CommandLine {
@@ -51,6 +62,7 @@ class CommandLine {
     AddMap();
     AddVerify();
     AddSync();
+    AddRestore();
     AddDemo();
     for (CLI::App* sub : app.get_subcommands({})) AddWhatAllHave(*sub);
   }
@@ -238,18 +250,51 @@ class CommandLine {
 
   void AddSync() {
     CLI::App* sub = Add("sync", "Keep an image and a folder in step, both ways, until interrupted",
-                        "sync games.img ~/disks/GAMES --interval 2000",
-                        [this] { return RunSync(console, sync); });
+                        "sync games.img ~/disks/GAMES", [this] { return RunSync(console, sync); });
     sub->add_option("IMAGE", sync.image, kImageHelp)->required();
-    sub->add_option("FOLDER", sync.folder, "Folder; made when it is missing")->required();
+    sub->add_option("FOLDER", sync.folder, "Folder")->required();
     sub->footer(
-        "Example:\n  virtdisk sync games.img ~/disks/GAMES --interval 2000\n\n"
-        "Keep the folder well below the image's size: when it no longer fits, the image stays as\n"
-        "it was, and the files that never reached it are deleted from the folder.");
-    sub->add_option("--interval", sync.intervalMs,
-                    "Milliseconds from one pass to the next; 0 for no pause")
-        ->capture_default_str();
+        "What is replaced or deleted goes to the trash, see `virtdisk restore`. What would lose "
+        "files is refused, and told.\n\nExamples:\n  virtdisk sync games.img ~/disks/GAMES\n  "
+        "virtdisk sync games.img ~/disks/GAMES --once --dry-run");
     sub->add_flag("--once", sync.once, "Run one pass and end");
+    sub->add_flag("-n,--dry-run", sync.dryRun, "Tell what a pass would do, and touch nothing");
+    sub->add_option("--interval", sync.intervalMs,
+                    "Milliseconds after which to look even when nothing seems to have changed")
+        ->capture_default_str();
+    sub->add_option_function<std::vector<std::string>>(
+           "--accept", [this](const std::vector<std::string>& names) { SetAccepted(names); },
+           "Go on in spite of a hazard, by the name that a refusal gives")
+        ->check(CLI::IsMember(HazardNames()));
+    sub->add_option("--on-conflict", sync.guarded.onConflict,
+                    "What to do with a file that both sides changed: keep both, take the disk's or "
+                    "the host's, or stop")
+        ->transform(CLI::CheckedTransformer(kConflictRules));
+    sub->add_option_function<std::uint32_t>(
+        "--settle", [this](const std::uint32_t& ms) { SetSettle(ms); },
+        "Milliseconds for which a side must have been quiet (2000)");
+    sub->add_option_function<std::string>(
+        "--trash-size", [this](const std::string& t) { SetTrashSize(t); },
+        "Most that the trash keeps, as 4G (the default)");
+    sub->add_option("--state", sync.guarded.stateFolder,
+                    "Folder for what is remembered, and the trash (IMAGE.sync)");
+    sub->add_flag("--in-place", sync.guarded.inPlace,
+                  "Write into the image itself, for a machine that has it attached");
+    sub->add_flag("--verify", sync.guarded.verify, "Read every file, whatever its times say");
+    sub->add_option("--status", sync.status, "File to write each pass's report to, as JSON");
+    sub->add_flag("--json", sync.json, "Print a JSON object for every pass");
+  }
+
+  void AddRestore() {
+    CLI::App* sub = Add("restore", "List what `sync` has replaced or deleted, and bring it back",
+                        "restore games.img 2026-11-21_17.20.05/3 --to old.txt",
+                        [this] { return RunRestore(console, restore); });
+    sub->add_option("IMAGE", restore.image, "Disk image that `sync` keeps in step")->required();
+    sub->add_option("ITEM", restore.id, "What to bring back, by the name in the list");
+    sub->add_option("--to", restore.target, "File to write it to");
+    sub->add_option("--folder", restore.folder, "Folder in which it gets its old name");
+    sub->add_option("--state", restore.state, "Folder of what is remembered (IMAGE.sync)");
+    sub->add_flag("--json", restore.json, "Print a JSON object a line");
   }
 
   void AddDemo() {
@@ -267,6 +312,20 @@ class CommandLine {
     throw CLI::ValidationError("--size", "\"" + text +
                                              "\" is no size; give bytes, a number with "
                                              "K, M or G, or auto");
+  }
+
+  void SetAccepted(const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+      if (const auto hazard = FindHazard(name)) sync.accepted.push_back(*hazard);
+    }
+  }
+
+  void SetSettle(std::uint32_t ms) { sync.guarded.settle = std::chrono::milliseconds(ms); }
+
+  void SetTrashSize(const std::string& text) {
+    const auto size = ParseSize(text);
+    if (!size) throw CLI::ValidationError("--trash-size", "\"" + text + "\" is no size");
+    sync.guarded.trashBytes = *size;
   }
 
   void SetLabel(const std::string& text) {
@@ -290,6 +349,7 @@ class CommandLine {
   MapOptions map;
   VerifyOptions verify;
   SyncOptions sync;
+  RestoreOptions restore;
   DemoOptions demo;
 };
 

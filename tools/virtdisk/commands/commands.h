@@ -5,6 +5,9 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
+
+#include <quorbix/virtdisk/guarded_folder_sync.h>
 
 #include "terminal/console.h"
 
@@ -107,10 +110,25 @@ int RunVerify(Console& console, const VerifyOptions& options);
 struct SyncOptions {
   std::filesystem::path image;
   std::filesystem::path folder;
-  std::uint32_t intervalMs = 5000;
+  GuardedSyncOptions guarded;
+  std::vector<GuardedHazard> accepted;
+  std::uint32_t intervalMs = 60'000;  // the longest time between two looks
   bool once = false;
+  bool dryRun = false;           // tell what would be done, touch nothing
+  std::filesystem::path status;  // file that is rewritten after every pass; empty: none
+  bool json = false;
 };
 int RunSync(Console& console, const SyncOptions& options);
+
+struct RestoreOptions {
+  std::filesystem::path image;
+  std::string id;                // empty: list the trash
+  std::filesystem::path target;  // empty: the old name
+  std::filesystem::path folder;  // that the pair's files were in
+  std::filesystem::path state;   // empty: beside the image
+  bool json = false;
+};
+int RunRestore(Console& console, const RestoreOptions& options);
 
 struct DemoOptions {
   std::filesystem::path folder;  // empty: a sample of its own

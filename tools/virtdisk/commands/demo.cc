@@ -1,11 +1,10 @@
 #include <stdlib.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <functional>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -15,17 +14,16 @@
 #include <quorbix/virtdisk/build_preview.h>
 #include <quorbix/virtdisk/fat16_fs_image.h>
 #include <quorbix/virtdisk/fat_image_builder.h>
-#include <quorbix/virtdisk/folder_sync_manager.h>
+#include <quorbix/virtdisk/guarded_folder_sync.h>
 
 #include "commands/auto_size.h"
 #include "commands/commands.h"
 #include "commands/demo_sample.h"
-#include "commands/side_listing.h"
+#include "commands/sync_report.h"
 #include "disk/image_tree.h"
 #include "disk/map.h"
 #include "disk/map_text.h"
 #include "host/host_file.h"
-#include "host/stop_signals.h"
 #include "terminal/exit_status.h"
 #include "terminal/text.h"
 
@@ -34,9 +32,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr unsigned kIntervalMs = 200;
-constexpr std::chrono::seconds kPatience{30};
-constexpr std::chrono::milliseconds kLookEvery{20};
 constexpr char kHostLine[] = "Edited on the host.\n";
 constexpr char kGuestText[] = "Edited inside the disk.\n";
 
@@ -86,6 +81,16 @@ BuildPreview Preview(const fs::path& folder) {
   return preview;
 }
 
+// Bytes of the regular files of a folder, by path.
+std::map<std::string, std::uint64_t> FilesOf(const fs::path& folder) {
+  std::map<std::string, std::uint64_t> files;
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
+    if (!entry.is_regular_file()) continue;
+    files.emplace(entry.path().lexically_relative(folder).string(), entry.file_size());
+  }
+  return files;
+}
+
 class Demonstration {
  public:
   Demonstration(Console& theConsole, const DemoOptions& theOptions)
@@ -99,10 +104,9 @@ class Demonstration {
     MakeFolder();
     BuildDisk();
     ChooseFiles();
-    StartSync();
+    Meet();
     EditOnHost();
     EditInsideDisk();
-    manager->Stop();
     Show();
     if (options.keep) console.out << "\nKept in " << Printable(work.Path().string()) << "\n";
   }
@@ -119,9 +123,8 @@ class Demonstration {
     }
     const BuildPreview preview = Preview(options.folder);
     if (preview.isEndless) throw StepFailed(options.folder.string() + " is too large for a disk");
-    CopyUnderShortNames(options.folder, preview, folder);
-    Say("Copied " + options.folder.string() + " to " + folder.string() +
-        ", under the names that a disk can hold");
+    CopyFolder(options.folder, preview, folder);
+    Say("Copied " + options.folder.string() + " to " + folder.string());
   }
 
   // One size up from the smallest, so that files can grow.
@@ -137,67 +140,63 @@ class Demonstration {
 
   void ChooseFiles() {
     std::vector<std::string> files;
-    for (const auto& [path, marks] : ListHostSide(folder)) {
-      if (marks.size != 0) files.push_back(path);
+    for (const auto& [path, bytes] : FilesOf(folder)) {
+      if (bytes != 0) files.push_back(path);
     }
     if (files.size() < 2) throw StepFailed(folder.string() + " needs two files that are not empty");
     hostEdited = files.front();
     guestEdited = files.back();
   }
 
-  // The first pass is run here, so that both sides agree before anything is edited.
-  void StartSync() {
-    manager = CreateFolderSyncManager();
-    manager->Start(disk, folder, kIntervalMs);
-    manager->SyncNow();
-    Say("Started to keep both in step, every " + std::to_string(kIntervalMs) + " ms");
+  void Meet() {
+    // Everything here was made just now, by this process alone: there is nobody to wait for.
+    sync = CreateGuardedFolderSync(disk, folder, {.settle = std::chrono::milliseconds(0)});
+    Pass();
+    Say("Looked at both: they are in step");
+  }
+
+  void Pass() {
+    const GuardedReport report = sync->Pass();
+    const bool isDone =
+        report.outcome == GuardedOutcome::kDone || report.outcome == GuardedOutcome::kNothingToDo;
+    if (!isDone) throw StepFailed(report.message);
+    for (const GuardedStep& done : report.steps) {
+      console.out << "   " << StepLine(done, ClockText()) << std::endl;
+    }
   }
 
   void EditOnHost() {
-    const std::string expected = ReadText(folder / hostEdited) + kHostLine;
     std::ofstream out(folder / hostEdited, std::ios::binary | std::ios::app);
     out << kHostLine;
     out.close();
     if (!out) throw StepFailed("cannot write " + (folder / hostEdited).string());
     Say("Edited " + hostEdited + " in the folder");
-    WaitUntil("the edit on the host to reach the disk", [&] {
-      // The disk may be looked at while it is being written.
-      std::vector<std::uint8_t> bytes;
-      std::string err;
-      Fat16FsImage image;
-      return ReadHostFile(disk, bytes, err) && image.LoadFromBytes(bytes, err) &&
-             image.ReadFile("/" + hostEdited, bytes, err) &&
-             std::string(bytes.begin(), bytes.end()) == expected;
-    });
+    Pass();
     Say("The edit has reached the disk");
   }
 
   void EditInsideDisk() {
-    // Waits for the pass that carried the last edit: what it writes down about the disk at its end
-    // must not meet the disk as it is after the next edit.
-    manager->SyncNow();
+    const std::string text = kGuestText;
     Fat16FsImage image;
     Load(disk, image);
-    const std::string text = kGuestText;
     std::string err;
-    if (!image.WriteExistingFile("/" + guestEdited, {text.begin(), text.end()}, err) ||
+    if (!image.WriteExistingFile(DiskPathOf(guestEdited), {text.begin(), text.end()}, err) ||
         !WriteHostFile(disk, image.ImageBytes(), err)) {
       throw StepFailed(err);
     }
-    Say("Edited " + guestEdited + " inside the disk");
-    WaitUntil("the edit inside the disk to reach the folder",
-              [&] { return ReadText(folder / guestEdited) == text; });
+    Say("Edited " + DiskPathOf(guestEdited) + " inside the disk");
+    Pass();
+    if (ReadText(folder / guestEdited) != text) throw StepFailed("the edit did not arrive");
     Say("The edit has reached the folder");
   }
 
-  void WaitUntil(const std::string& what, const std::function<bool()>& happened) {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (!happened()) {
-      if (signals.WaitFor(kLookEvery)) throw StepFailed("interrupted");
-      if (std::chrono::steady_clock::now() >= deadline) {
-        throw StepFailed("waited " + std::to_string(kPatience.count()) + " s in vain for " + what);
-      }
+  // The name that the build has given it.
+  std::string DiskPathOf(const std::string& hostPath) const {
+    const BuildPreview preview = Preview(folder);
+    for (const BuildPreviewEntry& entry : preview.entries) {
+      if (entry.hostPath == hostPath) return entry.imagePath;
     }
+    throw StepFailed(hostPath + " is not on the disk");
   }
 
   void Show() {
@@ -205,8 +204,8 @@ class Demonstration {
     Load(disk, image);
     const ImageTree tree(image);
     console.out << "\nThe folder:\n";
-    for (const auto& [path, marks] : ListHostSide(folder)) {
-      console.out << "  " << Printable(path) << ", " << Count(marks.size, "byte", "bytes") << "\n";
+    for (const auto& [path, bytes] : FilesOf(folder)) {
+      console.out << "  " << Printable(path) << ", " << Count(bytes, "byte", "bytes") << "\n";
     }
     console.out << "\nThe disk:\n";
     for (const Fat16FsEntry* entry : tree.Below("/")) {
@@ -222,14 +221,13 @@ class Demonstration {
 
   Console& console;
   const DemoOptions& options;
-  StopSignals signals;  // before any thread is started
   WorkFolder work;
   const fs::path folder;
   const fs::path disk;
   std::string hostEdited;  // relative to the folder
   std::string guestEdited;
   int step = 0;
-  std::unique_ptr<IFolderSyncManager> manager;  // ends before the folder is removed
+  std::unique_ptr<IGuardedFolderSync> sync;
 };
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "commands/demo_sample.h"
 
-#include <algorithm>
 #include <array>
 #include <fstream>
 #include <string>
@@ -29,14 +28,6 @@ constexpr std::array<SampleFile, 6> kSample{{
      "10 REM A MAZE WITHOUT END\n20 PRINT CHR$(47 + INT(RND(1) * 2) * 45);\n30 GOTO 20\n"},
 }};
 
-// The path of an entry on the host under which a disk keeps it: a blank within a name, which a
-// numeric tail brings about, is not kept by every reader.
-std::string PathOnBothSides(const BuildPreviewEntry& entry) {
-  std::string path = entry.imagePath.substr(1);
-  std::replace(path.begin(), path.end(), ' ', '_');
-  return path;
-}
-
 }  // namespace
 
 void WriteSample(const fs::path& target) {
@@ -52,12 +43,11 @@ void WriteSample(const fs::path& target) {
   }
 }
 
-void CopyUnderShortNames(const fs::path& source, const BuildPreview& preview,
-                         const fs::path& target) {
+void CopyFolder(const fs::path& source, const BuildPreview& preview, const fs::path& target) {
   fs::create_directories(target);
   for (const BuildPreviewEntry& entry : preview.entries) {
     if (entry.fate != BuildFate::kCopied || entry.isHidden) continue;
-    const fs::path path = target / PathOnBothSides(entry);
+    const fs::path path = target / entry.hostPath;
     if (entry.isDirectory) {
       fs::create_directories(path);
     } else {

@@ -11,11 +11,10 @@ namespace quorbix::virtdisk::tool {
 // std::filesystem::filesystem_error when the host refuses.
 void WriteSample(const std::filesystem::path& target);
 
-// Copies `source`, of which `preview` tells, to `target` under the names that a disk can hold, so
-// that both sides of a disk made from the copy agree about every name. What a build leaves out, or
-// no listing shows, is left out. Throws std::filesystem::filesystem_error when the host refuses.
-void CopyUnderShortNames(const std::filesystem::path& source, const BuildPreview& preview,
-                         const std::filesystem::path& target);
+// Copies `source`, of which `preview` tells, to `target`. What a build leaves out, or no listing
+// shows, is left out. Throws std::filesystem::filesystem_error when the host refuses.
+void CopyFolder(const std::filesystem::path& source, const BuildPreview& preview,
+                const std::filesystem::path& target);
 
 }  // namespace quorbix::virtdisk::tool
 

@@ -1,136 +1,217 @@
+#include <algorithm>
 #include <chrono>
-#include <exception>
 #include <filesystem>
 #include <memory>
-#include <optional>
+#include <span>
 #include <string>
+#include <system_error>
+#include <tuple>
+#include <utility>
 
-#include <quorbix/virtdisk/fat16_fs_image.h>
-#include <quorbix/virtdisk/folder_sync_manager.h>
+#include <quorbix/virtdisk/guarded_folder_sync.h>
 
-#include "commands/changes.h"
 #include "commands/commands.h"
-#include "commands/side_listing.h"
-#include "disk/image_file.h"
-#include "host/stop_signals.h"
+#include "commands/sync_report.h"
+#include "host/change_watch.h"
+#include "host/host_file.h"
+#include "host/stop_flag.h"
 #include "terminal/exit_status.h"
 #include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
 
-// A manager learns its paths from Start, and its own worker would end the process with whatever a
-// pass throws. So the worker is stopped again at once, and the passes run on this thread, where
-// they can be caught, looked at before and after, and ended between two of them without delay.
-// Should the stop reach the worker just before it begins to wait, it is seen when the wait ends:
-// this long after, and without a pass.
-constexpr unsigned kStopDelayMs = 1000;
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
 
-std::unique_ptr<IFolderSyncManager> ManagerWithoutWorker(const SyncOptions& options) {
-  std::unique_ptr<IFolderSyncManager> manager = CreateFolderSyncManager();
-  manager->Start(options.image, options.folder, kStopDelayMs);
-  manager->Stop();
-  return manager;
+constexpr milliseconds kPatience{10'000};  // of --once, for both sides to be quiet
+constexpr milliseconds kLookEvery{5'000};  // where the kernel does not tell of changes
+constexpr milliseconds kRetryAfter{500};
+constexpr std::size_t kMostNotes = 10;
+
+// The two paths the right way round: an image is never a folder.
+std::pair<fs::path, fs::path> InOrder(Console& console, const SyncOptions& options) {
+  std::error_code unknown;
+  const bool isExchanged =
+      fs::is_directory(options.image, unknown) && !fs::is_directory(options.folder, unknown);
+  if (!isExchanged) return {options.image, options.folder};
+  Remark(console, "took " + options.folder.string() + " for the image and " +
+                      options.image.string() + " for the folder");
+  return {options.folder, options.image};
 }
 
 class Synchroniser {
  public:
   Synchroniser(Console& theConsole, const SyncOptions& theOptions)
-      : console(theConsole),
-        options(theOptions),
-        manager(ManagerWithoutWorker(theOptions)),
-        imageSide(theOptions.image) {}
+      : console(theConsole), options(theOptions) {
+    std::tie(image, folder) = InOrder(console, options);
+    GuardedSyncOptions guarded = options.guarded;
+    guarded.stop = &stop.Flag();
+    sync = CreateGuardedFolderSync(image, folder, guarded);
+  }
 
-  // Whether the pass went through.
-  bool Pass() {
-    const Listing hostBefore = ListHostSide(options.folder);
-    const std::optional<Listing> imageBefore = ListImage();
-    const bool done = RunPass();
-    Tell("image -> host: ", hostBefore, ListHostSide(options.folder));
-    const std::optional<Listing> imageAfter = ListImage();
-    if (imageBefore && imageAfter) Tell("host -> image: ", *imageBefore, *imageAfter);
-    console.out.flush();
-    return done && imageAfter.has_value();
+  int Preview() {
+    const GuardedReport report = sync->Preview();
+    Tell(report);
+    return StatusOf(report);
+  }
+
+  // Waits for quiet, but not for ever.
+  int Once() {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    GuardedReport report = sync->Pass(options.accepted);
+    while (report.outcome == GuardedOutcome::kNotNow && !stop.IsSet() &&
+           std::chrono::steady_clock::now() < deadline) {
+      stop.WaitFor(-1, kRetryAfter);
+      report = sync->Pass(options.accepted);
+    }
+    Tell(report);
+    return stop.IsSet() ? stop.ExitStatus() : StatusOf(report);
+  }
+
+  int KeepInStep() {
+    if (!console.quiet) {
+      console.err << "Keeping " << Printable(image.string()) << " and "
+                  << Printable(folder.string()) << " in step; Ctrl-C ends it.\n";
+    }
+    while (!stop.IsSet() && console.out.good()) {
+      // Before the look, so that nothing falls between the two.
+      BeginWatch();
+      const GuardedReport report = sync->Pass(options.accepted);
+      Tell(report);
+      if (!stop.IsSet()) Wait(report.outcome == GuardedOutcome::kNotNow);
+    }
+    return stop.IsSet() ? stop.ExitStatus() : kFailed;
   }
 
  private:
-  bool RunPass() {
-    try {
-      manager->SyncNow();
-      return true;
-    } catch (const std::exception& error) {
-      Fail(console, error.what(),
-           "The pass was cut short. Make what it names readable, or remove it; the next pass "
-           "tries again.");
-      return false;
+  static int StatusOf(const GuardedReport& report) {
+    switch (report.outcome) {
+      case GuardedOutcome::kNothingToDo:
+      case GuardedOutcome::kDone:
+        return kDone;
+      case GuardedOutcome::kRefused:
+      case GuardedOutcome::kNotNow:
+        return kRefused;
+      case GuardedOutcome::kFailed:
+      case GuardedOutcome::kStopped:
+        return kFailed;
     }
+    return kFailed;
   }
 
-  // Tells of an image that cannot be read once, until it can be again.
-  std::optional<Listing> ListImage() {
+  void BeginWatch() {
     std::string err;
-    std::optional<Listing> listing = imageSide.List(err);
-    if (!listing && !unreadable) {
-      Fail(console, err, "Nothing is synchronised until the image can be read again.");
+    std::error_code unknown;
+    const bool isWatched = fs::is_directory(folder, unknown) && watch.Begin(folder, image, err);
+    if (!isWatched && !err.empty() && !toldOfWatch) {
+      Warn(console, "the kernel does not tell of changes (" + err + "): looking every 5 s");
+      toldOfWatch = true;
     }
-    unreadable = !listing;
-    return listing;
   }
 
-  void Tell(const char* direction, const Listing& before, const Listing& after) {
-    for (const Change& change : Compare(before, after)) {
-      console.out << direction << Printable(change.path) << " (" << Describe(change.kind) << ")\n";
+  // Until something changes and both sides have settled, or it is time for a look anyway.
+  void Wait(bool isRetry) {
+    const milliseconds interval(options.intervalMs);
+    if (isRetry) {
+      stop.WaitFor(-1, std::min(interval, kRetryAfter));
+      return;
     }
+    if (watch.Descriptor() < 0) {
+      stop.WaitFor(-1, std::min(interval, kLookEvery));
+      return;
+    }
+    const auto deadline = std::chrono::steady_clock::now() + interval;
+    while (!stop.IsSet() && std::chrono::steady_clock::now() < deadline) {
+      const auto left =
+          std::chrono::duration_cast<milliseconds>(deadline - std::chrono::steady_clock::now());
+      if (stop.WaitFor(watch.Descriptor(), left) && watch.TakeNews()) break;
+    }
+    stop.WaitFor(-1, options.guarded.settle);
+  }
+
+  void Tell(const GuardedReport& report) {
+    if (options.json) {
+      console.out << OneLine(ReportObject(report, DateAndClockText())) << std::endl;
+    } else {
+      TellPeople(report);
+    }
+    WriteStatus(report);
+  }
+
+  void TellPeople(const GuardedReport& report) {
+    const std::string time = ClockText();
+    for (const GuardedStep& step : report.steps) {
+      if (step.isDone || options.dryRun) console.out << StepLine(step, time) << "\n";
+    }
+    if (options.dryRun && report.outcome == GuardedOutcome::kNothingToDo) {
+      console.out << time << "  nothing to do\n";
+    }
+    console.out.flush();
+    if (!toldNotes && report.outcome != GuardedOutcome::kNotNow) TellNotes(report);
+    TellTrouble(report);
+  }
+
+  // Once: what takes no part does so in every pass.
+  void TellNotes(const GuardedReport& report) {
+    toldNotes = true;
+    for (std::size_t i = 0; i < report.notes.size(); ++i) {
+      if (i == kMostNotes) {
+        Remark(console, Count(report.notes.size() - i, "more entry", "more entries") +
+                            " like these; --json lists all");
+        return;
+      }
+      const GuardedNote& note = report.notes[i];
+      Remark(console, (note.path.empty() ? "" : note.path + " ") + note.text);
+    }
+  }
+
+  // The same trouble is told once.
+  void TellTrouble(const GuardedReport& report) {
+    const bool isTrouble = report.outcome == GuardedOutcome::kRefused ||
+                           report.outcome == GuardedOutcome::kFailed ||
+                           report.outcome == GuardedOutcome::kNotNow;
+    const std::string trouble = isTrouble ? report.message : std::string();
+    const bool isNew = trouble != toldTrouble;
+    toldTrouble = trouble;
+    if (!isTrouble || !isNew) return;
+    if (report.outcome == GuardedOutcome::kRefused) return PrintRefusal(console, report);
+    Fail(console, report.message,
+         report.outcome == GuardedOutcome::kNotNow
+             ? "Nothing is lost; it is tried again."
+             : "Nothing is lost: what was replaced is in the trash, see `virtdisk restore`.");
+  }
+
+  void WriteStatus(const GuardedReport& report) {
+    if (options.status.empty()) return;
+    Json object = ReportObject(report, DateAndClockText());
+    object["stepsDone"] = std::count_if(report.steps.begin(), report.steps.end(),
+                                        [](const GuardedStep& step) { return step.isDone; });
+    object["nextLookWithinMs"] = options.once || options.dryRun ? 0 : options.intervalMs;
+    const std::string text = OneLine(object) + "\n";
+    std::string err;
+    const std::span bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+    if (!WriteHostFile(options.status, bytes, err)) Warn(console, err);
   }
 
   Console& console;
   const SyncOptions& options;
-  std::unique_ptr<IFolderSyncManager> manager;
-  ImageSide imageSide;
-  bool unreadable = false;
+  const StopFlag stop;
+  fs::path image;
+  fs::path folder;
+  std::unique_ptr<IGuardedFolderSync> sync;
+  ChangeWatch watch;
+  bool toldOfWatch = false;
+  bool toldNotes = false;
+  std::string toldTrouble;
 };
-
-// A pass says nothing when it cannot use the image, so that is looked at beforehand.
-bool CanBeSynchronised(Console& console, const SyncOptions& options) {
-  Fat16FsImage image;
-  if (!LoadImage(console, options.image, image)) return false;
-  if (image.Info().partitioned) return true;
-  Fail(console, "the image has no partition table: " + options.image.string(),
-       "Only images with one can be synchronised; `virtdisk build` makes such images.");
-  return false;
-}
-
-// A pass would make a missing folder itself, but say nothing when it cannot.
-bool MakeFolder(Console& console, const SyncOptions& options) {
-  std::error_code failed;
-  std::filesystem::create_directories(options.folder, failed);
-  std::error_code unknown;
-  if (std::filesystem::is_directory(options.folder, unknown)) return true;
-  const bool exists = std::filesystem::exists(options.folder, unknown);
-  Fail(console,
-       exists ? "not a folder: " + options.folder.string()
-              : "cannot make the folder " + options.folder.string() + ": " + failed.message(),
-       "Give the folder that the image is to be kept in step with.");
-  return false;
-}
 
 }  // namespace
 
 int RunSync(Console& console, const SyncOptions& options) {
-  StopSignals signals;
-  if (!CanBeSynchronised(console, options) || !MakeFolder(console, options)) return kFailed;
   Synchroniser synchroniser(console, options);
-  if (options.once) {
-    const bool done = synchroniser.Pass();
-    signals.WaitFor(std::chrono::milliseconds(0));  // one that came meanwhile has been obeyed
-    return done ? kDone : kFailed;
-  }
-  console.err << "Keeping " << Printable(options.image.string()) << " and "
-              << Printable(options.folder.string()) << " in step; Ctrl-C ends it.\n";
-  do {
-    synchroniser.Pass();
-  } while (console.out.good() && !signals.WaitFor(std::chrono::milliseconds(options.intervalMs)));
-  return kDone;
+  if (options.dryRun) return synchroniser.Preview();
+  return options.once ? synchroniser.Once() : synchroniser.KeepInStep();
 }
 
 }  // namespace quorbix::virtdisk::tool

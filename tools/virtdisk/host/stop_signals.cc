@@ -1,13 +1,11 @@
 #include "host/stop_signals.h"
 
 #include <limits.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <cstddef>
 #include <cstring>
 
@@ -15,8 +13,6 @@
 
 namespace quorbix::virtdisk::tool {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // What the handler looks at. Nothing here may allocate or lock.
 struct Slot {
@@ -49,29 +45,16 @@ void End(int signal) {
   ::_exit(kEndedBySignal + signal);
 }
 
-::sigset_t StopSet() {
+::sigset_t EndingSet() {
   ::sigset_t set;
   ::sigemptyset(&set);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) ::sigaddset(&set, signal);
-  return set;
-}
-
-::sigset_t EndingSet() {
-  ::sigset_t set = StopSet();
-  ::sigaddset(&set, SIGPIPE);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) ::sigaddset(&set, signal);
   return set;
 }
 
 bool IsIgnored(int signal) {
   struct ::sigaction present {};
   return ::sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_IGN;
-}
-
-::timespec Until(Clock::time_point deadline) {
-  const auto left = std::max(deadline - Clock::now(), Clock::duration::zero());
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-  const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(left - seconds);
-  return {static_cast<::time_t>(seconds.count()), static_cast<long>(rest.count())};
 }
 
 }  // namespace
@@ -110,31 +93,5 @@ SignalsHeld::SignalsHeld() {
 }
 
 SignalsHeld::~SignalsHeld() { ::pthread_sigmask(SIG_SETMASK, &before, nullptr); }
-
-StopSignals::StopSignals() : watched(StopSet()) { ::pthread_sigmask(SIG_BLOCK, &watched, &before); }
-
-StopSignals::~StopSignals() {
-  // Asked to end, the process ends by itself: a second request must not meet it on its way out.
-  const ::timespec now{};
-  while (arrived != 0 && ::sigtimedwait(&watched, nullptr, &now) > 0) {
-  }
-  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
-
-bool StopSignals::WaitFor(std::chrono::milliseconds time) {
-  const Clock::time_point deadline = Clock::now() + time;
-  while (arrived == 0) {
-    const ::timespec left = Until(deadline);
-    const int signal = ::sigtimedwait(&watched, nullptr, &left);
-    if (signal > 0) {
-      arrived = signal;
-    } else if (errno != EINTR) {
-      break;
-    }
-  }
-  return arrived != 0;
-}
-
-int StopSignals::ExitStatus() const { return arrived == 0 ? 0 : kEndedBySignal + arrived; }
 
 }  // namespace quorbix::virtdisk::tool

@@ -3,8 +3,6 @@
 
 #include <signal.h>
 
-#include <chrono>
-
 namespace quorbix::virtdisk::tool {
 
 // From here on SIGINT, SIGTERM and SIGHUP end the process at once, and so does SIGPIPE, which
@@ -34,29 +32,6 @@ class SignalsHeld {
 
  private:
   ::sigset_t before;
-};
-
-// While it lives, SIGINT, SIGTERM and SIGHUP wait to be asked for instead of ending the process:
-// work that is under way is finished first. To be made before any thread is started, since threads
-// inherit what is blocked.
-class StopSignals {
- public:
-  StopSignals();
-  ~StopSignals();
-  StopSignals(const StopSignals&) = delete;
-  StopSignals& operator=(const StopSignals&) = delete;
-
-  // Waits until a signal arrives or the time is over. True: there was one, now or before.
-  bool WaitFor(std::chrono::milliseconds time);
-
-  // What the program ends with because of the signal that arrived: 128 and its number. 0 when none
-  // did.
-  int ExitStatus() const;
-
- private:
-  ::sigset_t watched;
-  ::sigset_t before;
-  int arrived = 0;  // a signal's number
 };
 
 }  // namespace quorbix::virtdisk::tool

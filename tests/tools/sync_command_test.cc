@@ -1,0 +1,259 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "commands/sync_report.h"
+#include "support/guest_editor.h"
+#include "support/image_crafter.h"
+#include "support/temp_folder.h"
+#include "tools/built_program.h"
+#include "tools/program_run.h"
+
+namespace quorbix::virtdisk::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+using ::testing::AllOf;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+using ::testing::SizeIs;
+
+class SyncCommand : public ::testing::Test {
+ protected:
+  SyncCommand() {
+    folder.File("DISK/A long name.txt", "hello\n").File("DISK/SUB/B.TXT", "b\n");
+    EXPECT_EQ(RunVirtdisk({"build", Folder(), Image()}).status, 0);
+  }
+
+  std::string Image() const { return (folder / "disk.img").string(); }
+  std::string Folder() const { return (folder / "DISK").string(); }
+
+  // Nobody waits for quiet here.
+  ProgramRun Sync(std::vector<std::string> more = {"--once"}) const {
+    std::vector<std::string> arguments{"sync", Image(), Folder(), "--settle", "0"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return RunVirtdisk(arguments);
+  }
+
+  void GuestWrites(const std::string& path, const std::string& content) const {
+    GuestEditor guest(Image());
+    ASSERT_TRUE(guest.Write(path, content));
+    guest.Save();
+  }
+
+  TempFolder folder;
+};
+
+TEST_F(SyncCommand, SidesInStep_AreNoNews) {
+  const ProgramRun run = Sync();
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_THAT(run.out, IsEmpty());
+}
+
+TEST_F(SyncCommand, GuestsEdit_IsToldWithBothNames) {
+  Sync();
+  GuestWrites("A_LONG_N.TXT", std::string(12 * 1024, 'x'));
+  const ProgramRun run = Sync();
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_THAT(run.out, MatchesRegex("[0-9]{2}:[0-9]{2}:[0-9]{2}  disk -> folder  changed   "
+                                    "A_LONG_N\\.TXT -> A long name\\.txt  12 KiB\n"));
+  EXPECT_EQ(folder.Read("DISK/A long name.txt"), std::string(12 * 1024, 'x'));
+}
+
+TEST_F(SyncCommand, HostsFolder_IsToldAsOne) {
+  Sync();
+  folder.Folder("DISK/NEW");
+  EXPECT_THAT(Sync().out, EndsWith("  folder -> disk  new       NEW/\n"));
+}
+
+TEST_F(SyncCommand, DryRun_TellsAndTouchesNothing) {
+  folder.File("DISK/C.TXT", "new\n");
+  const std::string before = ReadWholeFile(Image());
+  const ProgramRun run = Sync({"--dry-run"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out, EndsWith("  folder -> disk  new       C.TXT  4 bytes\n"));
+  EXPECT_EQ(ReadWholeFile(Image()), before);
+  EXPECT_FALSE(folder.Exists("disk.img.sync"));
+}
+
+TEST_F(SyncCommand, Refusal_TellsWhatWouldBeLostAndHowToGoOn) {
+  Sync();
+  fs::rename(Folder(), folder / "moved");
+  const ProgramRun run = Sync();
+  EXPECT_EQ(run.status, 3);
+  EXPECT_THAT(run.err, AllOf(HasSubstr("everything would be deleted from the disk"),
+                             HasSubstr("To go on all the same: --accept folder-missing\n")));
+  EXPECT_EQ(Sync({"--once", "--accept", "folder-missing"}).status, 0);
+  EXPECT_EQ(folder.Read("DISK/SUB/B.TXT"), "b\n");
+}
+
+TEST_F(SyncCommand, UnknownHazard_IsAWrongUse) {
+  EXPECT_EQ(Sync({"--once", "--accept", "everything"}).status, 2);
+}
+
+TEST_F(SyncCommand, ExchangedArguments_AreUnderstood) {
+  const ProgramRun run = RunVirtdisk({"sync", Folder(), Image(), "--once", "--settle", "0"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_THAT(run.err, HasSubstr("took " + Image() + " for the image"));
+}
+
+TEST_F(SyncCommand, MissingImage_IsRefused) {
+  const ProgramRun run = RunVirtdisk({"sync", "/nonexistent.img", Folder(), "--once"});
+  EXPECT_EQ(run.status, 3);
+  EXPECT_THAT(run.err, HasSubstr("the image /nonexistent.img is not there"));
+}
+
+TEST_F(SyncCommand, BareVolume_IsRefused) {
+  WriteBytes(folder / "disk.img", ImageCrafter({.partitioned = false}).Bytes());
+  const ProgramRun run = Sync();
+  EXPECT_EQ(run.status, 3);
+  EXPECT_THAT(run.err, HasSubstr("no partition table"));
+}
+
+TEST_F(SyncCommand, Conflict_IsDecidedAsAsked) {
+  Sync();
+  folder.File("DISK/SUB/B.TXT", "of the host");
+  GuestWrites("SUB/B.TXT", "of the guest");
+  EXPECT_EQ(Sync({"--once", "--on-conflict", "stop"}).status, 3);
+  EXPECT_EQ(Sync({"--once", "--on-conflict", "disk"}).status, 0);
+  EXPECT_EQ(folder.Read("DISK/SUB/B.TXT"), "of the guest");
+}
+
+TEST_F(SyncCommand, Json_IsOneObjectAPass) {
+  folder.File("DISK/C.TXT", "new\n");
+  const nlohmann::json report = Sync({"--once", "--json"}).Json();
+  EXPECT_EQ(report["outcome"], "done");
+  EXPECT_EQ(report["files"], 3);
+  EXPECT_EQ(report["firstMeeting"], true);
+  EXPECT_EQ(report["steps"][0]["to"], "disk");
+  EXPECT_EQ(report["steps"][0]["hostPath"], "C.TXT");
+  EXPECT_EQ(report["steps"][0]["done"], true);
+}
+
+TEST_F(SyncCommand, StatusFile_HoldsTheLastReport) {
+  Sync({"--once", "--status", (folder / "status").string()});
+  const auto status = nlohmann::json::parse(folder.Read("status"));
+  EXPECT_EQ(status["outcome"], "nothing to do");
+  EXPECT_EQ(status["files"], 2);
+}
+
+TEST_F(SyncCommand, WhatTakesNoPart_IsTold) {
+  folder.File("DISK/.profile", "p");
+  EXPECT_THAT(Sync().err, HasSubstr(".profile takes no part"));
+  EXPECT_THAT(Sync({"--once", "--quiet"}).err, IsEmpty());
+}
+
+TEST_F(SyncCommand, State_LiesWhereItIsAsked) {
+  Sync({"--once", "--state", (folder / "elsewhere").string()});
+  EXPECT_TRUE(folder.Exists("elsewhere/state"));
+  EXPECT_FALSE(folder.Exists("disk.img.sync"));
+}
+
+TEST_F(SyncCommand, RunningSync_CarriesEditsBothWaysUntilASignalEndsIt) {
+  Background sync({"sync", Image(), Folder(), "--settle", "50"}, folder / "log");
+  const auto told = [&](const char* line) {
+    return folder.Exists("log") && folder.Read("log").find(line) != std::string::npos;
+  };
+  ASSERT_TRUE(WaitFor([&] { return folder.Exists("disk.img.sync/state"); }));
+  folder.File("DISK/NEW.TXT", "new\n");
+  ASSERT_TRUE(WaitFor([&] { return told("folder -> disk  new       NEW.TXT  4 bytes\n"); }));
+  GuestWrites("SUB/B.TXT", "HELLO\n");
+  ASSERT_TRUE(WaitFor([&] { return told("disk -> folder  changed   SUB/B.TXT  6 bytes\n"); }));
+  EXPECT_EQ(folder.Read("DISK/SUB/B.TXT"), "HELLO\n");
+  EXPECT_EQ(sync.End(SIGTERM), 128 + SIGTERM);
+}
+
+TEST_F(SyncCommand, RunningSync_EndsAtOnceOnInterrupt) {
+  Background sync({"sync", Image(), Folder(), "--interval", "4294967295"}, folder / "log");
+  ASSERT_TRUE(WaitFor([&] { return folder.Exists("log.err") && !folder.Read("log.err").empty(); }));
+  EXPECT_EQ(sync.End(SIGINT), 128 + SIGINT);
+}
+
+TEST_F(SyncCommand, SecondSyncOfThePair_IsToldWhoIsFirst) {
+  Background sync({"sync", Image(), Folder(), "--settle", "50"}, folder / "log");
+  ASSERT_TRUE(WaitFor([&] { return folder.Exists("disk.img.sync/state"); }));
+  const ProgramRun run = Sync({"--dry-run"});
+  EXPECT_EQ(run.status, 0);  // looking is free
+  const auto second = CreateGuardedFolderSync(Image(), Folder())->Pass();
+  EXPECT_EQ(second.outcome, GuardedOutcome::kNotNow);
+  EXPECT_THAT(second.message, MatchesRegex("process [0-9]+ keeps this pair in step already"));
+}
+
+// --- restore
+
+TEST_F(SyncCommand, Restore_ListsAndBringsBack) {
+  Sync();
+  GuestWrites("SUB/B.TXT", "of the guest");
+  Sync();
+  const ProgramRun list = RunVirtdisk({"restore", Image()});
+  EXPECT_THAT(list.out, HasSubstr("  replaced        folder  2 bytes  SUB/B.TXT\n"));
+  const std::string id = list.out.substr(0, list.out.find(' '));
+  EXPECT_EQ(RunVirtdisk({"restore", Image(), id}).status, 1);  // where to?
+  const std::string target = (folder / "old.txt").string();
+  EXPECT_EQ(RunVirtdisk({"restore", Image(), id, "--to", target}).status, 0);
+  EXPECT_EQ(folder.Read("old.txt"), "b\n");
+  EXPECT_EQ(RunVirtdisk({"restore", Image(), id, "--to", target}).status, 1);  // it exists
+}
+
+TEST_F(SyncCommand, RestoreIntoTheFolder_GivesTheOldName) {
+  Sync();
+  GuestEditor guest(Image());
+  ASSERT_TRUE(guest.Remove("SUB/B.TXT"));
+  guest.Save();
+  Sync();
+  EXPECT_FALSE(folder.Exists("DISK/SUB/B.TXT"));
+  const auto items = RunVirtdisk({"restore", Image(), "--json"}).JsonLines();
+  ASSERT_THAT(items, SizeIs(1));
+  EXPECT_EQ(RunVirtdisk({"restore", Image(), items[0]["id"], "--folder", Folder()}).status, 0);
+  EXPECT_EQ(folder.Read("DISK/SUB/B.TXT"), "b\n");
+}
+
+TEST_F(SyncCommand, RestoreWithoutState_Fails) {
+  const ProgramRun run = RunVirtdisk({"restore", Image()});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("there is no state folder " + Image() + ".sync"));
+}
+
+// --- its parts
+
+TEST(StepLine, EachKind_ReadsAsASentence) {
+  using Kind = GuardedStep::Kind;
+  using Reason = GuardedStep::Reason;
+  const auto line = [](Kind kind, Reason reason) {
+    return tool::StepLine({.kind = kind,
+                           .reason = reason,
+                           .hostPath = "Long name",
+                           .diskPath = "/LONG_NAM",
+                           .bytes = 3},
+                          "T");
+  };
+  EXPECT_EQ(line(Kind::kWriteOnHost, Reason::kNew),
+            "T  disk -> folder  new       LONG_NAM -> Long name  3 bytes");
+  EXPECT_EQ(line(Kind::kDeleteOnDisk, Reason::kDeleted),
+            "T  folder -> disk  deleted   Long name -> LONG_NAM  3 bytes");
+  EXPECT_EQ(line(Kind::kMakeOnHost, Reason::kNew),
+            "T  disk -> folder  new       LONG_NAM -> Long name/");
+  EXPECT_EQ(line(Kind::kWriteOnDisk, Reason::kConflict),
+            "T  folder -> disk  conflict  Long name -> LONG_NAM  3 bytes");
+}
+
+TEST(FindHazard, EveryName_IsFoundAgain) {
+  for (const std::string& name : tool::HazardNames()) {
+    const auto hazard = tool::FindHazard(name);
+    ASSERT_TRUE(hazard) << name;
+    EXPECT_EQ(GuardedHazardName(*hazard), name);
+  }
+  EXPECT_FALSE(tool::FindHazard("everything"));
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::test

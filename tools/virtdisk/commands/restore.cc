@@ -1,0 +1,99 @@
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <quorbix/virtdisk/guarded_folder_sync.h>
+
+#include "commands/commands.h"
+#include "terminal/exit_status.h"
+#include "terminal/json.h"
+#include "terminal/text.h"
+
+namespace quorbix::virtdisk::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path StateFolderOf(const RestoreOptions& options) {
+  if (!options.state.empty()) return options.state;
+  // Beside the image itself, wherever links to it lie.
+  std::error_code failed;
+  const fs::path itself = fs::canonical(options.image, failed);
+  return (failed ? options.image : itself).native() + ".sync";
+}
+
+std::string ItemLine(const TrashedItem& item) {
+  std::string why = item.why;
+  why.resize(std::max<std::size_t>(why.size(), 14), ' ');
+  return Printable(item.id) + "  " + why + "  " + item.side + "  " + FormatBytes(item.bytes) +
+         "  " + Printable(item.path);
+}
+
+Json ItemObject(const TrashedItem& item) {
+  return {{"id", item.id},     {"time", item.time}, {"side", item.side},
+          {"path", item.path}, {"why", item.why},   {"bytes", item.bytes}};
+}
+
+int List(Console& console, const RestoreOptions& options, const std::vector<TrashedItem>& items) {
+  for (const TrashedItem& item : items) {
+    console.out << (options.json ? OneLine(ItemObject(item)) : ItemLine(item)) << "\n";
+  }
+  if (items.empty() && !options.json) console.out << "The trash is empty.\n";
+  return kDone;
+}
+
+// Under its old name, unless another was given.
+fs::path TargetFor(const RestoreOptions& options, const TrashedItem& item) {
+  if (!options.target.empty()) return options.target;
+  if (item.side == "disk") return options.image;
+  return options.folder.empty() ? fs::path() : options.folder / item.path;
+}
+
+int BringBack(Console& console, const RestoreOptions& options,
+              const std::vector<TrashedItem>& items) {
+  const auto item = std::find_if(items.begin(), items.end(), [&](const TrashedItem& candidate) {
+    return candidate.id == options.id;
+  });
+  if (item == items.end()) {
+    return Fail(console, "the trash holds nothing named " + options.id,
+                "`virtdisk restore " + options.image.string() + "` lists what there is.");
+  }
+  const fs::path target = TargetFor(options, *item);
+  if (target.empty()) {
+    return Fail(console, "where should " + item->path + " go?",
+                "Give --to FILE, or --folder FOLDER for its old name in there.");
+  }
+  std::string err;
+  if (!RestoreTrashed(StateFolderOf(options), item->id, target, err)) {
+    return Fail(console, err, "--to FILE gives it another name.");
+  }
+  if (options.json) {
+    Json object = ItemObject(*item);
+    object["restoredTo"] = target.string();
+    console.out << OneLine(object) << "\n";
+  } else if (!console.quiet) {
+    console.out << "Restored " << Printable(target.string()) << ", " << FormatBytes(item->bytes)
+                << "; it stays in the trash as well.\n";
+  }
+  return kDone;
+}
+
+}  // namespace
+
+int RunRestore(Console& console, const RestoreOptions& options) {
+  std::vector<TrashedItem> items;
+  std::string err;
+  const fs::path state = StateFolderOf(options);
+  std::error_code unknown;
+  if (!fs::is_directory(state, unknown)) {
+    return Fail(console, "there is no state folder " + state.string(),
+                "`virtdisk sync` makes one; --state DIR names another one.");
+  }
+  if (!ListTrash(state, items, err)) return Fail(console, err);
+  return options.id.empty() ? List(console, options, items) : BringBack(console, options, items);
+}
+
+}  // namespace quorbix::virtdisk::tool

@@ -1,0 +1,74 @@
+#include "host/change_watch.h"
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+#include "host/host_file.h"
+
+namespace quorbix::virtdisk::tool {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::uint32_t kNews = IN_CLOSE_WRITE | IN_MODIFY | IN_ATTRIB | IN_CREATE | IN_DELETE |
+                                IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
+
+}  // namespace
+
+bool ChangeWatch::Begin(const fs::path& folder, const fs::path& image, std::string& err) {
+  watch = internal::Descriptor(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  ownFolders.clear();
+  imageName = image.filename().string();
+  const fs::path beside = image.has_parent_path() ? image.parent_path() : fs::path(".");
+  int number = -1;
+  bool isWatched = watch && Add(folder, number);
+  std::error_code failed;
+  constexpr auto kSkip = fs::directory_options::skip_permission_denied;
+  for (fs::recursive_directory_iterator it(folder, kSkip, failed), end;
+       isWatched && !failed && it != end; it.increment(failed)) {
+    std::error_code unknown;
+    if (!it->is_symlink(unknown) && it->is_directory(unknown)) {
+      // Gone since it was listed: there is nothing to watch.
+      isWatched = Add(it->path(), number) || errno == ENOENT || errno == EACCES;
+    }
+  }
+  isWatched = isWatched && Add(beside, imageFolder);
+  if (isWatched) return true;
+  err = SystemText(errno);
+  watch = internal::Descriptor();
+  return false;
+}
+
+bool ChangeWatch::Add(const fs::path& folder, int& number) {
+  number = ::inotify_add_watch(watch.Get(), folder.c_str(), kNews | IN_ONLYDIR);
+  if (number >= 0 && &number != &imageFolder) ownFolders.push_back(number);
+  return number >= 0;
+}
+
+bool ChangeWatch::TakeNews() {
+  alignas(struct ::inotify_event) std::array<char, 65536> buffer;
+  bool isNews = false;
+  for (;;) {
+    const ::ssize_t got = ::read(watch.Get(), buffer.data(), buffer.size());
+    if (got <= 0) return isNews;
+    for (std::size_t at = 0; at < static_cast<std::size_t>(got);) {
+      struct ::inotify_event event;
+      std::memcpy(&event, buffer.data() + at, sizeof event);
+      const char* name = event.len > 0 ? buffer.data() + at + sizeof event : "";
+      const bool isOwn =
+          std::find(ownFolders.begin(), ownFolders.end(), event.wd) != ownFolders.end();
+      isNews = isNews || isOwn || event.wd != imageFolder || imageName == name;
+      at += sizeof event + event.len;
+    }
+  }
+}
+
+}  // namespace quorbix::virtdisk::tool

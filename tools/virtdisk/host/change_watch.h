@@ -1,0 +1,37 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_CHANGE_WATCH_H_
+#define QUORBIX_VIRTDISK_TOOL_CHANGE_WATCH_H_
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "common/descriptor.h"
+
+namespace quorbix::virtdisk::tool {
+
+// Asks the kernel to tell when something changes in a folder, at any depth, or about an image.
+class ChangeWatch {
+ public:
+  // On failure, for instance because too many folders are watched on the machine, returns false and
+  // says why in `err`; what was watched before is watched no more.
+  [[nodiscard]] bool Begin(const std::filesystem::path& folder, const std::filesystem::path& image,
+                           std::string& err);
+
+  // Can be read when something may have changed; -1: nothing is watched.
+  int Descriptor() const { return watch ? watch.Get() : -1; }
+
+  // Takes what the kernel has told so far. Whether any of it is about the folder or the image.
+  bool TakeNews();
+
+ private:
+  bool Add(const std::filesystem::path& folder, int& number);
+
+  internal::Descriptor watch;
+  int imageFolder = -1;  // the watch of the folder that the image lies in
+  std::vector<int> ownFolders;
+  std::string imageName;
+};
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_CHANGE_WATCH_H_
