@@ -238,7 +238,9 @@ class CommandLine {
                         [this] { return RunMap(console, map); });
     sub->add_option("IMAGE", map.image, kImageHelp)->required();
     sub->add_option("-o,--output", map.picture,
-                    "Write an SVG picture there (- for the standard output)");
+                    "Write an SVG picture there, or a page to search when it ends in .html (- for "
+                    "a picture on the standard output)")
+        ->excludes(sub->add_flag("--json", map.json, kJsonHelp));
   }
 
   void AddVerify() {
