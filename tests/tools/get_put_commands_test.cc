@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <filesystem>
 #include <map>
@@ -151,12 +152,43 @@ ImageCrafter DiskWithAShortFile() {
 TEST_F(GetCommand, ShortFile_IsToldAndTheRestIsExtracted) {
   const ProgramRun run = Get(DiskWithAShortFile(), "/", {"--json"});
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("virtdisk: /A.TXT has only 1,024 of its 2,000 bytes\n"));
+  const auto lines = run.JsonLines();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0]["error"], "/A.TXT has only 1,024 of its 2,000 bytes");
   EXPECT_EQ(folder.Read("DEST/A.TXT"), std::string(512, 'a') + std::string(512, 'b'));
   EXPECT_EQ(folder.Read("DEST/B.TXT"), "bbb");
-  EXPECT_EQ(run.Json()["short"], nlohmann::json({"/A.TXT"}));
-  EXPECT_EQ(run.Json()["files"], 2);
-  EXPECT_EQ(run.Json()["bytes"], 1027);
+  EXPECT_EQ(lines[1]["short"], nlohmann::json({"/A.TXT"}));
+  EXPECT_EQ(lines[1]["files"], 2);
+  EXPECT_EQ(lines[1]["bytes"], 1027);
+}
+
+TEST_F(GetCommand, FileThatCannotBeRead_LeavesNothingBehind) {
+  ImageCrafter crafter;
+  crafter.File("A.TXT", {.firstCluster = 2, .size = 2000}).FatWord(2, 2);
+  folder.File("DEST/OLD", "");
+  EXPECT_EQ(Get(crafter, "/").status, 1);
+  EXPECT_THAT(folder.Files("DEST"), ElementsAre(Pair("OLD", "")));
+}
+
+TEST_F(GetCommand, FileThatCannotBeReadUnderForce_LeavesTheOldOne) {
+  ImageCrafter crafter;
+  crafter.File("A.TXT", {.firstCluster = 2, .size = 2000}).FatWord(2, 2);
+  folder.File("DEST/A.TXT", "old");
+  EXPECT_EQ(Get(crafter, "/", {"--force"}).status, 1);
+  EXPECT_THAT(folder.Files("DEST"), ElementsAre(Pair("A.TXT", "old")));
+}
+
+TEST_F(GetCommand, FileBeyondTheLimit_IsToldAndGone) {
+  test::WriteBytes(
+      folder / "disk.img",
+      ImageCrafter().File("A.TXT", {.firstCluster = 2, .size = 1024}).Chain({2, 3}).Bytes());
+  const int status = test::RunInChild({.fileSizeLimit = 600}, [this] {
+    ::signal(SIGXFSZ, SIG_IGN);
+    return RunVirtdisk({"get", (folder / "disk.img").string(), "/", (folder / "DEST").string()})
+        .status;
+  });
+  EXPECT_EQ(status, 1);
+  EXPECT_THAT(folder.Files("DEST"), IsEmpty());
 }
 
 TEST_F(GetCommand, FileWithAFreeFirstCluster_IsShort) {

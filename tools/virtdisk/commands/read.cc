@@ -17,6 +17,7 @@
 #include "disk/opened_image.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
+#include "terminal/progress.h"
 #include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
@@ -65,8 +66,12 @@ struct Outcome {
 class Extractor {
  public:
   Extractor(Console& theConsole, const OpenedImage& theImage, const GetOptions& theOptions,
-            Outcome& theOutcome)
-      : console(theConsole), image(theImage), options(theOptions), outcome(theOutcome) {}
+            std::uint64_t bytes, Outcome& theOutcome)
+      : console(theConsole),
+        image(theImage),
+        options(theOptions),
+        outcome(theOutcome),
+        progress(theConsole, "copying", bytes) {}
 
   void Run(const std::vector<ExtractionStep>& steps) {
     if (!MakeDestination()) return;
@@ -82,10 +87,10 @@ class Extractor {
   bool CopyFile(const Fat16FsEntry& entry, const fs::path& target) {
     ContentReader content = image.Index().Open(entry.firstCluster, entry.size);
     std::string err;
-    ExtractionEnd end = ExtractToNewFile(target, content, err);
+    ExtractionEnd end = ExtractToNewFile(target, content, progress, err);
     if (end == ExtractionEnd::kExists && options.force) {
       if (IsSameFile(target, options.image)) return Refuse(entry, kImageItself);
-      end = ExtractInPlaceOf(target, content, err);
+      end = ExtractInPlaceOf(target, content, progress, err);
     }
     if (end == ExtractionEnd::kExists) return false;
     Tell(entry, end, content.Total(), err);
@@ -167,6 +172,7 @@ class Extractor {
   const OpenedImage& image;
   const GetOptions& options;
   Outcome& outcome;
+  Progress progress;
   // Below the destination, made or found there. Nothing is written through anything else, so that
   // no symbolic link leads out of the destination.
   std::unordered_set<std::string> realFolders;
@@ -215,7 +221,7 @@ void GetFile(Console& console, const OpenedImage& image, const GetOptions& optio
     return;
   }
   outcome.status = kDone;
-  if (Extractor(console, image, options, outcome).CopyFile(*entry, target)) return;
+  if (Extractor(console, image, options, entry->size, outcome).CopyFile(*entry, target)) return;
   outcome.existing = 1;
   outcome.failed.push_back(entry->path);
   outcome.status =
@@ -224,8 +230,10 @@ void GetFile(Console& console, const OpenedImage& image, const GetOptions& optio
 
 void GetDirectory(Console& console, const OpenedImage& image, const ImageTree& tree,
                   const GetOptions& options, Outcome& outcome) {
-  Extractor(console, image, options, outcome)
-      .Run(PlanExtraction(tree.Below(options.path), options.path));
+  const std::vector<const Fat16FsEntry*> entries = tree.Below(options.path);
+  std::uint64_t bytes = 0;
+  for (const Fat16FsEntry* entry : entries) bytes += entry->isDirectory ? 0 : entry->size;
+  Extractor(console, image, options, bytes, outcome).Run(PlanExtraction(entries, options.path));
   if (options.all && !image.Index().HasAllHiddenEntries()) {
     outcome.status = Fail(console, "not all hidden entries could be read",
                           "The directories are damaged; `virtdisk verify` tells more.");

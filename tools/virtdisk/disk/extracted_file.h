@@ -5,6 +5,7 @@
 #include <string>
 
 #include "browser/content_reader.h"
+#include "terminal/progress.h"
 
 namespace quorbix::virtdisk::tool {
 
@@ -15,15 +16,18 @@ enum class ExtractionEnd {
   kUnwritable,
 };
 
-// Writes what `content` reads into the new file `target`. On failure `err` says why, and the file
-// is gone again. Like any copy it is left to the system to write it out to the disk.
+// Writes what `content` reads into the new file `target`, and tells `progress` of the bytes. On
+// failure `err` says why, and the file is gone again, as it is when a signal ends the program. Like
+// any copy it is left to the system to write it out to the disk.
 ExtractionEnd ExtractToNewFile(const std::filesystem::path& target,
-                               internal::ContentReader& content, std::string& err);
+                               internal::ContentReader& content, Progress& progress,
+                               std::string& err);
 
 // The same in place of a regular file or a symbolic link that may exist, which a failure leaves as
-// it was.
+// it was; the file is on the disk before it takes that place.
 ExtractionEnd ExtractInPlaceOf(const std::filesystem::path& target,
-                               internal::ContentReader& content, std::string& err);
+                               internal::ContentReader& content, Progress& progress,
+                               std::string& err);
 
 }  // namespace quorbix::virtdisk::tool
 
