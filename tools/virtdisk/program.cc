@@ -19,6 +19,8 @@
 #include "commands/commands.h"
 #include "commands/sync_report.h"
 #include "terminal/exit_status.h"
+#include "terminal/json.h"
+#include "terminal/output_watch.h"
 #include "terminal/suggestion.h"
 #include "terminal/text.h"
 #include "terminal/wrapping.h"
@@ -90,7 +92,7 @@ class CommandLine {
   void AddWhatAllHave(CLI::App& sub) {
     sub.add_flag("-q,--quiet", console.quiet, "Print data and errors, nothing else");
     if (sub.get_option_no_throw("--json") == nullptr) {
-      sub.add_flag("--json", console.json, "Print errors as JSON");
+      sub.add_flag("--json")->description("Print an error as JSON");
     }
   }
 
@@ -373,12 +375,17 @@ int RunCaught(Console& console, std::vector<std::string> arguments) {
 }  // namespace
 
 int RunProgram(Console& console, std::vector<std::string> arguments) {
-  console.json = WantsJson(arguments);  // also where the arguments are what is wrong
+  const bool isJson = WantsJson(arguments);  // also where the arguments are what is wrong
+  OutputWatch watch(console.out);
   const int status = RunCaught(console, std::move(arguments));
+  if (isJson && !watch.HasPrinted() && !console.error.empty()) {
+    const std::string& hint = console.errorHint;
+    console.out << OneLine({{"error", console.error}, {"hint", hint.empty() ? Json() : Json(hint)}})
+                << "\n";
+  }
   if (console.out) errno = 0;  // else that of the write that failed
   console.out.flush();
   if (console.out) return status;
-  console.json = false;
   return Fail(console, "cannot write to the standard output" +
                            (errno == 0 ? "" : ": " + std::generic_category().message(errno)));
 }

@@ -10,7 +10,6 @@
 
 #include "host/stop_signals.h"
 #include "terminal/exit_status.h"
-#include "terminal/json.h"
 #include "terminal/text.h"
 #include "terminal/wrapping.h"
 
@@ -49,11 +48,9 @@ Console StandardConsole() {
 }
 
 int Fail(Console& console, std::string_view message, std::string_view hint) {
-  if (console.json) {
-    const Json record{{"error", message}, {"hint", hint.empty() ? Json(nullptr) : Json(hint)}};
-    EraseProgress(console);
-    console.out << OneLine(record) << "\n";
-    return kFailed;
+  if (console.error.empty()) {
+    console.error = message;
+    console.errorHint = hint;
   }
   const std::string text = "virtdisk: " + Printable(message) + "\n";
   Print(console, hint.empty() ? text : text + "  " + Printable(hint) + "\n");

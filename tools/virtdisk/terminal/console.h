@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <ostream>
+#include <string>
 #include <string_view>
 
 namespace quorbix::virtdisk::tool {
@@ -16,15 +17,16 @@ struct Console {
   bool errIsTerminal = false;
   unsigned errWidth = 80;           // of that terminal, in columns
   bool quiet = false;               // the user wants errors and data, nothing else
-  bool json = false;                // errors are objects on `out`
+  std::string error{};              // what Fail was told first
+  std::string errorHint{};          // likewise
   std::size_t progressColumns = 0;  // that a progress line takes at the moment
 };
 
 // The process's own standard streams.
 Console StandardConsole();
 
-// Prints "virtdisk: MESSAGE" and, below it, what to do about it; or both as one JSON object.
-// Returns kFailed, so that a failing branch is one line.
+// Prints "virtdisk: MESSAGE" and, below it, what to do about it. Returns kFailed, so that a failing
+// branch is one line.
 int Fail(Console& console, std::string_view message, std::string_view hint = {});
 
 // Prints "virtdisk: KIND: MESSAGE" to the error stream, for what does not fail a command, unless
