@@ -98,6 +98,20 @@ TEST_F(PutFile, Failure_LeavesTheImageAloneInEitherWay) {
   }
 }
 
+TEST_F(PutFile, VolumeThatSaysFat12_IsRefusedUnlessForced) {
+  for (std::size_t i = 0; i < 5; ++i) {
+    crafter.Byte(512 + 54 + i, static_cast<std::uint8_t>("FAT12"[i]));
+  }
+  test::WriteBytes(Image(), crafter.Bytes());
+  for (const std::vector<std::string>& more : {std::vector<std::string>{}, {"--in-place"}}) {
+    const ProgramRun run = Put("a.txt", "hello", more);
+    EXPECT_EQ(run.status, 3);
+    EXPECT_THAT(run.err, HasSubstr("says FAT12"));
+    EXPECT_EQ(test::ReadBytes(Image()), crafter.Bytes());
+  }
+  EXPECT_EQ(Put("a.txt", "hello", {"--force"}).status, 0);
+}
+
 TEST_F(PutFile, Json_TellsWhatWasWritten) {
   const auto record = Put("a.txt", "hello", {"--json"}).Json();
   EXPECT_EQ(record["image"], Image());

@@ -232,6 +232,7 @@ class CommandLine {
     sub->add_option("FILE", put.file, "File with the new content")->required();
     sub->add_flag("--in-place", put.inPlace,
                   "Write into the image itself, for a machine that has it attached");
+    sub->add_flag("--force", put.force, "Write even into a volume that is no FAT16");
     sub->add_flag("--json", put.json, kJsonHelp);
   }
 

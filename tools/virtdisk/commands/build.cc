@@ -13,6 +13,7 @@
 #include "browser/volume_description.h"
 #include "builder/build_observer.h"
 #include "builder/image_content.h"
+#include "check/volume_claim.h"
 #include "commands/auto_size.h"
 #include "commands/build_output.h"
 #include "commands/build_report.h"
@@ -27,8 +28,6 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
-// Below this count other systems take a volume for FAT12.
-constexpr std::uint32_t kFewestFat16Clusters = 4085;
 constexpr std::size_t kShownOfAKind = 10;  // remarks
 constexpr std::string_view kRootFull = "Root directory is full";
 constexpr std::string_view kTooLarge = "Volume too large for FAT16 (max ~2 GB)";
@@ -61,7 +60,7 @@ std::string HintFor(const std::string& message, const BuildPreview& preview) {
 void WarnAboutSize(Console& console, const ImageFit& fit, std::uint64_t size) {
   if (fit.clusters == 0 || fit.isCommonlyRead) return;
   const std::string image = "an image of " + GroupDigits(size) + " bytes ";
-  if (fit.clusters < kFewestFat16Clusters) {
+  if (fit.clusters < internal::kFewestFat16Clusters) {
     Warn(console, image + "has " + Count(fit.clusters, "cluster", "clusters") +
                       ", fewer than 4,085: other systems read it as FAT12. 3 MiB is enough.");
   } else {

@@ -90,6 +90,7 @@ struct PutOptions {
   std::string path;
   std::filesystem::path file;
   bool inPlace = false;  // write into the image itself
+  bool force = false;    // even where the volume is no FAT16
   bool json = false;
 };
 int RunPut(Console& console, const PutOptions& options);

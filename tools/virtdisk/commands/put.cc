@@ -17,6 +17,7 @@
 #include "common/host_file.h"
 #include "disk/file_rewrite.h"
 #include "disk/image_file.h"
+#include "disk/opened_image.h"
 #include "host/host_file.h"
 #include "host/new_file.h"
 #include "host/output_place.h"
@@ -57,14 +58,15 @@ class Rewrite {
   int Run() {
     std::uint64_t newBytes = 0;
     if (!HostFileBytes(options.file, newBytes, err)) return FailToRead();
-    IndexedImage image;
-    if (!image.Open(target, err)) return FailToOpen(image);
+    int status = kFailed;
+    const auto image = OpenedImage::Open(console, options.image, {.force = options.force}, status);
+    if (!image) return status;
     internal::RewritePlan plan;
-    if (!internal::PlanRewrite(*image.index, options.path, newBytes, plan, err)) {
-      return Fail(console, err, HintFor(image, newBytes));
+    if (!internal::PlanRewrite(image->Index(), options.path, newBytes, plan, err)) {
+      return Fail(console, err, HintFor(image->Index(), newBytes));
     }
     if (!ReadHostFile(options.file, content, err)) return FailToRead();
-    return options.inPlace ? WriteInPlace() : WriteCopy(image.source->Size());
+    return options.inPlace ? WriteInPlace() : WriteCopy(image->Bytes());
   }
 
  private:
@@ -133,17 +135,6 @@ class Rewrite {
 
   int FailToRead() { return Fail(console, err, "Give the path of the file with the new content."); }
 
-  int FailToOpen(const IndexedImage& image) {
-    const std::string path = options.image.string();
-    if (image.source) {
-      return Fail(
-          console, err,
-          path + " holds no FAT16 volume that can be read; is it the right file, and whole?");
-    }
-    return Fail(console, path + ": " + err,
-                "Give the path of an existing disk image; `virtdisk build` makes one.");
-  }
-
   int FailToWrite() {
     return Fail(console, err,
                 options.inPlace && isTouched
@@ -151,10 +142,10 @@ class Rewrite {
                     : options.image.string() + " is as it was before.");
   }
 
-  std::string HintFor(const IndexedImage& image, std::uint64_t newBytes) const {
+  std::string HintFor(const internal::VolumeIndex& index, std::uint64_t newBytes) const {
     const std::string what = Within(options.path, options.image);
     std::string ignored;
-    const internal::EntryRecord* file = image.index->FindFile(options.path, ignored);
+    const internal::EntryRecord* file = index.FindFile(options.path, ignored);
     if (file != nullptr && newBytes > file->MostContent()) {
       return options.file.string() + " has " + Count(newBytes, "byte", "bytes") + ", and " + what +
              " has room for " + GroupDigits(file->MostContent()) +
