@@ -69,6 +69,32 @@ TEST_F(Program, OutputToAClosedPipe_EndsQuietlyWithStatus141) {
   EXPECT_EQ(run.err, "status 141\n");
 }
 
+TEST_F(Program, ClosedOutput_IsAnErrorAndNoOtherFileTakesItsPlace) {
+  const std::string in = "cd " + folder.Path().string() + " && virtdisk ";
+  const CommandResult listing = RunInShell(in + "ls disk.img >&-");
+  EXPECT_EQ(listing.status, 1);
+  EXPECT_THAT(listing.err, HasSubstr("cannot write to the standard output: Bad file descriptor"));
+  const CommandResult build = RunInShell(in + "build DISK disk.img --size 64K <&- >&- 2>&-");
+  EXPECT_EQ(build.status, 1);
+  EXPECT_EQ(fs::file_size(Image()), 65536U);
+  EXPECT_EQ(ReadWholeFile(Image()).find("virtdisk:"), std::string::npos);
+  EXPECT_EQ(RunProgram({"cat", Image(), "a.txt"}).out, "hello\n");
+}
+
+TEST_F(Program, ImageThatMayNotBeRead_IsToldAsThat) {
+  fs::permissions(folder.Path(), fs::perms{0777});
+  fs::permissions(Image(), fs::perms::none);
+  folder.File("new", "new");
+  const int status = RunInChild({.dropRoot = true}, [&] {
+    const CommandResult put = RunProgram({"put", Image(), "A.TXT", (folder / "new").string()});
+    const CommandResult build = RunProgram({"build", (folder / "DISK").string(), Image()});
+    const bool told = put.err.find("Permission denied") != std::string::npos &&
+                      build.err.find("--force") != std::string::npos;
+    return told && put.status == 1 && build.status == 3 ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+}
+
 TEST_F(Program, OutputToAPipe_HasNoColour) {
   EXPECT_THAT(RunProgram({"map", Image()}).out, Not(HasSubstr("\x1b")));
   EXPECT_THAT(RunProgram({"ls", Image()}).out, Not(HasSubstr("\x1b")));
