@@ -237,26 +237,52 @@ TEST_F(BuildOutput, Signal_EndsABuildAndLeavesTheOldImageAndNothingElse) {
   }
 }
 
-// On a terminal of 80 columns, held up for longer than a progress line waits.
-TEST_F(BuildOutput, BuildThatTakesLong_ShowsItsProgressOnATerminal) {
-  folder.File("DISK/LARGE.BIN");
-  fs::resize_file(folder / "DISK/LARGE.BIN", 300 * kMiB);
-  const std::string disk = (folder / "DISK").string();
-  const std::string image = (folder / "disk.img").string();
-  const ::winsize size{24, 80, 0, 0};
-  int terminal = -1;
-  const ::pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
-  if (child == 0) {
-    ::execl(VIRTDISK_PROGRAM, VIRTDISK_PROGRAM, "build", disk.c_str(), image.c_str(), nullptr);
-    ::_exit(127);
+// A build on a terminal of 80 columns, held up for longer than a progress line waits.
+class SlowBuild : public BuildOutput {
+ protected:
+  SlowBuild() {
+    folder.File("DISK/LARGE.BIN");
+    fs::resize_file(folder / "DISK/LARGE.BIN", 300 * kMiB);
+    const std::string disk = (folder / "DISK").string();
+    const std::string image = (folder / "disk.img").string();
+    const ::winsize size{24, 80, 0, 0};
+    child = ::forkpty(&terminal, nullptr, nullptr, &size);
+    if (child == 0) {
+      ::execl(VIRTDISK_PROGRAM, VIRTDISK_PROGRAM, "build", disk.c_str(), image.c_str(), nullptr);
+      ::_exit(127);
+    }
+    WaitUntilMoved(child, "rchar", 8 * kMiB);
+    ::kill(child, SIGSTOP);
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    ::kill(child, SIGCONT);
   }
-  WaitUntilMoved(child, "rchar", 8 * kMiB);
-  ::kill(child, SIGSTOP);
-  std::this_thread::sleep_for(std::chrono::milliseconds(600));
-  ::kill(child, SIGCONT);
+
+  // Up to the first progress line.
+  std::string ReadProgress() const {
+    std::string shown;
+    char c = 0;
+    while (shown.find(" MiB of ") == std::string::npos && ::read(terminal, &c, 1) == 1) shown += c;
+    return shown;
+  }
+
+  int terminal = -1;
+  ::pid_t child = 0;
+};
+
+TEST_F(SlowBuild, Progress_IsShownAndGoesBeforeTheSummary) {
   const std::string shown = test::ReadTerminal(terminal, child);
   EXPECT_THAT(shown, ::testing::ContainsRegex("\r(copying|writing): [0-9.]+ MiB of 30[0-9] MiB, "));
   EXPECT_THAT(shown, ::testing::ContainsRegex("\r +\r(\r|\n|.)*Built "));
+}
+
+TEST_F(SlowBuild, Signal_TakesTheProgressLineAway) {
+  EXPECT_THAT(ReadProgress(), ::testing::ContainsRegex("\r(copying|writing): "));
+  ::kill(child, SIGINT);
+  int status = 0;
+  EXPECT_THAT(test::ReadTerminal(terminal, child, &status), ::testing::EndsWith("   \r"));
+  EXPECT_EQ(status, 130);
+  EXPECT_TRUE(IsOld());
+  EXPECT_EQ(Entries(), 2);
 }
 
 TEST_F(BuildOutput, KillAtAnyMoment_LeavesTheOldImageOrTheNewOne) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -15,6 +16,8 @@
 
 namespace quorbix::virtdisk::test {
 namespace {
+
+namespace fs = std::filesystem;
 
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -54,6 +57,64 @@ TEST_F(Terminal, Map_TakesTheTerminalsWidth) {
     if (line.rfind("  ", 0) == 0) widest = std::max(widest, line.find_last_not_of("\r\n") + 1);
   }
   EXPECT_EQ(widest, 42U);
+}
+
+TEST_F(Terminal, DumbTerminal_GetsNoColour) {
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"ls", Image()}, {"map", Image()}, {"tree", Image()}}) {
+    EXPECT_THAT(RunOnTerminal(arguments, {.term = "dumb"}).shown, Not(HasSubstr("\x1b")));
+  }
+}
+
+class TerminalOfColumns : public ::testing::TestWithParam<unsigned short> {};
+
+INSTANTIATE_TEST_SUITE_P(Columns, TerminalOfColumns, ::testing::Values(40, 80, 200));
+
+TEST_P(TerminalOfColumns, Help_KeepsToThem) {
+  for (const char* command : {"build", "measure", "put", "ls", "get", "map", "sync"}) {
+    const TerminalRun run = RunOnTerminal({command, "--help"}, {.columns = GetParam()});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_LE(run.Widest(), GetParam()) << run.shown;
+  }
+  EXPECT_LE(RunOnTerminal({"--help"}, {.columns = GetParam()}).Widest(), GetParam());
+}
+
+TEST_P(TerminalOfColumns, Messages_KeepToThem) {
+  const TerminalRun run = RunOnTerminal({"biuld"}, {.columns = GetParam()});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_LE(run.Widest(), GetParam()) << run.shown;
+  EXPECT_THAT(run.shown, HasSubstr("`build`"));
+}
+
+TEST_P(TerminalOfColumns, SummaryAndTable_KeepToThem) {
+  TempFolder folder;
+  folder.File("DISK/a.txt", "a");
+  fs::current_path(folder.Path());
+  const TerminalRun build = RunOnTerminal({"build", "DISK", "d.img"}, {.columns = GetParam()});
+  const TerminalRun measure = RunOnTerminal({"measure", "DISK"}, {.columns = GetParam()});
+  fs::current_path("/");
+  EXPECT_EQ(build.status + measure.status, 0);
+  EXPECT_LE(build.Widest(), GetParam()) << build.shown;
+  EXPECT_LE(measure.Widest(), GetParam()) << measure.shown;
+}
+
+TEST(TerminalLocale, OddNames_AreShownAlikeAndSafely) {
+  TempFolder folder;
+  folder.File("DISK/caf\xC3\xA9 au lait").File("DISK/\xFF\x9B.x").File("DISK/bell\x07\x1b[2J");
+  const std::string disk = (folder / "DISK").string();
+  const std::string image = (folder / "d.img").string();
+  std::vector<std::string> shown;
+  for (const char* locale : {"C", "C.UTF-8", "no_SUCH.locale"}) {
+    const TerminalRun run = RunOnTerminal({"build", disk, image}, {.locale = locale});
+    EXPECT_EQ(run.status, 0) << run.shown;
+    shown.push_back(run.shown.substr(run.shown.find("virtdisk: remark")));
+  }
+  EXPECT_EQ(shown[0], shown[1]);
+  EXPECT_EQ(shown[0], shown[2]);
+  EXPECT_THAT(shown[0], HasSubstr("caf\xC3\xA9 au lait -> CAF___AU"));
+  EXPECT_THAT(shown[0], HasSubstr("\\xFF\\x9B.x -> __.X"));
+  EXPECT_THAT(shown[0], HasSubstr("bell\\x07\\x1B[2J -> "));
+  EXPECT_THAT(shown[0], Not(HasSubstr("\x1b")));
 }
 
 }  // namespace
