@@ -98,7 +98,7 @@ class Picture {
            grid.Definitions() + "</defs>\n";
   }
 
-  std::vector<Area> ShownAreas(const std::vector<std::uint32_t>& counts) const {
+  static std::vector<Area> ShownAreas(const std::vector<std::uint32_t>& counts) {
     std::vector<Area> areas;
     for (std::size_t i = 0; i < kAreaCount; ++i) {
       const auto area = static_cast<Area>(i);
@@ -130,7 +130,8 @@ class Picture {
       legend += Swatch(x, y - 11, areas[i]) + Text(x + 20, y, "l", AreaName(areas[i])) +
                 Text(x + 20, y + 18, "n", amount);
     }
-    bottom += 44 * static_cast<double>((items - 1) / kLegendColumns) + 18;
+    const std::size_t lastRow = (items - 1) / kLegendColumns;
+    bottom += 44 * static_cast<double>(lastRow) + 18;
     return legend;
   }
 
@@ -171,7 +172,7 @@ class Picture {
 
   std::string Rule() {
     bottom += 22;
-    const std::string rule =
+    std::string rule =
         SvgRect(kPadding, bottom, kWidth - 2 * kPadding, 1, " fill=\"#e1ddd3\"") + "\n";
     bottom += 30;
     return rule;
@@ -223,6 +224,7 @@ class Picture {
       group.bytes += owner.size;
     }
     std::vector<Group> sorted;
+    sorted.reserve(groups.size());
     for (auto& [directory, group] : groups) sorted.push_back(std::move(group));
     std::stable_sort(sorted.begin(), sorted.end(),
                      [](const Group& a, const Group& b) { return a.bytes > b.bytes; });
