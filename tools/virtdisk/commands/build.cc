@@ -198,10 +198,7 @@ int Tell(Console& console, const BuildOptions& options, const BuildReport& repor
   return options.strict && remarks ? kRemarks : kDone;
 }
 
-}  // namespace
-
-int RunBuild(Console& console, const BuildOptions& given) {
-  const BuildOptions options = Straighten(console, given);
+int Build(Console& console, const BuildOptions& options) {
   if (!IsOutputAcceptable(console, options)) return kRefused;
   BuildPreview preview;
   std::string err;
@@ -228,6 +225,12 @@ int RunBuild(Console& console, const BuildOptions& given) {
   report.notes = TakeNotes(preview, filled.skipped);
   report.remark = filled.message;
   return Tell(console, options, report);
+}
+
+}  // namespace
+
+int RunBuild(Console& console, const BuildOptions& options) {
+  return Build(console, Straighten(console, options));
 }
 
 }  // namespace quorbix::virtdisk::tool

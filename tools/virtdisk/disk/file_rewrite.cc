@@ -54,14 +54,11 @@ std::vector<ByteRun> RunsOf(const std::vector<std::uint16_t>& chain,
 }
 
 bool MakeRoomFor(int image, const std::vector<ByteRun>& runs) {
-  for (const ByteRun& run : runs) {
-    const int error =
+  return std::all_of(runs.begin(), runs.end(), [image](const ByteRun& run) {
+    errno =
         ::posix_fallocate(image, static_cast<::off_t>(run.offset), static_cast<::off_t>(run.bytes));
-    if (error == 0) continue;
-    errno = error;
-    return false;
-  }
-  return true;
+    return errno == 0;
+  });
 }
 
 bool WriteRuns(int image, const std::vector<ByteRun>& runs, std::uint64_t sizeOffset,
