@@ -12,10 +12,15 @@
 // Idle: nothing changed since the pass before. First: nothing is known yet and both sides are
 // alike. Host: one file changed on the host, so that the image is rebuilt. Image: one file changed
 // in the image.
+//
+// GuardedIdle and GuardedHost are passes of guarded synchronising, the former beside `find -printf`
+// of the folder, the latter beside a plain pass that carries the same change.
 
+#include <sys/resource.h>
 #include <time.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -23,11 +28,13 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <quorbix/virtdisk/fat16_fs_image.h>
 #include <quorbix/virtdisk/fat_image_builder.h>
 #include <quorbix/virtdisk/folder_sync_manager.h>
+#include <quorbix/virtdisk/guarded_folder_sync.h>
 
 #include "floors.h"
 #include "support.h"
@@ -55,10 +62,18 @@ constexpr Workload k8000{"8000x4400B", 8000, 4400, 200, 128, 8192};
 constexpr Workload k20000{"20000x2KiB", 20000, 2048, 200, 1280, 65536};
 constexpr Workload kBig{"6x150MiB", 6, 150 * 1048576, 6, 1000, 65536};
 
+double InSeconds(const ::timeval& time) {
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+}
+
+// Of this process, and of those that it has started and that have ended.
 double ProcessorSeconds() {
   ::timespec now;
+  ::rusage children{};
   ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+  ::getrusage(RUSAGE_CHILDREN, &children);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9 +
+         InSeconds(children.ru_utime) + InSeconds(children.ru_stime);
 }
 
 double ProcessorSecondsOf(const std::function<void()>& work) {
@@ -109,6 +124,20 @@ class Disk {
     auto manager = CreateFolderSyncManager();
     manager->Start(image, host, 0xFFFFFFFF);
     return manager;
+  }
+
+  void FloorOfStatus() const {
+    const std::string line =
+        "find '" + host.string() + "' -printf '%p %s %T@ %C@ %i\\n' > /dev/null";
+    if (std::system(line.c_str()) != 0) throw std::runtime_error("find failed");
+  }
+
+  // Nobody waits for quiet, and no more than one old image is kept.
+  std::unique_ptr<IGuardedFolderSync> NewGuarded() const {
+    GuardedSyncOptions options;
+    options.settle = std::chrono::milliseconds(0);
+    options.trashBytes = 0;
+    return CreateGuardedFolderSync(image, host, options);
   }
 
   void ChangeInTheImage(std::uint8_t value) const {
@@ -247,6 +276,42 @@ void Image(benchmark::State& state, const Workload& workload, double aim) {
        aim);
 }
 
+void PassOrThrow(IGuardedFolderSync& sync) {
+  const GuardedReport report = sync.Pass();
+  if (report.outcome == GuardedOutcome::kDone || report.outcome == GuardedOutcome::kNothingToDo) {
+    return;
+  }
+  throw std::runtime_error(report.message);
+}
+
+void GuardedIdle(benchmark::State& state, const Workload& workload, double aim) {
+  const Disk disk(workload);
+  const auto sync = disk.NewGuarded();
+  // The times of what was written just now tell too little.
+  std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+  PassOrThrow(*sync);
+  Time(state, {.floor = [&] { disk.FloorOfStatus(); }, .job = [&] { PassOrThrow(*sync); }}, aim);
+}
+
+void GuardedHost(benchmark::State& state, const Workload& workload, double aim) {
+  const Disk plain(workload);
+  const Disk guarded(workload);
+  const auto manager = plain.NewManager();
+  manager->SyncNow();
+  const auto sync = guarded.NewGuarded();
+  std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+  PassOrThrow(*sync);
+  Time(state,
+       {.prepare =
+            [&](std::uint8_t round) {
+              plain.ChangeOnTheHost(round);
+              guarded.ChangeOnTheHost(round);
+            },
+        .floor = [&] { manager->SyncNow(); },
+        .job = [&] { PassOrThrow(*sync); }},
+       aim);
+}
+
 using Job = void (*)(benchmark::State&, const Workload&, double);
 
 struct TableRow {
@@ -257,16 +322,31 @@ struct TableRow {
 };
 
 constexpr TableRow kTable[] = {
-    {"Idle", Idle, k3000, 1.15},    {"Idle", Idle, k8000, 1.3},   {"Idle", Idle, k20000, 1.3},
-    {"Idle", Idle, kBig, 1.15},     {"First", First, k3000, 1.2}, {"First", First, kBig, 1.15},
-    {"First", First, k20000, 1.15}, {"Host", Host, k3000, 1.2},   {"Host", Host, kBig, 1.2},
-    {"Image", Image, k3000, 1.2},   {"Build", Build, k3000, 1.1}, {"Build", Build, k20000, 0.9},
+    {"Idle", Idle, k3000, 1.15},
+    {"Idle", Idle, k8000, 1.3},
+    {"Idle", Idle, k20000, 1.3},
+    {"Idle", Idle, kBig, 1.15},
+    {"First", First, k3000, 1.2},
+    {"First", First, kBig, 1.15},
+    {"First", First, k20000, 1.15},
+    {"Host", Host, k3000, 1.2},
+    {"Host", Host, kBig, 1.2},
+    {"Image", Image, k3000, 1.2},
+    {"Build", Build, k3000, 1.1},
+    {"Build", Build, k20000, 0.9},
     {"Build", Build, kBig, 1.1},
+    {"GuardedIdle", GuardedIdle, k20000, 1.3},
+    {"GuardedHost", GuardedHost, k3000, 1.2},
 };
 
 constexpr TableRow kSmokeTable[] = {
-    {"Idle", Idle, kSmoke, 1.3},   {"First", First, kSmoke, 1.2}, {"Host", Host, kSmoke, 1.2},
-    {"Image", Image, kSmoke, 1.2}, {"Build", Build, kSmoke, 1.1},
+    {"Idle", Idle, kSmoke, 1.3},
+    {"First", First, kSmoke, 1.2},
+    {"Host", Host, kSmoke, 1.2},
+    {"Image", Image, kSmoke, 1.2},
+    {"Build", Build, kSmoke, 1.1},
+    {"GuardedIdle", GuardedIdle, kSmoke, 1.3},
+    {"GuardedHost", GuardedHost, kSmoke, 1.2},
 };
 
 template <std::size_t kCount>

@@ -16,8 +16,8 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-constexpr const char* kCommands[] = {"build", "measure", "info", "ls",   "find", "cat",
-                                     "get",   "put",     "map",  "sync", "demo"};
+constexpr const char* kCommands[] = {"build", "measure", "info", "ls",   "find",    "cat",
+                                     "get",   "put",     "map",  "sync", "restore", "demo"};
 
 TEST(Usage, Help_ListsEveryCommand) {
   const ProgramRun run = RunVirtdisk({"--help"});

@@ -260,8 +260,7 @@ class CommandLine {
     sub->add_option("FOLDER", sync.folder, "Folder")->required();
     sub->footer(
         "What is replaced or deleted goes to the trash, see `virtdisk restore`. What would lose "
-        "files is refused, and told.\n\nExamples:\n  virtdisk sync games.img ~/disks/GAMES\n  "
-        "virtdisk sync games.img ~/disks/GAMES --once --dry-run");
+        "files is refused, and told.\n\nExample:\n  virtdisk sync games.img ~/disks/GAMES");
     sub->add_flag("--once", sync.once, "Run one pass and end");
     sub->add_flag("-n,--dry-run", sync.dryRun, "Tell what a pass would do, and touch nothing");
     sub->add_option("--interval", sync.intervalMs,
@@ -270,11 +269,14 @@ class CommandLine {
     sub->add_option_function<std::vector<std::string>>(
            "--accept", [this](const std::vector<std::string>& names) { SetAccepted(names); },
            "Go on in spite of a hazard, by the name that a refusal gives")
-        ->check(CLI::IsMember(HazardNames()));
-    sub->add_option("--on-conflict", sync.guarded.onConflict,
-                    "What to do with a file that both sides changed: keep both, take the disk's or "
-                    "the host's, or stop")
-        ->transform(CLI::CheckedTransformer(kConflictRules));
+        ->type_name("HAZARD")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    sub->add_option_function<std::string>(
+           "--on-conflict", [this](const std::string& rule) { SetConflictRule(rule); },
+           "What to do with a file that both sides changed: keep both (the default), take the "
+           "disk's or the host's, or stop")
+        ->type_name("both|disk|host|stop");
     sub->add_option_function<std::uint32_t>(
         "--settle", [this](const std::uint32_t& ms) { SetSettle(ms); },
         "Milliseconds for which a side must have been quiet (2000)");
@@ -321,8 +323,19 @@ class CommandLine {
 
   void SetAccepted(const std::vector<std::string>& names) {
     for (const std::string& name : names) {
-      if (const auto hazard = FindHazard(name)) sync.accepted.push_back(*hazard);
+      const auto hazard = FindHazard(name);
+      if (!hazard) throw CLI::ValidationError("--accept", "there is no hazard \"" + name + "\"");
+      sync.accepted.push_back(*hazard);
     }
+  }
+
+  void SetConflictRule(const std::string& name) {
+    const auto rule = kConflictRules.find(name);
+    if (rule == kConflictRules.end()) {
+      throw CLI::ValidationError("--on-conflict",
+                                 "\"" + name + "\" is none of both, disk, host, stop");
+    }
+    sync.guarded.onConflict = rule->second;
   }
 
   void SetSettle(std::uint32_t ms) { sync.guarded.settle = std::chrono::milliseconds(ms); }
