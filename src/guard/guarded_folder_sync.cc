@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "guard/guarded_pass.h"
+#include "guard/quiet_sides.h"
 #include "guard/sight.h"
 #include "guard/state_file.h"
 
@@ -90,6 +91,8 @@ class GuardedFolderSync final : public IGuardedFolderSync {
   }
 
   GuardedReport Pass(const std::vector<GuardedHazard>& accepted) override {
+    if (quiet && lock.IsHeld() && quiet->AreStill()) return quietReport;
+    quiet.reset();
     const Places places = FindPlaces(image, folder, options.stateFolder);
     GuardedReport locked;
     bool canBeSaved = true;
@@ -101,6 +104,11 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     report.outcome = OutcomeBefore(sight, accepted, report.message);
     if (report.outcome == GuardedOutcome::kDone || report.outcome == GuardedOutcome::kNothingToDo) {
       CarryOut(places, sight, report);
+    }
+    const bool isQuiet = report.outcome == GuardedOutcome::kNothingToDo && report.hazards.empty();
+    if (isQuiet && !options.verify) {
+      quiet = QuietSides::Take(places, sight);
+      quietReport = report;
     }
     return report;
   }
@@ -141,6 +149,8 @@ class GuardedFolderSync final : public IGuardedFolderSync {
   const std::filesystem::path folder;
   const GuardedSyncOptions options;
   StateLock lock;
+  std::optional<QuietSides> quiet;  // after a pass that had nothing to do
+  GuardedReport quietReport;        // of that pass
 };
 
 }  // namespace

@@ -1,5 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
+#include <thread>
 
 #include "guard/guarded_pair.h"
 
@@ -90,6 +96,271 @@ TEST_F(GuardedPassTest, Conflict_KeepsBothOnBothSides) {
   EXPECT_EQ(host.begin()->second, "of the guest");
   EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "of the host"}, {"A_(DISK_.TXT", "of the guest"}}));
   EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+// --- what is looked at again
+
+// A file's times tell nothing about changes that come within the same tick.
+constexpr std::chrono::milliseconds kLongerThanATick{2100};
+
+class QuietPair : public GuardedPair {
+ protected:
+  // Both sides have been quiet for so long that their times alone are looked at.
+  void BecomeQuiet() {
+    folder.File("host/a.txt", "a").File("host/SUB/b.txt", "b").Folder("host/EMPTY");
+    folder.Link("host/link.txt", "a.txt").File("host/.dot", "d");
+    BuildImage();
+    std::this_thread::sleep_for(kLongerThanATick);
+    sync = Sync();
+    EXPECT_EQ(sync->Pass().outcome, kNothingToDo);
+    std::this_thread::sleep_for(kLongerThanATick);
+    EXPECT_EQ(sync->Pass().outcome, kNothingToDo);
+    EXPECT_EQ(sync->Pass().outcome, kNothingToDo);
+  }
+
+  std::unique_ptr<IGuardedFolderSync> sync;
+};
+
+TEST_F(QuietPair, EachKindOfChange_IsNoticed) {
+  BecomeQuiet();
+  const std::vector<std::function<void()>> changes{
+      [&] { folder.File("host/a.txt", "A"); },
+      [&] { folder.File("host/SUB/new.txt", "n"); },
+      [&] { folder.Remove("host/SUB/b.txt"); },
+      [&] { folder.Folder("host/SUB/NEW"); },
+      [&] { folder.Remove("host/EMPTY"); },
+      [&] { std::filesystem::rename(Host() / "a.txt", Host() / "c.txt"); },
+      [&] { GuestWrites("SUB/GUEST.TXT", "g"); },
+  };
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    SCOPED_TRACE(i);
+    changes[i]();
+    const GuardedReport report = sync->Pass();
+    EXPECT_EQ(report.outcome, kDone) << report.message;
+    EXPECT_EQ(sync->Pass().outcome, kNothingToDo);
+  }
+}
+
+// The size and the time of the last change are put back: the time of the last change to what is
+// noted about the file is not.
+TEST_F(QuietPair, EditThatHidesItself_IsNoticed) {
+  BecomeQuiet();
+  const auto time = std::filesystem::last_write_time(Host() / "a.txt");
+  folder.File("host/a.txt", "A");
+  std::filesystem::last_write_time(Host() / "a.txt", time);
+  EXPECT_EQ(sync->Pass().outcome, kDone);
+  EXPECT_EQ(OnDisk().at("A.TXT"), "A");
+}
+
+TEST_F(QuietPair, Preview_LooksForItself) {
+  BecomeQuiet();
+  folder.File("host/a.txt", "A");
+  EXPECT_EQ(Preview().outcome, kDone);
+}
+
+// --- not now
+
+TEST_F(GuardedPassTest, FileThatIsBeingWritten_IsLeftToSettle) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  options.settle = std::chrono::milliseconds(60'000);
+  folder.File("host/new.txt", "n");
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kNotNow);
+  EXPECT_EQ(report.message, "new.txt is being written just now");
+}
+
+TEST_F(GuardedPassTest, FolderThatIsBeingChanged_IsLeftToSettle) {
+  folder.File("host/a.txt", "a").File("host/b.txt", "b");
+  BuildAndAgree();
+  options.settle = std::chrono::milliseconds(60'000);
+  folder.Remove("host/b.txt");
+  EXPECT_EQ(Pass().message, "the folder is being changed just now");
+}
+
+TEST_F(GuardedPassTest, ImageThatIsBeingChanged_IsLeftToSettle) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  // The folder itself has been quiet for long.
+  const auto past = std::filesystem::file_time_type::clock::now() - std::chrono::hours(2);
+  std::filesystem::last_write_time(Host(), past);
+  options.settle = std::chrono::milliseconds(60'000);
+  GuestWrites("NEW.TXT", "n");
+  EXPECT_EQ(Pass().message, "the image is being changed just now");
+}
+
+TEST_F(GuardedPassTest, SidesInStep_AreNotWaitedFor) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  options.settle = std::chrono::milliseconds(60'000);
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+// --- hazards of the sides, end to end
+
+TEST_F(GuardedPassTest, AnotherFolder_IsRefusedAndMergedWhenAccepted) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  std::filesystem::rename(Host(), folder / "moved");
+  folder.File("host/other.txt", "o");
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kFolderReplaced));
+  EXPECT_EQ(Pass({GuardedHazard::kFolderReplaced}).outcome, kDone);
+  EXPECT_EQ(OnHost(), (FileTree{{"A.TXT", "a"}, {"other.txt", "o"}}));
+}
+
+TEST_F(GuardedPassTest, DamagedState_IsRefusedAndMergedWhenAccepted) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  test::WriteWholeFile(StateFolder() / "state", "something else");
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kStateDamaged));
+  EXPECT_EQ(Pass({GuardedHazard::kStateDamaged}).outcome, kNothingToDo);
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+TEST_F(GuardedPassTest, ResizedImage_IsRefused) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  std::filesystem::resize_file(Image(), kImageBytes + 1024);
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kImageResized));
+}
+
+TEST_F(GuardedPassTest, DifferingFats_AreRefused) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  std::vector<std::uint8_t> bytes = test::ReadBytes(Image());
+  bytes[1024 + 8] ^= 1;  // a word of the first FAT
+  test::WriteBytes(Image(), bytes);
+  const GuardedReport report = Pass();
+  EXPECT_THAT(HazardsOf(report), testing::Contains(GuardedHazard::kImageUnsound));
+  EXPECT_EQ(report.outcome, kRefused);
+}
+
+TEST_F(GuardedPassTest, ImageInsideTheFolder_IsRefusedAndLeftOutWhenAccepted) {
+  folder.File("host/a.txt", "a");
+  BuildImage();
+  std::filesystem::rename(Image(), Host() / "DISK.IMG");
+  const auto inside = CreateGuardedFolderSync(Host() / "DISK.IMG", Host(), options);
+  GuardedReport report = inside->Pass();
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kNested));
+  report = inside->Pass({GuardedHazard::kNested});
+  EXPECT_EQ(report.outcome, kNothingToDo) << report.message;
+  EXPECT_EQ(report.files, 1u);
+}
+
+TEST_F(GuardedPassTest, ManyDeletions_AreRefused) {
+  for (int i = 0; i < 30; ++i) folder.File("host/F" + std::to_string(i), "x");
+  BuildAndAgree();
+  for (int i = 0; i < 20; ++i) folder.Remove("host/F" + std::to_string(i));
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kManyDeletions));
+  EXPECT_EQ(Pass({GuardedHazard::kManyDeletions}).outcome, kDone);
+  EXPECT_THAT(OnDisk(), SizeIs(10));
+}
+
+TEST_F(GuardedPassTest, KindClash_IsRefusedAndKeptApartWhenAccepted) {
+  folder.File("host/a", "file");
+  BuildAndAgree();
+  GuestRemoves("A");
+  GuestMakesFolder("A");
+  EXPECT_THAT(HazardsOf(Pass()), testing::Contains(GuardedHazard::kKindClash));
+  EXPECT_EQ(Pass({GuardedHazard::kKindClash, GuardedHazard::kImageEmpty}).outcome, kDone);
+  EXPECT_EQ(OnHost().at("a"), "file");
+  EXPECT_TRUE(std::filesystem::is_directory(Host() / "A (disk)"));
+}
+
+// --- what a new image keeps
+
+TEST_F(GuardedPassTest, NewImage_KeepsLabelBootCodeAndMarks) {
+  folder.File("host/a.txt", "a").File("host/b.txt", "b");
+  BuildAndAgree();
+  std::vector<std::uint8_t> bytes = test::ReadBytes(Image());
+  bytes[100] = 0x5A;        // boot code
+  bytes[512 + 100] = 0xA5;  // the volume's
+  test::WriteBytes(Image(), bytes);
+  GuestWrites("SYS.COM", "s");
+  EXPECT_EQ(Pass().outcome, kDone);
+  folder.File("host/new.txt", "n");
+  EXPECT_EQ(Pass().outcome, kDone);
+  bytes = test::ReadBytes(Image());
+  EXPECT_EQ(bytes[100], 0x5A);
+  EXPECT_EQ(bytes[512 + 100], 0xA5);
+  const std::string text(bytes.begin(), bytes.end());
+  EXPECT_EQ(text.substr(512 + 43, 11), "HOST       ");
+  const std::size_t slot = text.find("SYS     COM");
+  ASSERT_NE(slot, text.npos);
+  EXPECT_EQ(bytes[slot + 24], 0x75);  // the date
+  EXPECT_EQ(bytes[slot + 25], 0x5D);
+}
+
+TEST_F(GuardedPassTest, ImageInPlace_KeepsItsInode) {
+  folder.File("host/a.txt", "a");
+  options.inPlace = true;
+  BuildAndAgree();
+  struct ::stat before;
+  struct ::stat after;
+  ASSERT_EQ(::stat(Image().c_str(), &before), 0);
+  folder.File("host/a.txt", "new");
+  EXPECT_EQ(Pass().outcome, kDone);
+  ASSERT_EQ(::stat(Image().c_str(), &after), 0);
+  EXPECT_EQ(before.st_ino, after.st_ino);
+  EXPECT_EQ(OnDisk().at("A.TXT"), "new");
+}
+
+TEST_F(GuardedPassTest, NewImage_HasTheOldOnesModeAndOwner) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  ASSERT_EQ(::chmod(Image().c_str(), 0640), 0);
+  ASSERT_EQ(::chown(Image().c_str(), 65534, 65534), 0);
+  folder.File("host/a.txt", "new");
+  EXPECT_EQ(Pass().outcome, kDone);
+  struct ::stat after;
+  ASSERT_EQ(::stat(Image().c_str(), &after), 0);
+  EXPECT_EQ(after.st_mode & 07777u, 0640u);
+  EXPECT_EQ(after.st_uid, 65534u);
+}
+
+TEST_F(GuardedPassTest, ImageBehindALink_IsReplacedItself) {
+  folder.File("host/a.txt", "a");
+  BuildImage();
+  std::filesystem::rename(Image(), folder / "real.img");
+  folder.Link("DISK.IMG", "real.img");
+  EXPECT_EQ(Sync()->Pass().outcome, kNothingToDo);
+  folder.File("host/a.txt", "new");
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
+  EXPECT_TRUE(std::filesystem::is_symlink(Image()));
+  EXPECT_EQ(OnDisk().at("A.TXT"), "new");
+  EXPECT_TRUE(folder.Exists("real.img.sync/state"));
+}
+
+// --- the first meeting
+
+TEST_F(GuardedPassTest, OldBuild_GivesWayToTheHostsVersion) {
+  folder.File("host/a.txt", "old");
+  BuildImage();
+  folder.File("host/a.txt", "new");
+  const GuardedReport report = Pass();
+  EXPECT_TRUE(report.isFirstMeeting);
+  EXPECT_EQ(report.outcome, kDone);
+  EXPECT_EQ(OnHost(), (FileTree{{"a.txt", "new"}}));
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "new"}}));
+}
+
+TEST_F(GuardedPassTest, FileThatAMachineHasWritten_IsAConflictAtTheFirstMeeting) {
+  folder.File("host/a.txt", "old");
+  BuildImage();
+  GuestWrites("A.TXT", "of the guest");
+  folder.File("host/a.txt", "of the host");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_THAT(OnHost(), SizeIs(2));
+}
+
+TEST_F(GuardedPassTest, EmptyFolder_IsFilledFromTheDisk) {
+  folder.File("host/a.txt", "a").File("host/SUB/b.txt", "b");
+  BuildImage();
+  folder.Remove("host/a.txt").Remove("host/SUB");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost(), (FileTree{{"A.TXT", "a"}, {"SUB/B.TXT", "b"}}));
 }
 
 }  // namespace
