@@ -133,7 +133,7 @@ struct GuardedSyncOptions {
   };
 
   // Where the agreed versions, the names, the lock and the trash are kept; made when it is missing.
-  // Empty: the image's path with ".sync" behind it.
+  // Empty: the image's path, that which a link leads to, with ".sync" behind it.
   std::filesystem::path stateFolder{};
   ConflictRule onConflict = ConflictRule::kKeepBoth;
   // How long a side must not have changed before it is touched. Whoever writes several files, or
