@@ -32,7 +32,7 @@ constexpr std::uint64_t kMostPathBytes = std::uint64_t{64} << 20;
 // Whether a host takes the name for one entry of a folder, and for no other than it says.
 bool IsHostName(std::string_view name) {
   return !name.empty() && name != "." && name != ".." &&
-         name.find_first_of(std::string_view("/\0", 2)) == name.npos;
+         name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
 }
 
 // Whether files could be cut, mixed up or missed because of it.
@@ -309,7 +309,8 @@ Progress ImageContents::Read(const std::string& diskPath, const Sink& sink) {
       opened->index.Open(view.entries.at(key).firstCluster, item->second.content.size);
   std::span<const std::uint8_t> piece;
   for (;;) {
-    if (!reader.Next(piece, err)) return Progress::Failed(diskPath + ": " + err);
+    if (!reader.Next(piece, err))
+      return Progress::Failed(std::string(diskPath).append(": ").append(err));
     if (piece.empty() || !sink(piece)) return {};
   }
 }

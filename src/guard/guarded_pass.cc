@@ -75,7 +75,7 @@ Progress GuardedPass::MendCutOff() {
     const auto torn = StampAt(places.image);
     if (!torn) return Progress::Busy("the image is gone");
     ImageChange change(places.image, *torn, trash, nullptr);
-    const Progress progress = change.WriteInPlace(whole, cut.tornId);
+    Progress progress = change.WriteInPlace(whole, cut.tornId);
     if (!progress.IsDone()) return progress;
   }
   if (!StampAt(whole)) return {};

@@ -25,7 +25,8 @@ namespace quorbix::virtdisk::internal::guard {
 class GuardedPass {
  public:
   // The sight is whole, has a plan, and no hazard stands. Everything has to outlive this.
-  GuardedPass(const Places& places, const GuardedSyncOptions& options, const Sight& sight);
+  GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsOptions,
+              const Sight& whatIsSeen);
 
   [[nodiscard]] Progress Run();
 

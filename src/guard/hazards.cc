@@ -228,8 +228,9 @@ void CheckReadability(const Observation& observation, const Memory& memory, Coll
     }
   }
   if (unreadable.empty()) return;
+  const std::string count = Number(unreadable.size(), "entry", "entries");
   found.Add(kEntryUnreadable, true,
-            Number(unreadable.size(), "entry", "entries") +
+            count +
                 " of the folder cannot be read: not taken for deleted, and the disk is not made "
                 "anew without them. Make them readable, or accept that they stay as they are on "
                 "both sides",
@@ -239,9 +240,11 @@ void CheckReadability(const Observation& observation, const Memory& memory, Coll
 void CheckClashes(const Pairing& pairing, Collector& found) {
   if (pairing.clashes.empty()) return;
   std::vector<std::string> paths;
+  paths.reserve(pairing.clashes.size());
   for (const KindClash& clash : pairing.clashes) paths.push_back(clash.host);
+  const std::string count = Number(paths.size(), "name", "names");
   found.Add(kKindClash, true,
-            Number(paths.size(), "name", "names") +
+            count +
                 " of a file on one side, of a folder on the other. Rename one of them, or accept "
                 "that both are kept under different names",
             std::move(paths));

@@ -41,6 +41,7 @@ HostChanges::HostChanges(const fs::path& folder, const std::map<std::string, Sta
 
 Progress HostChanges::SweepLeftovers(const std::vector<std::string>& paths) {
   std::vector<TrashRequest> requests;
+  requests.reserve(paths.size());
   for (const std::string& path : paths) requests.push_back({"folder", path, "left over"});
   std::vector<fs::path> places;
   Progress progress;
@@ -90,6 +91,7 @@ Progress HostChanges::WriteFiles(const std::vector<HostWrite>& writes,
 
 Progress HostChanges::DeleteFiles(const std::vector<std::string>& paths) {
   std::vector<TrashRequest> requests;
+  requests.reserve(paths.size());
   for (const std::string& path : paths) requests.push_back({"folder", path, "deleted"});
   std::vector<fs::path> places;
   std::string err;
@@ -99,7 +101,7 @@ Progress HostChanges::DeleteFiles(const std::vector<std::string>& paths) {
     const Descriptor folder = OpenFolder(ParentOf(paths[i]));
     if (!folder) return Busy(paths[i]);
     const std::string aside = NewTemporaryName();
-    const Progress progress = SetAside(folder.Get(), paths[i], aside);
+    Progress progress = SetAside(folder.Get(), paths[i], aside);
     if (!progress.IsDone()) return progress;
     touched.insert(ParentOf(paths[i]));
     if (!MoveToTrash(folder.Get(), aside, places[i], err)) {
@@ -145,7 +147,7 @@ Progress HostChanges::WriteTemporary(const HostWrite& write, const DiskContents&
                                      bool flushes, NewFile& file) {
   const Descriptor folder = OpenFolder(ParentOf(write.host));
   if (!folder) return Failed("open the folder of", write.host);
-  struct ::stat old;
+  struct ::stat old {};
   if (write.replaces && ::fstatat(folder.Get(), NameOf(write.host).c_str(), &old, 0) != 0) {
     return Busy(write.host);
   }
@@ -204,7 +206,7 @@ Progress HostChanges::NameFiles(std::vector<NewFile>& files) {
     const Descriptor folder = OpenFolder(ParentOf(file.write->host));
     if (!folder) return Busy(file.write->host);
     touched.insert(ParentOf(file.write->host));
-    const Progress progress =
+    Progress progress =
         file.write->replaces ? Replace(folder.Get(), file, *place++) : NameNew(folder.Get(), file);
     if (!progress.IsDone()) return progress;
     NoteWritten(folder.Get(), *file.write);

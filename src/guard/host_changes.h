@@ -64,7 +64,7 @@ class HostChanges {
   Progress FlushAll() const;
   void Discard(const std::vector<NewFile>& files) const;
   Progress NameFiles(std::vector<NewFile>& files);
-  Progress NameNew(int folder, const NewFile& file);
+  static Progress NameNew(int folder, const NewFile& file);
   Progress Replace(int folder, NewFile& file, const std::filesystem::path& place);
   Progress SetAside(int folder, const std::string& path, const std::string& aside) const;
   bool IsAsSeen(int folder, const std::string& name, const std::string& path) const;

@@ -125,7 +125,7 @@ Progress ImageChange::RenameByLink(const fs::path& whole, const fs::path& place)
   if (::link(path.c_str(), place.c_str()) != 0) {
     const Descriptor old = OpenHostPath(path.c_str(), O_RDONLY | O_NOFOLLOW);
     if (!old) return Failed("read", path);
-    const Progress copied = CopyToTrash(old.Get());
+    Progress copied = CopyToTrash(old.Get());
     if (!copied.IsDone()) return copied;
   }
   std::string err;
@@ -174,7 +174,7 @@ Progress ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId) 
   if (!from) return Failed("read the new image", whole);
   const Descriptor to = OpenHostFile(path.c_str(), O_RDWR | O_NOFOLLOW);
   if (!to) return Failed("write to the image", path);
-  const Progress copied = CopyToTrash(to.Get());
+  Progress copied = CopyToTrash(to.Get());
   if (!copied.IsDone()) return copied;
   if (!IsAsSeen(path)) return ImageChanged(path);
   // From here on it goes on to the end: half of an image is of no use to anybody.

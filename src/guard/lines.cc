@@ -8,7 +8,8 @@ namespace quorbix::virtdisk::internal::guard {
 
 std::string Hex(std::uint64_t number) {
   std::array<char, 16> digits{};
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number, 16).ptr;
+  const char* const end =
+      std::to_chars(digits.data(), digits.data() + digits.size(), number, 16).ptr;
   return {digits.data(), end};
 }
 

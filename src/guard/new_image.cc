@@ -115,7 +115,7 @@ class ImageMaker {
       for (const TreeEntry* entry : entries) {
         if (IsStopped()) return Progress::Stopped();
         std::uint32_t added = 0;
-        const Progress progress = Add(*entry, cluster, added);
+        Progress progress = Add(*entry, cluster, added);
         if (!progress.IsDone()) return progress;
         if (entry->type == EntryType::kFolder)
           directories.emplace_back(DiskKey(entry->disk), added);
@@ -156,7 +156,7 @@ class ImageMaker {
     const auto chain = image.TakeChain(size);
     if (!chain) return Progress::Failed("the disk is full");
     ChainWriter writer(image, *chain, size);
-    const Progress progress =
+    Progress progress =
         entry.isFromOldImage ? FillFromDisk(entry, writer) : FillFromHost(entry, writer);
     if (!progress.IsDone()) return progress;
     const bool added = image.AddTakenFile(directory, shortName, *chain, size, err) != 0;
@@ -187,7 +187,7 @@ class ImageMaker {
 
   Progress FillFromDisk(const TreeEntry& entry, ChainWriter& writer) const {
     std::uint64_t hash = kEmptyHash;
-    const Progress progress =
+    Progress progress =
         parts.oldContents.Read(entry.disk, [&](std::span<const std::uint8_t> bytes) {
           hash = HashBytes(bytes, hash);
           while (!bytes.empty()) {

@@ -114,17 +114,21 @@ class Pairer {
       keys.push_back(DiskKey(built->second));
     }
     if (IsOwnShortName(NameOf(path))) keys.push_back(DiskKey(Join(directory, NameOf(path))));
-    for (const std::string& key : keys) {
-      const auto onDisk = OnDisk(key);
-      if (!onDisk || pairedOnDisk.contains(key) || DiskKey(directory) != ParentOf(key)) continue;
-      if (onDisk->type != item.type) {
-        NoteClash(path, key);
-        continue;
-      }
-      Add({path, onDisk->path, item.type, item, onDisk, std::nullopt});
-      return true;
+    return std::any_of(keys.begin(), keys.end(), [&](const std::string& key) {
+      return TakeIfFree(path, item, directory, key);
+    });
+  }
+
+  bool TakeIfFree(const std::string& path, const HostItem& item, const std::string& directory,
+                  const std::string& key) {
+    const auto onDisk = OnDisk(key);
+    if (!onDisk || pairedOnDisk.contains(key) || DiskKey(directory) != ParentOf(key)) return false;
+    if (onDisk->type != item.type) {
+      NoteClash(path, key);
+      return false;
     }
-    return false;
+    Add({path, onDisk->path, item.type, item, onDisk, std::nullopt});
+    return true;
   }
 
   void TakeNewOnDisk() {

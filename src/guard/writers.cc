@@ -51,7 +51,7 @@ bool IsWritableDescriptor(const std::string& info) {
   const std::ptrdiff_t size = file ? ReadFully(file.Get(), bytes) : 0;
   const std::string text(bytes.begin(), bytes.begin() + std::max<std::ptrdiff_t>(size, 0));
   const std::size_t at = text.find("flags:");
-  if (at == text.npos) return false;
+  if (at == std::string::npos) return false;
   const auto flags =
       std::strtoul(text.c_str() + at + std::string_view("flags:").size(), nullptr, 8);
   return (flags & O_ACCMODE) != O_RDONLY;

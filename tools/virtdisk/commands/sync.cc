@@ -46,7 +46,7 @@ class Synchroniser {
       : console(theConsole), options(theOptions) {
     std::tie(image, folder) = InOrder(console, options);
     GuardedSyncOptions guarded = options.guarded;
-    guarded.stop = &stop.Flag();
+    guarded.stop = &StopFlag::Flag();
     sync = CreateGuardedFolderSync(image, folder, guarded);
   }
 
@@ -60,13 +60,13 @@ class Synchroniser {
   int Once() {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     GuardedReport report = sync->Pass(options.accepted);
-    while (report.outcome == GuardedOutcome::kNotNow && !stop.IsSet() &&
+    while (report.outcome == GuardedOutcome::kNotNow && !StopFlag::IsSet() &&
            std::chrono::steady_clock::now() < deadline) {
-      stop.WaitFor(-1, kRetryAfter);
+      StopFlag::WaitFor(-1, kRetryAfter);
       report = sync->Pass(options.accepted);
     }
     Tell(report);
-    return stop.IsSet() ? stop.ExitStatus() : StatusOf(report);
+    return StopFlag::IsSet() ? StopFlag::ExitStatus() : StatusOf(report);
   }
 
   int KeepInStep() {
@@ -74,14 +74,14 @@ class Synchroniser {
       console.err << "Keeping " << Printable(image.string()) << " and "
                   << Printable(folder.string()) << " in step; Ctrl-C ends it.\n";
     }
-    while (!stop.IsSet() && console.out.good()) {
+    while (!StopFlag::IsSet() && console.out.good()) {
       // Before the look, so that nothing falls between the two.
       BeginWatch();
       const GuardedReport report = sync->Pass(options.accepted);
       Tell(report);
-      if (!stop.IsSet()) Wait(report.outcome == GuardedOutcome::kNotNow);
+      if (!StopFlag::IsSet()) Wait(report.outcome == GuardedOutcome::kNotNow);
     }
-    return stop.IsSet() ? stop.ExitStatus() : kFailed;
+    return StopFlag::IsSet() ? StopFlag::ExitStatus() : kFailed;
   }
 
  private:
@@ -114,20 +114,20 @@ class Synchroniser {
   void Wait(bool isRetry) {
     const milliseconds interval(options.intervalMs);
     if (isRetry) {
-      stop.WaitFor(-1, std::min(interval, kRetryAfter));
+      StopFlag::WaitFor(-1, std::min(interval, kRetryAfter));
       return;
     }
     if (watch.Descriptor() < 0) {
-      stop.WaitFor(-1, std::min(interval, kLookEvery));
+      StopFlag::WaitFor(-1, std::min(interval, kLookEvery));
       return;
     }
     const auto deadline = std::chrono::steady_clock::now() + interval;
-    while (!stop.IsSet() && std::chrono::steady_clock::now() < deadline) {
+    while (!StopFlag::IsSet() && std::chrono::steady_clock::now() < deadline) {
       const auto left =
           std::chrono::duration_cast<milliseconds>(deadline - std::chrono::steady_clock::now());
-      if (stop.WaitFor(watch.Descriptor(), left) && watch.TakeNews()) break;
+      if (StopFlag::WaitFor(watch.Descriptor(), left) && watch.TakeNews()) break;
     }
-    stop.WaitFor(-1, options.guarded.settle);
+    StopFlag::WaitFor(-1, options.guarded.settle);
   }
 
   void Tell(const GuardedReport& report) {

@@ -51,11 +51,11 @@ StopFlag::~StopFlag() {
   }
 }
 
-const std::atomic<bool>& StopFlag::Flag() const { return flag; }
+const std::atomic<bool>& StopFlag::Flag() { return flag; }
 
-int StopFlag::ExitStatus() const { return arrived == 0 ? 0 : kEndedBySignal + arrived; }
+int StopFlag::ExitStatus() { return arrived == 0 ? 0 : kEndedBySignal + arrived; }
 
-bool StopFlag::WaitFor(int other, std::chrono::milliseconds time) const {
+bool StopFlag::WaitFor(int other, std::chrono::milliseconds time) {
   const auto deadline = std::chrono::steady_clock::now() + time;
   // A signal that comes between the look at the flag and the wait has to end the wait.
   const ::sigset_t held = FlagSet();

@@ -19,15 +19,15 @@ class StopFlag {
   StopFlag(const StopFlag&) = delete;
   StopFlag& operator=(const StopFlag&) = delete;
 
-  const std::atomic<bool>& Flag() const;
-  bool IsSet() const { return Flag(); }
+  static const std::atomic<bool>& Flag();
+  static bool IsSet() { return Flag(); }
 
   // What the program ends with because of the signal: 128 and its number; 0 when none came.
-  int ExitStatus() const;
+  static int ExitStatus();
 
   // Waits until the flag is set, `other` can be read (-1: nothing else counts), or the time is
   // over. True: `other` can be read.
-  bool WaitFor(int other, std::chrono::milliseconds time) const;
+  static bool WaitFor(int other, std::chrono::milliseconds time);
 
  private:
   std::array<struct ::sigaction, 3> before{};
