@@ -1,6 +1,7 @@
 // Image bytes in: they are loaded, listed, searched, read and rewritten by the library and by the
 // plain browser of the tests, and the two must agree about everything. So this finds wrong answers,
-// not crashes alone. Loading twice must give one answer, too.
+// not crashes alone. Loading twice must give one answer, too, and of a volume that the check calls
+// sound every file can be read whole.
 
 #include <algorithm>
 #include <cstddef>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "../tests/browser/agreement.h"
+#include "../tests/check/soundness.h"
 #include "browser/volume_index.h"
 #include "quorbix/virtdisk/fat16_fs_image.h"
 
@@ -147,5 +149,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   CheckHiddenEntries(image);
   const std::string disagreement = quorbix::virtdisk::test::FindDisagreement(image, 8, 2);
   Require(disagreement.empty(), disagreement);
+  bool sound = false;
+  const std::string falseReport = quorbix::virtdisk::test::FindFalseReport(image, sound);
+  Require(falseReport.empty(), falseReport);
   return 0;
 }
