@@ -86,8 +86,8 @@ class MapPage : public ::testing::Test {
 
   // What the page looks like to a program after `script` ran in it; what `script` gives to `say`
   // is the title.
-  std::string After(const std::string& script, const std::string& address = "") {
-    std::string page = Page();
+  std::string After(const std::string& script, const std::string& address = "",
+                    std::string page = Page()) {
     page.insert(page.rfind("</body>"),
                 "<script>const say = (text) => { document.title = text; };"
                 "const key = (name) => document.getElementById('map').dispatchEvent("
@@ -104,8 +104,9 @@ class MapPage : public ::testing::Test {
     return result.out;
   }
 
-  std::string Said(const std::string& script, const std::string& address = "") {
-    const std::string dom = After(script, address);
+  std::string Said(const std::string& script, const std::string& address = "",
+                   const std::string& page = Page()) {
+    const std::string dom = After(script, address, page);
     const std::size_t begin = dom.find("<title>") + 7;
     return dom.substr(begin, dom.find("</title>") - begin);
   }
@@ -161,6 +162,20 @@ TEST_F(MapPage, MouseOverACell_TellsIt) {
 
 TEST_F(MapPage, AddressWithAPath_ChoosesTheFile) {
   EXPECT_THAT(Said("say(told());", "#/SMALL.TXT"), HasSubstr("/SMALL.TXT\n3 bytes"));
+}
+
+TEST_F(MapPage, ChosenFileBeyondTheList_IsShownFirst) {
+  ImageCrafter crafter({.rootEntryCount = 512, .sectorsPerFat = 2, .clusters = 400});
+  for (std::uint16_t i = 0; i < 310; ++i) {
+    const auto cluster = static_cast<std::uint16_t>(2 + i);
+    crafter.File("F" + std::to_string(i), {.firstCluster = cluster, .size = 500u - i});
+    crafter.Chain({cluster});
+  }
+  EXPECT_EQ(Said("const names = [...document.querySelectorAll('#list button')];"
+                 "say(names.length + ' ' + names[0].querySelector('span').textContent + ' ' +"
+                 "names[0].getAttribute('aria-pressed'));",
+                 "#/F309", DrawHtml(Map(crafter), "DISK", "disk.img")),
+            "301 /F309 true");
 }
 
 TEST_F(MapPage, ControlsHaveNamesForScreenReaders) {

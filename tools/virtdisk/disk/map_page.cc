@@ -158,6 +158,7 @@ const std::string_view kPageScript = R"('use strict';
     }
     cells.classList.toggle('chosen', owner >= 0);
     outline.setAttribute('d', owner < 0 ? '' : data.owners[owner].runs.map(cellsOf).map(shapeOf).join(''));
+    if (scroll) showList();
     for (const button of list.querySelectorAll('button')) {
       const isChosen = Number(button.dataset.number) === owner;
       button.setAttribute('aria-pressed', isChosen);
@@ -233,7 +234,9 @@ const std::string_view kPageScript = R"('use strict';
   const showList = () => {
     const wanted = search.value.toLowerCase();
     const matches = order.filter((i) => data.owners[i].path.toLowerCase().includes(wanted));
-    list.replaceChildren(...matches.slice(0, mostListed).map(row));
+    const shown = matches.slice(0, mostListed);
+    if (matches.indexOf(chosen) >= mostListed) shown.unshift(chosen);
+    list.replaceChildren(...shown.map(row));
     const rest = matches.length - mostListed;
     found.textContent = number(matches.length) + ' of ' + number(order.length) +
         (rest > 0 ? ', the largest ' + mostListed + ' shown; search for the others' : '');
