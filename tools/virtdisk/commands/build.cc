@@ -106,7 +106,7 @@ class ShownBuild final : public internal::BuildObserver {
   Progress progress;
 };
 
-// What a build does to a folder and a preview of it.
+// What an image is made of.
 struct BuildSource {
   Console& console;
   const BuildOptions& options;
@@ -152,7 +152,7 @@ int FailToFill(Console& console, const BuildOptions& options, const BuildPreview
 int FailToWrite(Console& console, const ImageOutput& output, const BuildOptions& options,
                 const std::string& err) {
   return Fail(console, err,
-              output.IsInPlace() ? "It may hold a part of the new image; build again."
+              output.IsTouched() ? "It may hold a part of the new image; build again."
                                  : options.image.string() + " is as it was before.");
 }
 

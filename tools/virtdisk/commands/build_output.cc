@@ -93,8 +93,10 @@ bool ImageOutput::Write(std::span<const std::uint8_t> bytes, const MovedBytes& m
 
 bool ImageOutput::WriteIntoExisting(std::span<const std::uint8_t> bytes, const MovedBytes& moved) {
   const auto size = static_cast<::off_t>(bytes.size());
-  return MakeRoom(existing.Get(), size) && WriteInPieces(existing.Get(), bytes, moved) &&
-         ::ftruncate(existing.Get(), size) == 0 && ::fsync(existing.Get()) == 0;
+  if (!MakeRoom(existing.Get(), size)) return false;
+  isTouched = true;
+  return WriteInPieces(existing.Get(), bytes, moved) && ::ftruncate(existing.Get(), size) == 0 &&
+         ::fsync(existing.Get()) == 0;
 }
 
 bool ImageOutput::FailToWrite(std::string& err) const {

@@ -34,8 +34,8 @@ class ImageOutput {
   [[nodiscard]] bool Write(std::span<const std::uint8_t> bytes, const MovedBytes& moved,
                            std::string& err);
 
-  // Whether the image that exists is written into.
-  bool IsInPlace() const { return static_cast<bool>(existing); }
+  // Whether the image that exists was written into.
+  bool IsTouched() const { return isTouched; }
 
  private:
   bool WriteIntoExisting(std::span<const std::uint8_t> bytes, const MovedBytes& moved);
@@ -44,6 +44,7 @@ class ImageOutput {
   std::filesystem::path path;
   internal::Descriptor existing;
   NewFile replacement;
+  bool isTouched = false;
 };
 
 }  // namespace quorbix::virtdisk::tool
