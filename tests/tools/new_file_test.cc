@@ -1,15 +1,19 @@
 #include "host/new_file.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <iterator>
 #include <string>
+#include <vector>
 
+#include "host/piecewise.h"
 #include "host/stop_signals.h"
 #include "support/child_process.h"
 #include "support/temp_folder.h"
@@ -117,6 +121,22 @@ TEST_P(NewFileTest, Signal_EndsWithItsStatusAndLeavesTheOldFileAlone) {
     EXPECT_EQ(folder.Read("A"), "old");
     EXPECT_EQ(Entries(), 1);
   }
+}
+
+TEST_P(NewFileTest, SignalDuringACopy_LeavesTheOldFileAndNothingElse) {
+  folder.File("A", std::string(9 << 20, 'a'));
+  const int status = test::RunInChild({}, [&] {
+    EndOnSignals();
+    NewFile file;
+    const int from = ::open((folder / "A").c_str(), O_RDONLY);
+    if (!file.Create(folder / "A", err, GetParam())) return 1;
+    const bool copied = CopyInPieces(from, file.Descriptor(), 9 << 20,
+                                     [](std::uint64_t) { ::kill(::getpid(), SIGINT); });
+    return copied ? 2 : 3;
+  });
+  EXPECT_EQ(status, 130);
+  EXPECT_EQ(fs::file_size(folder / "A"), 9U << 20);
+  EXPECT_EQ(Entries(), 1);
 }
 
 TEST(NewFile, NamedOne_TakesNoNameThatIsInUse) {
