@@ -352,6 +352,16 @@ TEST(MeasureCommand, FolderWithEntriesLeftOut_CountsThem) {
               HasSubstr("left out     1\n"));
 }
 
+TEST(MeasureCommand, FilesBehindLinks_AreContentThatABuildCopies) {
+  TempFolder folder;
+  folder.File("OUT/A.TXT", "abc").File("DISK/B.TXT", "b").Link("DISK/LINK", "../OUT");
+  const std::string disk = (folder / "DISK").string();
+  EXPECT_THAT(RunVirtdisk({"measure", disk}).out, HasSubstr("content      4 bytes\n"));
+  const auto record = RunVirtdisk({"measure", disk, "--json"}).Json();
+  EXPECT_EQ(record["bytes"], 1);
+  EXPECT_EQ(record["copiedBytes"], 4);
+}
+
 TEST(MeasureCommand, RootThatOverflows_HasNoTableAndSaysWhy) {
   TempFolder folder;
   for (int i = 0; i < 512; ++i) folder.File("DISK/" + std::to_string(i), "x");

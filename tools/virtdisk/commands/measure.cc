@@ -85,12 +85,11 @@ Json SizeRecords(const std::vector<SizeRow>& rows) {
   return records;
 }
 
-std::string FormatMeasure(const BuildPreview& preview, std::uint64_t bytes,
-                          std::uint64_t smallest) {
+std::string FormatMeasure(const BuildPreview& preview, std::uint64_t smallest) {
   std::string text = "files        " + GroupDigits(preview.files) + "\n" + "directories  " +
                      GroupDigits(preview.directories) + "\n";
   if (preview.leftOut != 0) text += "left out     " + GroupDigits(preview.leftOut) + "\n";
-  text += "content      " + GroupDigits(bytes) + " bytes\n";
+  text += "content      " + GroupDigits(preview.fileBytes) + " bytes\n";
   return text + "auto size    " + (smallest == 0 ? "(none)" : FormatBytes(smallest)) + "\n";
 }
 
@@ -108,6 +107,7 @@ int RunMeasure(Console& console, const MeasureOptions& options) {
   if (options.json) {
     console.out << OneLine({{"folder", options.folder.string()},
                             {"bytes", bytes},
+                            {"copiedBytes", preview.fileBytes},
                             {"autoSize", smallest == 0 ? Json(nullptr) : Json(smallest)},
                             {"files", preview.files},
                             {"directories", preview.directories},
@@ -115,7 +115,7 @@ int RunMeasure(Console& console, const MeasureOptions& options) {
                             {"sizes", SizeRecords(rows)}})
                 << "\n";
   } else {
-    console.out << FormatMeasure(preview, bytes, smallest) << FormatTable(rows, console.width);
+    console.out << FormatMeasure(preview, smallest) << FormatTable(rows, console.width);
   }
   if (smallest == 0) {
     Warn(console,
