@@ -79,6 +79,7 @@ TEST(Usage, SizesThatAreNone_GiveStatus2AndBuildNothing) {
 TEST(Usage, MisspeltCommand_IsToldTheOneMeant) {
   const ProgramRun run = RunVirtdisk({"biuld", "folder", "image"});
   EXPECT_EQ(run.status, 2);
+  EXPECT_THAT(run.err, StartsWith("virtdisk: there is no command `biuld`\n"));
   EXPECT_THAT(run.err, HasSubstr("Did you mean `build`?"));
   EXPECT_THAT(RunVirtdisk({"--quiet", "mesure", "x"}).err, HasSubstr("Did you mean `measure`?"));
 }

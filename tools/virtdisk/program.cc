@@ -70,12 +70,12 @@ class CommandLine {
   }
 
   int Run(std::vector<std::string> arguments) {
-    const std::string meant = SuggestCommand(arguments);
+    const std::string unknown = UnknownCommand(arguments);
     std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
     try {
       app.parse(std::move(arguments));
     } catch (const CLI::ParseError& error) {
-      return error.get_exit_code() == 0 ? PrintHelp(error) : FailToParse(error, meant);
+      return error.get_exit_code() == 0 ? PrintHelp(error) : FailToParse(error, unknown);
     }
     return command();
   }
@@ -96,17 +96,20 @@ class CommandLine {
     }
   }
 
-  // What the first word that is no option should have been, where it is no command.
-  std::string SuggestCommand(const std::vector<std::string>& arguments) {
+  std::vector<std::string> Commands() {
+    std::vector<std::string> names;
+    for (const CLI::App* sub : app.get_subcommands({})) names.push_back(sub->get_name());
+    return names;
+  }
+
+  // The first word that is no option, where it is no command either.
+  std::string UnknownCommand(const std::vector<std::string>& arguments) {
     const auto word = std::find_if(arguments.begin(), arguments.end(), [](const std::string& text) {
       return !text.empty() && text.front() != '-';
     });
-    std::vector<std::string> commands;
-    for (const CLI::App* sub : app.get_subcommands({})) commands.push_back(sub->get_name());
-    if (word == arguments.end() || std::count(commands.begin(), commands.end(), *word) != 0) {
-      return {};
-    }
-    return Suggest(*word, commands);
+    const std::vector<std::string> known = Commands();
+    if (word == arguments.end() || std::count(known.begin(), known.end(), *word) != 0) return {};
+    return *word;
   }
 
   int PrintHelp(const CLI::ParseError& error) {
@@ -116,11 +119,17 @@ class CommandLine {
     return kDone;
   }
 
-  int FailToParse(const CLI::ParseError& error, const std::string& meant) {
+  int FailToParse(const CLI::ParseError& error, const std::string& unknownCommand) {
     std::string name = app.get_name();
     for (const CLI::App* sub : app.get_subcommands()) name += " " + sub->get_name();
     const std::string help = "`" + name + " --help` tells the arguments.";
-    Fail(console, error.what(), meant.empty() ? help : "Did you mean `" + meant + "`? " + help);
+    if (unknownCommand.empty()) {
+      Fail(console, error.what(), help);
+    } else {
+      const std::string meant = Suggest(unknownCommand, Commands());
+      Fail(console, "there is no command `" + unknownCommand + "`",
+           meant.empty() ? help : "Did you mean `" + meant + "`? " + help);
+    }
     return kUsage;
   }
 
