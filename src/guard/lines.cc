@@ -8,8 +8,7 @@ namespace quorbix::virtdisk::internal::guard {
 
 std::string Hex(std::uint64_t number) {
   std::array<char, 16> digits{};
-  const char* const end =
-      std::to_chars(digits.data(), digits.data() + digits.size(), number, 16).ptr;
+  char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number, 16).ptr;
   return {digits.data(), end};
 }
 

@@ -34,8 +34,7 @@ std::string NewTemporaryName() {
        {static_cast<std::uint64_t>(now), static_cast<std::uint64_t>(::getpid()),
         static_cast<std::uint64_t>(++count)}) {
     std::array<char, 16> digits{};
-    const char* const end =
-        std::to_chars(digits.data(), digits.data() + digits.size(), part, 16).ptr;
+    char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), part, 16).ptr;
     name.append(digits.data(), end);
     name += '-';
   }
