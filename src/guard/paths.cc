@@ -2,10 +2,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <charconv>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 
 namespace quorbix::virtdisk::internal::guard {
@@ -24,6 +26,17 @@ bool IsTemporaryName(std::string_view name) {
 bool IsOwnTemporaryName(std::string_view name) {
   return name.size() > kPrefix.size() + kSuffix.size() && name.starts_with(kPrefix) &&
          name.ends_with(kSuffix);
+}
+
+bool StaysInside(std::string_view path) {
+  if (path.find('\0') != path.npos) return false;
+  for (;;) {
+    const std::size_t end = std::min(path.find('/'), path.size());
+    const std::string_view element = path.substr(0, end);
+    if (element.empty() || element == "." || element == "..") return false;
+    if (end == path.size()) return true;
+    path.remove_prefix(end + 1);
+  }
 }
 
 std::string NewTemporaryName() {

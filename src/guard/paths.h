@@ -15,6 +15,9 @@ bool IsTemporaryName(std::string_view name);
 // Whether it is one of this synchroniser's own.
 bool IsOwnTemporaryName(std::string_view name);
 
+// Whether a relative path stays in its folder: no element is empty, "." or "..".
+bool StaysInside(std::string_view path);
+
 // A name of that kind that no earlier call has returned. Begins with ".", so that no scan takes it
 // for a file of the user.
 std::string NewTemporaryName();

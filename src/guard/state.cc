@@ -7,6 +7,7 @@
 #include "common/fail.h"
 #include "common/text_bytes.h"
 #include "guard/lines.h"
+#include "guard/paths.h"
 #include "sync/hash_bytes.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -74,14 +75,20 @@ Stamp TakeStamp(Line& line) {
   return stamp;
 }
 
+// A pass removes that file, or writes over the image from it: none but its own will do.
+bool IsWholeImageName(const std::string& name) {
+  return name.empty() || (IsOwnTemporaryName(name) && name.find('/') == name.npos);
+}
+
 bool ReadMemoryLine(std::string_view kind, Line& line, Memory& memory) {
   if (kind == "file" || kind == "folder") {
     Pair pair{.type = kind == "file" ? EntryType::kFile : EntryType::kFolder};
     pair.agreed = MaybeContent(line);
     pair.disk = line.Path();
     pair.host = line.Path();
+    const bool isInside = StaysInside(pair.disk) && StaysInside(pair.host);
     memory.pairs.push_back(std::move(pair));
-    return true;
+    return isInside;
   }
   if (kind == "ignored-file" || kind == "ignored-folder") {
     const auto content = MaybeContent(line);
@@ -126,6 +133,7 @@ bool ReadLine(std::string_view text, State& state) {
     state.pending->volumeId = line.Number<std::uint32_t>(16);
     state.pending->tornId = line.Number<std::uint32_t>(16);
     state.pending->wholeImage = line.Path();
+    if (!IsWholeImageName(state.pending->wholeImage)) return false;
   } else {
     return false;
   }

@@ -63,8 +63,10 @@ TEST(State, EverythingWritten_IsReadBack) {
 
 TEST(State, PendingPass_IsReadBack) {
   State state = SmallState();
-  state.pending = Pending{
-      .memory = Knows({{"x", "X", 'x'}}), .volumeId = 9, .tornId = 10, .wholeImage = "whole.img"};
+  state.pending = Pending{.memory = Knows({{"x", "X", 'x'}}),
+                          .volumeId = 9,
+                          .tornId = 10,
+                          .wholeImage = ".quorbix-1.tmp"};
   EXPECT_EQ(Parsed(FormatState(state)), state);
   state.pending->wholeImage.clear();
   state.pending->memory.ignored = {{"y", {EntryType::kFile, Says('y')}}};
@@ -75,10 +77,13 @@ TEST(State, AnyBytesInNames_AreReadBack) {
   std::mt19937 random(3);
   for (int i = 0; i < 300; ++i) {
     State state;
-    Pair pair{.host = {}, .disk = {}, .type = EntryType::kFile, .agreed = Says('a')};
+    Pair pair{.host = "a/x", .disk = {}, .type = EntryType::kFile, .agreed = Says('a')};
     for (auto size = 1 + random() % 12; size > 0; --size) {
-      const char plain = "% \n\r\t/-"[random() % 7];
-      pair.host += random() % 4 == 0 ? plain : static_cast<char>(random());
+      const char plain = "% \n\r\t.-"[random() % 7];
+      const char any = static_cast<char>(random());
+      // Which no name has.
+      const bool isNone = any == '/' || any == '\0';
+      pair.host += isNone || random() % 4 == 0 ? plain : any;
     }
     pair.disk = pair.host;
     state.memory.pairs.push_back(pair);
@@ -130,9 +135,12 @@ TEST(State, LineOfUnknownKind_IsNotPassedOver) {
     return "virtdisk sync state 1\nchecksum " + std::string(digits) + "\n" + facts;
   };
   EXPECT_EQ(Parsed(withLine("file 61 1 X x")).memory, Knows({{"x", "X", 'a'}}));
-  for (const char* line : {"fiel 61 1 X x", "file 61 1 X", "file 61 1 X x y", "file zz 1 X x", "",
-                           "file 61 -1 X x", "file 61 1 X%4 x", "pending-file 61 1 X x",
-                           "image 1 2 3", "file 61 99999999999999999999 X x"}) {
+  for (const char* line :
+       {"fiel 61 1 X x", "file 61 1 X", "file 61 1 X x y", "file zz 1 X x", "", "file 61 -1 X x",
+        "file 61 1 X%4 x", "pending-file 61 1 X x", "image 1 2 3", "file 61 1 X ../x",
+        "file 61 1 .. x", "folder 0 0 X /x", "file 61 1 X x//y", "file 61 1 X %",
+        "file 61 1 X x%00", "pending 1 0 x.img", "pending 1 0 /.quorbix-1.tmp",
+        "file 61 99999999999999999999 X x"}) {
     EXPECT_EQ(Fault(withLine(line)), "it has a line that cannot be read") << line;
   }
 }
