@@ -45,15 +45,44 @@ std::string TimeOf(std::string folderName) {
   return folderName;
 }
 
-// The passes in the trash, the oldest first: their names begin with their times.
+constexpr std::string_view kTimeShape = "dddd-dd-dd_dd.dd.dd";
+
+bool IsShortNumber(std::string_view text) {
+  return !text.empty() && text.size() <= 9 &&
+         std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+// Folders of other names are somebody else's.
+bool IsPassName(std::string_view name) {
+  const std::string_view time = name.substr(0, kTimeShape.size());
+  const auto isAsShaped = [](char shape, char c) {
+    return shape == 'd' ? c >= '0' && c <= '9' : c == shape;
+  };
+  if (!std::equal(kTimeShape.begin(), kTimeShape.end(), time.begin(), time.end(), isAsShaped)) {
+    return false;
+  }
+  name.remove_prefix(time.size());
+  return name.empty() || (name[0] == '#' && IsShortNumber(name.substr(1)));
+}
+
+// By time, then by number: "#10" comes after "#9".
+bool IsEarlierPass(const std::string& a, const std::string& b) {
+  const int order = a.compare(0, kTimeShape.size(), b, 0, kTimeShape.size());
+  if (order != 0) return order < 0;
+  return a.size() != b.size() ? a.size() < b.size() : a < b;
+}
+
+// The passes in the trash, the oldest first.
 std::vector<std::string> PassesIn(const fs::path& trash, std::error_code& error) {
   FolderListing listing = ListFolder(trash.native());
   error = listing.error;
   std::vector<std::string> names;
   for (const ListedEntry& entry : listing.entries) {
-    if (entry.type == fs::file_type::directory) names.push_back(entry.name);
+    if (entry.type == fs::file_type::directory && IsPassName(entry.name)) {
+      names.push_back(entry.name);
+    }
   }
-  std::sort(names.begin(), names.end());
+  std::sort(names.begin(), names.end(), IsEarlierPass);
   return names;
 }
 
@@ -82,9 +111,15 @@ std::vector<ManifestLine> ReadManifest(const fs::path& folder) {
     item.request.why = line.Path();
     item.request.path = line.Path();
     // The last line can be cut, when the pass was.
-    if (line.IsSound()) lines.push_back(std::move(item));
+    const bool isItem =
+        line.IsSound() && IsShortNumber(item.number) && StaysInside(item.request.path);
+    if (isItem) lines.push_back(std::move(item));
   }
   return lines;
+}
+
+std::string CannotMake(const fs::path& trash, const std::error_code& why) {
+  return "cannot make the trash " + trash.string() + " (" + why.message() + ")";
 }
 
 std::uint64_t BytesIn(const fs::path& folder) {
@@ -180,7 +215,11 @@ bool TrashRun::Flush(std::string& err) const {
 bool TrashRun::MakeFolder(std::string& err) {
   std::error_code failed;
   fs::create_directories(trash, failed);
-  const std::string name = FolderNameOf(when);
+  if (failed) return Fail(err, CannotMake(trash, failed));
+  // After a clock was set back, too, a pass comes behind those before it: the first are trimmed.
+  const std::vector<std::string> before = PassesIn(trash, failed);
+  std::string name = FolderNameOf(when);
+  if (!before.empty()) name = std::max(name, before.back().substr(0, kTimeShape.size()));
   for (int n = 1; !failed; ++n) {
     fs::path candidate = trash / (n == 1 ? name : name + '#' + std::to_string(n));
     if (::mkdir(candidate.c_str(), 0700) == 0) {
@@ -189,7 +228,7 @@ bool TrashRun::MakeFolder(std::string& err) {
     }
     if (errno != EEXIST) failed.assign(errno, std::generic_category());
   }
-  return Fail(err, "cannot make the trash " + trash.string() + " (" + failed.message() + ")");
+  return Fail(err, CannotMake(trash, failed));
 }
 
 bool MoveToTrash(int folder, const std::string& name, const fs::path& place, std::string& err) {

@@ -215,6 +215,48 @@ TEST_F(Trash, TooManyBytes_LoseTheOldestButNeverTheLatest) {
   EXPECT_THAT(ListedPaths(), ElementsAre("a4"));
 }
 
+TEST_F(Trash, PassAfterTheClockWasSetBack_IsTheLatest) {
+  folder.File("old", "12345");
+  Throw("old", "2026-11-21 17.20.05");
+  folder.File("new", "12345");
+  Throw("new", "2026-11-21 16.20.05");
+  EXPECT_THAT(ListedPaths(), ElementsAre("old", "new"));
+  TrimTrash(StateFolder(), 1, 1'000'000);
+  EXPECT_THAT(ListedPaths(), ElementsAre("new"));
+}
+
+TEST_F(Trash, MoreThanNinePassesInOneSecond_StayInTheirOrder) {
+  for (int i = 1; i <= 11; ++i) {
+    folder.File("a" + std::to_string(i), "12345");
+    Throw("a" + std::to_string(i));
+  }
+  TrimTrash(StateFolder(), 2, 1'000'000);
+  EXPECT_THAT(ListedPaths(), ElementsAre("a10", "a11"));
+}
+
+TEST_F(Trash, FoldersOfOtherNames_AreNeitherListedNorTrimmed) {
+  for (int i = 1; i <= 2; ++i) {
+    folder.File("a" + std::to_string(i), "12345");
+    Throw("a" + std::to_string(i), "2026-11-21 17.20.0" + std::to_string(i));
+  }
+  folder.File("state/trash/2026/photo", "x").File("state/trash/a/photo", "x");
+  folder.File("state/trash/2026-11-21_17.20.05#x/photo", "x");
+  TrimTrash(StateFolder(), 1, 1'000'000);
+  EXPECT_THAT(ListedPaths(), ElementsAre("a2"));
+  EXPECT_TRUE(folder.Exists("state/trash/2026/photo"));
+  EXPECT_TRUE(folder.Exists("state/trash/a/photo"));
+  EXPECT_TRUE(folder.Exists("state/trash/2026-11-21_17.20.05#x/photo"));
+}
+
+TEST_F(Trash, ManifestThatPointsElsewhere_ListsNothing) {
+  folder.File("secret", "x").File("state/trash/2026-11-21_17.20.05/1", "x");
+  folder.File("state/trash/2026-11-21_17.20.05/manifest",
+              "item ../../../secret folder deleted a\n"
+              "item 1 folder deleted ../a\n"
+              "item 1 folder deleted /a\n");
+  EXPECT_THAT(Listed(), IsEmpty());
+}
+
 class Renames : public testing::Test {
  protected:
   Descriptor Top() const { return OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY); }
