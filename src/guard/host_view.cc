@@ -91,15 +91,17 @@ class HostLooker {
   }
 
   void TakeEntry(const std::string& path, const std::string& name, int folder) {
-    if (IsOwnTemporaryName(name)) {
+    if (IsOwnTemporaryName(name) && !IsFolder(name, folder)) {
       view.leftovers.push_back(path);
       return;
     }
     if (name.starts_with('.')) return LeaveOut(path, kDotName);
     if (IsTemporaryName(name)) return LeaveOut(path, kTemporary);
     struct ::stat status;
-    // Gone since it was listed: as if it had not been.
-    if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return;
+    if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      // Gone since it was listed: as if it had not been.
+      return errno == ENOENT ? void() : SpoilFolder(ParentOf(path));
+    }
     if (IsLeftOut(status)) return LeaveOut(path, kOwnPart);
     if (S_ISDIR(status.st_mode)) {
       view.items[path] = {.type = EntryType::kFolder};
@@ -113,10 +115,39 @@ class HostLooker {
     }
   }
 
+  // Passes leave files behind, never folders.
+  static bool IsFolder(const std::string& name, int folder) {
+    struct ::stat status;
+    return ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISDIR(status.st_mode);
+  }
+
+  // What it holds has names and cannot be looked at, as in a folder that may be listed and not
+  // entered: it is not gone.
+  void SpoilFolder(const std::string& path) {
+    const std::string why = SystemText();
+    if (path.empty()) {
+      view.result = HostView::Result::kUnreadable;
+      view.error = why;
+      return;
+    }
+    HostItem& item = view.items[path];
+    if (std::exchange(item.isReadable, false)) {
+      view.notes.push_back({path, kUnreadableFolder + why});
+    }
+  }
+
   void TakeLink(const std::string& path, const std::string& name, int folder,
                 const struct ::stat& link) {
     struct ::stat target;
-    if (::fstatat(folder, name.c_str(), &target, 0) != 0) return LeaveOut(path, kLinkNowhere);
+    if (::fstatat(folder, name.c_str(), &target, 0) != 0) {
+      if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP) {
+        return LeaveOut(path, kLinkNowhere);
+      }
+      view.items[path] = {.isReadable = false};
+      view.notes.push_back({path, kUnreadableFile + SystemText()});
+      return;
+    }
     if (S_ISDIR(target.st_mode)) return LeaveOut(path, kFolderLink);
     if (!S_ISREG(target.st_mode)) return LeaveOut(path, kSpecial);
     std::error_code failed;

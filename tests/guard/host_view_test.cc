@@ -139,6 +139,37 @@ TEST(LookAtHost, UnreadableFileAndFolder_AreSeenAsSuch) {
   EXPECT_EQ(status, 0);
 }
 
+TEST(LookAtHost, FolderThatMayBeListedAndNotEntered_IsUnreadableNotEmpty) {
+  TempFolder folder;
+  folder.File("half/a").File("b").Link("link", "half/a");
+  fs::permissions(folder / "half", fs::perms(0744));
+  const int status = RunInChild({.dropRoot = true}, [&] {
+    const HostView view = Look(folder.Path());
+    if (view.items.at("half").isReadable || !view.items.at("b").isReadable) return 1;
+    if (view.items.at("link").isReadable || view.leftOut.contains("link")) return 2;
+    return NoteOn(view, "half") == "cannot be listed: Permission denied" ? 0 : 3;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST(LookAtHost, TopThatMayBeListedAndNotEntered_IsUnreadable) {
+  TempFolder folder;
+  folder.File("half/a");
+  fs::permissions(folder / "half", fs::perms(0744));
+  const int status = RunInChild({.dropRoot = true}, [&] {
+    return Look(folder / "half").result == HostView::Result::kUnreadable ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST(LookAtHost, FolderWithTheNameOfALeftover_TakesNoPart) {
+  TempFolder folder;
+  folder.File(".quorbix-mine.tmp/letter", "dear");
+  const HostView view = Look(folder.Path());
+  EXPECT_THAT(view.leftovers, IsEmpty());
+  EXPECT_THAT(view.leftOut, ElementsAre(".quorbix-mine.tmp"));
+}
+
 TEST(LookAtHost, KnownFileWithTheSameStamp_IsNotReadAgain) {
   TempFolder folder;
   folder.File("a", "abc");
