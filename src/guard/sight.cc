@@ -69,6 +69,14 @@ void AddNames(const Memory& pending, Memory& memory) {
   }
 }
 
+// A directory whose chain is broken hides what it holds: where the disk is damaged, what it lacks
+// is not taken for deleted.
+void DoubtDeletions(const std::map<std::string, DiskItem>& disk, Memory& memory) {
+  for (Pair& pair : memory.pairs) {
+    if (!disk.contains(DiskKey(pair.disk))) pair.agreed.reset();
+  }
+}
+
 class Looker {
  public:
   Looker(const Places& itsPlaces, const GuardedSyncOptions& itsOptions, const KnownState& known)
@@ -259,6 +267,7 @@ class Looker {
         {.host = sight.host.items, .disk = sight.disk.items, .hostLeftOut = sight.host.leftOut},
         memory);
     Memory known = memory;
+    if (!sight.facts.onDisk.damage.empty()) DoubtDeletions(sight.seen.disk, known);
     BuildNames names;
     if (sight.isFirstMeeting) {
       FirstMeeting meeting = MeetFirst(places.folder, sight.seen);

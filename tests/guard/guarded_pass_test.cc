@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <thread>
@@ -235,6 +236,22 @@ TEST_F(GuardedPassTest, DifferingFats_AreRefused) {
   const GuardedReport report = Pass();
   EXPECT_THAT(HazardsOf(report), testing::Contains(GuardedHazard::kImageUnsound));
   EXPECT_EQ(report.outcome, kRefused);
+}
+
+TEST_F(GuardedPassTest, WhatABrokenDirectoryHeld_IsTakenFromTheFolderWhenAccepted) {
+  folder.File("host/SUB/a.txt", "a").File("host/b.txt", "b").File("host/c.txt", "c");
+  BuildAndAgree();
+  std::vector<std::uint8_t> bytes = test::ReadBytes(Image());
+  const std::string name = "SUB        ";
+  const auto slot = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
+  ASSERT_NE(slot, bytes.end());
+  std::fill_n(slot + 26, 2, std::uint8_t{0});  // its first cluster
+  test::WriteBytes(Image(), bytes);
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kImageUnsound));
+  EXPECT_EQ(Pass({GuardedHazard::kImageUnsound}).outcome, kDone);
+  ASSERT_EQ(OnHost(), (FileTree{{"SUB/a.txt", "a"}, {"b.txt", "b"}, {"c.txt", "c"}}));
+  EXPECT_EQ(OnDisk(), (FileTree{{"SUB/A.TXT", "a"}, {"B.TXT", "b"}, {"C.TXT", "c"}}));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
 }
 
 TEST_F(GuardedPassTest, ImageInsideTheFolder_IsRefusedAndLeftOutWhenAccepted) {
