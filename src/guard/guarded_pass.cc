@@ -34,11 +34,13 @@ GuardedPass::GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsO
     : places(itsPlaces),
       options(itsOptions),
       sight(whatIsSeen),
-      trash(itsPlaces.stateFolder, LocalTimeText(NowNanoseconds())),
+      when(LocalTimeText(NowNanoseconds())),
+      trash(itsPlaces.stateFolder, when),
       host(itsPlaces.folder, whatIsSeen.host.entryStamps, trash, itsOptions.stop) {}
 
 Progress GuardedPass::Run() {
-  Progress progress = MendCutOff();
+  Progress progress = KeepDamagedState();
+  if (progress.IsDone()) progress = MendCutOff();
   if (progress.IsDone() && HasToAct()) progress = SavePending();
   if (progress.IsDone()) progress = ChangeHost();
   if (progress.IsDone() && sight.plan.needsImage) progress = ChangeImage();
@@ -63,6 +65,13 @@ bool GuardedPass::IsDone(const GuardedStep& step) const {
 }
 
 bool GuardedPass::HasToAct() const { return !sight.plan.IsEmpty(); }
+
+// Under another name: it may be somebody else's file.
+Progress GuardedPass::KeepDamagedState() {
+  std::string err;
+  if (!sight.facts.state.isDamaged || SetStateAside(places.stateFolder, when, err)) return {};
+  return Progress::Failed(err);
+}
 
 // Ends what a pass had begun that was cut off, or takes away what it had made.
 Progress GuardedPass::MendCutOff() {

@@ -38,6 +38,7 @@ class GuardedPass {
 
  private:
   bool HasToAct() const;
+  Progress KeepDamagedState();
   Progress MendCutOff();
   Progress SavePending();
   Progress ChangeHost();
@@ -48,6 +49,7 @@ class GuardedPass {
   const Places& places;
   const GuardedSyncOptions& options;
   const Sight& sight;
+  const std::string when;
   TrashRun trash;
   HostChanges host;
   std::optional<Pending> pending;  // of this pass

@@ -5,10 +5,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <span>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -16,6 +17,7 @@
 #include "common/fail.h"
 #include "common/host_file.h"
 #include "common/text_bytes.h"
+#include "guard/renames.h"
 #include "guard/system_text.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -24,18 +26,19 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kStateName[] = "state";
-constexpr char kNewStateName[] = "state.new";
+constexpr char kNewStateName[] = ".quorbix-state.tmp";
 constexpr char kLockName[] = "lock";
 
-// "1234", as whoever has the lock wrote it there.
-std::string HolderOf(int file) {
-  std::array<std::uint8_t, 32> text{};
-  const std::ptrdiff_t size = ReadFully(file, text);
-  std::string holder;
-  for (std::ptrdiff_t i = 0; i < size && text[static_cast<std::size_t>(i)] >= '0'; ++i) {
-    holder += static_cast<char>(text[static_cast<std::size_t>(i)]);
-  }
-  return holder.empty() ? "another process" : "process " + holder;
+// "1234", as whoever has the lock wrote it there. Nothing when it says anything else: then it is
+// no lock, but somebody's file of that name.
+std::optional<std::string> HolderIn(int file) {
+  std::array<char, 32> text{};
+  const ::ssize_t size = ::pread(file, text.data(), text.size(), 0);
+  const auto end = text.begin() + std::max<::ssize_t>(size, 0);
+  const auto digits = std::find_if(text.begin(), end, [](char c) { return c < '0' || c > '9'; });
+  const bool isHolder =
+      size >= 0 && end != text.end() && std::all_of(digits, end, [](char c) { return c == '\n'; });
+  return isHolder ? std::optional(std::string(text.begin(), digits)) : std::nullopt;
 }
 
 }  // namespace
@@ -70,6 +73,17 @@ bool SaveState(const fs::path& folder, const State& state, std::string& err) {
   return written || Fail(err, "cannot write " + target.string() + " (" + SystemText() + ")");
 }
 
+bool SetStateAside(const fs::path& folder, const std::string& when, std::string& err) {
+  const fs::path state = folder / kStateName;
+  const std::string name = std::string(kStateName) + "-damaged-" + when;
+  for (int n = 1;; ++n) {
+    const fs::path aside = folder / (n == 1 ? name : name + '#' + std::to_string(n));
+    if (RenameIfFree(AT_FDCWD, state.c_str(), AT_FDCWD, aside.c_str())) return true;
+    if (errno != EEXIST) break;
+  }
+  return Fail(err, "cannot rename " + state.string() + " (" + SystemText() + ")");
+}
+
 bool MakeStateFolder(const fs::path& folder, std::string& err) {
   std::error_code failed;
   fs::create_directories(folder, failed);
@@ -84,13 +98,19 @@ StateLock::Result StateLock::Take(const fs::path& folder, std::string& err) {
     err = "cannot lock " + path.string() + " (" + SystemText() + ")";
     return Result::kFailed;
   }
+  const std::optional<std::string> holder = HolderIn(lock.Get());
   if (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) {
-    err = HolderOf(lock.Get()) + " keeps this pair in step already";
+    err = (!holder || holder->empty() ? "another process" : "process " + *holder) +
+          " keeps this pair in step already";
     return Result::kHeld;
   }
-  const std::string holder = std::to_string(::getpid()) + "\n";
+  if (!holder) {
+    err = path.string() + " is no lock of this program";
+    return Result::kFailed;
+  }
+  const std::string self = std::to_string(::getpid()) + "\n";
   // For the message of others alone: without it they say less.
-  if (::ftruncate(lock.Get(), 0) == 0) static_cast<void>(WriteFully(lock.Get(), AsBytes(holder)));
+  if (::ftruncate(lock.Get(), 0) == 0) static_cast<void>(WriteFully(lock.Get(), AsBytes(self)));
   file = std::move(lock);
   return Result::kTaken;
 }

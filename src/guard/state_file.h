@@ -22,6 +22,11 @@ StateLoad LoadState(const std::filesystem::path& folder, State& state, std::stri
 [[nodiscard]] bool SaveState(const std::filesystem::path& folder, const State& state,
                              std::string& err);
 
+// Gives a state that cannot be used another name, "state-damaged-<when>", where nothing has it yet.
+// On failure returns false and says why in `err`.
+[[nodiscard]] bool SetStateAside(const std::filesystem::path& folder, const std::string& when,
+                                 std::string& err);
+
 // Makes the folder when it is missing.
 [[nodiscard]] bool MakeStateFolder(const std::filesystem::path& folder, std::string& err);
 

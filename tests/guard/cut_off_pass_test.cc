@@ -270,7 +270,8 @@ class CutOffPass : public testing::TestWithParam<Way> {
     }
     for (const auto& entry : fs::directory_iterator(StateFolder())) {
       const std::string name = entry.path().filename();
-      EXPECT_TRUE(name == "state" || name == "lock" || name == "trash" || name == "state.new")
+      EXPECT_TRUE(name == "state" || name == "lock" || name == "trash" ||
+                  name == ".quorbix-state.tmp")
           << name;
     }
   }

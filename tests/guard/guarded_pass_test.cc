@@ -220,6 +220,18 @@ TEST_F(GuardedPassTest, DamagedState_IsRefusedAndMergedWhenAccepted) {
   EXPECT_EQ(Pass().outcome, kNothingToDo);
 }
 
+TEST_F(GuardedPassTest, DamagedState_IsKeptUnderAnotherName) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  test::WriteWholeFile(StateFolder() / "state", "my own notes");
+  EXPECT_EQ(Pass({GuardedHazard::kStateDamaged}).outcome, kNothingToDo);
+  std::vector<std::string> kept;
+  for (const auto& [path, content] : folder.Files("DISK.IMG.sync")) {
+    if (path.starts_with("state-damaged-")) kept.push_back(content);
+  }
+  EXPECT_THAT(kept, ElementsAre("my own notes"));
+}
+
 TEST_F(GuardedPassTest, ResizedImage_IsRefused) {
   folder.File("host/a.txt", "a");
   BuildAndAgree();

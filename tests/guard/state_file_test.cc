@@ -116,6 +116,28 @@ TEST(StateLock, ProcessThatEnds_GivesItBack) {
   EXPECT_EQ(lock.Take(folder.Path(), err), StateLock::Result::kTaken) << err;
 }
 
+TEST(StateLock, FileOfThatNameThatIsNoLock_IsLeftAlone) {
+  TempFolder folder;
+  for (const char* text :
+       {"dependencies: 1\n", "12 a\n", "1234567890123456789012345678901234567890"}) {
+    folder.File("lock", text);
+    StateLock lock;
+    std::string err;
+    EXPECT_EQ(lock.Take(folder.Path(), err), StateLock::Result::kFailed);
+    EXPECT_EQ(err, (folder / "lock").string() + " is no lock of this program");
+    EXPECT_FALSE(lock.IsHeld());
+    EXPECT_EQ(folder.Read("lock"), text);
+  }
+}
+
+TEST(StateFile, NeighbourNamedLikeANewState_IsLeftAlone) {
+  TempFolder folder;
+  folder.File("state.new", "mine");
+  std::string err;
+  ASSERT_TRUE(SaveState(folder.Path(), Known(), err)) << err;
+  EXPECT_EQ(folder.Read("state.new"), "mine");
+}
+
 TEST(MakeStateFolder, Parents_AreMadeToo) {
   TempFolder folder;
   std::string err;
