@@ -27,6 +27,12 @@ using Kind = GuardedStep::Kind;
 
 constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 
+// Whether the file is an image that has another id: not one that a pass was about to make.
+bool IsAnotherImage(const fs::path& file, std::uint32_t volumeId) {
+  const ImageFacts facts = LookAtDisk(file, nullptr).facts;
+  return facts.state == ImageFacts::State::kPresent && facts.volumeId != volumeId;
+}
+
 }  // namespace
 
 GuardedPass::GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsOptions,
@@ -88,8 +94,10 @@ Progress GuardedPass::MendCutOff() {
     if (!progress.IsDone()) return progress;
   }
   if (!StampAt(whole)) return {};
-  // Beside an image that has been replaced lies the one that was.
-  if (sight.cutOff == CutOff::kReplaced && !isInPlace) {
+  // Beside an image that has been replaced lies the one that was; so it does when somebody has put
+  // yet another one in its place since.
+  const bool holdsOld = sight.cutOff == CutOff::kReplaced || IsAnotherImage(whole, cut.volumeId);
+  if (holdsOld && !isInPlace) {
     std::vector<fs::path> placesInTrash;
     Progress progress;
     const std::string name = places.image.filename().string();

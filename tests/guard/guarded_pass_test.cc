@@ -1,3 +1,5 @@
+#include "guard/guarded_pass.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -9,6 +11,8 @@
 #include <thread>
 
 #include "guard/guarded_pair.h"
+#include "guard/sight.h"
+#include "guard/state_file.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace {
@@ -230,6 +234,24 @@ TEST_F(GuardedPassTest, DamagedState_IsKeptUnderAnotherName) {
     if (path.starts_with("state-damaged-")) kept.push_back(content);
   }
   EXPECT_THAT(kept, ElementsAre("my own notes"));
+}
+
+// Killed when the new image had its name and the old one was not in the trash yet; then somebody
+// brought back a backup.
+TEST_F(GuardedPassTest, OldImageBesideABackup_GoesToTheTrash) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  State state;
+  std::string err;
+  ASSERT_EQ(LoadState(StateFolder(), state, err), StateLoad::kLoaded) << err;
+  state.pending = Pending{.memory = state.memory,
+                          .volumeId = state.image->volumeId ^ 1,
+                          .wholeImage = ".quorbix-1-2-3.tmp"};
+  ASSERT_TRUE(SaveState(StateFolder(), state, err)) << err;
+  std::filesystem::copy_file(Image(), folder / ".quorbix-1-2-3.tmp");
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+  EXPECT_FALSE(folder.Exists(".quorbix-1-2-3.tmp"));
+  EXPECT_EQ(InTrash(), (FileTree{{"image replaced DISK.IMG", test::ReadWholeFile(Image())}}));
 }
 
 TEST_F(GuardedPassTest, ResizedImage_IsRefused) {
