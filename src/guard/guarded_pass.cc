@@ -180,15 +180,22 @@ Progress GuardedPass::ChangeImage() {
 }
 
 Progress GuardedPass::Finish() {
+  const auto folder = StampAt(places.folder);
+  const FolderFacts& seen = sight.facts.onHost;
+  const bool wasThere = seen.state == FolderFacts::State::kPresent;
+  // What was agreed on is about the folder that was looked at and about no other, whatever has been
+  // mounted or renamed into its place meanwhile.
+  if (!folder || (wasThere && !(folder->identity == seen.identity))) {
+    return Progress::Busy("the folder " + places.folder.string() + " has been replaced");
+  }
   const std::int64_t now = NowNanoseconds();
   after = {.memory = sight.plan.after,
-           .folder = sight.state.folder,
+           .folder = folder->identity,
            .image = SeenImage{.volumeId = sight.facts.onDisk.volumeId,
                               .stamp = sight.disk.stamp,
                               .taken = sight.disk.taken},
            .seen = sight.host.seen,
            .lastReadInFull = sight.state.lastReadInFull};
-  if (const auto status = StampAt(places.folder)) after.folder = status->identity;
   if (sight.host.wasAllRead && !sight.host.seen.empty()) {
     after.lastReadInFull = now / kNanosecondsPerSecond;
   }

@@ -80,6 +80,7 @@ class HostLooker {
                    const Descriptor& folder) {
     struct ::stat status;
     if (::fstat(folder.Get(), &status) == 0) {
+      if (path.empty()) view.identity = StampOf(status).identity;
       view.latestFolderChange = std::max(view.latestFolderChange, ToNanoseconds(status.st_mtim));
     }
     for (const ListedEntry& entry : listing.entries) {

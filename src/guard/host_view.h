@@ -48,6 +48,7 @@ struct HostView {
   std::string busyPath{};
   std::string error{};
 
+  Identity identity{};  // of the folder that was listed
   std::map<std::string, HostItem> items{};
   std::set<std::string> leftOut{};
   std::vector<GuardedNote> notes{};            // why they are left out

@@ -153,6 +153,7 @@ class Looker {
                              .stop = options.stop});
     switch (sight.host.result) {
       case HostView::Result::kComplete:
+        facts.identity = sight.host.identity;
         return true;
       case HostView::Result::kUnreadable:
         facts.state = FolderFacts::State::kUnreadable;

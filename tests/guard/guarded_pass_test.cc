@@ -254,6 +254,20 @@ TEST_F(GuardedPassTest, OldImageBesideABackup_GoesToTheTrash) {
   EXPECT_EQ(InTrash(), (FileTree{{"image replaced DISK.IMG", test::ReadWholeFile(Image())}}));
 }
 
+TEST_F(GuardedPassTest, FolderThatIsReplacedMeanwhile_IsNotAgreedOn) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  GuestWrites("NEW.TXT", "n");
+  const Places places = FindPlaces(Image(), Host(), {});
+  KnownState known;
+  known.load = LoadState(StateFolder(), known.state, known.error);
+  const Sight sight = Look(places, options, known);
+  std::filesystem::rename(Host(), folder / "moved");
+  folder.Folder("host");
+  EXPECT_EQ(GuardedPass(places, options, sight).Run().result, Progress::Result::kBusy);
+  EXPECT_THAT(HazardsOf(Pass()), testing::Contains(GuardedHazard::kFolderReplaced));
+}
+
 TEST_F(GuardedPassTest, ResizedImage_IsRefused) {
   folder.File("host/a.txt", "a");
   BuildAndAgree();
