@@ -61,12 +61,21 @@ Progress ImageChange::Save(const Fat16Image& made, const fs::path& whole,
                            const std::map<std::string, DiskItem>& expected) {
   Descriptor file = OpenHostPath(whole.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
   if (!file) return Failed("make the new image", whole);
+  Progress progress = SaveTo(file, made, whole);
+  if (progress.IsDone()) progress = Verify(whole, expected);
+  // It would take the room that the next pass needs.
+  if (!progress.IsDone()) ::unlink(whole.c_str());
+  return progress;
+}
+
+Progress ImageChange::SaveTo(Descriptor& file, const Fat16Image& made,
+                             const fs::path& whole) const {
   const bool written = made.WriteTo(file.Get(), [this] { return !IsStopped(); });
   if (IsStopped()) return Progress::Stopped();
   if (!written || !TakeAfter(file.Get(), path) || ::fsync(file.Get()) != 0 || !file.Close()) {
     return Failed("write the new image", whole);
   }
-  return Verify(whole, expected);
+  return {};
 }
 
 Progress ImageChange::Verify(const fs::path& whole,

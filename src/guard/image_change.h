@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 
+#include "common/descriptor.h"
 #include "fat16/fat16_image.h"
 #include "guard/host_changes.h"
 #include "guard/model.h"
@@ -38,6 +39,8 @@ class ImageChange {
  private:
   bool IsStopped() const { return stopFlag != nullptr && *stopFlag; }
   bool IsAsSeen(const std::filesystem::path& file) const;
+  Progress SaveTo(Descriptor& file, const Fat16Image& made,
+                  const std::filesystem::path& whole) const;
   Progress Verify(const std::filesystem::path& whole,
                   const std::map<std::string, DiskItem>& expected) const;
   Progress RenameByLink(const std::filesystem::path& whole, const std::filesystem::path& place);

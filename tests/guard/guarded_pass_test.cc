@@ -13,6 +13,7 @@
 #include "guard/guarded_pair.h"
 #include "guard/sight.h"
 #include "guard/state_file.h"
+#include "support/child_process.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace {
@@ -266,6 +267,18 @@ TEST_F(GuardedPassTest, FolderThatIsReplacedMeanwhile_IsNotAgreedOn) {
   folder.Folder("host");
   EXPECT_EQ(GuardedPass(places, options, sight).Run().result, Progress::Result::kBusy);
   EXPECT_THAT(HazardsOf(Pass()), testing::Contains(GuardedHazard::kFolderReplaced));
+}
+
+TEST_F(GuardedPassTest, NewImageThatCannotBeWritten_IsRemovedAtOnce) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.File("host/b.txt", "b");
+  const int status = test::RunInChild({.fileSizeLimit = kImageBytes / 2},
+                                      [&] { return Sync()->Pass().outcome == kFailed ? 0 : 1; });
+  EXPECT_EQ(status, 0);
+  for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
+    EXPECT_FALSE(entry.path().filename().string().starts_with(".")) << entry.path();
+  }
 }
 
 TEST_F(GuardedPassTest, ResizedImage_IsRefused) {
