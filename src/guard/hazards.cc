@@ -129,7 +129,7 @@ void CheckNesting(const Facts& facts, Collector& found) {
   const NestingFacts& nesting = facts.nesting;
   if (nesting.imageInFolder || nesting.stateInFolder || nesting.folderInState) {
     found.Add(
-        kNested, true,
+        kNested, !nesting.folderInState,
         nesting.imageInFolder
             ? "the image " + facts.image +
                   " lies in the folder that it is kept in step with: "

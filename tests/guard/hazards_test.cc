@@ -93,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(
                             [](Facts& f) { f.nesting.imageInFolder = true; }},
                     SideRow{"StateInTheFolder", GuardedHazard::kNested, true,
                             [](Facts& f) { f.nesting.stateInFolder = true; }},
-                    SideRow{"FolderInTheState", GuardedHazard::kNested, true,
+                    SideRow{"FolderInTheState", GuardedHazard::kNested, false,
                             [](Facts& f) { f.nesting.folderInState = true; }},
                     SideRow{"StateDamaged", GuardedHazard::kStateDamaged, true,
                             [](Facts& f) { f.state.isDamaged = true; }},

@@ -49,7 +49,7 @@ enum class GuardedHazard {
   kKindClash,         // a file on one side where the other has a folder; accepted: both stay, under
                       // different names
   kNested,            // the image or the state lies in the folder, or the folder in the state;
-                      // accepted: they take no part
+                      // accepted: they take no part. The last cannot be accepted
   kNoRoom,            // on the file system of the folder or of the image; accepted: it is tried
   kStateDamaged,      // what was remembered cannot be read; accepted: both sides meet for the first
                       // time, and nothing is deleted
