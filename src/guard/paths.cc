@@ -29,7 +29,7 @@ bool IsOwnTemporaryName(std::string_view name) {
 }
 
 bool StaysInside(std::string_view path) {
-  if (path.find('\0') != path.npos) return false;
+  if (path.find('\0') != std::string_view::npos) return false;
   for (;;) {
     const std::size_t end = std::min(path.find('/'), path.size());
     const std::string_view element = path.substr(0, end);

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <optional>
 #include <string_view>
@@ -34,11 +35,11 @@ constexpr char kLockName[] = "lock";
 std::optional<std::string> HolderIn(int file) {
   std::array<char, 32> text{};
   const ::ssize_t size = ::pread(file, text.data(), text.size(), 0);
-  const auto end = text.begin() + std::max<::ssize_t>(size, 0);
-  const auto digits = std::find_if(text.begin(), end, [](char c) { return c < '0' || c > '9'; });
-  const bool isHolder =
-      size >= 0 && end != text.end() && std::all_of(digits, end, [](char c) { return c == '\n'; });
-  return isHolder ? std::optional(std::string(text.begin(), digits)) : std::nullopt;
+  const std::string_view said(text.data(), static_cast<std::size_t>(std::max<::ssize_t>(size, 0)));
+  const std::size_t digits = std::min(said.find_first_not_of("0123456789"), said.size());
+  const bool isHolder = size >= 0 && said.size() < text.size() &&
+                        said.find_first_not_of('\n', digits) == std::string_view::npos;
+  return isHolder ? std::optional(std::string(said.substr(0, digits))) : std::nullopt;
 }
 
 }  // namespace
