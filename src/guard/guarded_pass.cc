@@ -172,8 +172,12 @@ Progress GuardedPass::ChangeImage() {
     }
   } else if (progress.IsDone()) {
     const std::string writer = FindWriter(places.image);
-    progress = writer.empty() ? change.Rename(whole)
-                              : Progress::Busy(writer + " has the image open for writing");
+    if (writer.empty()) {
+      progress = change.Rename(whole);
+    } else {
+      ::unlink(whole.c_str());
+      progress = Progress::Busy(writer + " has the image open for writing");
+    }
   }
   isImageDone = progress.IsDone();
   return progress;

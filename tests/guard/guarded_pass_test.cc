@@ -1,5 +1,6 @@
 #include "guard/guarded_pass.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <functional>
 #include <thread>
 
+#include "common/host_file.h"
 #include "guard/guarded_pair.h"
 #include "guard/sight.h"
 #include "guard/state_file.h"
@@ -276,6 +278,21 @@ TEST_F(GuardedPassTest, NewImageThatCannotBeWritten_IsRemovedAtOnce) {
   const int status = test::RunInChild({.fileSizeLimit = kImageBytes / 2},
                                       [&] { return Sync()->Pass().outcome == kFailed ? 0 : 1; });
   EXPECT_EQ(status, 0);
+  for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
+    EXPECT_FALSE(entry.path().filename().string().starts_with(".")) << entry.path();
+  }
+}
+
+TEST_F(GuardedPassTest, ImageThatIsOpenedMeanwhile_LeavesNoNewOneBehind) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.File("host/b.txt", "b");
+  const Places places = FindPlaces(Image(), Host(), {});
+  KnownState known;
+  known.load = LoadState(StateFolder(), known.state, known.error);
+  const Sight sight = Look(places, options, known);
+  const Descriptor guest = OpenHostFile(Image().c_str(), O_RDWR);
+  EXPECT_EQ(GuardedPass(places, options, sight).Run().result, Progress::Result::kBusy);
   for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
     EXPECT_FALSE(entry.path().filename().string().starts_with(".")) << entry.path();
   }
