@@ -25,6 +25,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr std::string_view kReadFailed = "image could not be read";  // of the source
 constexpr std::uint32_t kFewestClusters = 4085;  // of a volume that everybody takes for FAT16
 // Directories nested thousands deep have paths of gigabytes in all.
 constexpr std::uint64_t kMostPathBytes = std::uint64_t{64} << 20;
@@ -224,6 +225,7 @@ class DiskLooker {
       item.type = EntryType::kFolder;
     } else {
       Hash(record, index, item);
+      if (view.facts.state != ImageFacts::State::kPresent) return false;
     }
     view.items.emplace(key, std::move(item));
     view.entries.emplace(key, entry);
@@ -254,6 +256,8 @@ class DiskLooker {
     std::string err;
     while (item.isReadable) {
       item.isReadable = reader.Next(piece, err);
+      // A disk of the host that fails is no damage of this one.
+      if (err.starts_with(kReadFailed)) return Spoil(ImageFacts::State::kUnreadable, err);
       if (!item.isReadable || piece.empty()) return;
       item.content.hash = HashBytes(piece, item.content.hash);
       if (stopFlag != nullptr && *stopFlag) view.result = DiskView::Result::kStopped;

@@ -1,7 +1,9 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -188,7 +190,30 @@ TEST_F(SyncCommand, SecondSyncOfThePair_IsToldWhoIsFirst) {
   EXPECT_THAT(second.message, MatchesRegex("process [0-9]+ keeps this pair in step already"));
 }
 
+TEST_F(SyncCommand, ImageThatStaysOpenForWriting_IsGivenUpAfterAWhile) {
+  Sync();
+  folder.File("DISK/C.TXT", "new\n");
+  const int writer = ::open(Image().c_str(), O_WRONLY | O_CLOEXEC);
+  const ProgramRun run = Sync();
+  ::close(writer);
+  EXPECT_EQ(run.status, 3);
+  EXPECT_THAT(run.err, HasSubstr("has the image open for writing\n  Nothing is lost"));
+}
+
 // --- restore
+
+TEST_F(SyncCommand, RestoreOfAWholeImage_GivesTheOldDisk) {
+  Sync();
+  const std::string before = ReadWholeFile(Image());
+  folder.File("DISK/C.TXT", "new\n");
+  Sync();
+  const auto items = RunVirtdisk({"restore", Image(), "--json"}).JsonLines();
+  ASSERT_THAT(items, SizeIs(1));
+  EXPECT_EQ(RunVirtdisk({"restore", Image(), items[0]["id"]}).status, 1);  // it would replace
+  const std::string target = (folder / "old.img").string();
+  EXPECT_EQ(RunVirtdisk({"restore", Image(), items[0]["id"], "--to", target}).status, 0);
+  EXPECT_EQ(ReadWholeFile(target), before);
+}
 
 TEST_F(SyncCommand, Restore_ListsAndBringsBack) {
   Sync();
