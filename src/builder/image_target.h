@@ -30,7 +30,7 @@ class ImageTarget final : public PopulationTarget {
   std::uint32_t AddDirectory(const PlacedEntry& entry) override;
   FileResult AddFile(const PlacedEntry& entry) override;
   void Skip(const std::filesystem::path& path, const std::string& reason) override;
-  void PassOver(const std::filesystem::path&) override {}
+  void PassOver(const std::filesystem::path& /*path*/) override {}
 
  private:
   // Directories below the top one are numbered by their clusters.

@@ -77,7 +77,7 @@ Stamp TakeStamp(Line& line) {
 
 // A pass removes that file, or writes over the image from it: none but its own will do.
 bool IsWholeImageName(const std::string& name) {
-  return name.empty() || (IsOwnTemporaryName(name) && name.find('/') == name.npos);
+  return name.empty() || (IsOwnTemporaryName(name) && name.find('/') == std::string_view::npos);
 }
 
 bool ReadMemoryLine(std::string_view kind, Line& line, Memory& memory) {
