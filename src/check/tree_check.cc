@@ -31,9 +31,10 @@ bool IsDirectorySlot(const std::uint8_t* slot) {
 std::string ShownName(const std::uint8_t* slot) {
   std::string name = SlotName(slot);
   if (!name.empty()) return name;
-  name.assign(slot + dir_entry::kExtension, slot + dir_entry::kNameSize);
+  name.assign(1, '.');
+  name.append(slot + dir_entry::kExtension, slot + dir_entry::kNameSize);
   while (name.ends_with(' ')) name.pop_back();
-  return name.insert(0, ".");
+  return name;
 }
 
 bool IsUnusableByte(std::uint8_t byte) {
@@ -228,10 +229,11 @@ std::string TreeCheck::PathOf(std::uint32_t number) const {
 std::string TreeCheck::PathOf(const Node& node) const {
   std::string path;
   for (const Node* part = &node; part != &nodes[kRoot]; part = &nodes[part->parent]) {
-    path.insert(0, ShownName(part->name.data())).insert(0, "/");
+    std::string longer(1, '/');
+    path = longer.append(ShownName(part->name.data())).append(path);
     if (path.size() <= CheckReport::kMostPathBytes) continue;
-    path.erase(0, path.size() - CheckReport::kMostPathBytes);
-    return path.insert(0, kCut);
+    const std::size_t cut = path.size() - CheckReport::kMostPathBytes;
+    return std::string(kCut).append(path, cut);
   }
   return path;
 }
