@@ -30,13 +30,23 @@ EntryKind KindOf(const Entry& entry, std::error_code& error) {
 EntryKind AskKind(const std::filesystem::path& path, std::filesystem::file_type listed,
                   std::error_code& error);
 
+struct EntryAnswer {
+  EntryKind kind = EntryKind::kOther;
+  std::error_code error{};  // of kStatusFailed
+};
+
 // What a population asks of the host.
 struct HostQueries {
   std::function<FolderListing(const std::filesystem::path& folder)> list =
       [](const std::filesystem::path& folder) { return ListFolder(folder.native()); };
-  std::function<EntryKind(const std::filesystem::path& path, std::filesystem::file_type listed,
-                          std::error_code& error)>
-      ask = AskKind;
+  // A record is what comes back: the types of functions that return an enumeration are offered by
+  // the library, whatever -fvisibility says.
+  std::function<EntryAnswer(const std::filesystem::path& path, std::filesystem::file_type listed)>
+      ask = [](const std::filesystem::path& path, std::filesystem::file_type listed) {
+        EntryAnswer answer;
+        answer.kind = AskKind(path, listed, answer.error);
+        return answer;
+      };
 };
 
 }  // namespace quorbix::virtdisk::internal

@@ -64,14 +64,14 @@ class TreePopulation {
     dir.shortNames.insert(shortName);
 
     const PlacedEntry placed{dir.number, shortName, path, entry.type == fs::file_type::symlink};
-    std::error_code statusError;
-    switch (host.ask(path, entry.type, statusError)) {
+    const EntryAnswer answer = host.ask(path, entry.type);
+    switch (answer.kind) {
       case EntryKind::kDirectory:
         return AddSubdirectory(placed);
       case EntryKind::kRegularFile:
         return AddFile(placed);
       case EntryKind::kStatusFailed:
-        target.Skip(path, kStatPrefix + statusError.message());
+        target.Skip(path, kStatPrefix + answer.error.message());
         return true;
       case EntryKind::kOther:
         target.PassOver(path);

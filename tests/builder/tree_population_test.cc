@@ -51,12 +51,11 @@ class TreePopulationTest : public testing::Test {
       for (const ToldKind& told : entries) listing.entries.push_back({told.name});
       return listing;
     };
-    host.ask = [&](const fs::path& path, fs::file_type, std::error_code& error) {
+    host.ask = [&](const fs::path& path, fs::file_type) {
       const auto told = std::find_if(entries.begin(), entries.end(), [&](const ToldKind& entry) {
         return entry.name == path.filename();
       });
-      error = told->error;
-      return told->kind;
+      return EntryAnswer{told->kind, told->error};
     };
     return PopulateDir(image, 0, folder.Path(), err, skipped, host);
   }
