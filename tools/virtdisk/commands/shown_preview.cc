@@ -9,10 +9,10 @@ bool PreviewWithProgress(Console& console, const std::filesystem::path& folder,
                          BuildPreview& preview, std::string& err) {
   Progress progress(console, "looking at files and folders", 0, ProgressUnit::kEntries);
   internal::HostQueries host;
-  host.ask = [&](const std::filesystem::path& path, std::filesystem::file_type listed,
-                 std::error_code& error) {
+  host.ask = [&progress, usual = host.ask](const std::filesystem::path& path,
+                                           std::filesystem::file_type listed) {
     progress.Add(1);
-    return internal::AskKind(path, listed, error);
+    return usual(path, listed);
   };
   return internal::PreviewFolder(folder, host, preview, err);
 }
