@@ -6,9 +6,11 @@
 #include "plain_browser.h"
 
 namespace quorbix::virtdisk::test {
-namespace {
 
 using Bytes = std::vector<std::uint8_t>;
+
+namespace {
+
 using Entries = std::vector<Fat16FsEntry>;
 
 bool SameEntry(const Fat16FsEntry& a, const Fat16FsEntry& b) {

@@ -10,8 +10,6 @@
 namespace quorbix::virtdisk::internal {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
 // A volume of one-sector clusters whose FAT begins in sector 2 and whose cluster 2 is sector 0: no
 // boot sector describes one, but so its words can lie beyond the image's end.
 Fat16FsInfo FatAfterItsClusters() {
@@ -22,8 +20,8 @@ Fat16FsInfo FatAfterItsClusters() {
   return info;
 }
 
-std::uint64_t LengthWithFatBytes(const Bytes& fat) {
-  Bytes image(1024);
+std::uint64_t LengthWithFatBytes(const std::vector<std::uint8_t>& fat) {
+  std::vector<std::uint8_t> image(1024);
   image.insert(image.end(), fat.begin(), fat.end());
   MemorySource source(image);
   ChainTable chains;
@@ -46,7 +44,8 @@ TEST(ChainTable, LastWordOfTheImage_IsFollowed) {
 class UnreadableSource final : public ByteSource {
  public:
   std::uint64_t Size() const override { return 10240; }
-  const std::uint8_t* Read(std::uint64_t, std::size_t, Bytes&, std::string& err) override {
+  const std::uint8_t* Read(std::uint64_t, std::size_t, std::vector<std::uint8_t>&,
+                           std::string& err) override {
     err = "unreadable";
     return nullptr;
   }
@@ -65,7 +64,7 @@ TEST(ChainTable, FatThatCannotBeRead_IsToldAndLeavesNoChain) {
 }
 
 TEST(ChainTable, Clear_ForgetsTheChainsAndTheImage) {
-  Bytes image(1536);
+  std::vector<std::uint8_t> image(1536);
   image[1024 + 4] = 3;
   MemorySource source(image);
   ChainTable chains;
@@ -80,7 +79,7 @@ TEST(ChainTable, Clear_ForgetsTheChainsAndTheImage) {
 }
 
 TEST(ChainTable, Collect_GivesTheClustersInOrderOrNothing) {
-  Bytes image(1024 + 512);
+  std::vector<std::uint8_t> image(1024 + 512);
   image[1024 + 4] = 4;
   image[1024 + 6] = 3;
   MemorySource source(image);
