@@ -1,6 +1,5 @@
 // Image files that fail, shrink or answer in pieces under the reader, at each read in turn.
 
-#include <dlfcn.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include "browser/browser_fixture.h"
 #include "browser/file_source.h"
 #include "browser/volume_index.h"
+#include "support/next_function.h"
 #include "support/temp_folder.h"
 
 namespace {
@@ -29,8 +29,8 @@ std::function<void()> beforePread;
 
 // Stands in front of the C library's function for the whole program.
 extern "C" ssize_t pread(int file, void* buffer, size_t size, off_t offset) {
-  using Pread = ssize_t(int, void*, size_t, off_t);
-  static const auto next = reinterpret_cast<Pread*>(::dlsym(RTLD_NEXT, "pread"));
+  static const auto next =
+      quorbix::virtdisk::test::NextOf<ssize_t(int, void*, size_t, off_t)>("pread");
   ++preads;
   if (beforePread) beforePread();
   if (isInterrupted && preads % 2 == 1) {

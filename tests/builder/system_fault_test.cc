@@ -1,5 +1,4 @@
 #include <dirent.h>
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/types.h>
@@ -15,9 +14,12 @@
 #include "common/byte_order.h"
 #include "support/child_process.h"
 #include "support/image_bytes.h"
+#include "support/next_function.h"
 #include "support/temp_folder.h"
 
 namespace {
+
+using quorbix::virtdisk::test::NextOf;
 
 // What happens to this process: an error after so many entries of a listing (beside "." and ".."),
 // something to do once when a listing ends, an error after so many reads, a close that fails.
@@ -27,11 +29,6 @@ int readsBeforeError = -1;
 bool readsFailFromThenOn = false;
 std::function<void()> atTheNextRead;
 bool closeFails = false;
-
-template <class Function>
-Function* NextOf(const char* name) {
-  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
-}
 
 }  // namespace
 

@@ -2,18 +2,20 @@
 // nothing, and the next one goes on by itself; so does one that is refused any of these calls. The
 // cutting off waits for the pass, not for time: the process counts its calls.
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <functional>
+#include <random>
 #include <string>
 
 #include "guard/contents.h"
@@ -21,8 +23,12 @@
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 #include "support/child_process.h"
 #include "support/memory_folder.h"
+#include "support/next_function.h"
+#include "support/search_effort.h"
 
 namespace {
+
+using quorbix::virtdisk::test::NextOf;
 
 int callsBeforeTheEnd = -1;       // negative: nothing happens
 std::function<int()> atThatCall;  // what happens then; an error, with which the call fails, or 0
@@ -39,11 +45,6 @@ bool IsRefused() {
 int Die() {
   ::raise(SIGKILL);
   return 0;
-}
-
-template <class Function>
-Function* NextOf(const char* name) {
-  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace
@@ -138,8 +139,10 @@ using test::GuestEditor;
 using enum GuardedOutcome;
 
 constexpr int kNeverCut = 1'000'000;
+constexpr int kShortStep = 4;
 
 struct Way {
+  int number;
   const char* name;
   bool inPlace = false;
   bool canExchange = true;
@@ -149,11 +152,23 @@ struct Way {
 constexpr auto kTakeDisk = GuardedSyncOptions::ConflictRule::kTakeDisk;
 constexpr auto kTakeHost = GuardedSyncOptions::ConflictRule::kTakeHost;
 
+// Ends the process then, wherever it is.
+void KillAfter(std::chrono::microseconds time) {
+  ::sigevent event{};
+  event.sigev_notify = SIGEV_SIGNAL;
+  event.sigev_signo = SIGKILL;
+  ::timer_t timer;
+  ASSERT_EQ(::timer_create(CLOCK_MONOTONIC, &event, &timer), 0);
+  ::itimerspec when{};
+  when.it_value.tv_sec = time.count() / 1'000'000;
+  when.it_value.tv_nsec = time.count() % 1'000'000 * 1000;
+  ASSERT_EQ(::timer_settime(timer, 0, &when, nullptr), 0);
+}
+
 // A pair on which everything a pass can do is to be done.
 class CutOffPass : public testing::TestWithParam<Way> {
  protected:
   void SetUp() override {
-    if (!memory.Usable()) GTEST_SKIP() << "no memory file system";
     options.settle = std::chrono::milliseconds(0);
     options.inPlace = GetParam().inPlace;
     options.onConflict = GetParam().onConflict;
@@ -276,9 +291,13 @@ class CutOffPass : public testing::TestWithParam<Way> {
     }
   }
 
+  // Every call, or in the short form some of them; each way takes its own.
+  static int FirstCall() { return test::IsWholeSearch() ? 0 : GetParam().number % kShortStep; }
+  static int Step() { return test::IsWholeSearch() ? 1 : kShortStep; }
+
   int CutAtEveryCall(const AtCall& atCall, const std::function<void()>& afterwards = {}) {
-    int calls = 0;
-    for (bool ended = false; !ended && !HasFailure() && calls < kNeverCut; ++calls) {
+    int calls = FirstCall();
+    for (bool ended = false; !ended && !HasFailure() && calls < kNeverCut; calls += Step()) {
       SCOPED_TRACE("cut off at call " + std::to_string(calls));
       Begin();
       ended = PassToTheEnd(calls, atCall);
@@ -304,7 +323,7 @@ class CutOffPass : public testing::TestWithParam<Way> {
     return all;
   }
 
-  test::MemoryFolder memory;
+  test::MemoryFolder memory = test::MemoryFolder::OrOnDisk();
   GuardedSyncOptions options;
   Contents before;
 };
@@ -312,6 +331,35 @@ class CutOffPass : public testing::TestWithParam<Way> {
 // Half of every write is one more moment.
 TEST_P(CutOffPass, KilledAtAnyCall_LosesNothingAndIsEndedByTheNext) {
   EXPECT_GE(CutAtEveryCall(Die), 50);
+}
+
+// Not at calls but at any moment, also between two instructions.
+TEST_P(CutOffPass, KilledAtAnyMoment_LosesNothingAndIsEndedByTheNext) {
+  std::mt19937 random(static_cast<unsigned>(GetParam().number));
+  Begin();
+  const auto began = std::chrono::steady_clock::now();
+  ASSERT_TRUE(PassToTheEnd(kNeverCut, Die));
+  const std::chrono::microseconds whole = std::chrono::duration_cast<std::chrono::microseconds>(
+      std::chrono::steady_clock::now() - began);
+  ExpectMended();
+  const int kills = test::IsWholeSearch() ? 60 : 6;
+  int ends = 0;
+  for (int kill = 0; kill < kills && !HasFailure(); ++kill) {
+    const std::chrono::microseconds moment(1 +
+                                           random() % static_cast<unsigned long>(whole.count()));
+    SCOPED_TRACE("killed after " + std::to_string(moment.count()) + " microseconds");
+    Begin();
+    const int status = test::RunInChild({}, [&] {
+      KillAfter(moment);
+      canExchange = GetParam().canExchange;
+      Pass();
+      return 0;
+    });
+    EXPECT_TRUE(status == 0 || status == 256 + SIGKILL) << status;
+    if (status == 0) ++ends;
+    ExpectMended();
+  }
+  EXPECT_LT(ends, kills);
 }
 
 TEST_P(CutOffPass, FullDiskAtAnyCall_LosesNothingAndIsEndedByTheNext) {
@@ -347,8 +395,8 @@ TEST_P(CutOffPass, FolderThatVanishesAtAnyCall_LosesNothing) {
 }
 
 TEST_P(CutOffPass, EditsAtAnyCall_AreLeftForTheNextPass) {
-  int calls = 0;
-  for (bool ended = false; !ended && !HasFailure(); ++calls) {
+  int calls = FirstCall();
+  for (bool ended = false; !ended && !HasFailure(); calls += Step()) {
     SCOPED_TRACE("edited at call " + std::to_string(calls));
     Begin();
     ended = PassToTheEnd(calls, [&] {
@@ -375,10 +423,11 @@ TEST_P(CutOffPass, EditsAtAnyCall_AreLeftForTheNextPass) {
 
 INSTANTIATE_TEST_SUITE_P(
     Ways, CutOffPass,
-    testing::Values(Way{.name = "Renamed"}, Way{.name = "InPlace", .inPlace = true},
-                    Way{.name = "WithoutExchange", .canExchange = false},
-                    Way{.name = "TakingTheDisks", .onConflict = kTakeDisk},
-                    Way{.name = "TakingTheHosts", .inPlace = true, .onConflict = kTakeHost}),
+    testing::Values(
+        Way{.number = 0, .name = "Renamed"}, Way{.number = 1, .name = "InPlace", .inPlace = true},
+        Way{.number = 2, .name = "WithoutExchange", .canExchange = false},
+        Way{.number = 3, .name = "TakingTheDisks", .onConflict = kTakeDisk},
+        Way{.number = 4, .name = "TakingTheHosts", .inPlace = true, .onConflict = kTakeHost}),
     [](const auto& way) { return way.param.name; });
 
 }  // namespace

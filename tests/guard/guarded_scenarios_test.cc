@@ -14,6 +14,7 @@
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 #include "support/guest_editor.h"
 #include "support/memory_folder.h"
+#include "support/search_effort.h"
 #include "support/temp_folder.h"
 
 // Random edits on both sides, restarts, refusals and conflicts, against the one property that
@@ -331,10 +332,9 @@ unsigned FromEnvironment(const char* name, unsigned otherwise) {
 }
 
 TEST(GuardedScenarios, RandomEdits_LoseNothing) {
-  const test::MemoryFolder folder;
-  if (!folder.Usable()) GTEST_SKIP() << "no memory file system";
+  const auto folder = test::MemoryFolder::OrOnDisk();
   const unsigned first = FromEnvironment("GUARDED_FIRST_SEED", 1);
-  const unsigned count = FromEnvironment("GUARDED_SCENARIOS", 200);
+  const unsigned count = FromEnvironment("GUARDED_SCENARIOS", test::IsWholeSearch() ? 3000 : 100);
   for (unsigned seed = first; seed < first + count && !HasFailure(); ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     Scenario(folder.Path() / "scenario", seed).Run();

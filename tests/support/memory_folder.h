@@ -13,10 +13,11 @@ namespace quorbix::virtdisk::test {
 // holds times that others do not.
 class MemoryFolder {
  public:
-  MemoryFolder() {
-    std::string name = "/dev/shm/virtdisk-test-XXXXXX";
-    if (::mkdtemp(name.data()) != nullptr) root = name;
-  }
+  MemoryFolder() { MakeIn("/dev/shm"); }
+
+  // For what only wants to be quick.
+  static MemoryFolder OrOnDisk() { return MemoryFolder(std::filesystem::temp_directory_path()); }
+
   ~MemoryFolder() {
     std::error_code ignored;
     if (Usable()) std::filesystem::remove_all(root, ignored);
@@ -28,6 +29,16 @@ class MemoryFolder {
   const std::filesystem::path& Path() const { return root; }
 
  private:
+  explicit MemoryFolder(const std::filesystem::path& otherwise) {
+    MakeIn("/dev/shm");
+    if (!Usable()) MakeIn(otherwise);
+  }
+
+  void MakeIn(const std::filesystem::path& folder) {
+    std::string name = folder / "virtdisk-test-XXXXXX";
+    if (::mkdtemp(name.data()) != nullptr) root = name;
+  }
+
   std::filesystem::path root;
 };
 

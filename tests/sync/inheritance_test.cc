@@ -1,6 +1,5 @@
 // A host that starts programs must not hand them the library's open files.
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,10 +12,13 @@
 
 #include "quorbix/virtdisk/fat_image_builder.h"
 #include "support/guest_editor.h"
+#include "support/next_function.h"
 #include "support/temp_folder.h"
 #include "sync/sync_pass.h"
 
 namespace {
+
+using quorbix::virtdisk::test::NextOf;
 
 // What was opened so that a program started meanwhile would inherit it.
 bool watching = false;
@@ -24,11 +26,6 @@ std::vector<std::string>* inheritable = nullptr;
 
 void Note(const char* path, bool closesOnExec) {
   if (watching && !closesOnExec) inheritable->push_back(path);
-}
-
-template <class Function>
-Function* NextOf(const char* name) {
-  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
 }
 
 FILE* NotedOpen(const char* function, const char* path, const char* mode) {

@@ -2,7 +2,6 @@
 // what it began. The killing waits for the pass, not for time: the process ends itself at a given
 // call of the system.
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -15,10 +14,13 @@
 #include <string>
 
 #include "support/child_process.h"
+#include "support/next_function.h"
 #include "sync/sync_pass.h"
 #include "sync/synced_disk.h"
 
 namespace {
+
+using quorbix::virtdisk::test::NextOf;
 
 int callsBeforeTheEnd = -1;  // negative: the process lives on
 
@@ -26,11 +28,6 @@ bool IsTheLast() { return callsBeforeTheEnd >= 0 && callsBeforeTheEnd-- == 0; }
 
 void EndIfLast() {
   if (IsTheLast()) ::raise(SIGKILL);
-}
-
-template <class Function>
-Function* NextOf(const char* name) {
-  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <random>
 #include <set>
 
+#include "support/search_effort.h"
 #include "sync/sync_pass.h"
 #include "sync/synced_disk.h"
 
@@ -19,8 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using test::GuestEditor;
-
-constexpr int kScenarios = 1000;
 
 std::string Lower(std::string text) {
   for (char& c : text) {
@@ -305,7 +304,8 @@ void WorkInMemoryIfPossible() {
 
 TEST(SyncModel, RandomScenarios_AgreeWithTheDecisionTable) {
   WorkInMemoryIfPossible();
-  for (unsigned seed = 0; seed < kScenarios; ++seed) {
+  const unsigned scenarios = test::IsWholeSearch() ? 1000 : 200;
+  for (unsigned seed = 0; seed < scenarios; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     Scenario(seed).Run();
     ASSERT_FALSE(HasFailure());

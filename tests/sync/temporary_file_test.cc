@@ -1,7 +1,6 @@
 // What others can do to the temporary file of a write, and see of it, between one call of the
 // system and the next.
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -11,19 +10,17 @@
 #include <string>
 #include <utility>
 
+#include "support/next_function.h"
 #include "support/temp_folder.h"
 #include "sync/host_write.h"
 
 namespace {
 
+using quorbix::virtdisk::test::NextOf;
+
 // Something to do once before a file is created, and before a file's mode is set.
 std::function<void()> beforeCreating;
 std::function<void(int file)> beforeSettingTheMode;
-
-template <class Function>
-Function* NextOf(const char* name) {
-  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
-}
 
 }  // namespace
 

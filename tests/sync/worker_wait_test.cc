@@ -1,6 +1,5 @@
 // How the worker waits: for what deadline, against which wake-ups, and with which lock.
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -10,6 +9,7 @@
 #include <ctime>
 #include <mutex>
 
+#include "support/next_function.h"
 #include "sync/folder_sync_manager.h"
 #include "sync/wait_until.h"
 
@@ -28,8 +28,7 @@ std::atomic<pthread_mutex_t*> waitMutex = nullptr;
 extern "C" int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                       clockid_t clock, const timespec* deadline) {
   using Function = int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
-  static const auto next =
-      reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, "pthread_cond_clockwait"));
+  static const auto next = quorbix::virtdisk::test::NextOf<Function>("pthread_cond_clockwait");
   lastDeadline = deadline->tv_sec * std::int64_t{1'000'000'000} + deadline->tv_nsec;
   if (waits++ == 0) firstDeadline = lastDeadline.load();
   waitMutex = mutex;
