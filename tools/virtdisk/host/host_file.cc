@@ -2,9 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <string>
@@ -22,7 +20,6 @@ namespace fs = std::filesystem;
 
 constexpr char kCannotRead[] = "cannot read ";
 constexpr char kCannotWrite[] = "cannot write ";
-constexpr std::size_t kLargestStep = std::size_t{1} << 30U;  // bytes moved by one system call
 
 bool FailOn(std::string& err, const char* what, const fs::path& path, std::string reason) {
   err = what + path.string() + ": " + std::move(reason);
@@ -42,20 +39,6 @@ bool OpenToRead(const fs::path& path, internal::Descriptor& file, std::uint64_t&
   return true;
 }
 
-bool ReadAll(int file, std::vector<std::uint8_t>& bytes) {
-  std::size_t done = 0;
-  while (done < bytes.size()) {
-    const ::ssize_t got =
-        ::read(file, bytes.data() + done, std::min(bytes.size() - done, kLargestStep));
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return false;
-    if (got == 0) break;
-    done += static_cast<std::size_t>(got);
-  }
-  bytes.resize(done);
-  return true;
-}
-
 }  // namespace
 
 std::string SystemText(int error) { return std::generic_category().message(error); }
@@ -71,10 +54,10 @@ bool ReadHostFile(const fs::path& path, std::vector<std::uint8_t>& bytes, std::s
   std::uint64_t size = 0;
   if (!OpenToRead(path, file, size, err)) return false;
   bytes.resize(static_cast<std::size_t>(size));
-  if (ReadAll(file.Get(), bytes)) return true;
+  const std::ptrdiff_t got = internal::ReadFully(file.Get(), bytes);
   const int error = errno;
-  bytes.clear();
-  return FailOn(err, kCannotRead, path, SystemText(error));
+  bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+  return got >= 0 || FailOn(err, kCannotRead, path, SystemText(error));
 }
 
 bool WriteHostFile(const fs::path& path, std::span<const std::uint8_t> bytes, std::string& err) {
