@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -22,12 +21,6 @@ std::string SystemText() { return std::generic_category().message(errno); }
 
 bool FailToOpen(std::string& err, std::string_view reason) {
   err = kCannotOpen;
-  err += reason;
-  return false;
-}
-
-bool FailToRead(std::string& err, std::string_view reason) {
-  err = kCannotRead;
   err += reason;
   return false;
 }
@@ -85,6 +78,13 @@ const std::uint8_t* FileSource::BlockAt(std::uint64_t block, std::string& err) {
   if (!ReadFromFile(offset, data, count, err)) return nullptr;
   blocks[place] = block;
   return data;
+}
+
+bool FileSource::FailToRead(std::string& err, std::string_view reason) {
+  failure = kCannotRead;
+  failure += reason;
+  err = failure;
+  return false;
 }
 
 bool FileSource::ReadFromFile(std::uint64_t offset, std::uint8_t* data, std::size_t count,

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "browser/byte_source.h"
@@ -33,6 +34,9 @@ class FileSource final : public ByteSource {
   const std::uint8_t* Read(std::uint64_t offset, std::size_t count,
                            std::vector<std::uint8_t>& buffer, std::string& err) override;
 
+  // Why the latest read that failed did: as its `err` said. Empty: none has failed.
+  const std::string& Failure() const { return failure; }
+
   // How many bytes the system gave so far.
   std::uint64_t BytesRead() const { return bytesRead; }
 
@@ -46,10 +50,12 @@ class FileSource final : public ByteSource {
 
   const std::uint8_t* BlockAt(std::uint64_t block, std::string& err);
   bool ReadFromFile(std::uint64_t offset, std::uint8_t* data, std::size_t count, std::string& err);
+  bool FailToRead(std::string& err, std::string_view reason);
 
   int file = -1;           // its descriptor
   std::uint64_t size = 0;  // bytes
   std::uint64_t bytesRead = 0;
+  std::string failure;
   // A block of the file has one place in the cache, where the one read last stays.
   std::array<std::uint64_t, kBlockCount> blocks{};
   std::vector<std::uint8_t> cache;

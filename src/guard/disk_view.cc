@@ -25,7 +25,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::string_view kReadFailed = "image could not be read";  // of the source
 constexpr std::uint32_t kFewestClusters = 4085;  // of a volume that everybody takes for FAT16
 // Directories nested thousands deep have paths of gigabytes in all.
 constexpr std::uint64_t kMostPathBytes = std::uint64_t{64} << 20;
@@ -97,15 +96,22 @@ class DiskLooker {
     std::string err;
     const auto source = FileSource::Open(image, err);
     if (!source) return Spoil(ImageFacts::State::kUnreadable, err);
+    LookInto(*source);
+    // A disk of the host that fails is no damage of this one.
+    if (!source->Failure().empty()) Spoil(ImageFacts::State::kUnreadable, source->Failure());
+  }
+
+  void LookInto(FileSource& source) {
+    std::string err;
     Fat16FsInfo info;
-    if (!DescribeVolume(*source, info, err)) return Spoil(ImageFacts::State::kNoFat16, err);
-    if (!TakeDescription(info, *source)) return;
-    VolumeIndex index(*source);
+    if (!DescribeVolume(source, info, err)) return Spoil(ImageFacts::State::kNoFat16, err);
+    if (!TakeDescription(info, source)) return;
+    VolumeIndex index(source);
     if (!index.Parse(err, VolumeIndex::Hidden::kCollect)) {
       return Spoil(ImageFacts::State::kCutShort, err);
     }
-    if (!TakeLabel(info, *source) || !Check(*source)) return;
-    TakeRecords(index, *source);
+    if (!TakeLabel(info, source) || !Check(source)) return;
+    TakeRecords(index, source);
     NoteHidden(index);
   }
 
@@ -148,10 +154,7 @@ class DiskLooker {
                   std::array<std::uint8_t, kSectorBytes>& sector) {
     std::string err;
     const std::uint8_t* bytes = source.Read(offset, sector.size(), buffer, err);
-    if (bytes == nullptr) {
-      Spoil(ImageFacts::State::kUnreadable, err);
-      return false;
-    }
+    if (bytes == nullptr) return false;
     std::copy_n(bytes, sector.size(), sector.begin());
     return true;
   }
@@ -163,10 +166,7 @@ class DiskLooker {
       std::string err;
       const std::uint8_t* bytes =
           source.Read(root + std::uint64_t{slot} * dir_entry::kSize, dir_entry::kSize, buffer, err);
-      if (bytes == nullptr) {
-        Spoil(ImageFacts::State::kUnreadable, err);
-        return false;
-      }
+      if (bytes == nullptr) return false;
       if (bytes[0] == dir_entry::kNeverUsed) return true;
       if (IsSkippedSlot(bytes) || !IsVolumeLabel(bytes)) continue;
       view.rootLabel.assign(reinterpret_cast<const char*>(bytes), dir_entry::kNameSize);
@@ -194,7 +194,7 @@ class DiskLooker {
     return true;
   }
 
-  void TakeRecords(const VolumeIndex& index, ByteSource& source) {
+  void TakeRecords(const VolumeIndex& index, FileSource& source) {
     std::uint64_t pathBytes = 0;
     for (const EntryRecord& record : index.Records()) pathBytes += record.pathLength;
     if (pathBytes > kMostPathBytes) {
@@ -208,7 +208,8 @@ class DiskLooker {
     }
   }
 
-  bool TakeRecord(const EntryRecord& record, const VolumeIndex& index, ByteSource& source) {
+  // False: the image cannot be read any more.
+  bool TakeRecord(const EntryRecord& record, const VolumeIndex& index, FileSource& source) {
     std::string path = index.PathOf(record);
     const std::string name(record.Name());
     const bool isBelowDropped =
@@ -225,7 +226,7 @@ class DiskLooker {
       item.type = EntryType::kFolder;
     } else {
       Hash(record, index, item);
-      if (view.facts.state != ImageFacts::State::kPresent) return false;
+      if (!source.Failure().empty()) return false;
     }
     view.items.emplace(key, std::move(item));
     view.entries.emplace(key, entry);
@@ -235,10 +236,7 @@ class DiskLooker {
   bool TakeSlot(ByteSource& source, DiskItem& item, DiskEntry& entry) {
     std::string err;
     const std::uint8_t* slot = source.Read(entry.slotOffset, dir_entry::kSize, buffer, err);
-    if (slot == nullptr) {
-      Spoil(ImageFacts::State::kUnreadable, err);
-      return false;
-    }
+    if (slot == nullptr) return false;
     item.shortName.assign(reinterpret_cast<const char*>(slot), dir_entry::kNameSize);
     std::copy_n(slot + dir_entry::kAttributes, entry.marks.size(), entry.marks.begin());
     return true;
@@ -256,8 +254,6 @@ class DiskLooker {
     std::string err;
     while (item.isReadable) {
       item.isReadable = reader.Next(piece, err);
-      // A disk of the host that fails is no damage of this one.
-      if (err.starts_with(kReadFailed)) return Spoil(ImageFacts::State::kUnreadable, err);
       if (!item.isReadable || piece.empty()) return;
       item.content.hash = HashBytes(piece, item.content.hash);
       if (stopFlag != nullptr && *stopFlag) view.result = DiskView::Result::kStopped;

@@ -2,48 +2,40 @@
 
 #include <sys/stat.h>
 
-#include <span>
-#include <vector>
-
 #include "common/host_file.h"
+#include "guard/host_content.h"
 #include "quorbix/virtdisk/build_preview.h"
-#include "sync/hash_bytes.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t kReadAtOnce = std::size_t{256} * 1024;
-
-bool Says(const fs::path& file, const Content& content) {
+bool Says(const fs::path& file, const Content& content, HostContentReader& reader) {
   struct ::stat status;
   const Descriptor opened = OpenRegularFile(file.c_str(), status);
   if (!opened || static_cast<std::uint64_t>(status.st_size) != content.size) return false;
-  std::vector<std::uint8_t> buffer(kReadAtOnce);
-  std::uint64_t hash = kEmptyHash;
-  for (;;) {
-    const std::ptrdiff_t got = ReadFully(opened.Get(), buffer);
-    if (got < 0) return false;
-    if (got == 0) return hash == content.hash;
-    hash = HashBytes(std::span(buffer).first(static_cast<std::size_t>(got)), hash);
-  }
+  Content found;
+  return reader.Read(opened.Get(), found) && found == content;
 }
 
 // Whether a build has made the entry of the disk from this entry of the folder, and no machine has
 // touched it since.
-bool IsMadeFrom(const BuildPreviewEntry& entry, const fs::path& folder, const DiskItem& item) {
+bool IsMadeFrom(const BuildPreviewEntry& entry, const fs::path& folder, const DiskItem& item,
+                HostContentReader& reader) {
   if (item.isDated || !item.isReadable) return false;
   if (entry.isDirectory || item.type == EntryType::kFolder) {
     return entry.isDirectory && item.type == EntryType::kFolder;
   }
-  return entry.bytes == item.content.size && Says(folder / entry.hostPath, item.content);
+  return entry.bytes == item.content.size && Says(folder / entry.hostPath, item.content, reader);
 }
 
 }  // namespace
 
-FirstMeeting MeetFirst(const fs::path& folder, const Observation& seen) {
+FirstMeeting MeetFirst(const fs::path& folder, const Observation& seen,
+                       const std::atomic<bool>* stop) {
   FirstMeeting meeting;
+  HostContentReader reader(stop);
   BuildPreview preview;
   std::string ignoredError;
   // Without a preview, only names that are their own short names find each other.
@@ -56,7 +48,7 @@ FirstMeeting MeetFirst(const fs::path& folder, const Observation& seen) {
       continue;
     }
     const auto item = seen.disk.find(DiskKey(disk));
-    if (item != seen.disk.end() && IsMadeFrom(entry, folder, item->second)) {
+    if (item != seen.disk.end() && IsMadeFrom(entry, folder, item->second, reader)) {
       meeting.ignored.emplace(item->first, Ignored{item->second.type, item->second.content});
     }
   }

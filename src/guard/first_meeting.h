@@ -1,6 +1,7 @@
 #ifndef QUORBIX_VIRTDISK_GUARD_FIRST_MEETING_H_
 #define QUORBIX_VIRTDISK_GUARD_FIRST_MEETING_H_
 
+#include <atomic>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -18,8 +19,10 @@ struct FirstMeeting {
   std::map<std::string, Ignored> ignored{};  // by key
 };
 
-// Looks at the folder as a build would, when nothing is known of it and the disk yet.
-FirstMeeting MeetFirst(const std::filesystem::path& folder, const Observation& seen);
+// Looks at the folder as a build would, when nothing is known of it and the disk yet. What it
+// returns is of no use once `stop`, which may be null, is set.
+FirstMeeting MeetFirst(const std::filesystem::path& folder, const Observation& seen,
+                       const std::atomic<bool>* stop);
 
 }  // namespace quorbix::virtdisk::internal::guard
 

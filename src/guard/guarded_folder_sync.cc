@@ -1,7 +1,5 @@
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <optional>
 #include <utility>
@@ -37,8 +35,6 @@ GuardedOutcome OutcomeOf(Sight::Result result) {
       return GuardedOutcome::kDone;
     case Sight::Result::kNotNow:
       return GuardedOutcome::kNotNow;
-    case Sight::Result::kFailed:
-      return GuardedOutcome::kFailed;
     case Sight::Result::kStopped:
       return GuardedOutcome::kStopped;
   }

@@ -5,9 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <optional>
-#include <span>
 #include <system_error>
 #include <utility>
 
@@ -15,16 +13,14 @@
 #include "common/folder_listing.h"
 #include "common/host_file.h"
 #include "guard/clock.h"
+#include "guard/host_content.h"
 #include "guard/paths.h"
 #include "guard/system_text.h"
-#include "sync/hash_bytes.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
 
 constexpr char kDotName[] = "takes no part: its name begins with \".\"";
 constexpr char kTemporary[] = "takes no part: a temporary file";
@@ -38,7 +34,7 @@ constexpr char kUnreadableFolder[] = "cannot be listed: ";
 
 class HostLooker {
  public:
-  explicit HostLooker(const HostLook& hostLook) : look(hostLook), buffer(kBufferBytes) {}
+  explicit HostLooker(const HostLook& hostLook) : look(hostLook), contents(hostLook.stop) {}
 
   HostView Run() {
     std::error_code ignored;
@@ -208,35 +204,18 @@ class HostLooker {
     struct ::stat before;
     struct ::stat after;
     const Descriptor opened = OpenRegularFileIn(folder, name.c_str(), before);
-    std::uint64_t size = 0;
-    if (!opened || !HashFile(opened.Get(), file.content.hash, size)) {
-      if (view.result == HostView::Result::kStopped) return;
+    if (!opened || !contents.Read(opened.Get(), file.content)) {
+      if (contents.IsStopped()) return Stop(HostView::Result::kStopped, path);
       view.items[path] = {.isReadable = false};
       view.notes.push_back({path, kUnreadableFile + SystemText()});
       return;
     }
     file.stamp = StampOf(before);
-    file.content.size = size;
     const bool isSteady = ::fstat(opened.Get(), &after) == 0 && StampOf(after) == file.stamp &&
-                          size == file.stamp.size;
+                          file.content.size == file.stamp.size;
     if (!isSteady) return Stop(HostView::Result::kBusy, path);
     view.items[path] = {.content = file.content};
     view.seen[path] = file;
-  }
-
-  bool HashFile(int file, std::uint64_t& hash, std::uint64_t& size) {
-    hash = kEmptyHash;
-    for (;;) {
-      if (look.stop != nullptr && *look.stop) {
-        view.result = HostView::Result::kStopped;
-        return false;
-      }
-      const std::ptrdiff_t got = ReadFully(file, buffer);
-      if (got < 0) return false;
-      if (got == 0) return true;
-      hash = HashBytes(std::span(buffer).first(static_cast<std::size_t>(got)), hash);
-      size += static_cast<std::uint64_t>(got);
-    }
   }
 
   bool IsLeftOut(const struct ::stat& status) const {
@@ -257,7 +236,7 @@ class HostLooker {
   const HostLook& look;
   std::string realFolder;
   std::vector<std::string> pending;  // folders to list
-  std::vector<std::uint8_t> buffer;
+  HostContentReader contents;
   HostView view;
 };
 

@@ -27,6 +27,7 @@ constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
 // Two are enough, unless links change what is planned for their files in turn; such a pass finds
 // something changed, and the next one goes on.
 constexpr int kMostRounds = 4;
+constexpr char kWasStopped[] = "it was stopped";
 
 bool IsBelowOrSame(const fs::path& path, const fs::path& folder) {
   const std::string& text = path.native();
@@ -84,21 +85,16 @@ class Looker {
 
   Sight Run() {
     sight.state = remembered.state;
+    imageBefore = sight.state.image;
     sight.pending = std::exchange(sight.state.pending, std::nullopt);
     NamePlaces();
     CheckState();
     CheckNesting();
     if (!LookAtFolder() || !LookAtImage()) return std::move(sight);
-    sight.hazards = HazardsOfSides(sight.facts);
-    if (HasFatal(sight.hazards)) return std::move(sight);
-    Forget();
-    Plan();
+    if (!JudgeAndPlan()) return std::move(sight);
     if (!sight.wasDiskRead && !(sight.plan.IsEmpty() && sight.hazards.empty())) {
-      // There is something to do: what the disk says is needed whole.
-      if (!ReadImage(places.image)) return std::move(sight);
-      sight.hazards = HazardsOfSides(sight.facts);
-      if (HasFatal(sight.hazards)) return std::move(sight);
-      Plan();
+      // There is something to do: what the disk says is needed whole. It may be another one by now.
+      if (!ReadImage(places.image) || !JudgeAndPlan()) return std::move(sight);
     }
     CheckQuiet();
     return std::move(sight);
@@ -163,7 +159,7 @@ class Looker {
         Fail(Sight::Result::kNotNow, sight.host.busyPath + " is being written just now");
         return false;
       case HostView::Result::kStopped:
-        Fail(Sight::Result::kStopped, "it was stopped");
+        Fail(Sight::Result::kStopped, kWasStopped);
         return false;
     }
     return false;
@@ -197,10 +193,9 @@ class Looker {
   }
 
   void NoteImageBefore() {
-    ImageFacts& facts = sight.facts.onDisk;
-    if (!sight.state.image) return;
-    facts.bytesBefore = sight.state.image->stamp.size;
-    facts.volumeIdBefore = sight.state.image->volumeId;
+    if (!imageBefore) return;
+    sight.facts.onDisk.bytesBefore = imageBefore->stamp.size;
+    sight.facts.onDisk.volumeIdBefore = imageBefore->volumeId;
   }
 
   bool ReadImage(const fs::path& image) {
@@ -210,7 +205,7 @@ class Looker {
     NoteImageBefore();
     if (sight.disk.result == DiskView::Result::kComplete) return true;
     if (sight.disk.result == DiskView::Result::kStopped) {
-      Fail(Sight::Result::kStopped, "it was stopped");
+      Fail(Sight::Result::kStopped, kWasStopped);
     } else {
       Fail(Sight::Result::kNotNow, "the image is being written just now");
     }
@@ -240,6 +235,7 @@ class Looker {
     sight.state.memory = sight.pending->memory;
     sight.state.image = SeenImage{
         .volumeId = sight.pending->volumeId, .stamp = sight.disk.stamp, .taken = sight.disk.taken};
+    imageBefore = sight.state.image;
     NoteImageBefore();
     return true;
   }
@@ -248,6 +244,19 @@ class Looker {
     return std::any_of(hazards.begin(), hazards.end(),
                        [](const GuardedHazardReport& report) { return !report.canBeAccepted; });
   }
+
+  // False: there is nothing to plan.
+  bool JudgeAndPlan() {
+    sight.hazards = HazardsOfSides(sight.facts);
+    if (HasFatal(sight.hazards)) return false;
+    Forget();
+    Plan();
+    if (!IsStopped()) return true;
+    Fail(Sight::Result::kStopped, kWasStopped);
+    return false;
+  }
+
+  bool IsStopped() const { return options.stop != nullptr && *options.stop; }
 
   // Accepting one of these means to begin anew.
   void Forget() {
@@ -262,7 +271,6 @@ class Looker {
   }
 
   void Plan() {
-    sight.hazards = HazardsOfSides(sight.facts);
     const Memory& memory = sight.state.memory;
     sight.seen = WithUnseen(
         {.host = sight.host.items, .disk = sight.disk.items, .hostLeftOut = sight.host.leftOut},
@@ -271,7 +279,7 @@ class Looker {
     if (!sight.facts.onDisk.damage.empty()) DoubtDeletions(sight.seen.disk, known);
     BuildNames names;
     if (sight.isFirstMeeting) {
-      FirstMeeting meeting = MeetFirst(places.folder, sight.seen);
+      FirstMeeting meeting = MeetFirst(places.folder, sight.seen, options.stop);
       names = std::move(meeting.names);
       known.ignored = std::move(meeting.ignored);
     }
@@ -285,7 +293,6 @@ class Looker {
       sight.plan = MakePlan(sight.seen, known, pairing, rules);
       isNews = ForeseeLinks(sight.host.links, sight.plan, sight.seen);
     }
-    sight.hasPlan = true;
     const Hazards ofPlan =
         HazardsOfPlan(sight.facts, FactsOfPlan(), sight.seen, known, pairing, sight.plan,
                       {.mostDeletions = options.mostDeletions,
@@ -359,23 +366,11 @@ class Looker {
   const Places& places;
   const GuardedSyncOptions& options;
   const KnownState& remembered;
+  std::optional<SeenImage> imageBefore;  // as the last pass left it
   Sight sight;
 };
 
 }  // namespace
-
-Places FindPlaces(const fs::path& image, const fs::path& folder, const fs::path& stateFolder) {
-  std::error_code failed;
-  fs::path itself = fs::canonical(image, failed);
-  if (failed) itself = fs::absolute(image, failed).lexically_normal();
-  fs::path state = stateFolder.empty() ? fs::path(itself.native() + ".sync") : stateFolder;
-  // A name that ends in "/" has no last element to speak of.
-  const auto whole = [&](const fs::path& path) {
-    fs::path absolute = fs::absolute(path, failed).lexically_normal();
-    return absolute.has_filename() ? absolute : absolute.parent_path();
-  };
-  return {.image = itself, .folder = whole(folder), .stateFolder = whole(state)};
-}
 
 Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered) {
   return Looker(places, options, remembered).Run();

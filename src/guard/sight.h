@@ -1,7 +1,6 @@
 #ifndef QUORBIX_VIRTDISK_GUARD_SIGHT_H_
 #define QUORBIX_VIRTDISK_GUARD_SIGHT_H_
 
-#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
@@ -12,23 +11,13 @@
 #include "guard/hazards.h"
 #include "guard/host_view.h"
 #include "guard/model.h"
+#include "guard/places.h"
 #include "guard/planning.h"
 #include "guard/state.h"
 #include "guard/state_file.h"
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 
 namespace quorbix::virtdisk::internal::guard {
-
-// Where the two sides and the state are. The image is the file itself, no link to it.
-struct Places {
-  std::filesystem::path image{};
-  std::filesystem::path folder{};
-  std::filesystem::path stateFolder{};
-};
-
-// The places that a caller's paths lead to.
-Places FindPlaces(const std::filesystem::path& image, const std::filesystem::path& folder,
-                  const std::filesystem::path& stateFolder);
 
 // What was remembered, as it was found.
 struct KnownState {
@@ -47,7 +36,7 @@ enum class CutOff {
 
 // All that is seen before anything is touched, and what follows from it.
 struct Sight {
-  enum class Result { kComplete, kNotNow, kFailed, kStopped };
+  enum class Result { kComplete, kNotNow, kStopped };
   Result result = Result::kComplete;
   std::string message{};  // but with kComplete
 
@@ -61,7 +50,6 @@ struct Sight {
   bool wasDiskRead = false;  // otherwise it is as remembered
   Observation seen{};
   Hazards hazards{};
-  bool hasPlan = false;
   Plan plan{};
   std::vector<GuardedNote> notes{};
 };

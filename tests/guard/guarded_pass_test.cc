@@ -421,6 +421,18 @@ TEST_F(GuardedPassTest, ImageBehindALink_IsReplacedItself) {
 
 // --- the first meeting
 
+TEST_F(GuardedPassTest, StateFolder_LiesBesideTheImageItself) {
+  folder.File("host/a.txt", "a").Folder("links");
+  folder.Link("links/disk", Image());
+  EXPECT_EQ(DefaultStateFolder(Image()), StateFolder());  // of an image that is not there yet
+  BuildImage();
+  EXPECT_EQ(DefaultStateFolder(folder / "links/disk"), StateFolder());
+  EXPECT_EQ(DefaultStateFolder(folder / "links/.." / "DISK.IMG"), StateFolder());
+  const auto sync = CreateGuardedFolderSync(folder / "links/disk", Host(), options);
+  EXPECT_EQ(sync->Pass().outcome, kNothingToDo);
+  EXPECT_TRUE(std::filesystem::exists(StateFolder() / "state"));
+}
+
 TEST_F(GuardedPassTest, OldBuild_GivesWayToTheHostsVersion) {
   folder.File("host/a.txt", "old");
   BuildImage();

@@ -133,7 +133,7 @@ struct GuardedSyncOptions {
   };
 
   // Where the agreed versions, the names, the lock and the trash are kept; made when it is missing.
-  // Empty: the image's path, that which a link leads to, with ".sync" behind it.
+  // Empty: DefaultStateFolder of the image.
   std::filesystem::path stateFolder{};
   ConflictRule onConflict = ConflictRule::kKeepBoth;
   // How long a side must not have changed before it is touched. Whoever writes several files, or
@@ -181,6 +181,12 @@ class QUORBIX_VIRTDISK_EXPORT IGuardedFolderSync {
 [[nodiscard]] QUORBIX_VIRTDISK_EXPORT std::unique_ptr<IGuardedFolderSync> CreateGuardedFolderSync(
     const std::filesystem::path& image, const std::filesystem::path& folder,
     const GuardedSyncOptions& options = {});
+
+// Where a sync of `image` keeps its state and its trash, unless its options name another folder:
+// the image's absolute path, that which a link leads to, with ".sync" behind it. Neither needs to
+// exist.
+[[nodiscard]] QUORBIX_VIRTDISK_EXPORT std::filesystem::path DefaultStateFolder(
+    const std::filesystem::path& image);
 
 // One thing in the trash.
 struct TrashedItem {

@@ -18,11 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 fs::path StateFolderOf(const RestoreOptions& options) {
-  if (!options.state.empty()) return options.state;
-  // Beside the image itself, wherever links to it lie.
-  std::error_code failed;
-  const fs::path itself = fs::canonical(options.image, failed);
-  return (failed ? options.image : itself).native() + ".sync";
+  return options.state.empty() ? DefaultStateFolder(options.image) : options.state;
 }
 
 std::string ItemLine(const TrashedItem& item) {

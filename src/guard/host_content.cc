@@ -1,0 +1,32 @@
+#include "guard/host_content.h"
+
+#include <cstddef>
+#include <span>
+
+#include "common/host_file.h"
+#include "sync/hash_bytes.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
+
+}  // namespace
+
+HostContentReader::HostContentReader(const std::atomic<bool>* stopFlag)
+    : stop(stopFlag), buffer(kBufferBytes) {}
+
+bool HostContentReader::Read(int file, Content& content) {
+  content = {.hash = kEmptyHash, .size = 0};
+  while (!IsStopped()) {
+    const std::ptrdiff_t got = ReadFully(file, buffer);
+    if (got < 0) return false;
+    if (got == 0) return true;
+    const auto piece = std::span(buffer).first(static_cast<std::size_t>(got));
+    content.hash = HashBytes(piece, content.hash);
+    content.size += piece.size();
+  }
+  return false;
+}
+
+}  // namespace quorbix::virtdisk::internal::guard

@@ -1,0 +1,179 @@
+// Images that fail under a pass, or give way to others, while they are looked at.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "guard/guarded_pair.h"
+#include "support/next_function.h"
+
+namespace {
+
+using quorbix::virtdisk::test::NextOf;
+
+bool IsDisk(std::string_view path) { return path.ends_with("/DISK.IMG"); }
+
+bool IsDisk(int file) {
+  std::array<char, 4096> path{};
+  const std::string link = "/proc/self/fd/" + std::to_string(file);
+  const ssize_t length = ::readlink(link.c_str(), path.data(), path.size());
+  return length > 0 && IsDisk(std::string_view(path.data(), static_cast<std::size_t>(length)));
+}
+
+int readsBeforeError = -1;   // of the image; negative: they succeed
+int looksBeforeChange = -1;  // at the image's status; negative: nothing happens
+std::function<void()> atThatLook;
+int secondsAhead = 0;  // of the clock
+
+}  // namespace
+
+// These stand in front of the C library's functions for the whole program.
+
+extern "C" ssize_t pread(int file, void* buffer, size_t size, off_t offset) {
+  static const auto next = NextOf<ssize_t(int, void*, size_t, off_t)>("pread");
+  if (readsBeforeError < 0 || !IsDisk(file)) return next(file, buffer, size, offset);
+  if (readsBeforeError > 0) {
+    --readsBeforeError;
+    return next(file, buffer, size, offset);
+  }
+  errno = EIO;
+  return -1;
+}
+
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+  const int result = NextOf<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
+  if (clock == CLOCK_REALTIME) time->tv_sec += secondsAhead;
+  return result;
+}
+
+extern "C" int stat(const char* path, struct stat* status) noexcept {
+  if (looksBeforeChange >= 0 && IsDisk(path) && looksBeforeChange-- == 0) atThatLook();
+  return NextOf<int(const char*, struct stat*)>("stat")(path, status);
+}
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::IsEmpty;
+using enum GuardedOutcome;
+
+class ImageFault : public GuardedPair {
+ protected:
+  ~ImageFault() override {
+    readsBeforeError = -1;
+    looksBeforeChange = -1;
+  }
+
+  GuardedReport PassWithReads(int reads) const {
+    readsBeforeError = reads;
+    GuardedReport report = Sync()->Pass();
+    readsBeforeError = -1;
+    return report;
+  }
+};
+
+TEST_F(ImageFault, DiskOfTheHostThatFails_IsNoDamageOfTheImage) {
+  folder.File("host/a.txt", std::string(20'000, 'a')).File("host/sub/b.txt", "b");
+  BuildAndAgree();
+  GuestWrites("A.TXT", std::string(19'000, 'n'));
+  const FileTree host = OnHost();
+  GuardedReport report = PassWithReads(0);
+  int reads = 0;
+  for (; report.outcome == kRefused && !HasFailure(); report = PassWithReads(++reads)) {
+    SCOPED_TRACE("after " + std::to_string(reads) + " reads");
+    EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kImageUnreadable));
+    EXPECT_THAT(report.message, testing::HasSubstr("could not be read: Input/output error"));
+    EXPECT_THAT(report.steps, IsEmpty());
+    EXPECT_EQ(OnHost(), host);
+  }
+  EXPECT_GE(reads, 3);
+  // From here on the look was over, and the carrying out ends where it is.
+  EXPECT_TRUE(report.outcome == kFailed || report.outcome == kNotNow);
+  EXPECT_THAT(report.message, EndsWith("image could not be read: Input/output error"));
+  EXPECT_EQ(OnHost(), host);
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost().at("a.txt"), std::string(19'000, 'n'));
+}
+
+// The image that was looked at first is not the one that is read then.
+class GivingWay : public ImageFault {
+ protected:
+  void Begin() {
+    std::filesystem::remove_all(folder.Path());
+    folder.File("host/a.txt", "a").File("host/b.txt", "b").File("other/c.txt", "c");
+    BuildImage();
+    // What was changed just before a look would be read again.
+    secondsAhead = 10;
+    ASSERT_EQ(Pass().outcome, kNothingToDo);
+    secondsAhead = 0;
+    const auto builder = CreateFat16Builder();
+    ASSERT_TRUE(builder->Build(folder / "other", folder / "other.img", kImageBytes));
+    folder.File("host/a.txt", "edited");
+  }
+
+  // Whether the other image had taken the place before the pass ended.
+  bool PassWithChangeAt(int look, const std::vector<GuardedHazard>& accepted) {
+    Begin();
+    looksBeforeChange = look;
+    atThatLook = [this] { std::filesystem::rename(folder / "other.img", Image()); };
+    report = Sync()->Pass(accepted);
+    const bool hasChanged = looksBeforeChange < 0;
+    looksBeforeChange = -1;
+    return hasChanged;
+  }
+
+  bool IsFoundReplaced() const {
+    return HazardsOf(report) == std::vector{GuardedHazard::kImageReplaced};
+  }
+
+  GuardedReport report;
+};
+
+TEST_F(GivingWay, AnotherImageAtAnyLook_IsRefusedOrLeftForTheNextPass) {
+  int refused = 0;
+  int look = 0;
+  for (; PassWithChangeAt(look, {}) && !HasFailure(); ++look) {
+    SCOPED_TRACE("at look " + std::to_string(look));
+    if (report.outcome == kDone) report = Sync()->Pass();  // it came when all was done
+    EXPECT_TRUE(report.outcome == kNotNow || (report.outcome == kRefused && IsFoundReplaced()))
+        << report.message;
+    EXPECT_EQ(OnHost(), (FileTree{{"a.txt", "edited"}, {"b.txt", "b"}}));
+    EXPECT_EQ(OnDisk(), (FileTree{{"C.TXT", "c"}}));
+    if (report.outcome == kRefused) ++refused;
+  }
+  EXPECT_GE(refused, 2);
+  EXPECT_GE(look, 4);
+}
+
+TEST_F(GivingWay, AnotherImageAtAnyLook_IsMetAnewWhenAccepted) {
+  const std::vector accepted{GuardedHazard::kImageReplaced};
+  int met = 0;
+  for (int look = 0; PassWithChangeAt(look, accepted) && !HasFailure(); ++look) {
+    SCOPED_TRACE("at look " + std::to_string(look));
+    if (report.outcome == kDone) ++met;
+    if (report.outcome != kDone) {
+      EXPECT_EQ(report.outcome, kNotNow) << report.message;
+      EXPECT_EQ(OnDisk(), (FileTree{{"C.TXT", "c"}}));
+    }
+    Pass(accepted);
+    EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "edited"}, {"B.TXT", "b"}, {"C.TXT", "c"}}));
+    EXPECT_EQ(OnHost(), (FileTree{{"C.TXT", "c"}, {"a.txt", "edited"}, {"b.txt", "b"}}));
+  }
+  EXPECT_GE(met, 2);
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal::guard
