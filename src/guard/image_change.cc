@@ -152,6 +152,8 @@ Progress ImageChange::CopyToTrash(int from) {
   }
   const fs::path part = PartOf(places.front());
   Progress progress = CopyTo(part, from);
+  // What somebody wrote while it was copied would be a mixture.
+  if (progress.IsDone() && !IsAsSeen(path)) progress = ImageChanged(path);
   if (progress.IsDone() && ::rename(part.c_str(), places.front().c_str()) != 0) {
     progress = Failed("name", places.front());
   }

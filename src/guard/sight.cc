@@ -1,6 +1,7 @@
 #include "guard/sight.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -27,6 +28,7 @@ constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
 // Two are enough, unless links change what is planned for their files in turn; such a pass finds
 // something changed, and the next one goes on.
 constexpr int kMostRounds = 4;
+constexpr std::uint64_t kBytesPerBlock = 512;  // of stat(2)
 constexpr char kWasStopped[] = "it was stopped";
 
 bool IsBelowOrSame(const fs::path& path, const fs::path& folder) {
@@ -90,8 +92,11 @@ class Looker {
     NamePlaces();
     CheckState();
     CheckNesting();
-    if (!LookAtFolder() || !LookAtImage()) return std::move(sight);
-    if (!JudgeAndPlan()) return std::move(sight);
+    if (!LookAtFolder()) {
+      NoticeMissingImage();
+      return std::move(sight);
+    }
+    if (!LookAtImage() || !JudgeAndPlan()) return std::move(sight);
     if (!sight.wasDiskRead && !(sight.plan.IsEmpty() && sight.hazards.empty())) {
       // There is something to do: what the disk says is needed whole. It may be another one by now.
       if (!ReadImage(places.image) || !JudgeAndPlan()) return std::move(sight);
@@ -163,6 +168,16 @@ class Looker {
         return false;
     }
     return false;
+  }
+
+  // A folder that is not quiet is no reason to wait for a disk that is not there.
+  void NoticeMissingImage() {
+    if (sight.result != Sight::Result::kNotNow || StampAt(places.image) || errno != ENOENT) return;
+    sight.facts.onDisk.state = ImageFacts::State::kMissing;
+    sight.facts.onDisk.error = SystemText();
+    sight.hazards = HazardsOfSides(sight.facts);
+    sight.result = Sight::Result::kComplete;
+    sight.message.clear();
   }
 
   std::int64_t SettleNanoseconds() const {
@@ -326,8 +341,19 @@ class Looker {
     facts.freeForFolder = FreeBytes(places.folder);
     facts.freeForImage = FreeBytes(newImages);
     facts.isSameFileSystem = IsOnSameFileSystem(places.folder, newImages);
+    const std::uint64_t leftover = BytesOfLeftover(newImages);
+    if (facts.freeForImage) *facts.freeForImage += leftover;
+    if (facts.freeForFolder && facts.isSameFileSystem) *facts.freeForFolder += leftover;
     facts.imageCopies = options.inPlace ? 2 : 1;
     return facts;
+  }
+
+  // What a pass that was cut off has left of its new image is removed before another is made.
+  std::uint64_t BytesOfLeftover(const fs::path& newImages) const {
+    struct ::stat status;
+    const bool isThere = sight.pending && !sight.pending->wholeImage.empty() &&
+                         ::lstat((newImages / sight.pending->wholeImage).c_str(), &status) == 0;
+    return isThere ? static_cast<std::uint64_t>(status.st_blocks) * kBytesPerBlock : 0;
   }
 
   void NoteWhatIsLeft(const Pairing& pairing) {

@@ -169,6 +169,14 @@ TEST_F(GuardedPassTest, FileThatIsBeingWritten_IsLeftToSettle) {
   EXPECT_EQ(report.message, "new.txt is being written just now");
 }
 
+TEST_F(GuardedPassTest, MissingImage_IsToldWithoutWaitingForTheFolder) {
+  folder.File("host/a.txt", "just written");
+  options.settle = std::chrono::hours(1);
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kImageMissing));
+}
+
 TEST_F(GuardedPassTest, FolderThatIsBeingChanged_IsLeftToSettle) {
   folder.File("host/a.txt", "a").File("host/b.txt", "b");
   BuildAndAgree();

@@ -1,21 +1,30 @@
 // Images that fail under a pass, or give way to others, while they are looked at.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/types.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdarg>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "common/host_file.h"
 #include "guard/guarded_pair.h"
+#include "support/child_process.h"
 #include "support/next_function.h"
 
 namespace {
@@ -24,17 +33,21 @@ using quorbix::virtdisk::test::NextOf;
 
 bool IsDisk(std::string_view path) { return path.ends_with("/DISK.IMG"); }
 
-bool IsDisk(int file) {
+std::string PathOf(int file) {
   std::array<char, 4096> path{};
   const std::string link = "/proc/self/fd/" + std::to_string(file);
   const ssize_t length = ::readlink(link.c_str(), path.data(), path.size());
-  return length > 0 && IsDisk(std::string_view(path.data(), static_cast<std::size_t>(length)));
+  return length < 0 ? "" : std::string(path.data(), static_cast<std::size_t>(length));
 }
 
 int readsBeforeError = -1;   // of the image; negative: they succeed
 int looksBeforeChange = -1;  // at the image's status; negative: nothing happens
 std::function<void()> atThatLook;
 int secondsAhead = 0;  // of the clock
+bool hasLeases = true;
+std::function<void()> whenTrashIsWrittenOut;  // once
+bool diesBesideTheDisk = false;               // when something made there is written out
+std::uint64_t freeBytes = ~std::uint64_t{0};
 
 }  // namespace
 
@@ -42,7 +55,7 @@ int secondsAhead = 0;  // of the clock
 
 extern "C" ssize_t pread(int file, void* buffer, size_t size, off_t offset) {
   static const auto next = NextOf<ssize_t(int, void*, size_t, off_t)>("pread");
-  if (readsBeforeError < 0 || !IsDisk(file)) return next(file, buffer, size, offset);
+  if (readsBeforeError < 0 || !IsDisk(PathOf(file))) return next(file, buffer, size, offset);
   if (readsBeforeError > 0) {
     --readsBeforeError;
     return next(file, buffer, size, offset);
@@ -54,6 +67,31 @@ extern "C" ssize_t pread(int file, void* buffer, size_t size, off_t offset) {
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
   const int result = NextOf<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
   if (clock == CLOCK_REALTIME) time->tv_sec += secondsAhead;
+  return result;
+}
+
+extern "C" int fcntl(int file, int command, ...) {
+  std::va_list rest;
+  va_start(rest, command);
+  void* argument = va_arg(rest, void*);
+  va_end(rest);
+  if (!hasLeases && command == F_SETLEASE) {
+    errno = EINVAL;
+    return -1;
+  }
+  return NextOf<int(int, int, ...)>("fcntl")(file, command, argument);
+}
+
+extern "C" int fsync(int file) {
+  if (diesBesideTheDisk && PathOf(file).find("/.quorbix") != std::string::npos) ::raise(SIGKILL);
+  const bool isTrash = PathOf(file).find("/trash/") != std::string::npos;
+  if (whenTrashIsWrittenOut && isTrash) std::exchange(whenTrashIsWrittenOut, nullptr)();
+  return NextOf<int(int)>("fsync")(file);
+}
+
+extern "C" int statvfs(const char* path, struct statvfs* status) noexcept {
+  const int result = NextOf<int(const char*, struct statvfs*)>("statvfs")(path, status);
+  status->f_bavail = std::min<std::uint64_t>(status->f_bavail, freeBytes / status->f_frsize);
   return result;
 }
 
@@ -75,6 +113,10 @@ class ImageFault : public GuardedPair {
   ~ImageFault() override {
     readsBeforeError = -1;
     looksBeforeChange = -1;
+    secondsAhead = 0;
+    hasLeases = true;
+    whenTrashIsWrittenOut = nullptr;
+    freeBytes = ~std::uint64_t{0};
   }
 
   GuardedReport PassWithReads(int reads) const {
@@ -106,6 +148,57 @@ TEST_F(ImageFault, DiskOfTheHostThatFails_IsNoDamageOfTheImage) {
   EXPECT_EQ(OnHost(), host);
   EXPECT_EQ(Pass().outcome, kDone);
   EXPECT_EQ(OnHost().at("a.txt"), std::string(19'000, 'n'));
+}
+
+// As on network file systems.
+TEST_F(ImageFault, WriterWithoutLeases_IsFoundAmongTheProcesses) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.File("host/a.txt", "edited");
+  hasLeases = false;
+  {
+    const Descriptor reader = OpenHostPath(Image().c_str(), O_RDONLY);
+    const Descriptor writer = OpenHostPath(Image().c_str(), O_RDWR);
+    const GuardedReport report = Sync()->Pass();
+    EXPECT_EQ(report.outcome, kNotNow);
+    EXPECT_EQ(report.message,
+              "process " + std::to_string(::getpid()) + " has the image open for writing");
+  }
+  const Descriptor reader = OpenHostPath(Image().c_str(), O_RDONLY);
+  EXPECT_EQ(Pass().outcome, kDone);
+}
+
+TEST_F(ImageFault, ImageThatIsWrittenWhileItIsCopied_IsNotKeptAsAMixture) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.File("host/a.txt", "edited");
+  options.inPlace = true;
+  whenTrashIsWrittenOut = [this] { GuestWrites("GUEST.TXT", "g"); };
+  const GuardedReport report = Sync()->Pass();
+  EXPECT_FALSE(whenTrashIsWrittenOut);
+  EXPECT_EQ(report.outcome, kNotNow) << report.message;
+  EXPECT_EQ(InTrash().size(), 0u);
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "edited"}, {"GUEST.TXT", "g"}}));
+}
+
+TEST_F(ImageFault, NewImageOfAPassThatWasKilled_MakesRoomForTheNext) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.File("host/a.txt", "edited");
+  const int status = test::RunInChild({}, [&] {
+    diesBesideTheDisk = true;
+    Sync()->Pass();
+    return 0;
+  });
+  ASSERT_EQ(status, 256 + SIGKILL);
+  // As little as the new image leaves, were it written a second time.
+  freeBytes = std::uint64_t{1} << 20;
+  const GuardedReport report = Sync()->Pass();
+  EXPECT_EQ(report.outcome, kDone) << report.message;
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "edited"}}));
+  folder.File("host/a.txt", "again");
+  EXPECT_THAT(HazardsOf(Sync()->Pass()), ElementsAre(GuardedHazard::kNoRoom));
 }
 
 // The image that was looked at first is not the one that is read then.
