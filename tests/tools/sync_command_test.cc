@@ -174,6 +174,27 @@ TEST_F(SyncCommand, RunningSync_CarriesEditsBothWaysUntilASignalEndsIt) {
   EXPECT_EQ(sync.End(SIGTERM), 128 + SIGTERM);
 }
 
+// The next one may be a mistake.
+TEST_F(SyncCommand, EventThatIsAccepted_IsAcceptedOnce) {
+  for (int i = 0; i < 30; ++i) folder.File("DISK/F" + std::to_string(i), "x");
+  ASSERT_EQ(Sync().status, 0);
+  for (int i = 0; i < 30; ++i) fs::remove(folder / ("DISK/F" + std::to_string(i)));
+  const fs::path log = folder / "log";
+  const fs::path errors = folder / "log.err";
+  const auto says = [](const fs::path& file, const char* words) {
+    return fs::exists(file) && ReadWholeFile(file).find(words) != std::string::npos;
+  };
+  Background sync({"sync", Image(), Folder(), "--settle", "0", "--accept", "many-deletions"}, log);
+  ASSERT_TRUE(WaitFor([&] { return says(log, "F29"); }));
+  EXPECT_FALSE(GuestEditor(Image()).Exists("F7"));
+  for (int i = 0; i < 30; ++i) folder.File("DISK/G" + std::to_string(i), "x");
+  ASSERT_TRUE(WaitFor([&] { return says(log, "G29"); }));
+  for (int i = 0; i < 30; ++i) fs::remove(folder / ("DISK/G" + std::to_string(i)));
+  EXPECT_TRUE(WaitFor([&] { return says(errors, "--accept many-deletions"); }));
+  EXPECT_TRUE(GuestEditor(Image()).Exists("G7"));
+  EXPECT_EQ(sync.End(SIGTERM), 143);
+}
+
 TEST_F(SyncCommand, RunningSync_EndsAtOnceOnInterrupt) {
   Background sync({"sync", Image(), Folder(), "--interval", "4294967295"}, folder / "log");
   ASSERT_TRUE(WaitFor([&] { return folder.Exists("log.err") && !folder.Read("log.err").empty(); }));

@@ -277,7 +277,8 @@ class CommandLine {
         ->capture_default_str();
     sub->add_option_function<std::vector<std::string>>(
            "--accept", [this](const std::vector<std::string>& names) { SetAccepted(names); },
-           "Go on in spite of a hazard, by the name that a refusal gives")
+           "Go on in spite of a hazard, by the name that a refusal gives; where it is one event, "
+           "such as many deletions, until both sides are in step")
         ->type_name("HAZARD")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -7,6 +8,7 @@
 #include <system_error>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 #include <quorbix/virtdisk/guarded_folder_sync.h>
 
@@ -40,10 +42,19 @@ std::pair<fs::path, fs::path> InOrder(Console& console, const SyncOptions& optio
   return {options.folder, options.image};
 }
 
+// Whether a hazard is one event that was meant, not a state of things that lasts.
+bool IsEvent(GuardedHazard hazard) {
+  using enum GuardedHazard;
+  constexpr std::array kEvents{kFolderMissing, kFolderReplaced, kFolderEmpty,
+                               kImageReplaced, kImageEmpty,     kImageUnsound,
+                               kImageResized,  kManyDeletions,  kStateDamaged};
+  return std::find(kEvents.begin(), kEvents.end(), hazard) != kEvents.end();
+}
+
 class Synchroniser {
  public:
   Synchroniser(Console& theConsole, const SyncOptions& theOptions)
-      : console(theConsole), options(theOptions) {
+      : console(theConsole), options(theOptions), accepted(theOptions.accepted) {
     std::tie(image, folder) = InOrder(console, options);
     GuardedSyncOptions guarded = options.guarded;
     guarded.stop = &StopFlag::Flag();
@@ -59,11 +70,11 @@ class Synchroniser {
   // Waits for quiet, but not for ever.
   int Once() {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    GuardedReport report = sync->Pass(options.accepted);
+    GuardedReport report = sync->Pass(accepted);
     while (report.outcome == GuardedOutcome::kNotNow && !StopFlag::IsSet() &&
            std::chrono::steady_clock::now() < deadline) {
       StopFlag::WaitFor(-1, kRetryAfter);
-      report = sync->Pass(options.accepted);
+      report = sync->Pass(accepted);
     }
     Tell(report);
     return StopFlag::IsSet() ? StopFlag::ExitStatus() : StatusOf(report);
@@ -77,8 +88,9 @@ class Synchroniser {
     while (!StopFlag::IsSet() && console.out.good()) {
       // Before the look, so that nothing falls between the two.
       BeginWatch();
-      const GuardedReport report = sync->Pass(options.accepted);
+      const GuardedReport report = sync->Pass(accepted);
       Tell(report);
+      if (StatusOf(report) == kDone) std::erase_if(accepted, IsEvent);
       if (!StopFlag::IsSet()) Wait(report.outcome == GuardedOutcome::kNotNow);
     }
     return StopFlag::IsSet() ? StopFlag::ExitStatus() : kFailed;
@@ -197,6 +209,7 @@ class Synchroniser {
   Console& console;
   const SyncOptions& options;
   const StopFlag stop;
+  std::vector<GuardedHazard> accepted;
   fs::path image;
   fs::path folder;
   std::unique_ptr<IGuardedFolderSync> sync;
