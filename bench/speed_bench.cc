@@ -13,8 +13,9 @@
 // alike. Host: one file changed on the host, so that the image is rebuilt. Image: one file changed
 // in the image.
 //
-// GuardedIdle and GuardedHost are passes of guarded synchronising, the former beside `find -printf`
-// of the folder, the latter beside a plain pass that carries the same change.
+// GuardedIdle, GuardedAnew and GuardedHost are passes of guarded synchronising: the first two
+// beside `find -printf` of the folder, by an object that has looked before and by a new one, as a
+// process has that runs one pass; the third beside a plain pass that carries the same change.
 
 #include <sys/resource.h>
 #include <time.h>
@@ -293,6 +294,17 @@ void GuardedIdle(benchmark::State& state, const Workload& workload, double aim) 
   Time(state, {.floor = [&] { disk.FloorOfStatus(); }, .job = [&] { PassOrThrow(*sync); }}, aim);
 }
 
+void GuardedAnew(benchmark::State& state, const Workload& workload, double aim) {
+  const Disk disk(workload);
+  PassOrThrow(*disk.NewGuarded());
+  std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+  PassOrThrow(*disk.NewGuarded());
+  PassOrThrow(*disk.NewGuarded());
+  Time(state,
+       {.floor = [&] { disk.FloorOfStatus(); }, .job = [&] { PassOrThrow(*disk.NewGuarded()); }},
+       aim);
+}
+
 void GuardedHost(benchmark::State& state, const Workload& workload, double aim) {
   const Disk plain(workload);
   const Disk guarded(workload);
@@ -336,6 +348,7 @@ constexpr TableRow kTable[] = {
     {"Build", Build, k20000, 0.9},
     {"Build", Build, kBig, 1.1},
     {"GuardedIdle", GuardedIdle, k20000, 1.3},
+    {"GuardedAnew", GuardedAnew, k20000, 1.3},
     {"GuardedHost", GuardedHost, k3000, 1.2},
 };
 
@@ -346,6 +359,7 @@ constexpr TableRow kSmokeTable[] = {
     {"Image", Image, kSmoke, 1.2},
     {"Build", Build, kSmoke, 1.1},
     {"GuardedIdle", GuardedIdle, kSmoke, 1.3},
+    {"GuardedAnew", GuardedAnew, kSmoke, 1.3},
     {"GuardedHost", GuardedHost, kSmoke, 1.2},
 };
 

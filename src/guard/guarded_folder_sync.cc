@@ -87,12 +87,14 @@ class GuardedFolderSync final : public IGuardedFolderSync {
   }
 
   GuardedReport Pass(const std::vector<GuardedHazard>& accepted) override {
-    if (quiet && lock.IsHeld() && quiet->AreStill()) return quietReport;
-    quiet.reset();
     const Places places = FindPlaces(image, folder, options.stateFolder);
+    const bool isFirst = !lock.IsHeld();
     GuardedReport locked;
     bool canBeSaved = true;
     if (!TakeLock(places, canBeSaved, locked)) return locked;
+    if (isFirst && !options.verify) quiet = QuietSides::Load(places);
+    if (quiet && lock.IsHeld() && quiet->AreStill(places)) return quiet->Report();
+    quiet.reset();
     KnownState known = Recall(places);
     known.canBeSaved = canBeSaved;
     const Sight sight = Look(places, options, known);
@@ -103,8 +105,8 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     }
     const bool isQuiet = report.outcome == GuardedOutcome::kNothingToDo && report.hazards.empty();
     if (isQuiet && !options.verify) {
-      quiet = QuietSides::Take(places, sight);
-      quietReport = report;
+      quiet = QuietSides::Take(places, sight, report);
+      if (quiet && lock.IsHeld()) quiet->Save(places);
     }
     return report;
   }
@@ -146,7 +148,6 @@ class GuardedFolderSync final : public IGuardedFolderSync {
   const GuardedSyncOptions options;
   StateLock lock;
   std::optional<QuietSides> quiet;  // after a pass that had nothing to do
-  GuardedReport quietReport;        // of that pass
 };
 
 }  // namespace

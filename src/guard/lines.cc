@@ -4,7 +4,41 @@
 #include <array>
 #include <cstddef>
 
+#include "common/fail.h"
+#include "common/text_bytes.h"
+#include "sync/hash_bytes.h"
+
 namespace quorbix::virtdisk::internal::guard {
+
+namespace {
+
+constexpr std::string_view kChecksum = "checksum ";
+
+}  // namespace
+
+std::string Sealed(std::string_view title, std::string_view lines) {
+  std::string text(title);
+  text.append(kChecksum).append(Hex(HashBytes(AsBytes(lines)))).append("\n").append(lines);
+  return text;
+}
+
+bool TakeSeal(std::string_view& text, std::string& err) {
+  const std::size_t end = text.find('\n');
+  if (!text.starts_with(kChecksum) || end == std::string_view::npos) {
+    return Fail(err, "its checksum is missing");
+  }
+  Line checksum(text.substr(kChecksum.size(), end - kChecksum.size()));
+  text.remove_prefix(end + 1);
+  const bool isRight = checksum.Number<std::uint64_t>(16) == HashBytes(AsBytes(text));
+  return (isRight && checksum.IsSound()) || Fail(err, "its checksum is wrong");
+}
+
+std::string_view TakeLine(std::string_view& text) {
+  const std::size_t end = std::min(text.find('\n'), text.size());
+  const std::string_view line = text.substr(0, end);
+  text.remove_prefix(std::min(end + 1, text.size()));
+  return line;
+}
 
 std::string Hex(std::uint64_t number) {
   std::array<char, 16> digits{};

@@ -6,15 +6,47 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace quorbix::virtdisk::internal::guard {
 
 // Lines of text with words between single blanks, as the state and the trash are written.
 
+// `lines` behind a title, which is a line, and a checksum.
+std::string Sealed(std::string_view title, std::string_view lines);
+
+// Takes the checksum of Sealed from the text behind the title. False: it is missing, or the rest is
+// not what was sealed, and `err` says so.
+[[nodiscard]] bool TakeSeal(std::string_view& text, std::string& err);
+
+// Takes one line, without its end, from a text that is not empty.
+std::string_view TakeLine(std::string_view& text);
+
 std::string Hex(std::uint64_t number);
 
 // Blanks, line feeds, "%" and all that is no plain character become "%XX". An empty text is "%".
 std::string Escaped(std::string_view text);
+
+// Writes lines, a word for each argument.
+class LineWriter {
+ public:
+  template <class... Words>
+  void Line(const Words&... words) {
+    const char* gap = "";
+    ((text.append(gap).append(Word(words)), gap = " "), ...);
+    text += '\n';
+  }
+
+  std::string Take() { return std::move(text); }
+
+ private:
+  static std::string Word(const char* word) { return word; }
+  static std::string Word(const std::string& word) { return word; }
+  static std::string Word(std::int64_t number) { return std::to_string(number); }
+  static std::string Word(std::uint64_t number) { return std::to_string(number); }
+
+  std::string text;
+};
 
 // The words of one line, taken one after the other; any word that is not as it should be spoils all
 // of it.

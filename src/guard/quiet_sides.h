@@ -1,8 +1,10 @@
 #ifndef QUORBIX_VIRTDISK_GUARD_QUIET_SIDES_H_
 #define QUORBIX_VIRTDISK_GUARD_QUIET_SIDES_H_
 
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "guard/facts.h"
@@ -13,14 +15,24 @@ namespace quorbix::virtdisk::internal::guard {
 
 // Both sides as they were when there was nothing to do: as long as every entry of the folder and
 // the image have the same identities and times, there still is nothing to do. That is found out
-// without any of the maps that a whole sight takes.
+// without any of the maps that a whole sight takes, also by the next process.
 class QuietSides {
  public:
   // Nothing when the sides are no longer what `sight` saw, or when something was changed so lately
-  // that its times cannot tell whether it was changed once more.
-  static std::optional<QuietSides> Take(const Places& places, const Sight& sight);
+  // that its times cannot tell whether it was changed once more. `report` is of that sight.
+  static std::optional<QuietSides> Take(const Places& places, const Sight& sight,
+                                        const GuardedReport& report);
 
-  bool AreStill() const;
+  // What Save has left beside the state. Nothing when there is none, or none that can be used.
+  static std::optional<QuietSides> Load(const Places& places);
+
+  // The next process can do without: a failure only makes it look at everything.
+  void Save(const Places& places) const;
+
+  bool AreStill(const Places& places) const;
+
+  // Of a pass that has nothing to do.
+  const GuardedReport& Report() const { return report; }
 
  private:
   struct Entry {
@@ -36,13 +48,16 @@ class QuietSides {
 
   static std::optional<Folder> List(const std::filesystem::path& root, const std::string& path);
   static bool IsAsSeen(const Folder& folder, const Sight& sight, std::size_t& seen);
+  std::string Format() const;
+  bool Parse(std::string_view text);
+  bool ParseLine(std::string_view text);
+  bool ParseEntry(std::string_view kind, Line& line);
 
-  std::filesystem::path root;
+  Identity root{};
   std::vector<Folder> folders;
-  std::filesystem::path image;
   Stamp imageStamp{};
-  std::filesystem::path state;
   std::optional<Stamp> stateStamp{};
+  GuardedReport report;
 };
 
 }  // namespace quorbix::virtdisk::internal::guard

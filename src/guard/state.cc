@@ -5,43 +5,20 @@
 #include <utility>
 
 #include "common/fail.h"
-#include "common/text_bytes.h"
 #include "guard/lines.h"
 #include "guard/paths.h"
-#include "sync/hash_bytes.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace {
 
 constexpr std::string_view kTitle = "virtdisk sync state 1\n";
 constexpr std::string_view kTitleOfAnyVersion = "virtdisk sync state ";
-constexpr std::string_view kChecksum = "checksum ";
 constexpr std::string_view kNothing = "-";
 
 // Some file systems tell times to two seconds only.
 constexpr std::int64_t kCoarsestTick = 2'000'000'000;
 
-class Writer {
- public:
-  template <class... Words>
-  void Line(const Words&... words) {
-    const char* gap = "";
-    ((text.append(gap).append(Word(words)), gap = " "), ...);
-    text += '\n';
-  }
-
-  std::string Take() { return std::move(text); }
-
- private:
-  static std::string Word(const char* word) { return word; }
-  static std::string Word(const std::string& word) { return word; }
-  static std::string Word(std::int64_t number) { return std::to_string(number); }
-  static std::string Word(std::uint64_t number) { return std::to_string(number); }
-
-  std::string text;
-};
-
-void WriteMemory(const Memory& memory, const std::string& prefix, Writer& writer) {
+void WriteMemory(const Memory& memory, const std::string& prefix, LineWriter& writer) {
   for (const Pair& pair : memory.pairs) {
     const std::string hash = pair.agreed ? Hex(pair.agreed->hash) : std::string(kNothing);
     const std::uint64_t size = pair.agreed ? pair.agreed->size : 0;
@@ -63,16 +40,6 @@ std::optional<Content> MaybeContent(Line& line) {
   line.Word();
   line.Number<std::uint64_t>();
   return std::nullopt;
-}
-
-Stamp TakeStamp(Line& line) {
-  Stamp stamp;
-  stamp.identity.device = line.Number<std::uint64_t>();
-  stamp.identity.inode = line.Number<std::uint64_t>();
-  stamp.size = line.Number<std::uint64_t>();
-  stamp.modified = line.Number<std::int64_t>();
-  stamp.changed = line.Number<std::int64_t>();
-  return stamp;
 }
 
 // A pass removes that file, or writes over the image from it: none but its own will do.
@@ -147,8 +114,18 @@ bool IsTrustworthy(const Stamp& stamp, std::int64_t taken) {
   return latest < taken && taken - latest > kCoarsestTick;
 }
 
+Stamp TakeStamp(Line& line) {
+  Stamp stamp;
+  stamp.identity.device = line.Number<std::uint64_t>();
+  stamp.identity.inode = line.Number<std::uint64_t>();
+  stamp.size = line.Number<std::uint64_t>();
+  stamp.modified = line.Number<std::int64_t>();
+  stamp.changed = line.Number<std::int64_t>();
+  return stamp;
+}
+
 std::string FormatState(const State& state) {
-  Writer writer;
+  LineWriter writer;
   if (state.folder) writer.Line("host-folder", state.folder->device, state.folder->inode);
   if (state.image) {
     const Stamp& stamp = state.image->stamp;
@@ -168,10 +145,7 @@ std::string FormatState(const State& state) {
                 Escaped(state.pending->wholeImage));
     WriteMemory(state.pending->memory, "pending-", writer);
   }
-  const std::string facts = writer.Take();
-  std::string text(kTitle);
-  text.append(kChecksum).append(Hex(HashBytes(AsBytes(facts)))).append("\n").append(facts);
-  return text;
+  return Sealed(kTitle, writer.Take());
 }
 
 bool ParseState(std::string_view text, State& state, std::string& err) {
@@ -179,23 +153,11 @@ bool ParseState(std::string_view text, State& state, std::string& err) {
   if (!text.starts_with(kTitleOfAnyVersion)) return Fail(err, "it is no state of this program");
   if (!text.starts_with(kTitle)) return Fail(err, "it is of a version that is not known here");
   text.remove_prefix(kTitle.size());
-  const std::size_t end = text.find('\n');
-  if (!text.starts_with(kChecksum) || end == std::string_view::npos) {
-    return Fail(err, "its checksum is missing");
-  }
-  Line checksum(text.substr(kChecksum.size(), end - kChecksum.size()));
-  text.remove_prefix(end + 1);
-  if (checksum.Number<std::uint64_t>(16) != HashBytes(AsBytes(text)) || !checksum.IsSound()) {
-    return Fail(err, "its checksum is wrong");
-  }
+  if (!TakeSeal(text, err)) return false;
   while (!text.empty()) {
-    const std::size_t lineEnd = std::min(text.find('\n'), text.size());
-    const std::string_view line = text.substr(0, lineEnd);
-    if (!ReadLine(line, state)) {
-      state = State();
-      return Fail(err, "it has a line that cannot be read");
-    }
-    text.remove_prefix(std::min(lineEnd + 1, text.size()));
+    if (ReadLine(TakeLine(text), state)) continue;
+    state = State();
+    return Fail(err, "it has a line that cannot be read");
   }
   return true;
 }

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "guard/facts.h"
+#include "guard/lines.h"
 #include "guard/model.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -44,6 +45,9 @@ struct SeenImage {
   bool isAsRemembered = false;
   bool operator==(const SeenImage&) const = default;
 };
+
+// The five numbers of a stamp.
+Stamp TakeStamp(Line& line);
 
 // What a pass that makes a new image is about to agree on. It holds as soon as the image has the
 // volume id: that is what tells whether the pass came so far before it was cut off.

@@ -11,10 +11,8 @@
 #include <cstddef>
 #include <cstdio>
 #include <optional>
-#include <string_view>
 #include <system_error>
 
-#include "common/byte_buffer.h"
 #include "common/fail.h"
 #include "common/host_file.h"
 #include "common/text_bytes.h"
@@ -27,7 +25,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kStateName[] = "state";
-constexpr char kNewStateName[] = ".quorbix-state.tmp";
 constexpr char kLockName[] = "lock";
 
 // "1234", as whoever has the lock wrote it there. Nothing when it says anything else: then it is
@@ -44,34 +41,42 @@ std::optional<std::string> HolderIn(int file) {
 
 }  // namespace
 
-StateLoad LoadState(const fs::path& folder, State& state, std::string& err) {
-  state = State();
+StateLoad LoadText(const fs::path& file, ByteBuffer& text, std::string& err) {
   struct ::stat status;
-  const Descriptor file = OpenRegularFile((folder / kStateName).c_str(), status);
-  if (!file) {
+  const Descriptor opened = OpenRegularFile(file.c_str(), status);
+  if (!opened) {
     if (errno == ENOENT || errno == ENOTDIR) return StateLoad::kNone;
     err = SystemText();
     return StateLoad::kDamaged;
   }
-  ByteBuffer bytes(static_cast<std::size_t>(status.st_size));
-  if (ReadFully(file.Get(), bytes.Span()) != status.st_size) {
-    err = "it cannot be read to its end";
-    return StateLoad::kDamaged;
-  }
+  text = ByteBuffer(static_cast<std::size_t>(status.st_size));
+  if (ReadFully(opened.Get(), text.Span()) == status.st_size) return StateLoad::kLoaded;
+  err = "it cannot be read to its end";
+  return StateLoad::kDamaged;
+}
+
+bool SaveText(const fs::path& file, std::string_view text, std::string& err) {
+  const fs::path folder = file.parent_path();
+  const fs::path temporary = folder / (".quorbix-" + file.filename().string() + ".tmp");
+  Descriptor opened =
+      OpenHostFile(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0600);
+  const bool written = opened && WriteFully(opened.Get(), AsBytes(text)) &&
+                       ::fdatasync(opened.Get()) == 0 && opened.Close() &&
+                       ::rename(temporary.c_str(), file.c_str()) == 0 && FlushFolder(folder);
+  return written || Fail(err, "cannot write " + file.string() + " (" + SystemText() + ")");
+}
+
+StateLoad LoadState(const fs::path& folder, State& state, std::string& err) {
+  state = State();
+  ByteBuffer bytes;
+  const StateLoad load = LoadText(folder / kStateName, bytes, err);
+  if (load != StateLoad::kLoaded) return load;
   const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   return ParseState(text, state, err) ? StateLoad::kLoaded : StateLoad::kDamaged;
 }
 
 bool SaveState(const fs::path& folder, const State& state, std::string& err) {
-  const fs::path temporary = folder / kNewStateName;
-  const fs::path target = folder / kStateName;
-  Descriptor file =
-      OpenHostFile(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0600);
-  const std::string text = FormatState(state);
-  const bool written = file && WriteFully(file.Get(), AsBytes(text)) &&
-                       ::fdatasync(file.Get()) == 0 && file.Close() &&
-                       ::rename(temporary.c_str(), target.c_str()) == 0 && FlushFolder(folder);
-  return written || Fail(err, "cannot write " + target.string() + " (" + SystemText() + ")");
+  return SaveText(folder / kStateName, FormatState(state), err);
 }
 
 bool SetStateAside(const fs::path& folder, const std::string& when, std::string& err) {

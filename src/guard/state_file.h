@@ -3,15 +3,25 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 
+#include "common/byte_buffer.h"
 #include "common/descriptor.h"
 #include "guard/state.h"
 
 namespace quorbix::virtdisk::internal::guard {
 
-// The folder of the state: "state", "lock" and "trash" lie in it.
+// The folder of the state: "state", "quiet", "lock" and "trash" lie in it.
 
 enum class StateLoad { kNone, kLoaded, kDamaged };
+
+// Reads a file of it whole. kNone: there is none. kDamaged: it cannot be read, and `err` says why.
+StateLoad LoadText(const std::filesystem::path& file, ByteBuffer& text, std::string& err);
+
+// Puts `text` in place of what the file holds, so that a crash leaves one of the two. On failure
+// returns false and says why in `err`.
+[[nodiscard]] bool SaveText(const std::filesystem::path& file, std::string_view text,
+                            std::string& err);
 
 // Reads what the last pass left. kNone: there is none yet. kDamaged: there is one that cannot be
 // used, and `err` says why. `state` is empty in both cases.

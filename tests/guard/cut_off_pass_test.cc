@@ -285,7 +285,7 @@ class CutOffPass : public testing::TestWithParam<Way> {
     }
     for (const auto& entry : fs::directory_iterator(StateFolder())) {
       const std::string name = entry.path().filename();
-      EXPECT_TRUE(name == "state" || name == "lock" || name == "trash" ||
+      EXPECT_TRUE(name == "state" || name == "quiet" || name == "lock" || name == "trash" ||
                   name == ".quorbix-state.tmp")
           << name;
     }

@@ -106,57 +106,6 @@ TEST_F(GuardedPassTest, Conflict_KeepsBothOnBothSides) {
   EXPECT_EQ(Pass().outcome, kNothingToDo);
 }
 
-// --- what is looked at again
-
-// A file's times tell nothing about changes that come within the same tick.
-constexpr std::chrono::milliseconds kLongerThanATick{2100};
-
-class QuietPair : public GuardedPair {
- protected:
-  // Both sides have been quiet for so long that their times alone are looked at.
-  void BecomeQuiet() {
-    folder.File("host/a.txt", "a").File("host/SUB/b.txt", "b").Folder("host/EMPTY");
-    folder.Link("host/link.txt", "a.txt").File("host/.dot", "d");
-    BuildImage();
-    std::this_thread::sleep_for(kLongerThanATick);
-    sync = Sync();
-    EXPECT_EQ(sync->Pass().outcome, kNothingToDo);
-    std::this_thread::sleep_for(kLongerThanATick);
-    EXPECT_EQ(sync->Pass().outcome, kNothingToDo);
-    EXPECT_EQ(sync->Pass().outcome, kNothingToDo);
-  }
-
-  std::unique_ptr<IGuardedFolderSync> sync;
-};
-
-TEST_F(QuietPair, EachKindOfChange_IsNoticed) {
-  BecomeQuiet();
-  const std::vector<std::function<void()>> changes{
-      [&] { folder.File("host/a.txt", "A"); },
-      [&] {
-        // The size and the time of the last change are put back; the time of the last change to
-        // what is noted about the file is not.
-        const auto time = std::filesystem::last_write_time(Host() / "a.txt");
-        folder.File("host/a.txt", "B");
-        std::filesystem::last_write_time(Host() / "a.txt", time);
-      },
-      [&] { folder.File("host/SUB/new.txt", "n"); },
-      [&] { folder.Remove("host/SUB/b.txt"); },
-      [&] { folder.Folder("host/SUB/NEW"); },
-      [&] { folder.Remove("host/EMPTY"); },
-      [&] { std::filesystem::rename(Host() / "a.txt", Host() / "c.txt"); },
-      [&] { GuestWrites("SUB/GUEST.TXT", "g"); },
-  };
-  for (std::size_t i = 0; i < changes.size(); ++i) {
-    SCOPED_TRACE(i);
-    changes[i]();
-    EXPECT_EQ(Preview().outcome, kDone);
-    const GuardedReport report = sync->Pass();
-    EXPECT_EQ(report.outcome, kDone) << report.message;
-    EXPECT_EQ(sync->Pass().outcome, kNothingToDo);
-  }
-}
-
 // --- not now
 
 TEST_F(GuardedPassTest, FileThatIsBeingWritten_IsLeftToSettle) {

@@ -1,0 +1,230 @@
+// What is looked at again when nothing seems to have changed, within one process and by the next
+// one. Times are of no use to tell changes that come within the same tick: here the clock is ahead
+// of the files, as if they had been quiet for long.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <chrono>
+#include <cstdarg>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "guard/guarded_pair.h"
+#include "support/next_function.h"
+
+namespace {
+
+using quorbix::virtdisk::test::NextOf;
+
+int secondsAhead = 0;
+int statesRead = 0;
+
+}  // namespace
+
+// These stand in front of the C library's functions for the whole program.
+
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+  const int result = NextOf<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
+  if (clock == CLOCK_REALTIME) time->tv_sec += secondsAhead;
+  return result;
+}
+
+extern "C" int openat(int folder, const char* path, int flags, ...) {
+  std::va_list rest;
+  va_start(rest, flags);
+  const int mode = va_arg(rest, int);
+  va_end(rest);
+  if (std::string_view(path).ends_with(".sync/state")) ++statesRead;
+  return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
+}
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+namespace fs = std::filesystem;
+using enum GuardedOutcome;
+
+class QuietPair : public GuardedPair {
+ protected:
+  QuietPair() {
+    folder.File("host/a.txt", "a").File("host/SUB/b.txt", "b").Folder("host/EMPTY");
+    folder.Link("host/link.txt", "a.txt").File("host/.dot", "d").Link("host/SUB/nowhere", "gone");
+    BuildImage();
+    secondsAhead = 10;
+    BecomeQuiet();
+  }
+  ~QuietPair() override { secondsAhead = 0; }
+
+  void BecomeQuiet() {
+    sync = Sync();
+    whole = sync->Pass();
+    EXPECT_EQ(whole.outcome, kNothingToDo);
+    EXPECT_EQ(sync->Pass().outcome, kNothingToDo);
+    // Longer than the tick of the file system's times.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+
+  // Whether a pass found that nothing has changed without what is remembered.
+  bool IsQuick(IGuardedFolderSync& quick) {
+    statesRead = 0;
+    report = quick.Pass();
+    return statesRead == 0;
+  }
+
+  // As another process does.
+  bool IsQuickAnew() {
+    sync.reset();
+    sync = Sync();
+    return IsQuick(*sync);
+  }
+
+  fs::path Quiet() const { return StateFolder() / "quiet"; }
+
+  std::unique_ptr<IGuardedFolderSync> sync;
+  GuardedReport whole;   // of a look at everything
+  GuardedReport report;  // of the latest one
+};
+
+TEST_F(QuietPair, NextLook_TakesNoMemory) {
+  EXPECT_TRUE(IsQuick(*sync));
+  EXPECT_EQ(report.outcome, kNothingToDo);
+}
+
+TEST_F(QuietPair, FirstLookOfAProcess_TakesNoMemory) {
+  EXPECT_TRUE(IsQuickAnew());
+  EXPECT_EQ(report.outcome, kNothingToDo);
+  EXPECT_TRUE(IsQuick(*sync));
+}
+
+TEST_F(QuietPair, ReportOfAQuickLook_SaysTheSame) {
+  ASSERT_TRUE(IsQuickAnew());
+  EXPECT_EQ(report.files, 3u);
+  EXPECT_EQ(report.files, whole.files);
+  EXPECT_EQ(report.bytes, whole.bytes);
+  EXPECT_EQ(report.lastReadInFull, whole.lastReadInFull);
+  EXPECT_GT(report.lastReadInFull, 0);
+  EXPECT_FALSE(report.isFirstMeeting);
+  EXPECT_EQ(report.notes.size(), 3u);  // two of the folder, and the disk's ".dot" has no name
+  ASSERT_EQ(report.notes.size(), whole.notes.size());
+  for (std::size_t i = 0; i < whole.notes.size(); ++i) {
+    EXPECT_EQ(report.notes[i].path, whole.notes[i].path);
+    EXPECT_EQ(report.notes[i].text, whole.notes[i].text);
+  }
+}
+
+TEST_F(QuietPair, EachKindOfChange_IsNoticed) {
+  const std::vector<std::function<void()>> changes{
+      [&] { folder.File("host/a.txt", "A"); },
+      [&] {
+        // The size and the time of the last change are put back; the time of the last change to
+        // what is noted about the file is not.
+        const auto time = fs::last_write_time(Host() / "a.txt");
+        folder.File("host/a.txt", "B");
+        fs::last_write_time(Host() / "a.txt", time);
+      },
+      [&] { folder.File("host/SUB/new.txt", "n"); },
+      [&] { folder.Remove("host/SUB/b.txt"); },
+      [&] { folder.Folder("host/SUB/NEW"); },
+      [&] { folder.Remove("host/EMPTY"); },
+      [&] { fs::rename(Host() / "a.txt", Host() / "c.txt"); },
+      [&] { folder.File("host/SUB/gone", "the link leads somewhere now"); },
+      [&] { GuestWrites("SUB/GUEST.TXT", "g"); },
+  };
+  for (const bool isAnew : {false, true}) {
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+      SCOPED_TRACE(std::to_string(i) + (isAnew ? " anew" : ""));
+      ASSERT_TRUE(isAnew ? IsQuickAnew() : IsQuick(*sync));
+      if (isAnew) sync = Sync();
+      changes[i]();
+      EXPECT_EQ(Preview().outcome, kDone);
+      EXPECT_FALSE(IsQuick(*sync));
+      EXPECT_EQ(report.outcome, kDone) << report.message;
+      BecomeQuiet();
+    }
+    folder.File("host/a.txt", "a").File("host/SUB/b.txt", "b").Folder("host/EMPTY");
+    folder.Remove("host/SUB/new.txt").Remove("host/SUB/NEW").Remove("host/SUB/gone");
+    folder.Remove("host/SUB/GUEST.TXT");
+    EXPECT_EQ(sync->Pass().outcome, kDone);
+    BecomeQuiet();
+  }
+}
+
+TEST_F(QuietPair, AnotherFolderInItsPlace_IsNoticed) {
+  for (const bool isAnew : {false, true}) {
+    SCOPED_TRACE(isAnew);
+    if (isAnew) sync = Sync();
+    fs::rename(Host(), folder / "old");
+    fs::create_directory(Host());
+    for (const auto& entry : fs::directory_iterator(folder / "old")) {
+      fs::rename(entry.path(), Host() / entry.path().filename());
+    }
+    fs::remove(folder / "old");
+    EXPECT_FALSE(IsQuick(*sync));
+    EXPECT_EQ(report.outcome, kRefused);
+    EXPECT_EQ(sync->Pass({GuardedHazard::kFolderReplaced}).outcome, kNothingToDo);
+    BecomeQuiet();
+  }
+}
+
+TEST_F(QuietPair, LinkToAnotherImage_IsNoticed) {
+  fs::copy_file(Image(), folder / "other.img");
+  folder.Link("link.img", Image());
+  sync.reset();  // gives the lock back
+  options.stateFolder = StateFolder();
+  sync = CreateGuardedFolderSync(folder / "link.img", Host(), options);
+  ASSERT_TRUE(IsQuick(*sync));
+  folder.Remove("link.img").Link("link.img", folder / "other.img");
+  EXPECT_FALSE(IsQuick(*sync));
+}
+
+TEST_F(QuietPair, StateThatIsGone_IsNotDoneWithout) {
+  fs::remove(StateFolder() / "state");
+  EXPECT_FALSE(IsQuick(*sync));
+  EXPECT_TRUE(report.isFirstMeeting);
+}
+
+TEST_F(QuietPair, StateThatIsGone_IsNotDoneWithoutByTheNextProcess) {
+  fs::remove(StateFolder() / "state");
+  EXPECT_FALSE(IsQuickAnew());
+  EXPECT_TRUE(report.isFirstMeeting);
+}
+
+TEST_F(QuietPair, Verify_ReadsEverything) {
+  sync.reset();
+  options.verify = true;
+  sync = Sync();
+  EXPECT_FALSE(IsQuick(*sync));
+  EXPECT_EQ(report.outcome, kNothingToDo);
+}
+
+TEST_F(QuietPair, FileThatCannotBeUsed_IsPassedOver) {
+  const std::string text = test::ReadWholeFile(Quiet());
+  std::vector<std::string> damaged{"", "something else", text.substr(0, text.size() - 1)};
+  for (std::size_t i = 0; i < text.size(); i += 7) {
+    damaged.push_back(text);
+    damaged.back()[i] ^= 1;
+  }
+  for (const std::string& other : damaged) {
+    test::WriteWholeFile(Quiet(), other);
+    EXPECT_FALSE(IsQuickAnew());
+    EXPECT_EQ(report.outcome, kNothingToDo);
+  }
+}
+
+// Times cannot tell whether such a file is changed once more.
+TEST_F(QuietPair, SidesThatWereChangedJustNow_AreLookedAtWhole) {
+  secondsAhead = 0;
+  folder.File("host/a.txt", "new");
+  EXPECT_EQ(sync->Pass().outcome, kDone);
+  EXPECT_EQ(sync->Pass().outcome, kNothingToDo);
+  EXPECT_FALSE(IsQuick(*sync));
+  EXPECT_FALSE(IsQuickAnew());
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal::guard
