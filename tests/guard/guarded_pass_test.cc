@@ -11,6 +11,7 @@
 #include <functional>
 #include <thread>
 
+#include "common/byte_order.h"
 #include "common/host_file.h"
 #include "guard/guarded_pair.h"
 #include "guard/sight.h"
@@ -310,6 +311,30 @@ TEST_F(GuardedPassTest, KindClash_IsRefusedAndKeptApartWhenAccepted) {
   EXPECT_EQ(Pass({GuardedHazard::kKindClash, GuardedHazard::kImageEmpty}).outcome, kDone);
   EXPECT_EQ(OnHost().at("a"), "file");
   EXPECT_TRUE(std::filesystem::is_directory(Host() / "A (disk)"));
+}
+
+TEST_F(GuardedPassTest, OtherPartition_IsRefusedAndLeftOutWhenAccepted) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  std::vector<std::uint8_t> bytes = test::ReadBytes(Image());
+  bytes.resize(bytes.size() + 512 * 100);
+  const std::size_t second = 446 + 16;
+  bytes[second + 4] = 0x83;
+  StoreU32(&bytes[second + 8], static_cast<std::uint32_t>(bytes.size() / 512 - 100));
+  StoreU32(&bytes[second + 12], 100);
+  test::WriteBytes(Image(), bytes);
+  folder.File("host/a.txt", "edited");
+  const GuardedReport refused = Pass();
+  EXPECT_EQ(refused.outcome, kRefused);
+  EXPECT_THAT(HazardsOf(refused),
+              ElementsAre(GuardedHazard::kImageResized, GuardedHazard::kOtherPartitions));
+  EXPECT_EQ(test::ReadBytes(Image()), bytes);
+  const GuardedReport done = Pass({GuardedHazard::kImageResized, GuardedHazard::kOtherPartitions});
+  EXPECT_EQ(done.outcome, kDone) << done.message;
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "edited"}}));
+  EXPECT_EQ(test::ReadBytes(Image())[second + 4], 0);
+  EXPECT_EQ(InTrash().at("image replaced DISK.IMG"), std::string(bytes.begin(), bytes.end()));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
 }
 
 // --- what a new image keeps

@@ -2,19 +2,24 @@
 // one. Times are of no use to tell changes that come within the same tick: here the clock is ahead
 // of the files, as if they had been quiet for long.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <time.h>
 
 #include <chrono>
 #include <cstdarg>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
+#include "common/host_file.h"
 #include "guard/guarded_pair.h"
+#include "support/memory_folder.h"
 #include "support/next_function.h"
 
 namespace {
@@ -214,6 +219,32 @@ TEST_F(QuietPair, FileThatCannotBeUsed_IsPassedOver) {
     EXPECT_FALSE(IsQuickAnew());
     EXPECT_EQ(report.outcome, kNothingToDo);
   }
+}
+
+// What is written through a mapping to a page that was written to already changes no time.
+TEST(Verify, FileWrittenThroughAMapping_IsFound) {
+  const auto memory = test::MemoryFolder::OrOnDisk();
+  const fs::path host = memory.Path() / "host";
+  const fs::path image = memory.Path() / "DISK.IMG";
+  fs::create_directory(host);
+  test::WriteWholeFile(host / "a.txt", "...");
+  const Descriptor file = OpenHostPath((host / "a.txt").c_str(), O_RDWR);
+  void* bytes = ::mmap(nullptr, 3, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
+  ASSERT_NE(bytes, MAP_FAILED);
+  std::memcpy(bytes, "old", 3);
+  ASSERT_TRUE(CreateFat16Builder()->Build(host, image, std::uint64_t{3} << 20));
+  GuardedSyncOptions options;
+  options.settle = std::chrono::milliseconds(0);
+  secondsAhead = 10;
+  EXPECT_EQ(CreateGuardedFolderSync(image, host, options)->Pass().outcome, kNothingToDo);
+  std::memcpy(bytes, "new", 3);
+  EXPECT_EQ(CreateGuardedFolderSync(image, host, options)->Pass().outcome, kNothingToDo);
+  options.verify = true;
+  const GuardedReport report = CreateGuardedFolderSync(image, host, options)->Pass();
+  secondsAhead = 0;
+  ::munmap(bytes, 3);
+  EXPECT_EQ(report.outcome, kDone) << report.message;
+  EXPECT_EQ(test::GuestEditor(image).Files().at("A.TXT"), "new");
 }
 
 // Times cannot tell whether such a file is changed once more.

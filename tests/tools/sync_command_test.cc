@@ -5,13 +5,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "commands/sync_report.h"
 #include "support/guest_editor.h"
 #include "support/image_crafter.h"
+#include "support/instrumented.h"
 #include "support/temp_folder.h"
 #include "tools/built_program.h"
 #include "tools/program_run.h"
@@ -28,6 +33,7 @@ using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 using ::testing::Not;
 using ::testing::SizeIs;
+using ::testing::UnorderedElementsAre;
 
 class SyncCommand : public ::testing::Test {
  protected:
@@ -199,6 +205,69 @@ TEST_F(SyncCommand, RunningSync_EndsAtOnceOnInterrupt) {
   Background sync({"sync", Image(), Folder(), "--interval", "4294967295"}, folder / "log");
   ASSERT_TRUE(WaitFor([&] { return folder.Exists("log.err") && !folder.Read("log.err").empty(); }));
   EXPECT_EQ(sync.End(SIGINT), 128 + SIGINT);
+}
+
+// A file so large that a signal comes in the middle of it.
+class LargeSync : public SyncCommand {
+ protected:
+#ifdef __OPTIMIZE__
+  static constexpr std::uint64_t kLarge = std::uint64_t{500} << 20;
+#else
+  static constexpr std::uint64_t kLarge = std::uint64_t{30} << 20;
+#endif
+
+  LargeSync() {
+    const std::string size = std::to_string(2 * kLarge);
+    EXPECT_EQ(RunVirtdisk({"build", Folder(), Image(), "--size", size}).status, 0);
+    EXPECT_EQ(Sync().status, 0);
+    folder.File("DISK/LARGE");
+    fs::resize_file(folder / "DISK/LARGE", kLarge);
+  }
+
+  // What lies beside the folder, without the log.
+  std::vector<std::string> Beside() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder.Path())) {
+      const std::string name = entry.path().filename();
+      if (!name.starts_with("log")) names.push_back(name);
+    }
+    return names;
+  }
+
+  void ExpectEndedSoon(Background& sync) const {
+    const auto began = std::chrono::steady_clock::now();
+    EXPECT_EQ(sync.End(SIGTERM), 128 + SIGTERM);
+    EXPECT_LT(std::chrono::steady_clock::now() - began,
+              std::chrono::seconds(kInstrumented ? 5 : 1));
+    EXPECT_THAT(Beside(), UnorderedElementsAre("DISK", "disk.img", "disk.img.sync"));
+    EXPECT_FALSE(GuestEditor(Image()).Exists("LARGE"));
+  }
+};
+
+TEST_F(LargeSync, SignalWhileTheFolderIsRead_EndsIt) {
+  Background sync({"sync", Image(), Folder(), "--settle", "0", "--once"}, folder / "log");
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  ExpectEndedSoon(sync);
+}
+
+TEST_F(LargeSync, SignalWhileTheNewImageIsWritten_EndsItAndLeavesNoneBehind) {
+  Background sync({"sync", Image(), Folder(), "--settle", "0", "--once"}, folder / "log");
+  ASSERT_TRUE(WaitFor([&] { return Beside().size() == 4; }));
+  ExpectEndedSoon(sync);
+}
+
+TEST_F(SyncCommand, TrashSize_IsWhatTheTrashKeeps) {
+  Sync();
+  for (const char* content : {"1\n", "22\n", "333\n"}) {
+    GuestWrites("SUB/B.TXT", content);
+    EXPECT_EQ(Sync({"--once", "--trash-size", "1K"}).status, 0);
+  }
+  const std::string few = RunVirtdisk({"restore", Image()}).out;
+  EXPECT_EQ(std::count(few.begin(), few.end(), '\n'), 3);  // of two and three bytes: little enough
+  folder.File("DISK/A long name.txt", "edited");
+  EXPECT_EQ(Sync({"--once", "--trash-size", "1K"}).status, 0);
+  EXPECT_THAT(RunVirtdisk({"restore", Image()}).out,
+              MatchesRegex("[^\n]*  image replaced  disk  [^\n]*  disk\\.img\n"));
 }
 
 TEST_F(SyncCommand, SecondSyncOfThePair_IsToldWhoIsFirst) {
