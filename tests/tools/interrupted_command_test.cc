@@ -1,0 +1,212 @@
+// A signal at any call of the system that changes something ends a command at once, and leaves
+// whole files, old or new, and nothing else.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/stop_signals.h"
+#include "support/child_process.h"
+#include "support/guest_editor.h"
+#include "support/memory_folder.h"
+#include "support/next_function.h"
+#include "support/temp_folder.h"
+#include "tools/program_run.h"
+
+namespace {
+
+using quorbix::virtdisk::test::NextOf;
+
+int callsBeforeTheSignal = -1;  // negative: none comes
+
+void RaiseAtLast() {
+  if (callsBeforeTheSignal >= 0 && callsBeforeTheSignal-- == 0) ::raise(SIGTERM);
+}
+
+}  // namespace
+
+// These stand in front of the C library's functions for the whole program.
+
+extern "C" int openat(int folder, const char* path, int flags, ...) {
+  std::va_list rest;
+  va_start(rest, flags);
+  const int mode = va_arg(rest, int);
+  va_end(rest);
+  if ((flags & O_CREAT) != 0) RaiseAtLast();
+  return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
+}
+
+extern "C" int mkostemp(char* path, int flags) {
+  RaiseAtLast();
+  return NextOf<int(char*, int)>("mkostemp")(path, flags);
+}
+
+extern "C" ssize_t write(int file, const void* bytes, size_t size) {
+  if (file > STDERR_FILENO) RaiseAtLast();
+  return NextOf<ssize_t(int, const void*, size_t)>("write")(file, bytes, size);
+}
+
+extern "C" ssize_t pwrite(int file, const void* bytes, size_t size, off_t offset) {
+  RaiseAtLast();
+  return NextOf<ssize_t(int, const void*, size_t, off_t)>("pwrite")(file, bytes, size, offset);
+}
+
+extern "C" ssize_t copy_file_range(int from, off_t* fromOffset, int to, off_t* toOffset,
+                                   size_t size, unsigned flags) {
+  RaiseAtLast();
+  using Function = ssize_t(int, off_t*, int, off_t*, size_t, unsigned);
+  return NextOf<Function>("copy_file_range")(from, fromOffset, to, toOffset, size, flags);
+}
+
+extern "C" int ftruncate(int file, off_t size) noexcept {
+  RaiseAtLast();
+  return NextOf<int(int, off_t)>("ftruncate")(file, size);
+}
+
+extern "C" int fsync(int file) {
+  RaiseAtLast();
+  return NextOf<int(int)>("fsync")(file);
+}
+
+extern "C" int fdatasync(int file) {
+  RaiseAtLast();
+  return NextOf<int(int)>("fdatasync")(file);
+}
+
+extern "C" int rename(const char* from, const char* to) noexcept {
+  RaiseAtLast();
+  return NextOf<int(const char*, const char*)>("rename")(from, to);
+}
+
+extern "C" int mkdir(const char* path, mode_t mode) noexcept {
+  RaiseAtLast();
+  return NextOf<int(const char*, mode_t)>("mkdir")(path, mode);
+}
+
+namespace quorbix::virtdisk::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Files = std::map<std::string, std::string>;
+
+class InterruptedCommand : public ::testing::Test {
+ protected:
+  InterruptedCommand() {
+    fs::create_directories(Path("DISK/SUB"));
+    WriteWholeFile(Path("DISK/A.TXT"), "a");
+    WriteWholeFile(Path("DISK/SUB/LARGE.BIN"), std::string(3'000'000, 'x'));
+    WriteWholeFile(Path("DISK/SUB/B.TXT"), std::string(700, 'b'));
+    EXPECT_EQ(RunVirtdisk({"build", Path("DISK"), Path("old.img")}).status, 0);
+  }
+
+  std::string Path(const std::string& name) const { return folder.Path() / name; }
+
+  // What lies in the folder, by path.
+  Files Found() const {
+    Files files;
+    for (const auto& entry : fs::recursive_directory_iterator(folder.Path())) {
+      const std::string path = fs::relative(entry.path(), folder.Path());
+      files[path] = entry.is_regular_file() ? ReadWholeFile(entry.path()) : "/";
+    }
+    return files;
+  }
+
+  // Runs the command with a signal at each of its calls in turn, until none is left for it.
+  // `begin` comes before each run, `check` after those that a signal has ended.
+  int EndAtEveryCall(const std::vector<std::string>& command, const std::function<void()>& begin,
+                     const std::function<void()>& check) {
+    for (int calls = 0;; ++calls) {
+      SCOPED_TRACE("signal at call " + std::to_string(calls));
+      begin();
+      const int status = RunInChild({}, [&] {
+        tool::EndOnSignals();
+        callsBeforeTheSignal = calls;
+        return RunVirtdisk(command).status;
+      });
+      if (status == 0 || HasFailure()) return calls;
+      EXPECT_EQ(status, 128 + SIGTERM);
+      check();
+    }
+  }
+
+  const MemoryFolder folder = MemoryFolder::OrOnDisk();
+};
+
+TEST_F(InterruptedCommand, Get_LeavesWholeFilesAlone) {
+  const Files before = Found();
+  const int calls = EndAtEveryCall(
+      {"get", Path("old.img"), "/", Path("GOT")}, [&] { fs::remove_all(Path("GOT")); },
+      [&] {
+        for (const auto& [path, content] : Found()) {
+          const std::string source = path.starts_with("GOT/") ? "DISK" + path.substr(3) : path;
+          if (path == "GOT") continue;
+          ASSERT_TRUE(before.contains(source)) << path;
+          EXPECT_TRUE(before.at(source) == content) << path;
+        }
+      });
+  EXPECT_GE(calls, 10);
+  EXPECT_EQ(ReadWholeFile(Path("GOT/SUB/LARGE.BIN")), std::string(3'000'000, 'x'));
+}
+
+TEST_F(InterruptedCommand, Put_LeavesTheOldImageOrTheNewOne) {
+  WriteWholeFile(Path("new"), std::string(2'000'000, 'n'));
+  const auto begin = [&] {
+    fs::copy_file(Path("old.img"), Path("disk.img"), fs::copy_options::overwrite_existing);
+  };
+  begin();
+  const Files before = Found();
+  const int calls =
+      EndAtEveryCall({"put", Path("disk.img"), "/SUB/LARGE.BIN", Path("new")}, begin, [&] {
+        const Files after = Found();
+        EXPECT_EQ(after.size(), before.size());
+        const bool isOld = after.at("disk.img") == before.at("disk.img");
+        const Files inside = GuestEditor(Path("disk.img")).Files();
+        EXPECT_TRUE(isOld || inside.at("SUB/LARGE.BIN") == std::string(2'000'000, 'n'));
+        EXPECT_TRUE(inside.at("SUB/B.TXT") == std::string(700, 'b'));
+      });
+  EXPECT_GE(calls, 4);
+}
+
+TEST_F(InterruptedCommand, Build_LeavesTheOldImageOrTheNewOne) {
+  const auto begin = [&] {
+    fs::copy_file(Path("old.img"), Path("disk.img"), fs::copy_options::overwrite_existing);
+  };
+  begin();
+  WriteWholeFile(Path("DISK/A.TXT"), "new");
+  const Files before = Found();
+  const int calls = EndAtEveryCall({"build", Path("DISK"), Path("disk.img")}, begin, [&] {
+    const Files after = Found();
+    EXPECT_EQ(after.size(), before.size());
+    const bool isOld = after.at("disk.img") == before.at("disk.img");
+    const Files inside = GuestEditor(Path("disk.img")).Files();
+    EXPECT_EQ(inside.at("A.TXT"), isOld ? "a" : "new");
+    EXPECT_TRUE(inside.at("SUB/LARGE.BIN") == std::string(3'000'000, 'x'));
+  });
+  EXPECT_GE(calls, 4);
+}
+
+TEST_F(InterruptedCommand, Map_LeavesTheOldPictureOrTheNewOne) {
+  const auto begin = [&] { WriteWholeFile(Path("disk.svg"), "old"); };
+  begin();
+  const Files before = Found();
+  const int calls = EndAtEveryCall({"map", Path("old.img"), "-o", Path("disk.svg")}, begin, [&] {
+    const Files after = Found();
+    EXPECT_EQ(after.size(), before.size());
+    EXPECT_TRUE(after.at("disk.svg") == "old" || after.at("disk.svg").ends_with("</svg>\n"));
+  });
+  EXPECT_GE(calls, 2);
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::test
