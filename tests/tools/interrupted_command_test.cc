@@ -1,5 +1,5 @@
-// A signal at any call of the system that changes something ends a command at once, and leaves
-// whole files, old or new, and nothing else.
+// A signal at any call of the system that changes something ends a command at once, a disk that is
+// full from that call on makes it fail, and both leave whole files, old or new, and nothing else.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <filesystem>
@@ -28,10 +29,23 @@ namespace {
 
 using quorbix::virtdisk::test::NextOf;
 
-int callsBeforeTheSignal = -1;  // negative: none comes
+int callsBeforeTheEnd = -1;  // negative: nothing happens
+bool isDiskFull = false;     // from the end on; otherwise a signal comes
 
-void RaiseAtLast() {
-  if (callsBeforeTheSignal >= 0 && callsBeforeTheSignal-- == 0) ::raise(SIGTERM);
+// Whether this call fails.
+bool IsRefused() {
+  if (callsBeforeTheEnd < 0) return false;
+  if (callsBeforeTheEnd > 0) {
+    --callsBeforeTheEnd;
+    return false;
+  }
+  if (isDiskFull) {
+    errno = ENOSPC;
+    return true;
+  }
+  callsBeforeTheEnd = -1;
+  ::raise(SIGTERM);
+  return false;
 }
 
 }  // namespace
@@ -43,54 +57,54 @@ extern "C" int openat(int folder, const char* path, int flags, ...) {
   va_start(rest, flags);
   const int mode = va_arg(rest, int);
   va_end(rest);
-  if ((flags & O_CREAT) != 0) RaiseAtLast();
+  if ((flags & O_CREAT) != 0 && IsRefused()) return -1;
   return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
 }
 
 extern "C" int mkostemp(char* path, int flags) {
-  RaiseAtLast();
+  if (IsRefused()) return -1;
   return NextOf<int(char*, int)>("mkostemp")(path, flags);
 }
 
 extern "C" ssize_t write(int file, const void* bytes, size_t size) {
-  if (file > STDERR_FILENO) RaiseAtLast();
+  if (file > STDERR_FILENO && IsRefused()) return -1;
   return NextOf<ssize_t(int, const void*, size_t)>("write")(file, bytes, size);
 }
 
 extern "C" ssize_t pwrite(int file, const void* bytes, size_t size, off_t offset) {
-  RaiseAtLast();
+  if (IsRefused()) return -1;
   return NextOf<ssize_t(int, const void*, size_t, off_t)>("pwrite")(file, bytes, size, offset);
 }
 
 extern "C" ssize_t copy_file_range(int from, off_t* fromOffset, int to, off_t* toOffset,
                                    size_t size, unsigned flags) {
-  RaiseAtLast();
+  if (IsRefused()) return -1;
   using Function = ssize_t(int, off_t*, int, off_t*, size_t, unsigned);
   return NextOf<Function>("copy_file_range")(from, fromOffset, to, toOffset, size, flags);
 }
 
 extern "C" int ftruncate(int file, off_t size) noexcept {
-  RaiseAtLast();
+  if (IsRefused()) return -1;
   return NextOf<int(int, off_t)>("ftruncate")(file, size);
 }
 
 extern "C" int fsync(int file) {
-  RaiseAtLast();
+  if (IsRefused()) return -1;
   return NextOf<int(int)>("fsync")(file);
 }
 
 extern "C" int fdatasync(int file) {
-  RaiseAtLast();
+  if (IsRefused()) return -1;
   return NextOf<int(int)>("fdatasync")(file);
 }
 
 extern "C" int rename(const char* from, const char* to) noexcept {
-  RaiseAtLast();
+  if (IsRefused()) return -1;
   return NextOf<int(const char*, const char*)>("rename")(from, to);
 }
 
 extern "C" int mkdir(const char* path, mode_t mode) noexcept {
-  RaiseAtLast();
+  if (IsRefused()) return -1;
   return NextOf<int(const char*, mode_t)>("mkdir")(path, mode);
 }
 
@@ -122,24 +136,33 @@ class InterruptedCommand : public ::testing::Test {
     return files;
   }
 
-  // Runs the command with a signal at each of its calls in turn, until none is left for it.
-  // `begin` comes before each run, `check` after those that a signal has ended.
+  // Runs the command with a signal, or a disk that gets full, at each of its calls in turn, until
+  // none is left for it. `begin` comes before each run, `check` after those that ended so.
   int EndAtEveryCall(const std::vector<std::string>& command, const std::function<void()>& begin,
                      const std::function<void()>& check) {
     for (int calls = 0;; ++calls) {
-      SCOPED_TRACE("signal at call " + std::to_string(calls));
-      begin();
-      const int status = RunInChild({}, [&] {
-        tool::EndOnSignals();
-        callsBeforeTheSignal = calls;
-        return RunVirtdisk(command).status;
-      });
-      if (status == 0 || HasFailure()) return calls;
-      EXPECT_EQ(status, 128 + SIGTERM);
-      check();
+      SCOPED_TRACE("at call " + std::to_string(calls));
+      int ended = 0;
+      for (const bool isFull : {false, true}) {
+        SCOPED_TRACE(isFull ? "full disk" : "signal");
+        begin();
+        const int status = RunInChild({}, [&] {
+          tool::EndOnSignals();
+          isDiskFull = isFull;
+          callsBeforeTheEnd = calls;
+          const ProgramRun run = RunVirtdisk(command);
+          return run.status != 0 && run.err.empty() ? kSilent : run.status;
+        });
+        if (status == 0) continue;
+        ++ended;
+        EXPECT_EQ(status, isFull ? 1 : 128 + SIGTERM);
+        check();
+      }
+      if (ended == 0 || HasFailure()) return calls;
     }
   }
 
+  static constexpr int kSilent = 99;
   const MemoryFolder folder = MemoryFolder::OrOnDisk();
 };
 
