@@ -3,6 +3,8 @@
 
 option(QUORBIX_VIRTDISK_WARNINGS_AS_ERRORS "Treat warnings as errors (CI does)" OFF)
 option(QUORBIX_VIRTDISK_BUILD_FUZZ "Build the libFuzzer explorers (needs clang)" OFF)
+option(QUORBIX_VIRTDISK_OPTIMISE_HASHES
+  "Optimise the few sources that hash contents, where most of a test's time goes without" OFF)
 set(QUORBIX_VIRTDISK_SANITIZE "" CACHE STRING
   "Sanitizers for everything built here, as in -fsanitize=: address,undefined or thread")
 
