@@ -273,7 +273,8 @@ class SlowBuild : public BuildOutput {
 
 TEST_F(SlowBuild, Progress_IsShownAndGoesBeforeTheSummary) {
   const std::string shown = test::ReadTerminal(terminal, child);
-  EXPECT_THAT(shown, ::testing::ContainsRegex("\r(copying|writing): [0-9.]+ MiB of 30[0-9] MiB, "));
+  EXPECT_THAT(shown, ::testing::ContainsRegex(
+                         "\r(copying|writing): [0-9.]+ MiB of 30[0-9](\\.[0-9])? MiB, "));
   EXPECT_THAT(shown, ::testing::ContainsRegex("\r +\r(\r|\n|.)*Built "));
 }
 
