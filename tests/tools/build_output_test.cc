@@ -128,12 +128,41 @@ TEST_F(BuildOutput, Document_IsRefusedUnlessForced) {
   folder.File("letter.txt", "Dear aunt,");
   const ProgramRun run = Build("letter.txt");
   EXPECT_EQ(run.status, 3);
-  EXPECT_THAT(run.err, HasSubstr("letter.txt exists, and is no disk image"));
+  EXPECT_THAT(run.err, HasSubstr("letter.txt exists, and is no FAT16 disk image"));
   EXPECT_THAT(run.err, HasSubstr("--force"));
   EXPECT_EQ(folder.Read("letter.txt"), "Dear aunt,");
   EXPECT_EQ(Build("letter.txt", {"--in-place"}).status, 3);
   EXPECT_EQ(Build("letter.txt", {"--force"}).status, 0);
   EXPECT_EQ(Cat("letter.txt"), "abc");
+}
+
+TEST_F(BuildOutput, FloppyOfFat12_IsNoImageToReplace) {
+  test::ImageCrafter floppy({.partitioned = false, .clusters = 5000});
+  const std::string type = "FAT12";
+  for (std::size_t i = 0; i < type.size(); ++i) {
+    floppy.Byte(54 + i, static_cast<std::uint8_t>(type[i]));
+  }
+  test::WriteBytes(folder / "floppy.img", floppy.Bytes());
+  const ProgramRun run = Build("floppy.img");
+  EXPECT_EQ(run.status, 3);
+  EXPECT_THAT(run.err, HasSubstr("floppy.img exists, and is no FAT16 disk image"));
+  EXPECT_EQ(test::ReadBytes(folder / "floppy.img"), floppy.Bytes());
+}
+
+TEST_F(BuildOutput, ProtectedImage_IsRefusedUnlessForced) {
+  for (const unsigned mode : {0444u, 0u}) {
+    fs::permissions(folder / "disk.img", fs::perms{mode});
+    fs::permissions(folder.Path(), fs::perms{0777});
+    const int status =
+        test::RunInChild({.dropRoot = true}, [this] { return Build("disk.img").status; });
+    EXPECT_EQ(status, 3) << mode;
+    fs::permissions(folder / "disk.img", fs::perms{0644});
+    EXPECT_TRUE(IsOld());
+  }
+  fs::permissions(folder / "disk.img", fs::perms{0444});
+  const int forced = test::RunInChild({.dropRoot = true},
+                                      [this] { return Build("disk.img", {"--force"}).status; });
+  EXPECT_EQ(forced, 0);
 }
 
 TEST_F(BuildOutput, BlankFile_IsNoLoss) {

@@ -149,6 +149,60 @@ ImageCrafter DiskWithAShortFile() {
   return crafter;
 }
 
+TEST_F(GetCommand, ShortFile_ReplacesNoWholeOneEvenWhenForced) {
+  folder.File("DEST", std::string(2000, 'g'));
+  const ProgramRun run = Get(DiskWithAShortFile(), "/A.TXT", {"--force"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("/A.TXT has only 1,024 of its 2,000 bytes\n"));
+  EXPECT_THAT(run.err, HasSubstr("what there is of it would replace "));
+  EXPECT_EQ(folder.Read("DEST"), std::string(2000, 'g'));
+}
+
+TEST_F(GetCommand, Json_TellsWhyNothingCame) {
+  const nlohmann::json none = Get(SmallDisk(), "/NONE", {"--json"}).Json();
+  EXPECT_EQ(none["error"], "file not found");
+  EXPECT_THAT(none["hint"].get<std::string>(), HasSubstr("virtdisk find"));
+  EXPECT_EQ(Get(SmallDisk(), "/", {"--json"}).Json()["error"], nlohmann::json());
+  const nlohmann::json again = Get(SmallDisk(), "/", {"--json"}).Json();
+  EXPECT_EQ(again["failed"][0]["path"], "/SUB/IN/EMPTY");
+  EXPECT_EQ(again["failed"][0]["reason"], "a file of that name exists");
+}
+
+TEST_F(GetCommand, FolderWithoutRights_IsToldAsThat) {
+  folder.Folder("DEST").Folder("CLOSED/DEST");
+  fs::permissions(folder / "DEST", fs::perms{0555});
+  fs::permissions(folder / "CLOSED", fs::perms{0700});
+  test::WriteBytes(folder / "disk.img", SmallDisk().Bytes());
+  fs::permissions(folder.Path(), fs::perms{0777});
+  const auto errors = [&](const std::string& destination) {
+    const fs::path log = folder / "log";
+    test::RunInChild({.dropRoot = true}, [&] {
+      test::WriteWholeFile(log, RunVirtdisk({"get", (folder / "disk.img").string(), "/",
+                                             (folder / destination).string()})
+                                    .err);
+      return 0;
+    });
+    return folder.Read("log");
+  };
+  EXPECT_EQ(errors("DEST"),
+            "virtdisk: refused to extract /SUB: Permission denied\n"
+            "  What is not refused is extracted.\n"
+            "virtdisk: refused to extract /SUB/IN: its folder could not be made\n"
+            "  What is not refused is extracted.\n"
+            "virtdisk: refused to extract /SUB/IN/EMPTY: its folder could not be made\n"
+            "  What is not refused is extracted.\n"
+            "virtdisk: refused to extract /SUB/B.TXT: its folder could not be made\n"
+            "  What is not refused is extracted.\n"
+            "virtdisk: cannot write " +
+                (folder / "DEST/A.TXT").string() +
+                ": Permission denied\n"
+                "  Not copied: /A.TXT\n");
+  folder.Remove("log");
+  EXPECT_THAT(errors("CLOSED/DEST"),
+              HasSubstr("virtdisk: cannot make the folder " + (folder / "CLOSED/DEST").string() +
+                        ": Permission denied\n"));
+}
+
 TEST_F(GetCommand, ShortFile_IsToldAndTheRestIsExtracted) {
   const ProgramRun run = Get(DiskWithAShortFile(), "/", {"--json"});
   EXPECT_EQ(run.status, 1);

@@ -287,6 +287,18 @@ TEST_F(MapCommand, Picture_IsWrittenAsAFile) {
 
 TEST_F(MapCommand, PictureToTheStandardOutput_IsData) {
   EXPECT_THAT(RunVirtdisk({"map", Image(), "-o", "-"}).out, ::testing::StartsWith("<svg "));
+  // In place of the picture before.
+  EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", (folder / "disk.svg").string()}).status, 0);
+  folder.File("letter", "Dear aunt,").Link("null", "/dev/null");
+  const std::string letter = (folder / "letter").string();
+  for (const std::string& place : {letter, (folder / "null").string(), Image()}) {
+    EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", place}).status, 3) << place;
+  }
+  EXPECT_EQ(folder.Read("letter"), "Dear aunt,");
+  EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", (folder / "null").string(), "--force"}).status, 1);
+  EXPECT_EQ(std::filesystem::read_symlink(folder / "null"), "/dev/null");
+  EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", letter, "--force"}).status, 0);
+  EXPECT_THAT(folder.Read("letter"), ::testing::StartsWith("<svg "));
 }
 
 TEST_F(MapCommand, PictureThatCannotBeWritten_Fails) {

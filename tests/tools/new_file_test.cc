@@ -27,6 +27,7 @@ using test::TempFolder;
 using Naming = NewFile::Naming;
 
 constexpr int kKilled = 256 + SIGKILL;
+constexpr char kChanged[] = ": it has changed meanwhile, and was left as it is";
 
 void WriteNew(const NewFile& file) { ASSERT_EQ(::write(file.Descriptor(), "new", 3), 3); }
 
@@ -96,8 +97,37 @@ TEST_P(NewFileTest, TargetThatBecameAFolder_FailsAndLeavesNothing) {
   ASSERT_TRUE(file.Create(folder / "B", err, GetParam())) << err;
   folder.File("B/KEPT", "kept");
   EXPECT_FALSE(file.Commit(err));
-  EXPECT_EQ(err, "cannot write " + (folder / "B").string() + ": Is a directory");
+  EXPECT_EQ(err, "cannot write " + (folder / "B").string() + kChanged);
   EXPECT_EQ(Entries(), 2);
+}
+
+TEST_P(NewFileTest, FileThatTookThePlaceMeanwhile_Stays) {
+  NewFile file;
+  ASSERT_TRUE(file.Create(folder / "B", err, GetParam())) << err;
+  WriteNew(file);
+  folder.File("B", "somebody's");
+  EXPECT_FALSE(file.Commit(err));
+  EXPECT_EQ(err, "cannot write " + (folder / "B").string() + kChanged);
+  EXPECT_EQ(folder.Read("B"), "somebody's");
+  EXPECT_EQ(Entries(), 2);
+}
+
+TEST_P(NewFileTest, FileThatHasChangedMeanwhile_Stays) {
+  NewFile file;
+  ASSERT_TRUE(file.Create(folder / "A", err, GetParam())) << err;
+  WriteNew(file);
+  folder.File("A", "edited");
+  EXPECT_FALSE(file.Commit(err));
+  EXPECT_EQ(err, "cannot write " + (folder / "A").string() + kChanged);
+  EXPECT_EQ(folder.Read("A"), "edited");
+  EXPECT_EQ(Entries(), 1);
+}
+
+TEST_P(NewFileTest, LinkToADevice_IsRefused) {
+  folder.Link("null", "/dev/null");
+  EXPECT_FALSE(Replace(folder / "null"));
+  EXPECT_EQ(err, "cannot write " + (folder / "null").string() + ": it is not a regular file");
+  EXPECT_EQ(fs::read_symlink(folder / "null"), "/dev/null");
 }
 
 TEST_P(NewFileTest, Pipe_IsRefused) {

@@ -154,6 +154,27 @@ TEST_F(SyncCommand, StatusFile_HoldsTheLastReport) {
   EXPECT_EQ(status["files"], 2);
 }
 
+TEST_F(SyncCommand, StatusInThePlaceOfSomethingElse_IsRefused) {
+  folder.File("letter", "Dear aunt,").File("list.json", "[1]").File("empty");
+  folder.Link("null", "/dev/null");
+  const std::vector<std::uint8_t> image = ReadBytes(Image());
+  for (const std::string& place :
+       {Image(), Folder(), (folder / "letter").string(), (folder / "list.json").string(),
+        (folder / "null").string(), (folder / "DISK/status").string()}) {
+    EXPECT_EQ(Sync({"--once", "--status", place}).status, 3) << place;
+    EXPECT_EQ(Sync({"--once", "--dry-run", "--status", place}).status, 3) << place;
+  }
+  EXPECT_EQ(ReadBytes(Image()), image);
+  EXPECT_EQ(folder.Read("letter"), "Dear aunt,");
+  EXPECT_EQ(folder.Read("list.json"), "[1]");
+  EXPECT_EQ(fs::read_symlink(folder / "null"), "/dev/null");
+  const std::string empty = (folder / "empty").string();
+  EXPECT_EQ(Sync({"--once", "--dry-run", "--status", empty}).status, 0);
+  EXPECT_EQ(folder.Read("empty"), "");
+  EXPECT_EQ(Sync({"--once", "--status", empty}).status, 0);
+  EXPECT_EQ(Sync({"--once", "--status", empty}).status, 0);  // in place of the one before
+}
+
 TEST_F(SyncCommand, WhatTakesNoPart_IsTold) {
   folder.File("DISK/.profile", "p");
   EXPECT_THAT(Sync().err, HasSubstr(".profile takes no part"));

@@ -241,7 +241,8 @@ class CommandLine {
     sub->add_option("FILE", put.file, "File with the new content")->required();
     sub->add_flag("--in-place", put.inPlace,
                   "Write into the image itself, for a machine that has it attached");
-    sub->add_flag("--force", put.force, "Write even into a volume that is no FAT16");
+    sub->add_flag("--force", put.force,
+                  "Write even into a volume that is no FAT16, or a write-protected image");
     sub->add_flag("--json", put.json, kJsonHelp);
   }
 
@@ -249,6 +250,7 @@ class CommandLine {
     CLI::App* sub = Add("map", "Draw how an image's clusters are used", "map games.img -o disk.svg",
                         [this] { return RunMap(console, map); });
     sub->add_option("IMAGE", map.image, kImageHelp)->required();
+    sub->add_flag("--force", map.force, "Replace a file that is no picture");
     sub->add_option("-o,--output", map.picture,
                     "Write an SVG picture there, or a page to search when it ends in .html (- for "
                     "a picture on the standard output)")

@@ -62,10 +62,17 @@ bool IsOutputAcceptable(Console& console, const BuildOptions& options) {
                     "An image is written to a file; copy it to a device from there.");
     case OutputKind::kOtherFile:
       if (options.force) break;
-      return Refuse(console, image + " exists, and is no disk image that can be read",
+      if (IsReadProtected(options.image)) {
+        return Refuse(console, image + " exists, and you may not read it",
+                      "Give another path; --force replaces it unread.");
+      }
+      return Refuse(console, image + " exists, and is no FAT16 disk image that can be read",
                     "Give another path, or --force to have the file replaced.");
-    case OutputKind::kNothing:
     case OutputKind::kDiskImage:
+      if (options.force || !IsWriteProtected(options.image)) break;
+      return Refuse(console, image + " is write-protected",
+                    "Give another path, or --force to have it replaced.");
+    case OutputKind::kNothing:
       break;
   }
   if (options.force || !LiesWithin(options.image, options.folder)) return true;

@@ -90,7 +90,7 @@ struct PutOptions {
   std::string path;
   std::filesystem::path file;
   bool inPlace = false;  // write into the image itself
-  bool force = false;    // even where the volume is no FAT16
+  bool force = false;    // even where the volume is no FAT16, or the image write-protected
   bool json = false;
 };
 int RunPut(Console& console, const PutOptions& options);
@@ -98,6 +98,7 @@ int RunPut(Console& console, const PutOptions& options);
 struct MapOptions {
   std::filesystem::path image;
   std::filesystem::path picture;  // empty: draw on the console
+  bool force = false;             // replace what is no picture
   bool json = false;
 };
 int RunMap(Console& console, const MapOptions& options);

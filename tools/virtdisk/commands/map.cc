@@ -1,10 +1,16 @@
 #include "disk/map.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <iterator>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "browser/file_source.h"
 #include "commands/commands.h"
 #include "disk/image_file.h"
 #include "disk/image_tree.h"
@@ -14,6 +20,7 @@
 #include "disk/opened_image.h"
 #include "disk/volume_view.h"
 #include "host/host_file.h"
+#include "host/output_place.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
 #include "terminal/text.h"
@@ -22,9 +29,29 @@ namespace quorbix::virtdisk::tool {
 
 namespace {
 
+constexpr std::size_t kBeginningBytes = 64;
+constexpr const char* kBeginnings[] = {"<svg", "<?xml", "<!DOCTYPE html", "<!doctype html",
+                                       "<html"};
+
 bool WantsPage(const std::filesystem::path& picture) {
   const std::string extension = picture.extension().string();
   return PathKey(extension) == "/.html" || PathKey(extension) == "/.htm";
+}
+
+// Whether a picture would take the place of a file that is neither blank nor one itself.
+bool IsSomethingElse(const std::filesystem::path& place) {
+  std::string err;
+  if (LookAtOutput(place) == OutputKind::kNothing) return false;
+  const auto source = internal::FileSource::Open(place, err);
+  if (!source) return true;
+  if (source->Size() == 0) return false;
+  std::vector<std::uint8_t> buffer;
+  const std::size_t size = std::min<std::uint64_t>(source->Size(), kBeginningBytes);
+  const std::uint8_t* bytes = source->Read(0, size, buffer, err);
+  if (bytes == nullptr) return true;
+  const std::string_view text(reinterpret_cast<const char*>(bytes), size);
+  return std::none_of(std::begin(kBeginnings), std::end(kBeginnings),
+                      [&](const char* beginning) { return text.starts_with(beginning); });
 }
 
 Json OwnerRecord(const Owner& owner) {
@@ -85,6 +112,11 @@ int RunMap(Console& console, const MapOptions& options) {
   if (IsSameFile(options.picture, options.image)) {
     Fail(console, "the picture would take the image's place: " + options.image.string(),
          "Give another path with -o.");
+    return kRefused;
+  }
+  if (!options.force && IsSomethingElse(options.picture)) {
+    Fail(console, options.picture.string() + " exists, and is no picture or page",
+         "Give another path with -o, or --force to have the file replaced.");
     return kRefused;
   }
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(drawn.data());

@@ -61,6 +61,10 @@ class Rewrite {
     int status = kFailed;
     const auto image = OpenedImage::Open(console, options.image, {.force = options.force}, status);
     if (!image) return status;
+    if (!options.inPlace && !options.force && IsWriteProtected(target)) {
+      Fail(console, target.string() + " is write-protected", "--force replaces it all the same.");
+      return kRefused;
+    }
     internal::RewritePlan plan;
     if (!internal::PlanRewrite(image->Index(), options.path, newBytes, plan, err)) {
       return Fail(console, err, HintFor(image->Index(), newBytes));

@@ -29,6 +29,7 @@ using internal::ContentReader;
 
 constexpr char kImageItself[] = "it would take the place of the image that is read";
 constexpr char kNoFolder[] = "a symbolic link or a file stands where a folder should be";
+constexpr char kUnmadeFolder[] = "its folder could not be made";
 constexpr char kExists[] = "a file of that name exists";
 constexpr std::uint64_t kMostToldToExist = 10;
 
@@ -50,6 +51,11 @@ void TellShort(Console& console, const std::string& path, std::uint64_t got, std
        "Its chain of clusters ends early; `virtdisk verify` tells more.");
 }
 
+struct Failure {
+  std::string path;
+  std::string reason;
+};
+
 // What `get` did, for people as it happens and for programs at the end.
 struct Outcome {
   int status = kDone;
@@ -58,7 +64,7 @@ struct Outcome {
   std::uint64_t bytes = 0;
   std::uint64_t existing = 0;
   std::vector<std::string> shortFiles;
-  std::vector<std::string> failed;
+  std::vector<Failure> failed;
 };
 
 // Copies the entries of a directory one after another. A refused or failed one does not stop the
@@ -90,8 +96,9 @@ class Extractor {
     ExtractionEnd end = ExtractToNewFile(target, content, progress, err);
     if (end == ExtractionEnd::kExists && options.force) {
       if (IsSameFile(target, options.image)) return Refuse(entry, kImageItself);
-      end = ExtractInPlaceOf(target, content, progress, err);
+      end = ExtractInPlaceOf(target, content, entry.size, progress, err);
     }
+    if (end == ExtractionEnd::kShort) return LeaveInPlace(entry, target, content.Total());
     if (end == ExtractionEnd::kExists) return false;
     Tell(entry, end, content.Total(), err);
     return true;
@@ -100,8 +107,9 @@ class Extractor {
  private:
   bool MakeDestination() {
     std::error_code failed;
+    std::error_code unknown;
     fs::create_directories(options.destination, failed);
-    if (fs::is_directory(options.destination)) return true;
+    if (fs::is_directory(options.destination, unknown)) return true;
     outcome.status = Fail(console,
                           "cannot make the folder " + options.destination.string() + ": " +
                               (failed ? failed.message() : "something else has that name"),
@@ -116,7 +124,9 @@ class Extractor {
     }
     const std::string parent = fs::path(step.target).parent_path().string();
     if (!parent.empty() && !realFolders.contains(parent)) {
-      Refuse(*step.entry, kNoFolder);
+      const bool isUnmade = unmadeFolders.contains(parent);
+      if (isUnmade && step.entry->isDirectory) unmadeFolders.insert(step.target);
+      Refuse(*step.entry, isUnmade ? kUnmadeFolder : kNoFolder);
       return;
     }
     const fs::path target = options.destination / step.target;
@@ -126,27 +136,36 @@ class Extractor {
     if (outcome.existing <= kMostToldToExist) {
       Refuse(*step.entry, IsSameFile(target, options.image) ? kImageItself : kExists);
     } else {
-      outcome.failed.push_back(step.entry->path);
+      outcome.failed.push_back({step.entry->path, kExists});
     }
   }
 
   void MakeFolder(const ExtractionStep& step, const fs::path& target) {
     std::error_code failed;
+    std::error_code unknown;
     fs::create_directory(target, failed);
-    const fs::file_status status = fs::symlink_status(target, failed);
+    const fs::file_status status = fs::symlink_status(target, unknown);
     if (fs::is_directory(status)) {
       realFolders.insert(step.target);
       ++outcome.directories;
-    } else {
-      Refuse(*step.entry, fs::exists(status) ? kNoFolder : failed.message());
+      return;
     }
+    if (!fs::exists(status)) unmadeFolders.insert(step.target);
+    Refuse(*step.entry, fs::exists(status) ? kNoFolder : failed.message());
+  }
+
+  // What lies there may be whole.
+  bool LeaveInPlace(const Fat16FsEntry& entry, const fs::path& target, std::uint64_t got) {
+    outcome.shortFiles.push_back(entry.path);
+    TellShort(console, entry.path, got, entry.size);
+    return Refuse(entry, "what there is of it would replace " + target.string());
   }
 
   void Tell(const Fat16FsEntry& entry, ExtractionEnd end, std::uint64_t bytes,
             const std::string& err) {
     if (end != ExtractionEnd::kWritten) {
       const bool isImage = end == ExtractionEnd::kUnreadable;
-      outcome.failed.push_back(entry.path);
+      outcome.failed.push_back({entry.path, err});
       outcome.status =
           Fail(console, err,
                isImage ? HintFor(err, entry.path, options.image) : "Not copied: " + entry.path);
@@ -161,7 +180,7 @@ class Extractor {
   }
 
   bool Refuse(const Fat16FsEntry& entry, const std::string& reason) {
-    outcome.failed.push_back(entry.path);
+    outcome.failed.push_back({entry.path, reason});
     outcome.status =
         Fail(console, "refused to extract " + entry.path + ": " + reason,
              reason == kExists ? "--force replaces it." : "What is not refused is extracted.");
@@ -176,6 +195,7 @@ class Extractor {
   // Below the destination, made or found there. Nothing is written through anything else, so that
   // no symbolic link leads out of the destination.
   std::unordered_set<std::string> realFolders;
+  std::unordered_set<std::string> unmadeFolders;
 };
 
 int RefuseFile(Console& console, const std::string& message, const char* hint) {
@@ -223,7 +243,7 @@ void GetFile(Console& console, const OpenedImage& image, const GetOptions& optio
   outcome.status = kDone;
   if (Extractor(console, image, options, entry->size, outcome).CopyFile(*entry, target)) return;
   outcome.existing = 1;
-  outcome.failed.push_back(entry->path);
+  outcome.failed.push_back({entry->path, kExists});
   outcome.status =
       RefuseFile(console, target.string() + " exists", "--force replaces it; nothing was written.");
 }
@@ -240,7 +260,11 @@ void GetDirectory(Console& console, const OpenedImage& image, const ImageTree& t
   }
 }
 
-Json OutcomeRecord(const GetOptions& options, const Outcome& outcome) {
+Json OutcomeRecord(const Console& console, const GetOptions& options, const Outcome& outcome) {
+  Json failed = Json::array();
+  for (const Failure& failure : outcome.failed) {
+    failed.push_back({{"path", failure.path}, {"reason", failure.reason}});
+  }
   return {{"image", options.image.string()},
           {"path", options.path},
           {"destination", options.destination.string()},
@@ -248,7 +272,9 @@ Json OutcomeRecord(const GetOptions& options, const Outcome& outcome) {
           {"directories", outcome.directories},
           {"bytes", outcome.bytes},
           {"short", outcome.shortFiles},
-          {"failed", outcome.failed}};
+          {"failed", failed},
+          {"error", console.error.empty() ? Json() : Json(console.error)},
+          {"hint", console.errorHint.empty() ? Json() : Json(console.errorHint)}};
 }
 
 }  // namespace
@@ -285,7 +311,7 @@ int RunGet(Console& console, const GetOptions& options) {
   } else {
     GetFile(console, *image, options, outcome);
   }
-  if (options.json) console.out << OneLine(OutcomeRecord(options, outcome)) << "\n";
+  if (options.json) console.out << OneLine(OutcomeRecord(console, options, outcome)) << "\n";
   return outcome.status;
 }
 

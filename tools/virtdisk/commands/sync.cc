@@ -16,6 +16,7 @@
 #include "commands/sync_report.h"
 #include "host/change_watch.h"
 #include "host/host_file.h"
+#include "host/output_place.h"
 #include "host/stop_flag.h"
 #include "terminal/exit_status.h"
 #include "terminal/text.h"
@@ -61,6 +62,28 @@ class Synchroniser {
     sync = CreateGuardedFolderSync(image, folder, guarded);
   }
 
+  // A status is written again and again: nothing else must be lost by it.
+  bool IsStatusAcceptable() {
+    if (options.status.empty()) return true;
+    if (LiesWithin(options.status, folder)) {
+      return Refuse(options.status.string() + " lies inside " + folder.string(),
+                    "The status would be carried to the disk. Give another path.");
+    }
+    std::string err;
+    std::vector<std::uint8_t> bytes;
+    const OutputKind kind = LookAtOutput(options.status);
+    if (kind == OutputKind::kNothing) return true;
+    const bool isFile = kind == OutputKind::kOtherFile || kind == OutputKind::kDiskImage;
+    std::uint64_t size = 0;
+    if (isFile && HostFileBytes(options.status, size, err) && size == 0) return true;
+    if (kind == OutputKind::kOtherFile && ReadHostFile(options.status, bytes, err) &&
+        Json::parse(bytes, nullptr, false).contains("stepsDone")) {
+      return true;
+    }
+    return Refuse(options.status.string() + " exists, and holds no status of an earlier sync",
+                  "Give another path, or remove it first.");
+  }
+
   int Preview() {
     const GuardedReport report = sync->Preview();
     Tell(report);
@@ -97,6 +120,11 @@ class Synchroniser {
   }
 
  private:
+  bool Refuse(const std::string& message, const char* hint) {
+    Fail(console, message, hint);
+    return false;
+  }
+
   static int StatusOf(const GuardedReport& report) {
     switch (report.outcome) {
       case GuardedOutcome::kNothingToDo:
@@ -195,11 +223,11 @@ class Synchroniser {
   }
 
   void WriteStatus(const GuardedReport& report) {
-    if (options.status.empty()) return;
+    if (options.status.empty() || options.dryRun) return;
     Json object = ReportObject(report, DateAndClockText());
     object["stepsDone"] = std::count_if(report.steps.begin(), report.steps.end(),
                                         [](const GuardedStep& step) { return step.isDone; });
-    object["nextLookWithinMs"] = options.once || options.dryRun ? 0 : options.intervalMs;
+    object["nextLookWithinMs"] = options.once ? 0 : options.intervalMs;
     const std::string text = OneLine(object) + "\n";
     std::string err;
     const std::span bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
@@ -223,6 +251,7 @@ class Synchroniser {
 
 int RunSync(Console& console, const SyncOptions& options) {
   Synchroniser synchroniser(console, options);
+  if (!synchroniser.IsStatusAcceptable()) return kRefused;
   if (options.dryRun) return synchroniser.Preview();
   return options.once ? synchroniser.Once() : synchroniser.KeepInStep();
 }

@@ -83,12 +83,13 @@ ExtractionEnd ExtractToNewFile(const std::filesystem::path& target,
 }
 
 ExtractionEnd ExtractInPlaceOf(const std::filesystem::path& target,
-                               internal::ContentReader& content, Progress& progress,
-                               std::string& err) {
+                               internal::ContentReader& content, std::uint64_t size,
+                               Progress& progress, std::string& err) {
   NewFile file;
   if (!file.Create(target, err)) return ExtractionEnd::kUnwritable;
   const ExtractionEnd end = CopyContent(file.Descriptor(), target, content, progress, err);
   if (end != ExtractionEnd::kWritten) return end;
+  if (content.Total() < size) return ExtractionEnd::kShort;
   return file.Commit(err) ? end : ExtractionEnd::kUnwritable;
 }
 

@@ -1,6 +1,7 @@
 #ifndef QUORBIX_VIRTDISK_TOOL_EXTRACTED_FILE_H_
 #define QUORBIX_VIRTDISK_TOOL_EXTRACTED_FILE_H_
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -14,6 +15,7 @@ enum class ExtractionEnd {
   kExists,      // something has that name already, and was left alone
   kUnreadable,  // the content could not be read
   kUnwritable,
+  kShort,  // the content has fewer bytes than it should, and what exists was left as it is
 };
 
 // Writes what `content` reads into the new file `target`, and tells `progress` of the bytes. On
@@ -24,10 +26,11 @@ ExtractionEnd ExtractToNewFile(const std::filesystem::path& target,
                                std::string& err);
 
 // The same in place of a regular file or a symbolic link that may exist, which a failure leaves as
-// it was; the file is on the disk before it takes that place.
+// it was, and so does a content of less than `size` bytes; the file is on the disk before it takes
+// that place.
 ExtractionEnd ExtractInPlaceOf(const std::filesystem::path& target,
-                               internal::ContentReader& content, Progress& progress,
-                               std::string& err);
+                               internal::ContentReader& content, std::uint64_t size,
+                               Progress& progress, std::string& err);
 
 }  // namespace quorbix::virtdisk::tool
 

@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "common/host_file.h"
+#include "guard/host_view.h"
+#include "guard/renames.h"
 #include "host/host_file.h"
 #include "host/stop_signals.h"
 
@@ -18,6 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kMostTries = 1000;
+constexpr char kChangedMeanwhile[] = "it has changed meanwhile, and was left as it is";
 
 fs::path FolderOf(const fs::path& file) {
   return file.has_parent_path() ? file.parent_path() : fs::path(".");
@@ -51,9 +54,11 @@ NewFile::~NewFile() {
 bool NewFile::Create(const fs::path& path, std::string& err, Naming naming) {
   target = path;
   struct ::stat old {};
-  const bool exists = ::lstat(path.c_str(), &old) == 0;
-  if (exists && S_ISREG(old.st_mode)) replaced = old;
-  if (exists && !replaced && !S_ISLNK(old.st_mode)) return FailToWrite(err, kNotRegular);
+  struct ::stat end {};
+  if (::lstat(path.c_str(), &old) == 0) before = old;
+  if (::stat(path.c_str(), &end) == 0 && !S_ISREG(end.st_mode))
+    return FailToWrite(err, kNotRegular);
+  if (before && S_ISREG(before->st_mode)) replaced = before;
   if (naming == Naming::kNamelessIfPossible && CreateNameless()) return true;
   return CreateNamed() || FailToWrite(err, SystemText(errno));
 }
@@ -61,8 +66,12 @@ bool NewFile::Create(const fs::path& path, std::string& err, Naming naming) {
 fs::path NewFile::PathSoFar() const { return name.empty() ? NameByDescriptor(file.Get()) : name; }
 
 bool NewFile::Commit(std::string& err) {
-  const bool complete = TakeOverModeAndOwner() && ::fsync(file.Get()) == 0 && TakePlace();
-  if (!complete) return FailToWrite(err, SystemText(errno));
+  if (!TakeOverModeAndOwner() || ::fsync(file.Get()) != 0) {
+    return FailToWrite(err, SystemText(errno));
+  }
+  if (!TakePlace()) {
+    return FailToWrite(err, errno == EEXIST ? kChangedMeanwhile : SystemText(errno));
+  }
   file.Close();
   // The file is in its place already; not every file system can write a folder out.
   [[maybe_unused]] const bool flushed = internal::FlushFolder(FolderOf(target));
@@ -95,10 +104,23 @@ bool NewFile::TakeOverModeAndOwner() {
   return ::fchmod(file.Get(), replaced->st_mode & 07777) == 0;
 }
 
+bool NewFile::MoveIntoPlace() const {
+  struct ::stat now {};
+  const bool isThere = ::lstat(target.c_str(), &now) == 0;
+  if (!isThere || !before) {
+    return internal::guard::RenameIfFree(AT_FDCWD, name.c_str(), AT_FDCWD, target.c_str());
+  }
+  if (internal::guard::StampOf(now) == internal::guard::StampOf(*before)) {
+    return ::rename(name.c_str(), target.c_str()) == 0;
+  }
+  errno = EEXIST;
+  return false;
+}
+
 bool NewFile::TakePlace() {
   const SignalsHeld held;
   if (name.empty() && !Name()) return false;
-  const bool inPlace = ::rename(name.c_str(), target.c_str()) == 0;
+  const bool inPlace = MoveIntoPlace();
   const int error = errno;
   if (!inPlace) ::unlink(name.c_str());
   name.clear();

@@ -25,8 +25,9 @@ class NewFile {
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
 
-  // Makes an empty file for the place of `path`. A symbolic link there is replaced itself; what
-  // else is no regular file is refused. On failure returns false and says why in `err`.
+  // Makes an empty file for the place of `path`. A symbolic link to a regular file, or to nothing,
+  // is replaced itself; what else is no regular file is refused. On failure returns false and says
+  // why in `err`.
   [[nodiscard]] bool Create(const std::filesystem::path& path, std::string& err,
                             Naming naming = Naming::kNamelessIfPossible);
 
@@ -38,19 +39,22 @@ class NewFile {
 
   // Flushes it to the disk and puts it into its place. There it has the mode and, where the process
   // may give it away, the owner of the file that it replaces; hard links to that keep the old
-  // content. On failure returns false, says why in `err`, and leaves the place as it was.
+  // content. On failure returns false, says why in `err`, and leaves the place as it was; so it
+  // does when that holds something else by now than at Create, or the same has changed.
   [[nodiscard]] bool Commit(std::string& err);
 
  private:
   bool CreateNameless();
   bool CreateNamed();
   bool TakeOverModeAndOwner();
+  bool MoveIntoPlace() const;
   bool TakePlace();
   bool Name();
   bool FailToWrite(std::string& err, std::string reason) const;
 
   std::filesystem::path target;
-  std::optional<struct ::stat> replaced;
+  std::optional<struct ::stat> before;    // of what had the place
+  std::optional<struct ::stat> replaced;  // the same, where it is a regular file
   internal::Descriptor file;
   std::string name;  // empty as long as it has none
   int leftToSignals = -1;

@@ -15,6 +15,7 @@
 
 #include "browser/file_source.h"
 #include "browser/volume_description.h"
+#include "check/volume_claim.h"
 #include "common/host_file.h"
 #include "fat16/volume_layout.h"
 
@@ -45,7 +46,8 @@ bool HoldsVolume(const fs::path& path) {
   std::string err;
   Fat16FsInfo info;
   const auto source = internal::FileSource::Open(path, err);
-  return source && IsSigned(*source) && internal::DescribeVolume(*source, info, err);
+  return source && IsSigned(*source) && internal::DescribeVolume(*source, info, err) &&
+         !internal::WouldBeMisread(internal::ClaimOf(info));
 }
 
 }  // namespace
@@ -67,6 +69,14 @@ fs::path FollowLinks(fs::path path) {
     path = path.parent_path() / target;  // an absolute target stands alone
   }
   return path;
+}
+
+bool IsReadProtected(const fs::path& path) {
+  return ::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0 && errno == EACCES;
+}
+
+bool IsWriteProtected(const fs::path& path) {
+  return ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0 && errno == EACCES;
 }
 
 bool LiesWithin(const fs::path& path, const fs::path& folder) {
