@@ -91,7 +91,7 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     const bool isFirst = !lock.IsHeld();
     GuardedReport locked;
     bool canBeSaved = true;
-    if (!TakeLock(places, canBeSaved, locked)) return locked;
+    if (!TakeLockIfKnown(places, canBeSaved, locked)) return locked;
     if (isFirst && !options.verify) quiet = QuietSides::Load(places);
     if (quiet && lock.IsHeld() && quiet->AreStill(places)) return quiet->Report();
     quiet.reset();
@@ -100,7 +100,9 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     const Sight sight = Look(places, options, known);
     GuardedReport report = ReportOf(sight);
     report.outcome = OutcomeBefore(sight, accepted, report.message);
-    if (report.outcome == GuardedOutcome::kDone || report.outcome == GuardedOutcome::kNothingToDo) {
+    const bool isToBeDone =
+        report.outcome == GuardedOutcome::kDone || report.outcome == GuardedOutcome::kNothingToDo;
+    if (isToBeDone && (lock.IsHeld() || TakeLockForTheFirstTime(places, report))) {
       CarryOut(places, sight, report);
     }
     const bool isQuiet = report.outcome == GuardedOutcome::kNothingToDo && report.hazards.empty();
@@ -118,17 +120,37 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     return known;
   }
 
-  // False: somebody else has it, and `report` says who. A folder that cannot be had is a hazard,
-  // and for an image that is not there none is made.
-  bool TakeLock(const Places& places, bool& canBeSaved, GuardedReport& report) {
+  // False: somebody else has it, and `report` says who. One that cannot be had is a hazard. Where
+  // nothing is known yet no folder is made for it: the pass may be refused.
+  bool TakeLockIfKnown(const Places& places, bool& canBeSaved, GuardedReport& report) {
     std::error_code ignored;
-    if (!std::filesystem::exists(places.image, ignored)) return true;
-    canBeSaved = MakeStateFolder(places.stateFolder, report.message);
-    if (!canBeSaved) return true;
+    if (!std::filesystem::exists(places.stateFolder, ignored)) {
+      lock = StateLock();
+      return true;
+    }
     const StateLock::Result result = lock.Take(places.stateFolder, report.message);
     canBeSaved = result != StateLock::Result::kFailed;
     report.outcome = GuardedOutcome::kNotNow;
     return result != StateLock::Result::kHeld;
+  }
+
+  // After the look, which knew of nothing: whatever another process has done since is not in it.
+  bool TakeLockForTheFirstTime(const Places& places, GuardedReport& report) {
+    const GuardedOutcome planned = std::exchange(report.outcome, GuardedOutcome::kFailed);
+    if (!MakeStateFolder(places.stateFolder, report.message)) return false;
+    const StateLock::Result result = lock.Take(places.stateFolder, report.message);
+    if (result == StateLock::Result::kFailed) return false;
+    State ignored;
+    const StateLoad load = LoadState(places.stateFolder, ignored, report.message);
+    if (result == StateLock::Result::kTaken && load == StateLoad::kNone) {
+      report.outcome = planned;
+      return true;
+    }
+    report.outcome = GuardedOutcome::kNotNow;
+    if (result == StateLock::Result::kTaken) {
+      report.message = "another process has just begun to keep this pair in step";
+    }
+    return false;
   }
 
   void CarryOut(const Places& places, const Sight& sight, GuardedReport& report) const {

@@ -89,7 +89,7 @@ Progress GuardedPass::MendCutOff() {
   if (sight.cutOff == CutOff::kTorn) {
     const auto torn = StampAt(places.image);
     if (!torn) return Progress::Busy("the image is gone");
-    ImageChange change(places.image, *torn, trash, nullptr);
+    ImageChange change(places.image, *torn, trash, options.stop);
     Progress progress = change.WriteInPlace(whole, cut.tornId);
     if (!progress.IsDone()) return progress;
   }

@@ -50,7 +50,11 @@ Progress HostChanges::SweepLeftovers(const std::vector<std::string>& paths) {
   }
   for (std::size_t i = 0; i < paths.size(); ++i) {
     const Descriptor folder = OpenFolder(ParentOf(paths[i]));
-    if (!folder || !MoveToTrash(folder.Get(), NameOf(paths[i]), places[i], progress.text)) {
+    if (!folder) return Failed("open the folder of", paths[i]);
+    const std::string name = NameOf(paths[i]);
+    // The mending of a pass that was cut off may have taken it away.
+    if (::faccessat(folder.Get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    if (!MoveToTrash(folder.Get(), name, places[i], progress.text)) {
       return Progress::Failed(progress.text);
     }
     touched.insert(ParentOf(paths[i]));

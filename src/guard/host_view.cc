@@ -96,17 +96,18 @@ class HostLooker {
     if (IsTemporaryName(name)) return LeaveOut(path, kTemporary);
     struct ::stat status;
     if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-      // Gone since it was listed: as if it had not been.
-      return errno == ENOENT ? void() : SpoilFolder(ParentOf(path));
+      // Gone since it was listed: somebody is at it, perhaps saving it anew.
+      return errno == ENOENT ? Stop(HostView::Result::kBusy, path) : SpoilFolder(ParentOf(path));
     }
+    view.entryStamps[path] = StampOf(status);
     if (IsLeftOut(status)) return LeaveOut(path, kOwnPart);
     if (S_ISDIR(status.st_mode)) {
       view.items[path] = {.type = EntryType::kFolder};
       pending.push_back(path);
     } else if (S_ISREG(status.st_mode)) {
-      TakeFile(path, name, folder, status, status);
+      TakeFile(path, name, folder, status);
     } else if (S_ISLNK(status.st_mode)) {
-      TakeLink(path, name, folder, status);
+      TakeLink(path, name, folder);
     } else {
       LeaveOut(path, kSpecial);
     }
@@ -134,8 +135,7 @@ class HostLooker {
     }
   }
 
-  void TakeLink(const std::string& path, const std::string& name, int folder,
-                const struct ::stat& link) {
+  void TakeLink(const std::string& path, const std::string& name, int folder) {
     struct ::stat target;
     if (::fstatat(folder, name.c_str(), &target, 0) != 0) {
       if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP) {
@@ -145,14 +145,16 @@ class HostLooker {
       view.notes.push_back({path, kUnreadableFile + SystemText()});
       return;
     }
+    view.leftOutTargets[path] = StampOf(target);
     if (S_ISDIR(target.st_mode)) return LeaveOut(path, kFolderLink);
     if (!S_ISREG(target.st_mode)) return LeaveOut(path, kSpecial);
     std::error_code failed;
     const std::string real = fs::canonical(look.folder / path, failed).native();
     if (failed || !real.starts_with(realFolder + '/')) return LeaveOut(path, kLinkOut);
+    view.leftOutTargets.erase(path);
     const std::string end = real.substr(realFolder.size() + 1);
     view.links[path] = {NextOf(path).value_or(end), end};
-    TakeFile(path, name, folder, link, target);
+    TakeFile(path, name, folder, target);
   }
 
   // The path in the folder that a link names itself, which may be another link.
@@ -166,9 +168,8 @@ class HostLooker {
   }
 
   void TakeFile(const std::string& path, const std::string& name, int folder,
-                const struct ::stat& entry, const struct ::stat& content) {
+                const struct ::stat& content) {
     const Stamp stamp = StampOf(content);
-    view.entryStamps[path] = StampOf(entry);
     if (const SeenFile* known = FindKnown(path, stamp)) {
       view.wasAllRead = false;
       view.items[path] = {.content = known->content};

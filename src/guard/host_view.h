@@ -51,9 +51,11 @@ struct HostView {
   Identity identity{};  // of the folder that was listed
   std::map<std::string, HostItem> items{};
   std::set<std::string> leftOut{};
-  std::vector<GuardedNote> notes{};            // why they are left out
-  std::map<std::string, SeenFile> seen{};      // of every file that could be read
-  std::map<std::string, Stamp> entryStamps{};  // of the entry itself, also where it is a link
+  std::vector<GuardedNote> notes{};        // why they are left out
+  std::map<std::string, SeenFile> seen{};  // of every file that could be read
+  // Of the entry itself, also where it is a link; not of what is left out for its name.
+  std::map<std::string, Stamp> entryStamps{};
+  std::map<std::string, Stamp> leftOutTargets{};  // of links that lead somewhere
   FileLinks links{};
   std::vector<std::string> leftovers{};  // of passes that were cut off
   bool wasAllRead = true;                // no content was taken from `known`

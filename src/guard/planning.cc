@@ -53,7 +53,11 @@ class Planner {
  public:
   Planner(const Observation& seen, const Memory& known, const Pairing& paired,
           const PlanRules& planRules)
-      : observation(seen), memory(known), pairing(paired), rules(planRules) {}
+      : observation(seen), memory(known), pairing(paired), rules(planRules) {
+    for (const Pair& pair : memory.pairs) {
+      if (pair.agreed) agreedHosts.insert(pair.host);
+    }
+  }
 
   Plan Run() {
     UseAllNames();
@@ -189,14 +193,15 @@ class Planner {
     ToDisk(row, true);
   }
 
-  // Whether a file beside the host's own holds the disk's version already.
+  // Whether a file beside the host's own holds the disk's version already, from a pass that was cut
+  // off. What has been agreed on may be about to change or to go.
   bool HasKeptVersion(const Row& row) const {
     const std::string first = Join(ParentOf(row.host), "");
     for (auto item = observation.host.lower_bound(first);
          item != observation.host.end() && item->first.starts_with(first); ++item) {
       const HostItem& file = item->second;
       if (file.type == EntryType::kFile && file.isReadable && file.content == row.onDisk->content &&
-          IsBeside(item->first, row.host)) {
+          IsBeside(item->first, row.host) && !agreedHosts.contains(item->first)) {
         return true;
       }
     }
@@ -291,6 +296,7 @@ class Planner {
 
   const Observation& observation;
   const Memory& memory;
+  std::set<std::string> agreedHosts;
   const Pairing& pairing;
   const PlanRules& rules;
   HostNames hostNames;

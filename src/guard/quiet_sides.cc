@@ -21,6 +21,7 @@ namespace {
 
 constexpr char kFileName[] = "quiet";
 constexpr std::string_view kQuietTitle = "virtdisk sync quiet 1\n";
+constexpr std::string_view kTitleOfAnyQuiet = "virtdisk sync quiet ";
 constexpr char kStateLine[] = "state";
 constexpr char kImageLine[] = "image";
 constexpr char kRootLine[] = "host-folder";
@@ -70,11 +71,28 @@ std::optional<QuietSides> QuietSides::Take(const Places& places, const Sight& si
   return isWhole ? std::optional(std::move(sides)) : std::nullopt;
 }
 
+// What is left out for its name alone may be anything.
+bool QuietSides::IsLeftOutAsBefore(const Entry& entry, const std::string& path,
+                                   const HostView& host) {
+  const auto before = host.entryStamps.find(path);
+  if (before == host.entryStamps.end()) return true;
+  if (entry.isFolder) return entry.stamp.identity == before->second.identity;
+  const auto target = host.leftOutTargets.find(path);
+  const bool hasTarget = target != host.leftOutTargets.end();
+  if (entry.target.has_value() != hasTarget) return false;
+  // What a folder behind a link holds takes no part.
+  return entry.stamp == before->second &&
+         (!hasTarget || entry.target->identity == target->second.identity);
+}
+
 bool QuietSides::IsAsSeen(const Folder& folder, const Sight& sight, std::size_t& seen) {
   for (const Entry& entry : folder.entries) {
     const std::string path = Join(folder.path, entry.name);
     ++seen;
-    if (sight.host.leftOut.contains(path)) continue;
+    if (sight.host.leftOut.contains(path)) {
+      if (!IsLeftOutAsBefore(entry, path, sight.host)) return false;
+      continue;
+    }
     const auto item = sight.host.items.find(path);
     if (item == sight.host.items.end()) return false;
     if ((item->second.type == EntryType::kFolder) != entry.isFolder) return false;
@@ -132,6 +150,12 @@ bool QuietSides::AreStill(const Places& places) const {
 
 void QuietSides::Save(const Places& places) const {
   std::string ignored;
+  ByteBuffer bytes;
+  const StateLoad there = LoadText(places.stateFolder / kFileName, bytes, ignored);
+  const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  // It may be somebody else's file.
+  if (there == StateLoad::kDamaged) return;
+  if (there == StateLoad::kLoaded && !text.starts_with(kTitleOfAnyQuiet)) return;
   static_cast<void>(SaveText(places.stateFolder / kFileName, Format(), ignored));
 }
 

@@ -47,6 +47,7 @@ class QuietSides {
   };
 
   static std::optional<Folder> List(const std::filesystem::path& root, const std::string& path);
+  static bool IsLeftOutAsBefore(const Entry& entry, const std::string& path, const HostView& host);
   static bool IsAsSeen(const Folder& folder, const Sight& sight, std::size_t& seen);
   std::string Format() const;
   bool Parse(std::string_view text);

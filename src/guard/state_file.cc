@@ -63,7 +63,11 @@ bool SaveText(const fs::path& file, std::string_view text, std::string& err) {
   const bool written = opened && WriteFully(opened.Get(), AsBytes(text)) &&
                        ::fdatasync(opened.Get()) == 0 && opened.Close() &&
                        ::rename(temporary.c_str(), file.c_str()) == 0 && FlushFolder(folder);
-  return written || Fail(err, "cannot write " + file.string() + " (" + SystemText() + ")");
+  if (written) return true;
+  err = "cannot write " + file.string() + " (" + SystemText() + ")";
+  // It would take room that is short, perhaps.
+  if (opened) ::unlink(temporary.c_str());
+  return false;
 }
 
 StateLoad LoadState(const fs::path& folder, State& state, std::string& err) {
@@ -96,9 +100,18 @@ bool MakeStateFolder(const fs::path& folder, std::string& err) {
   return !failed || Fail(err, "cannot make " + folder.string() + " (" + failed.message() + ")");
 }
 
+// The lock of a folder that is gone keeps nobody out.
+bool StateLock::IsStillAt(const fs::path& path) const {
+  struct ::stat held;
+  struct ::stat there;
+  return IsHeld() && ::fstat(file.Get(), &held) == 0 && ::stat(path.c_str(), &there) == 0 &&
+         held.st_dev == there.st_dev && held.st_ino == there.st_ino;
+}
+
 StateLock::Result StateLock::Take(const fs::path& folder, std::string& err) {
-  if (IsHeld()) return Result::kTaken;
   const fs::path path = folder / kLockName;
+  if (IsStillAt(path)) return Result::kTaken;
+  file.Close();
   Descriptor lock = OpenHostFile(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
   if (!lock || (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0 && errno != EWOULDBLOCK)) {
     err = "cannot lock " + path.string() + " (" + SystemText() + ")";

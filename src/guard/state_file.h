@@ -50,6 +50,8 @@ class StateLock {
   bool IsHeld() const { return static_cast<bool>(file); }
 
  private:
+  bool IsStillAt(const std::filesystem::path& path) const;
+
   Descriptor file;
 };
 

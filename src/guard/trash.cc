@@ -18,6 +18,7 @@
 #include "common/folder_listing.h"
 #include "common/host_file.h"
 #include "common/text_bytes.h"
+#include "guard/host_view.h"
 #include "guard/lines.h"
 #include "guard/paths.h"
 #include "guard/renames.h"
@@ -149,6 +150,11 @@ bool CopyFile(int folder, const std::string& name, const fs::path& place) {
   if (!from) return false;
   const Descriptor to = OpenHostFile(place.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
   if (!to || !CopyBytes(from.Get(), to.Get())) return false;
+  struct ::stat after;
+  if (::fstat(from.Get(), &after) != 0 || !(StampOf(after) == StampOf(status))) {
+    errno = EBUSY;  // what somebody writes into it would be lost with it
+    return false;
+  }
   const std::array<::timespec, 2> times{status.st_atim, status.st_mtim};
   // What the file system of the trash does not hold of these, it does without.
   static_cast<void>(::fchmod(to.Get(), status.st_mode & 07777));

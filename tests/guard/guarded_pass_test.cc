@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <set>
+#include <string>
 #include <thread>
 
 #include "common/byte_order.h"
@@ -288,9 +290,50 @@ TEST_F(GuardedPassTest, ImageInsideTheFolder_IsRefusedAndLeftOutWhenAccepted) {
   const auto inside = CreateGuardedFolderSync(Host() / "DISK.IMG", Host(), options);
   GuardedReport report = inside->Pass();
   EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kNested));
+  EXPECT_EQ(OnHost().size(), 2u);
+  EXPECT_FALSE(folder.Exists("host/DISK.IMG.sync"));
   report = inside->Pass({GuardedHazard::kNested});
   EXPECT_EQ(report.outcome, kNothingToDo) << report.message;
   EXPECT_EQ(report.files, 1u);
+}
+
+TEST_F(GuardedPassTest, FileThatIsNoImage_GetsNoStateFolder) {
+  folder.File("host/a.txt", "a").File("DISK.IMG", "a photograph");
+  EXPECT_EQ(Pass().outcome, kRefused);
+  EXPECT_FALSE(folder.Exists("DISK.IMG.sync"));
+}
+
+TEST_F(GuardedPassTest, StateFolderThatIsGone_KeepsNobodyOut) {
+  folder.File("host/a.txt", "a");
+  BuildImage();
+  const auto one = Sync();
+  const auto other = Sync();
+  EXPECT_EQ(one->Pass().outcome, kNothingToDo);
+  EXPECT_EQ(other->Pass().outcome, kNotNow);
+  std::filesystem::remove_all(StateFolder());
+  EXPECT_EQ(one->Pass().outcome, kNothingToDo);
+  EXPECT_EQ(other->Pass().outcome, kNotNow);
+}
+
+// The version that was kept once may be deleted in the same pass.
+TEST_F(GuardedPassTest, ConflictWithWhatWasKeptBefore_KeepsBothOnceMore) {
+  folder.File("host/F.TXT", "f0");
+  BuildAndAgree();
+  folder.File("host/F.TXT", "h1");
+  GuestWrites("F.TXT", "d1");
+  ASSERT_EQ(Pass().outcome, kDone);
+  const FileTree settled = OnDisk();
+  ASSERT_THAT(settled, SizeIs(2));
+  for (const auto& [path, content] : settled) {
+    if (content == "d1") GuestRemoves(path);
+  }
+  GuestWrites("F.TXT", "d1");
+  folder.File("host/F.TXT", "h2");
+  ASSERT_EQ(Pass().outcome, kDone);
+  std::set<std::string> contents;
+  for (const auto& [path, content] : OnHost()) contents.insert(content);
+  EXPECT_EQ(contents, (std::set<std::string>{"d1", "h2"}));
+  EXPECT_THAT(OnDisk(), SizeIs(2));
 }
 
 TEST_F(GuardedPassTest, ManyDeletions_AreRefused) {
@@ -413,6 +456,8 @@ TEST_F(GuardedPassTest, StateFolder_LiesBesideTheImageItself) {
   const auto sync = CreateGuardedFolderSync(folder / "links/disk", Host(), options);
   EXPECT_EQ(sync->Pass().outcome, kNothingToDo);
   EXPECT_TRUE(std::filesystem::exists(StateFolder() / "state"));
+  folder.Remove("DISK.IMG");
+  EXPECT_EQ(DefaultStateFolder(folder / "links/disk"), StateFolder());
 }
 
 TEST_F(GuardedPassTest, OldBuild_GivesWayToTheHostsVersion) {

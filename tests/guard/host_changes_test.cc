@@ -70,6 +70,14 @@ class HostChange : public testing::Test {
   std::optional<HostChanges> changes;
 };
 
+TEST_F(HostChange, LeftoverThatIsGone_IsNoFailure) {
+  folder.File("host/.quorbix-there.tmp", "t");
+  Look();
+  const Progress progress = Changes().SweepLeftovers({".quorbix-gone.tmp", ".quorbix-there.tmp"});
+  EXPECT_TRUE(progress.IsDone()) << progress.text;
+  EXPECT_THAT(OnHost(), IsEmpty());
+}
+
 TEST_F(HostChange, NewFile_GetsTheDisksContent) {
   folder.Folder("host");
   Look();

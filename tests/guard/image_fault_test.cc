@@ -16,6 +16,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -25,6 +26,7 @@
 #include "common/host_file.h"
 #include "guard/guarded_pair.h"
 #include "support/child_process.h"
+#include "support/memory_folder.h"
 #include "support/next_function.h"
 
 namespace {
@@ -45,8 +47,10 @@ int looksBeforeChange = -1;  // at the image's status; negative: nothing happens
 std::function<void()> atThatLook;
 int secondsAhead = 0;  // of the clock
 bool hasLeases = true;
-std::function<void()> whenTrashIsWrittenOut;  // once
-bool diesBesideTheDisk = false;               // when something made there is written out
+std::function<void()> whenTrashIsWrittenOut;  // these once
+std::function<void()> whenCopiedToTrash;
+std::function<void()> beforeStatusOfA;
+bool diesBesideTheDisk = false;  // when something made there is written out
 std::uint64_t freeBytes = ~std::uint64_t{0};
 
 }  // namespace
@@ -80,6 +84,20 @@ extern "C" int fcntl(int file, int command, ...) {
     return -1;
   }
   return NextOf<int(int, int, ...)>("fcntl")(file, command, argument);
+}
+
+extern "C" ssize_t write(int file, const void* bytes, size_t size) {
+  if (whenCopiedToTrash && PathOf(file).ends_with(".part")) {
+    std::exchange(whenCopiedToTrash, nullptr)();
+  }
+  return NextOf<ssize_t(int, const void*, size_t)>("write")(file, bytes, size);
+}
+
+extern "C" int fstatat(int folder, const char* path, struct stat* status, int flags) noexcept {
+  if (beforeStatusOfA && std::string_view(path) == "a.txt") {
+    std::exchange(beforeStatusOfA, nullptr)();
+  }
+  return NextOf<int(int, const char*, struct stat*, int)>("fstatat")(folder, path, status, flags);
 }
 
 extern "C" int fsync(int file) {
@@ -116,6 +134,8 @@ class ImageFault : public GuardedPair {
     secondsAhead = 0;
     hasLeases = true;
     whenTrashIsWrittenOut = nullptr;
+    whenCopiedToTrash = nullptr;
+    beforeStatusOfA = nullptr;
     freeBytes = ~std::uint64_t{0};
   }
 
@@ -180,6 +200,34 @@ TEST_F(ImageFault, ImageThatIsWrittenWhileItIsCopied_IsNotKeptAsAMixture) {
   EXPECT_EQ(InTrash().size(), 0u);
   EXPECT_EQ(Pass().outcome, kDone);
   EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "edited"}, {"GUEST.TXT", "g"}}));
+}
+
+// As by an editor that saves it.
+TEST_F(ImageFault, FileThatIsAwayForAMoment_IsNoDeletion) {
+  folder.File("host/a.txt", "a").File("host/b.txt", "b");
+  BuildAndAgree();
+  beforeStatusOfA = [this] { std::filesystem::rename(Host() / "a.txt", folder / "away"); };
+  const GuardedReport report = Sync()->Pass();
+  EXPECT_EQ(report.outcome, kNotNow);
+  EXPECT_THAT(report.steps, IsEmpty());
+  std::filesystem::rename(folder / "away", Host() / "a.txt");
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+TEST_F(ImageFault, FileWrittenWhileItIsCopiedIntoTheTrash_StaysWhereItIs) {
+  const test::MemoryFolder memory;
+  if (!memory.Usable()) GTEST_SKIP() << "no other file system";
+  folder.File("host/a.txt", "a").File("host/b.txt", std::string(10'000, 'b'));
+  options.stateFolder = memory.Path() / "state";
+  BuildImage();
+  ASSERT_EQ(Sync()->Pass().outcome, kNothingToDo);
+  GuestRemoves("B.TXT");
+  std::ofstream writer(Host() / "b.txt", std::ios::app | std::ios::binary);
+  whenCopiedToTrash = [&writer] { writer << "more" << std::flush; };
+  const GuardedReport report = Sync()->Pass();
+  EXPECT_FALSE(whenCopiedToTrash);
+  EXPECT_EQ(report.outcome, kFailed) << report.message;
+  EXPECT_EQ(OnHost().at("b.txt"), std::string(10'000, 'b') + "more");
 }
 
 TEST_F(ImageFault, NewImageOfAPassThatWasKilled_MakesRoomForTheNext) {

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "common/host_file.h"
@@ -28,6 +29,7 @@ using quorbix::virtdisk::test::NextOf;
 
 int secondsAhead = 0;
 int statesRead = 0;
+std::function<void()> beforeReadingTheDisk;  // once
 
 }  // namespace
 
@@ -37,6 +39,17 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
   const int result = NextOf<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
   if (clock == CLOCK_REALTIME) time->tv_sec += secondsAhead;
   return result;
+}
+
+extern "C" int open(const char* path, int flags, ...) {
+  std::va_list rest;
+  va_start(rest, flags);
+  const int mode = va_arg(rest, int);
+  va_end(rest);
+  if (beforeReadingTheDisk && std::string_view(path).ends_with("/DISK.IMG")) {
+    std::exchange(beforeReadingTheDisk, nullptr)();
+  }
+  return NextOf<int(const char*, int, ...)>("open")(path, flags, mode);
 }
 
 extern "C" int openat(int folder, const char* path, int flags, ...) {
@@ -219,6 +232,32 @@ TEST_F(QuietPair, FileThatCannotBeUsed_IsPassedOver) {
     EXPECT_FALSE(IsQuickAnew());
     EXPECT_EQ(report.outcome, kNothingToDo);
   }
+}
+
+TEST_F(QuietPair, FileOfSomebodyElse_Stays) {
+  sync.reset();
+  fs::remove(Quiet());
+  test::WriteWholeFile(Quiet(), "my notes");
+  EXPECT_FALSE(IsQuickAnew());
+  EXPECT_EQ(report.outcome, kNothingToDo);
+  EXPECT_EQ(test::ReadWholeFile(Quiet()), "my notes");
+}
+
+// Between the look at the folder and the list of what is quiet there.
+TEST_F(QuietPair, PipeThatBecameAFileMeanwhile_IsNoticed) {
+  folder.Pipe("host/pipe");
+  const auto touch = [this](int seconds) {
+    fs::last_write_time(Image(), fs::file_time_type::clock::now() - std::chrono::seconds(seconds));
+  };
+  touch(100);  // so that it is read
+  BecomeQuiet();
+  ASSERT_TRUE(IsQuick(*sync));
+  touch(50);
+  beforeReadingTheDisk = [this] { folder.Remove("host/pipe").File("host/pipe", "a file"); };
+  EXPECT_EQ(sync->Pass().outcome, kNothingToDo);
+  EXPECT_FALSE(beforeReadingTheDisk);
+  EXPECT_EQ(sync->Pass().outcome, kDone);
+  EXPECT_EQ(test::GuestEditor(Image()).Files().at("PIPE"), "a file");
 }
 
 // What is written through a mapping to a page that was written to already changes no time.

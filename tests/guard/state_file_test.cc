@@ -31,6 +31,16 @@ TEST(StateFile, SavedState_IsLoadedAgain) {
   EXPECT_EQ(folder.Files().size(), 1u);
 }
 
+TEST(StateFile, StateThatCannotBeWritten_LeavesNothingBehind) {
+  TempFolder folder;
+  const int status = RunInChild({.fileSizeLimit = 10}, [&] {
+    std::string err;
+    return SaveState(folder.Path(), Known(), err) ? 1 : 0;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(folder.Files().size(), 0u);
+}
+
 TEST(StateFile, MissingState_IsNone) {
   TempFolder folder;
   State state = Known();
