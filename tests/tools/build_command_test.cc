@@ -155,6 +155,31 @@ TEST(BuildCommand, DroppedEmptyFile_IsARemark) {
   EXPECT_EQ(Build(folder, {"--strict"}).status, 4);
 }
 
+TEST(BuildCommand, EmptyFilesWithoutASlot_AreCounted) {
+  TempFolder folder;
+  for (int i = 0; i < 520; ++i) folder.File("DISK/E" + std::to_string(i));
+  const std::string disk = (folder / "DISK").string();
+  const std::string image = (folder / "disk.img").string();
+  const ProgramRun run = RunVirtdisk({"build", disk, image});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out, HasSubstr("\n  files           511\n"));
+  EXPECT_THAT(run.out, HasSubstr("\n  left out        9\n"));
+  EXPECT_THAT(run.err, HasSubstr(": 9 empty files were left out of " + image + "\n"));
+  EXPECT_EQ(RunVirtdisk({"build", disk, image, "--json"}).Json()["dropped"], 9);
+  EXPECT_THAT(RunVirtdisk({"measure", disk}).out,
+              HasSubstr("files        511\ndirectories  0\nleft out     9\n"));
+  EXPECT_EQ(RunVirtdisk({"measure", disk, "--json"}).Json()["dropped"], 9);
+}
+
+TEST(BuildCommand, SizeBeyondTheLargest_IsToldWithIt) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a");
+  const ProgramRun run = RunVirtdisk(
+      {"build", (folder / "DISK").string(), (folder / "disk.img").string(), "--size", "4G"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("The largest image is one of --size 4095M."));
+}
+
 TEST(BuildCommand, FullRoot_IsToldWithWhatToDo) {
   TempFolder folder;
   for (int i = 0; i < 512; ++i) folder.File("DISK/" + std::to_string(i), "x");
@@ -339,10 +364,10 @@ TEST(MeasureCommand, Sizes_AreATableOfThoseThatWillDo) {
   TempFolder folder;
   folder.File("DISK/A.BIN", std::string(4 * kMiB, 'a'));
   const std::string out = RunVirtdisk({"measure", (folder / "DISK").string()}).out;
-  EXPECT_THAT(out, HasSubstr("   image  clusters of  clusters  needed        free\n"
-                             "   5 MiB    512 bytes    10,126   8,192     967 KiB\n"));
+  EXPECT_THAT(out, HasSubstr("    image  clusters of  clusters  needed        free\n"
+                             "    5 MiB    512 bytes    10,126   8,192     967 KiB\n"));
   EXPECT_THAT(out, Not(HasSubstr("   4 MiB")));
-  EXPECT_THAT(out, HasSubstr("\n 4.0 GiB       64 KiB    65,515      64     4.0 GiB\n"));
+  EXPECT_THAT(out, HasSubstr("\n4,095 MiB       64 KiB    65,515      64     4.0 GiB\n"));
 }
 
 TEST(MeasureCommand, FolderWithEntriesLeftOut_CountsThem) {

@@ -168,6 +168,14 @@ TEST_F(GetCommand, Json_TellsWhyNothingCame) {
   EXPECT_EQ(again["failed"][0]["reason"], "a file of that name exists");
 }
 
+TEST_F(GetCommand, FolderThatIsNotThere_IsToldAsThat) {
+  test::WriteBytes(folder / "disk.img", SmallDisk().Bytes());
+  const std::string target = (folder / "none/").string();
+  const ProgramRun run = RunVirtdisk({"get", (folder / "disk.img").string(), "/A.TXT", target});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("there is no folder " + target + "\n"));
+}
+
 TEST_F(GetCommand, FolderWithoutRights_IsToldAsThat) {
   folder.Folder("DEST").Folder("CLOSED/DEST");
   fs::permissions(folder / "DEST", fs::perms{0555});

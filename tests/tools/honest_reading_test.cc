@@ -35,6 +35,11 @@ ImageCrafter ThatSays(const std::string& type) {
   return crafter;
 }
 
+class ReadingOther : public ::testing::Test {
+ protected:
+  TempFolder folder;
+};
+
 class ReadingCommand : public ::testing::TestWithParam<std::vector<std::string>> {
  protected:
   // With the image after the command's name.
@@ -58,6 +63,16 @@ TEST_P(ReadingCommand, VolumeThatSaysFat12_IsRefusedAndReadUnderForce) {
   EXPECT_THAT(run.err, HasSubstr("says FAT12: its files would be misread\n"));
   EXPECT_THAT(run.err, HasSubstr("--force"));
   EXPECT_EQ(Run(ThatSays("FAT12"), {"--force"}).status, 0);
+}
+
+TEST_F(ReadingOther, VerifyAndMapOfFat12_SayThatItIsNoFat16) {
+  WriteBytes(folder / "disk.img", ThatSays("FAT12").Bytes());
+  const std::string image = (folder / "disk.img").string();
+  const ProgramRun verify = RunVirtdisk({"verify", image});
+  EXPECT_EQ(verify.status, 1);
+  EXPECT_THAT(verify.out,
+              ::testing::EndsWith("\nThis is no FAT16 volume; the rest was not looked at.\n"));
+  EXPECT_THAT(RunVirtdisk({"map", image}).err, HasSubstr("disk.img is no FAT16 volume"));
 }
 
 TEST_P(ReadingCommand, VolumeThatSaysFat32_IsRefused) {

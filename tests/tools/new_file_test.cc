@@ -197,14 +197,16 @@ TEST(NewFile, NamelessOne_IsNotLeftBehindByAKill) {
   EXPECT_TRUE(fs::is_empty(folder.Path()));
 }
 
-TEST(EndOnSignals, IgnoredHangup_StaysIgnored) {
-  const int status = test::RunInChild({}, [] {
-    ::signal(SIGHUP, SIG_IGN);
-    EndOnSignals();
-    ::raise(SIGHUP);
-    return 7;
-  });
-  EXPECT_EQ(status, 7);
+TEST(EndOnSignals, IgnoredSignal_StaysIgnored) {
+  for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+    const int status = test::RunInChild({}, [signal] {
+      ::signal(signal, SIG_IGN);
+      EndOnSignals();
+      ::raise(signal);
+      return 7;
+    });
+    EXPECT_EQ(status, 7) << signal;
+  }
 }
 
 TEST(SignalsHeld, Signal_WaitsForTheEnd) {

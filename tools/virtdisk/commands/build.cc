@@ -46,7 +46,10 @@ std::string WhatTheFolderNeeds(const BuildPreview& preview) {
 }
 
 std::string HintFor(const std::string& message, const BuildPreview& preview) {
-  if (IsDiskFull(message) || message == kTooLarge) return WhatTheFolderNeeds(preview);
+  if (message == kTooLarge) {
+    return "The largest image is one of --size 4095M. " + WhatTheFolderNeeds(preview);
+  }
+  if (IsDiskFull(message)) return WhatTheFolderNeeds(preview);
   if (message == kRootFull) {
     return "The root holds at most 511 entries beside the label, whatever the size; move some of "
            "the folder's entries into subfolders.";
@@ -179,7 +182,9 @@ void TellGroup(Console& console, const RemarkGroup& group, bool all) {
 void TellRemarks(Console& console, const BuildOptions& options, const BuildReport& report) {
   if (console.quiet) return;
   if (!report.remark.empty()) {
-    Remark(console, report.remark + ": an empty file was left out of " + options.image.string());
+    Remark(console, report.remark + ": " +
+                        Count(report.dropped, "empty file was", "empty files were") +
+                        " left out of " + options.image.string());
   }
   if (options.json) return;
   for (const RemarkGroup& group : GroupRemarks(report.notes)) {
@@ -221,7 +226,8 @@ int Build(Console& console, const BuildOptions& options) {
   BuildReport report;
   report.image = options.image;
   DescribeImage(filled.image, report);
-  CountEntries(preview, FitIntoImage(preview, filled.size).dropped, report);
+  report.dropped = FitIntoImage(preview, filled.size).dropped;
+  CountEntries(preview, report.dropped, report);
   report.notes = TakeNotes(preview, filled.skipped);
   report.remark = filled.message;
   return Tell(console, options, report);

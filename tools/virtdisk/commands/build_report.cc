@@ -86,7 +86,7 @@ std::string FormatReport(const BuildReport& report) {
          Line("directories", GroupDigits(report.directories)) +
          LineIfAny("names changed", renamed) +
          LineIfAny("in case alone", notes.renamed.size() - renamed) +
-         LineIfAny("left out", notes.leftOut.size()) +
+         LineIfAny("left out", notes.leftOut.size() + report.dropped) +
          LineIfAny("in no listing", notes.hiddenEntries) +
          LineIfAny("copied again", notes.metAgain);
 }
@@ -122,6 +122,7 @@ Json ReportRecord(const BuildReport& report) {
           {"directories", report.directories},
           {"hidden", report.notes.hiddenEntries},
           {"skipped", report.notes.leftOut},
+          {"dropped", report.dropped},
           {"renamed", RenamedRecords(report.notes)},
           {"links", LinkRecords(report.notes)},
           {"copiedAgain", report.notes.metAgain},

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "browser/file_source.h"
+#include "check/volume_claim.h"
 #include "commands/commands.h"
 #include "disk/image_file.h"
 #include "disk/image_tree.h"
@@ -89,6 +90,11 @@ int RunMap(Console& console, const MapOptions& options) {
   std::string err;
   const auto view = VolumeView::Read(image->Info(), image->Source(), err);
   if (!view) return Fail(console, err, "Nothing was drawn.");
+  if (internal::WouldBeMisread(internal::ClaimOf(image->Info()))) {
+    Remark(console,
+           options.image.string() +
+               " is no FAT16 volume: what is drawn tells little; `virtdisk info` says more");
+  }
   const ImageTree tree(image->Index());
   const DiskMap map = MapVolume(*view, tree);
   const std::string volume = DescribeVolume(map, image->Bytes());

@@ -18,6 +18,7 @@ namespace quorbix::virtdisk::tool {
 namespace {
 
 constexpr std::uint64_t kMiB = 1048576;
+constexpr std::uint64_t kGiB = 1024 * kMiB;
 constexpr std::uint64_t kLargestMiB = 4095;
 
 struct SizeRow {
@@ -38,6 +39,12 @@ std::vector<SizeRow> SizesThatWillDo(const BuildPreview& preview, std::uint64_t 
   return rows;
 }
 
+// As --size takes it: all of these are whole MiB.
+std::string SizeText(std::uint64_t bytes) {
+  const bool isWhole = bytes < kGiB || bytes % kGiB == 0;
+  return isWhole ? FormatBytes(bytes) : GroupDigits(bytes / kMiB) + " MiB";
+}
+
 std::string RightAligned(const std::string& text, std::size_t width) {
   return std::string(width > text.size() ? width - text.size() : 0, ' ') + text;
 }
@@ -49,7 +56,7 @@ class SizeTable {
 
   void Add(const std::string& size, const std::string& cluster, const std::string& clusters,
            const std::string& needed, const std::string& free) {
-    text += RightAligned(size, 8) + RightAligned(cluster, 13);
+    text += RightAligned(size, 9) + RightAligned(cluster, 13);
     if (withNumbers) text += RightAligned(clusters, 10) + RightAligned(needed, 8);
     text += RightAligned(free, 12) + "\n";
   }
@@ -67,9 +74,8 @@ std::string FormatTable(const std::vector<SizeRow>& rows, unsigned columns) {
   table.Add("image", "clusters of", "clusters", "needed", "free");
   for (const SizeRow& row : rows) {
     const std::uint64_t free = (row.fit.clusters - row.fit.clustersNeeded) * row.fit.clusterBytes;
-    table.Add(FormatBytes(row.bytes), FormatBytes(row.fit.clusterBytes),
-              GroupDigits(row.fit.clusters), GroupDigits(row.fit.clustersNeeded),
-              FormatBytes(free));
+    table.Add(SizeText(row.bytes), FormatBytes(row.fit.clusterBytes), GroupDigits(row.fit.clusters),
+              GroupDigits(row.fit.clustersNeeded), FormatBytes(free));
   }
   return "\n" + table.Text();
 }
@@ -85,10 +91,12 @@ Json SizeRecords(const std::vector<SizeRow>& rows) {
   return records;
 }
 
-std::string FormatMeasure(const BuildPreview& preview, std::uint64_t smallest) {
-  std::string text = "files        " + GroupDigits(preview.files) + "\n" + "directories  " +
-                     GroupDigits(preview.directories) + "\n";
-  if (preview.leftOut != 0) text += "left out     " + GroupDigits(preview.leftOut) + "\n";
+std::string FormatMeasure(const BuildPreview& preview, std::uint64_t dropped,
+                          std::uint64_t smallest) {
+  std::string text = "files        " + GroupDigits(preview.files - dropped) + "\n" +
+                     "directories  " + GroupDigits(preview.directories) + "\n";
+  const std::uint64_t leftOut = preview.leftOut + dropped;
+  if (leftOut != 0) text += "left out     " + GroupDigits(leftOut) + "\n";
   text += "content      " + GroupDigits(preview.fileBytes) + " bytes\n";
   return text + "auto size    " + (smallest == 0 ? "(none)" : FormatBytes(smallest)) + "\n";
 }
@@ -103,6 +111,7 @@ int RunMeasure(Console& console, const MeasureOptions& options) {
   }
   const std::uint64_t bytes = CreateFat16Builder()->MeasureFolderSize(options.folder);
   const std::uint64_t smallest = AutoSize(preview);
+  const std::uint64_t dropped = smallest == 0 ? 0 : FitIntoImage(preview, smallest).dropped;
   const std::vector<SizeRow> rows = SizesThatWillDo(preview, smallest);
   if (options.json) {
     console.out << OneLine({{"folder", options.folder.string()},
@@ -112,10 +121,11 @@ int RunMeasure(Console& console, const MeasureOptions& options) {
                             {"files", preview.files},
                             {"directories", preview.directories},
                             {"leftOut", preview.leftOut},
+                            {"dropped", dropped},
                             {"sizes", SizeRecords(rows)}})
                 << "\n";
   } else {
-    console.out << FormatMeasure(preview, smallest) << FormatTable(rows, console.width);
+    console.out << FormatMeasure(preview, dropped, smallest) << FormatTable(rows, console.width);
   }
   if (smallest == 0) {
     Warn(console,

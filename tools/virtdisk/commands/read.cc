@@ -226,6 +226,11 @@ void GetFile(Console& console, const OpenedImage& image, const GetOptions& optio
   if (!entry) return;
   fs::path target = options.destination;
   std::error_code ignored;
+  if (!target.has_filename() && !fs::is_directory(target, ignored)) {
+    Fail(console, "there is no folder " + target.string(),
+         "Make it first, or leave out the slash.");
+    return;
+  }
   if (fs::is_directory(target, ignored)) {
     if (!StaysInFolder(entry->name)) {
       Fail(console, "refused to extract " + options.path + " under its own name",

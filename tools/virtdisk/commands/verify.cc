@@ -83,6 +83,15 @@ std::string FindingLine(const Finding& finding) {
   return Printable(text + finding.text) + "\n";
 }
 
+const char* Verdict(const CheckReport& report) {
+  using enum FindingKind;
+  if (report.IsSound()) return "The volume is sound.\n";
+  for (const FindingKind kind : {kNoVolume, kFat12, kFat32, kTakenForFat12}) {
+    if (report.Found(kind) > 0) return "This is no FAT16 volume; the rest was not looked at.\n";
+  }
+  return "The volume is damaged.\n";
+}
+
 void PrintTable(Console& console, const CheckReport& report) {
   console.out << RowsOf(report);
   if (report.isWhole) console.out << CountsText(report.counts);
@@ -93,7 +102,7 @@ void PrintTable(Console& console, const CheckReport& report) {
     console.out << "and " << GroupDigits(report.found[i] - CheckReport::kMostOfAKind)
                 << " more of the kind " << KindName(static_cast<FindingKind>(i)) << "\n";
   }
-  console.out << "\n" << (report.IsSound() ? "The volume is sound.\n" : "The volume is damaged.\n");
+  console.out << "\n" << Verdict(report);
 }
 
 Json FindingRecord(const Finding& finding) {

@@ -63,8 +63,10 @@ void EndOnSignals() {
   struct ::sigaction action {};
   action.sa_handler = End;
   action.sa_mask = EndingSet();
-  for (const int signal : {SIGINT, SIGTERM, SIGPIPE}) ::sigaction(signal, &action, nullptr);
-  if (!IsIgnored(SIGHUP)) ::sigaction(SIGHUP, &action, nullptr);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    if (!IsIgnored(signal)) ::sigaction(signal, &action, nullptr);
+  }
+  ::sigaction(SIGPIPE, &action, nullptr);
 }
 
 int LeaveToSignals(const char* path) {
