@@ -67,7 +67,11 @@ struct PlanFacts {
   std::optional<std::uint64_t> freeForFolder{};  // bytes on its file system
   std::optional<std::uint64_t> freeForImage{};
   bool isSameFileSystem = false;  // for both
-  unsigned imageCopies = 1;       // that are made beside the old image
+  // What goes to a trash on another file system is copied there.
+  std::optional<std::uint64_t> freeForTrash{};
+  bool areFilesCopied = false;
+  bool isImageCopied = false;
+  unsigned imageCopies = 1;  // that are made beside the old image
 };
 
 }  // namespace quorbix::virtdisk::internal::guard

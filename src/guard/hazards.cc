@@ -289,7 +289,21 @@ void CheckFit(const Facts& facts, const Plan& plan, Collector& found) {
   found.Add(kDoesNotFit, false, std::move(text));
 }
 
-void CheckRoom(const Facts& facts, const PlanFacts& planFacts, const Plan& plan, Collector& found) {
+std::uint64_t BytesForTrash(const Facts& facts, const PlanFacts& planFacts, const Plan& plan,
+                            const Observation& seen) {
+  std::uint64_t bytes = plan.needsImage && planFacts.isImageCopied ? facts.onDisk.bytes : 0;
+  if (!planFacts.areFilesCopied) return bytes;
+  const auto add = [&](const std::string& path) {
+    const auto item = seen.host.find(path);
+    if (item != seen.host.end()) bytes += item->second.content.size;
+  };
+  for (const HostWrite& write : plan.hostWrites) add(write.host);
+  std::for_each(plan.hostDeletions.begin(), plan.hostDeletions.end(), add);
+  return bytes;
+}
+
+void CheckRoom(const Facts& facts, const PlanFacts& planFacts, const Plan& plan,
+               const Observation& seen, Collector& found) {
   std::uint64_t forFolder = 0;
   for (const HostWrite& write : plan.hostWrites) forFolder += write.content.size;
   const std::uint64_t forImage = plan.needsImage ? facts.onDisk.bytes * planFacts.imageCopies : 0;
@@ -309,6 +323,13 @@ void CheckRoom(const Facts& facts, const PlanFacts& planFacts, const Plan& plan,
                   " bytes left, and the new image beside the old one needs " +
                   std::to_string(forImage) + ". Make room, or accept that it is tried");
   }
+  const std::uint64_t forTrash = BytesForTrash(facts, planFacts, plan, seen);
+  if (!lacks(forTrash, planFacts.freeForTrash)) return;
+  found.Add(kNoRoom, true,
+            "the file system of the trash in " + facts.stateFolder + " has " +
+                std::to_string(*planFacts.freeForTrash) +
+                " bytes left, and what is replaced needs " + std::to_string(forTrash) +
+                ". Make room, or accept that it is tried");
 }
 
 }  // namespace
@@ -333,7 +354,7 @@ Hazards HazardsOfPlan(const Facts& facts, const PlanFacts& planFacts,
   CheckConflicts(plan, limits, found);
   CheckPermissions(facts, planFacts, plan, found);
   CheckFit(facts, plan, found);
-  CheckRoom(facts, planFacts, plan, found);
+  CheckRoom(facts, planFacts, plan, observation, found);
   return found.Take();
 }
 

@@ -80,6 +80,12 @@ void DoubtDeletions(const std::map<std::string, DiskItem>& disk, Memory& memory)
   }
 }
 
+// The folder, or the nearest one above it that exists.
+fs::path Existing(fs::path folder) {
+  while (!StampAt(folder) && folder.has_relative_path()) folder = folder.parent_path();
+  return folder;
+}
+
 class Looker {
  public:
   Looker(const Places& itsPlaces, const GuardedSyncOptions& itsOptions, const KnownState& known)
@@ -116,9 +122,7 @@ class Looker {
     StateFacts& state = sight.facts.state;
     state.isDamaged = remembered.load == StateLoad::kDamaged;
     state.error = remembered.error;
-    fs::path folder = places.stateFolder;
-    while (!StampAt(folder) && folder.has_relative_path()) folder = folder.parent_path();
-    state.isWritable = remembered.canBeSaved && MayChange(folder);
+    state.isWritable = remembered.canBeSaved && MayChange(Existing(places.stateFolder));
   }
 
   void CheckNesting() {
@@ -345,6 +349,10 @@ class Looker {
     if (facts.freeForImage) *facts.freeForImage += leftover;
     if (facts.freeForFolder && facts.isSameFileSystem) *facts.freeForFolder += leftover;
     facts.imageCopies = options.inPlace ? 2 : 1;
+    const fs::path state = Existing(places.stateFolder);
+    facts.freeForTrash = FreeBytes(state);
+    facts.areFilesCopied = !IsOnSameFileSystem(places.folder, state);
+    facts.isImageCopied = !options.inPlace && !IsOnSameFileSystem(beside, state);
     return facts;
   }
 

@@ -246,6 +246,21 @@ TEST(HazardsOfPlan, BothSidesOnOneFileSystem_NeedRoomTogether) {
   EXPECT_THAT(Kinds(Found(seen, {}, both)), ElementsAre(GuardedHazard::kNoRoom));
 }
 
+TEST(HazardsOfPlan, TrashOnAnotherFileSystem_NeedsRoomThere) {
+  const Observation replaced = Seen({{"a", 'a'}}, {{"A", 'b'}});
+  const Memory known = Knows({{"a", "A", 'a'}});
+  EXPECT_THAT(Kinds(Found(replaced, known, {.freeForTrash = 0, .areFilesCopied = true})),
+              ElementsAre(GuardedHazard::kNoRoom));
+  EXPECT_THAT(Found(replaced, known, {.freeForTrash = 1, .areFilesCopied = true}), IsEmpty());
+  EXPECT_THAT(Found(replaced, known, {.freeForTrash = 0}), IsEmpty());
+  const Observation edited = Seen({{"a", 'b'}}, {{"A", 'a'}});
+  const std::uint64_t image = 3 << 20;
+  EXPECT_THAT(Kinds(Found(edited, known, {.freeForTrash = image - 1, .isImageCopied = true})),
+              ElementsAre(GuardedHazard::kNoRoom));
+  EXPECT_THAT(Found(edited, known, {.freeForTrash = image, .isImageCopied = true}), IsEmpty());
+  EXPECT_THAT(Found(edited, known, {.freeForTrash = 0}), IsEmpty());
+}
+
 TEST(StandsInTheWay, AcceptedHazards_DoNot) {
   const Hazards hazards{{GuardedHazard::kFolderEmpty, true, "", {}}};
   EXPECT_TRUE(StandsInTheWay(hazards, {}));

@@ -52,6 +52,7 @@ std::function<void()> whenCopiedToTrash;
 std::function<void()> beforeStatusOfA;
 bool diesBesideTheDisk = false;  // when something made there is written out
 std::uint64_t freeBytes = ~std::uint64_t{0};
+std::string fullPlace;  // a part of the paths that have so little; empty: all
 
 }  // namespace
 
@@ -109,7 +110,9 @@ extern "C" int fsync(int file) {
 
 extern "C" int statvfs(const char* path, struct statvfs* status) noexcept {
   const int result = NextOf<int(const char*, struct statvfs*)>("statvfs")(path, status);
-  status->f_bavail = std::min<std::uint64_t>(status->f_bavail, freeBytes / status->f_frsize);
+  if (std::string_view(path).find(fullPlace) != std::string_view::npos) {
+    status->f_bavail = std::min<std::uint64_t>(status->f_bavail, freeBytes / status->f_frsize);
+  }
   return result;
 }
 
@@ -137,6 +140,7 @@ class ImageFault : public GuardedPair {
     whenCopiedToTrash = nullptr;
     beforeStatusOfA = nullptr;
     freeBytes = ~std::uint64_t{0};
+    fullPlace.clear();
   }
 
   GuardedReport PassWithReads(int reads) const {
@@ -228,6 +232,21 @@ TEST_F(ImageFault, FileWrittenWhileItIsCopiedIntoTheTrash_StaysWhereItIs) {
   EXPECT_FALSE(whenCopiedToTrash);
   EXPECT_EQ(report.outcome, kFailed) << report.message;
   EXPECT_EQ(OnHost().at("b.txt"), std::string(10'000, 'b') + "more");
+}
+
+TEST_F(ImageFault, TrashOnAnotherFileSystem_NeedsRoomThere) {
+  const test::MemoryFolder memory;
+  if (!memory.Usable()) GTEST_SKIP() << "no other file system";
+  folder.File("host/a.txt", "a");
+  options.stateFolder = memory.Path() / "state";
+  BuildImage();
+  ASSERT_EQ(Sync()->Pass().outcome, kNothingToDo);
+  folder.File("host/a.txt", "edited");
+  fullPlace = memory.Path();
+  freeBytes = kImageBytes - 4096;
+  EXPECT_THAT(HazardsOf(Sync()->Pass()), ElementsAre(GuardedHazard::kNoRoom));
+  freeBytes = kImageBytes + 4096;
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
 }
 
 TEST_F(ImageFault, NewImageOfAPassThatWasKilled_MakesRoomForTheNext) {

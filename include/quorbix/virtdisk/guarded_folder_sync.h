@@ -50,7 +50,8 @@ enum class GuardedHazard {
                       // different names
   kNested,            // the image or the state lies in the folder, or the folder in the state;
                       // accepted: they take no part. The last cannot be accepted
-  kNoRoom,            // on the file system of the folder or of the image; accepted: it is tried
+  kNoRoom,            // on the file system of the folder, of the image or of the trash;
+                      // accepted: it is tried
   kStateDamaged,      // what was remembered cannot be read; accepted: both sides meet for the first
                       // time, and nothing is deleted
   kStateNotWritable,  // the state's folder; cannot be accepted
