@@ -155,6 +155,22 @@ TEST(BuildCommand, DroppedEmptyFile_IsARemark) {
   EXPECT_EQ(Build(folder, {"--strict"}).status, 4);
 }
 
+TEST(BuildCommand, WhatIsNoFile_IsNamed) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a").Pipe("DISK/PIPE").Link("DISK/SUB/GONE", "nowhere");
+  const std::string disk = (folder / "DISK").string();
+  const std::string image = (folder / "disk.img").string();
+  const ProgramRun run = RunVirtdisk({"build", disk, image});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out, HasSubstr("\n  passed over     2\n"));
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: remark: 2 entries were passed over, being neither a "
+                                 "file nor a folder:\n  "));
+  EXPECT_THAT(run.err, HasSubstr("  PIPE\n"));
+  EXPECT_THAT(run.err, HasSubstr("  SUB/GONE\n"));
+  const auto names = RunVirtdisk({"build", disk, image, "--json"}).Json()["passedOver"];
+  EXPECT_EQ(names.size(), 2u);
+}
+
 TEST(BuildCommand, EmptyFilesWithoutASlot_AreCounted) {
   TempFolder folder;
   for (int i = 0; i < 520; ++i) folder.File("DISK/E" + std::to_string(i));

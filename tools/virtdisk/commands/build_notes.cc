@@ -36,7 +36,9 @@ class NoteTaking {
 
   BuildNotes Run() {
     for (std::size_t i = 0; i < preview.entries.size(); ++i) {
-      if (preview.entries[i].fate == BuildFate::kCopied) Note(i);
+      const BuildPreviewEntry& entry = preview.entries[i];
+      if (entry.fate == BuildFate::kCopied) Note(i);
+      if (entry.fate == BuildFate::kPassedOver) notes.passedOver.push_back(entry.hostPath);
     }
     notes.hiddenEntries = preview.hidden;
     return std::move(notes);

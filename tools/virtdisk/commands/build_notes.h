@@ -26,7 +26,8 @@ struct FollowedLink {
 
 // What may surprise about an image that was built, in the order in which a build meets it.
 struct BuildNotes {
-  std::vector<std::string> leftOut;  // host path, and reason in brackets
+  std::vector<std::string> leftOut;     // host path, and reason in brackets
+  std::vector<std::string> passedOver;  // what is neither a file nor a folder; relative paths
   std::vector<Renamed> renamed;
   std::vector<FollowedLink> links;  // but for those behind a link
   std::uint64_t hiddenEntries = 0;  // in the image, but in no listing

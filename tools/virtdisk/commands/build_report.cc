@@ -87,6 +87,7 @@ std::string FormatReport(const BuildReport& report) {
          LineIfAny("names changed", renamed) +
          LineIfAny("in case alone", notes.renamed.size() - renamed) +
          LineIfAny("left out", notes.leftOut.size() + report.dropped) +
+         LineIfAny("passed over", notes.passedOver.size()) +
          LineIfAny("in no listing", notes.hiddenEntries) +
          LineIfAny("copied again", notes.metAgain);
 }
@@ -97,6 +98,12 @@ std::vector<RemarkGroup> GroupRemarks(const BuildNotes& notes) {
     const std::uint64_t number = notes.leftOut.size();
     groups.push_back(
         {Entries(number) + (number == 1 ? " was" : " were") + " left out:", notes.leftOut});
+  }
+  if (!notes.passedOver.empty()) {
+    const std::uint64_t number = notes.passedOver.size();
+    groups.push_back({Entries(number) + (number == 1 ? " was" : " were") +
+                          " passed over, being neither a file nor a folder:",
+                      notes.passedOver});
   }
   if (CountRenamed(notes) != 0) groups.push_back(GroupOfRenamed(notes));
   if (notes.hiddenEntries != 0) {
@@ -123,6 +130,7 @@ Json ReportRecord(const BuildReport& report) {
           {"hidden", report.notes.hiddenEntries},
           {"skipped", report.notes.leftOut},
           {"dropped", report.dropped},
+          {"passedOver", report.notes.passedOver},
           {"renamed", RenamedRecords(report.notes)},
           {"links", LinkRecords(report.notes)},
           {"copiedAgain", report.notes.metAgain},
