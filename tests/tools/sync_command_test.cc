@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "commands/sync_report.h"
+#include "support/child_process.h"
 #include "support/guest_editor.h"
 #include "support/image_crafter.h"
 #include "support/instrumented.h"
@@ -125,6 +126,29 @@ TEST_F(SyncCommand, BareVolume_IsRefused) {
   const ProgramRun run = Sync();
   EXPECT_EQ(run.status, 3);
   EXPECT_THAT(run.err, HasSubstr("no partition table"));
+}
+
+// The state, the file from the disk, the trash's list and the new image grow beyond it in turn.
+TEST_F(SyncCommand, LimitOnTheSizeOfFiles_LosesNothing) {
+  for (const char* way : {"--once", "--in-place"}) {
+    Sync();
+    const std::string edited = way + std::string(5000, 'h');
+    const std::string guests = way + std::string(3000, 'g');
+    folder.File("DISK/A long name.txt", edited);
+    GuestWrites("SUB/B.TXT", guests);
+    for (const unsigned limit : {0u, 20u, 200u, 1000u, 4000u, 100'000u, 2'000'000u}) {
+      SCOPED_TRACE(std::string(way) + " up to " + std::to_string(limit));
+      const int status = RunInChild({.fileSizeLimit = limit}, [&] {
+        return Sync({"--once", way}).status;
+      });
+      EXPECT_EQ(status, 1);
+      EXPECT_EQ(folder.Read("DISK/A long name.txt"), edited);
+      EXPECT_EQ(GuestEditor(Image()).Files().at("SUB/B.TXT"), guests);
+    }
+    EXPECT_EQ(Sync({"--once", way}).status, 0);
+    EXPECT_EQ(folder.Read("DISK/SUB/B.TXT"), guests);
+    EXPECT_EQ(GuestEditor(Image()).Files().at("A_LONG_N.TXT"), edited);
+  }
 }
 
 TEST_F(SyncCommand, Conflict_IsDecidedAsAsked) {
