@@ -4,7 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <thread>
+#include <vector>
 
 #include "guard/guarded_pair.h"
 #include "support/child_process.h"
@@ -276,6 +279,23 @@ TEST_F(Losses, LongName_GuardedKeepsItsName) {
   EXPECT_EQ(OnDisk(), (FileTree{{"LONG_FIL.TXT", "long"}}));
 }
 
+TEST_F(Losses, NamesThatClash_PlainOverwritesOneWithTheOther) {
+  folder.File("host/a+b.txt", "plus");
+  BuildImage();  // which names it A_B.TXT
+  folder.File("host/a_b.txt", "line");
+  PlainPass();
+  for (const auto& [path, content] : OnHost()) EXPECT_NE(content, "line") << path;
+  for (const auto& [path, content] : OnDisk()) EXPECT_NE(content, "line") << path;
+}
+
+TEST_F(Losses, NamesThatClash_GuardedLosesNeither) {
+  folder.File("host/a+b.txt", "plus");
+  BuildImage();
+  folder.File("host/a_b.txt", "line");
+  Pass();
+  EXPECT_EQ(OnHost(), (FileTree{{"a+b.txt", "plus"}, {"a_b.txt", "line"}}));
+}
+
 TEST_F(Losses, NamesThatClash_GuardedKeepsThemApart) {
   folder.File("host/a+b.txt", "plus").File("host/a_b.txt", "line");
   BuildAndAgree();
@@ -312,6 +332,22 @@ TEST_F(Losses, TwoSyncsOnOnePair_GuardedTellsTheSecondWhoIsFirst) {
   EXPECT_EQ(second.outcome, kNotNow);
   EXPECT_EQ(second.message,
             "process " + std::to_string(::getpid()) + " keeps this pair in step already");
+}
+
+// Half of what a guest writes is in the image when the pass comes.
+TEST_F(Losses, GuestThatIsWriting_PlainTakesAMixture) {
+  folder.File("host/A.TXT", std::string(1000, 'o'));
+  BuildImage();
+  PlainPass();
+  std::vector<std::uint8_t> bytes = test::ReadBytes(Image());
+  const auto content = std::search_n(bytes.begin(), bytes.end(), 1000, std::uint8_t{'o'});
+  ASSERT_NE(content, bytes.end());
+  std::fill_n(content, 512, std::uint8_t{'n'});
+  const auto earlier = fs::last_write_time(Image());
+  test::WriteBytes(Image(), bytes);
+  fs::last_write_time(Image(), earlier + std::chrono::seconds(1));
+  PlainPass();
+  EXPECT_EQ(OnHost().at("A.TXT"), std::string(512, 'n') + std::string(488, 'o'));
 }
 
 TEST_F(Losses, GuestThatHasTheImageOpen_IsWaitedFor) {
