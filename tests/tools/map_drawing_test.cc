@@ -4,10 +4,12 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <random>
 #include <set>
 #include <sstream>
 #include <string>
 
+#include "disk/map_grid.h"
 #include "disk/map_palette.h"
 #include "disk/map_svg.h"
 #include "disk/map_text.h"
@@ -239,6 +241,53 @@ TEST(FileColour, Neighbours_DifferInBrightnessForEveryEye) {
       EXPECT_GT(std::max(a, b) / std::min(a, b), 1.3) << i;
     }
   }
+}
+
+std::vector<Cell> CellsOf(const std::vector<int>& owners) {
+  std::vector<Cell> cells;
+  for (const int owner : owners) {
+    Cell& cell = cells.emplace_back();
+    if (owner < 0) continue;  // free
+    cell.area = Area::kFile;
+    cell.owner = static_cast<std::uint32_t>(owner);
+  }
+  return cells;
+}
+
+// Files 1 and 2 are too small for a cell.
+TEST(ColourNumbers, FilesThatMeetOnlyWhereOthersAreNotDrawn_DifferInBrightness) {
+  const auto colours = ColourNumbers(4, CellsOf({0, 0, 3, 3}), 4);
+  EXPECT_NE(colours[0] % kBrightnesses, colours[3] % kBrightnesses);
+  EXPECT_EQ(std::set<std::uint32_t>(colours.begin(), colours.end()).size(), 4U);
+}
+
+TEST(ColourNumbers, FilesInRandomPlaces_DifferFromThoseBefore) {
+  std::mt19937 random(1);
+  for (int round = 0; round < 50; ++round) {
+    std::vector<int> owners;
+    for (int file = 0; owners.size() < 200; ++file) {
+      owners.insert(owners.end(), 1 + random() % 6, random() % 5 == 0 ? -1 : file);
+    }
+    const std::vector<Cell> cells = CellsOf(owners);
+    const std::vector<std::uint32_t> colours = ColourNumbers(200, cells, 20);
+    EXPECT_EQ(std::set<std::uint32_t>(colours.begin(), colours.end()).size(), 200U);
+    for (std::size_t i = 1; i < cells.size(); ++i) {
+      if (i % 20 == 0 || owners[i] < 0 || owners[i - 1] < 0 || owners[i] == owners[i - 1]) continue;
+      EXPECT_NE(colours[cells[i].owner] % kBrightnesses,
+                colours[cells[i - 1].owner] % kBrightnesses)
+          << i;
+    }
+  }
+}
+
+TEST(ColourNumbers, FileBelowTwoOthers_DiffersFromBoth) {
+  const auto colours = ColourNumbers(3, CellsOf({0, 1, 2, 2}), 2);
+  EXPECT_EQ(std::set<std::size_t>({colours[0] % kBrightnesses, colours[1] % kBrightnesses,
+                                   colours[2] % kBrightnesses})
+                .size(),
+            3U);
+  const auto below = ColourNumbers(4, CellsOf({0, 1, 2, -1, -1, 3}), 3);
+  EXPECT_NE(below[2] % kBrightnesses, below[3] % kBrightnesses);
 }
 
 TEST(FileColour, FirstHundred_AreAllDifferent) {

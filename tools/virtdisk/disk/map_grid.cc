@@ -39,6 +39,24 @@ std::string EscapeLines(const std::string& text) {
   return escaped;
 }
 
+using BrightnessSet = std::array<bool, kBrightnesses>;
+
+// The smallest number of each brightness that no file has yet.
+class Colours {
+ public:
+  // The smallest of another brightness than those in `met`, which are not all.
+  std::uint32_t Take(const BrightnessSet& met) {
+    std::size_t best = kBrightnesses;
+    for (std::size_t i = 0; i < kBrightnesses; ++i) {
+      if (!met[i] && (best == kBrightnesses || next[i] < next[best])) best = i;
+    }
+    return std::exchange(next[best], next[best] + static_cast<std::uint32_t>(kBrightnesses));
+  }
+
+ private:
+  std::array<std::uint32_t, kBrightnesses> next{0, 1, 2};
+};
+
 std::string Pattern(const char* id, const char* colour, const char* strokes) {
   return std::string("<pattern id=\"") + id +
          "\" patternUnits=\"userSpaceOnUse\" width=\"6\" height=\"6\">" +
@@ -62,10 +80,10 @@ std::string SvgRect(double x, double y, double width, double height, const std::
          "\" height=\"" + SvgNumber(height) + "\"" + rest + "/>";
 }
 
-std::string FillOf(Area area, std::uint32_t owner) {
+std::string FillOf(Area area, std::uint32_t colour) {
   switch (area) {
     case Area::kFile:
-      return FileColour(owner);
+      return FileColour(colour);
     case Area::kHidden:
       return "url(#hidden)";
     case Area::kLost:
@@ -97,6 +115,34 @@ MapGrid::MapGrid(const DiskMap& theMap, double gridWidth, double left, double to
   const auto cells = static_cast<double>(drawing.cells.size());
   columns = static_cast<std::size_t>(std::clamp(std::ceil(std::sqrt(cells * 3.5)), 28.0, 120.0));
   pitch = (gridWidth + kGap) / static_cast<double>(columns);
+  colours = ColourNumbers(map.owners.size(), drawing.cells, columns);
+}
+
+std::vector<std::uint32_t> ColourNumbers(std::size_t owners, const std::vector<Cell>& cells,
+                                         std::size_t columns) {
+  std::vector<std::uint32_t> colours(owners, kNobody);
+  Colours next;
+  for (std::size_t i = 0; i < cells.size(); ++i) {
+    if (cells[i].area != Area::kFile || colours[cells[i].owner] != kNobody) continue;
+    BrightnessSet beside{};
+    BrightnessSet met{};
+    const auto meet = [&](const Cell& other, BrightnessSet& brightnesses) {
+      const bool isSeen = other.area == Area::kFile && colours[other.owner] != kNobody;
+      if (isSeen) brightnesses[colours[other.owner] % kBrightnesses] = true;
+    };
+    if (i % columns != 0) meet(cells[i - 1], beside);
+    met = beside;
+    for (std::size_t j = i; j < cells.size() && cells[j].owner == cells[i].owner; ++j) {
+      if (j >= columns) meet(cells[j - columns], met);
+    }
+    const bool areAllMet = std::all_of(met.begin(), met.end(), [](bool isMet) { return isMet; });
+    colours[cells[i].owner] = next.Take(areAllMet ? beside : met);
+  }
+  // Those that are too small for a cell.
+  for (std::uint32_t& colour : colours) {
+    if (colour == kNobody) colour = next.Take({});
+  }
+  return colours;
 }
 
 double MapGrid::CellLeft(std::size_t cell) const {
@@ -149,7 +195,7 @@ std::string MapGrid::Elements() const {
     const bool isOwned = kind.second != kNobody;
     elements += "<g class=\"g\"";
     if (isOwned) elements += " data-owner=\"" + std::to_string(kind.second) + "\"";
-    elements += " fill=\"" + FillOf(kind.first, kind.second) + "\"><title>" +
+    elements += " fill=\"" + FillOf(kind.first, ColourOf(kind.second)) + "\"><title>" +
                 EscapeLines(Title(kind.first, kind.second)) + "</title>" + bars + "</g>\n";
   }
   return elements + Slack();

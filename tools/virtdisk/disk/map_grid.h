@@ -27,6 +27,10 @@ class MapGrid {
   std::string Scale() const;
 
   const Drawing& Cells() const { return drawing; }
+  // The number of a file's colour, for FillOf.
+  std::uint32_t ColourOf(std::uint32_t owner) const {
+    return owner == kNobody ? kNobody : colours[owner];
+  }
   std::size_t Columns() const { return columns; }
   double Pitch() const { return pitch; }  // from one cell to the next
   double Bottom() const;                  // of the last row
@@ -46,7 +50,14 @@ class MapGrid {
   double y;
   std::size_t columns = 1;
   double pitch = 1;
+  std::vector<std::uint32_t> colours;  // by owner
 };
+
+// Numbers of colours, by owner, for files drawn in rows of `columns` cells: the first part of a
+// file differs in brightness from the file before it, and from those above it unless these have
+// all.
+std::vector<std::uint32_t> ColourNumbers(std::size_t owners, const std::vector<Cell>& cells,
+                                         std::size_t columns);
 
 // Short decimal: at most two places, no trailing zeros.
 std::string SvgNumber(double value);
@@ -54,8 +65,9 @@ std::string SvgNumber(double value);
 // A rectangle, with `rest` as the remaining attributes.
 std::string SvgRect(double x, double y, double width, double height, const std::string& rest);
 
-// How an area, or file number `owner`, is filled; what means harm has a pattern beside its colour.
-std::string FillOf(Area area, std::uint32_t owner);
+// How an area, or a file of that colour, is filled; what means harm has a pattern beside its
+// colour.
+std::string FillOf(Area area, std::uint32_t colour);
 
 // `2-3, 9`, and how many more there are.
 std::string RunsText(const Owner& owner);

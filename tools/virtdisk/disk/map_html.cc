@@ -33,9 +33,9 @@ Json CellRuns(const Drawing& drawing) {
   return runs;
 }
 
-std::string PlainColour(const Owner& owner, std::size_t number) {
+std::string PlainColour(const Owner& owner, std::size_t colour) {
   if (owner.isHidden) return AreaColour(Area::kHidden);
-  return owner.isDirectory ? AreaColour(Area::kDirectory) : FileColour(number);
+  return owner.isDirectory ? AreaColour(Area::kDirectory) : FileColour(colour);
 }
 
 Json Runs(const Owner& owner) {
@@ -44,9 +44,9 @@ Json Runs(const Owner& owner) {
   return runs;
 }
 
-Json OwnerRecords(const DiskMap& map) {
+Json OwnerRecords(const DiskMap& map, const MapGrid& grid) {
   Json records = Json::array();
-  for (std::size_t i = 0; i < map.owners.size(); ++i) {
+  for (std::uint32_t i = 0; i < map.owners.size(); ++i) {
     const Owner& owner = map.owners[i];
     records.push_back({{"path", Printable(owner.path)},
                        {"directory", owner.isDirectory},
@@ -57,7 +57,7 @@ Json OwnerRecords(const DiskMap& map) {
                        {"parts", owner.runs.size()},
                        {"where", RunsText(owner)},
                        {"runs", Runs(owner)},
-                       {"colour", PlainColour(owner, i)}});
+                       {"colour", PlainColour(owner, grid.ColourOf(i))}});
   }
   return records;
 }
@@ -73,7 +73,7 @@ Json PageData(const DiskMap& map, const MapGrid& grid) {
           {"perCell", grid.Cells().clustersPerCell},
           {"clusters", map.clusters.size()},
           {"cells", CellRuns(grid.Cells())},
-          {"owners", OwnerRecords(map)}};
+          {"owners", OwnerRecords(map, grid)}};
 }
 
 // JSON within a <script>: no name on a disk may end it.

@@ -54,7 +54,7 @@ std::string FileColour(std::size_t index) {
   constexpr double kHues = 300;
   constexpr double kGoldenTurn = 0.61803398875;
   constexpr double kSaturation = 0.55;
-  constexpr std::array<double, 3> kLuminances{0.26, 0.46, 0.14};
+  constexpr std::array<double, kBrightnesses> kLuminances{0.26, 0.46, 0.14};
   const double turn = std::fmod(0.45 + static_cast<double>(index) * kGoldenTurn, 1.0);
   const double hue = kFirstHue + kHues * turn;
   const double lightness = LightnessFor(hue, kSaturation, kLuminances[index % kLuminances.size()]);

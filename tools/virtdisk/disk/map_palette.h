@@ -12,9 +12,13 @@ namespace quorbix::virtdisk::tool {
 // Plain colours for a picture, as "#RRGGBB".
 const char* AreaColour(Area area);
 
-// The colour of the file number `index`. Each differs from the next one in brightness as well as in
-// hue, so that whoever sees few colours, or a print in grey, can tell them apart. None is red or
-// grey, which mean something else.
+// As many brightnesses as the colours of files take in turn.
+inline constexpr std::size_t kBrightnesses = 3;
+
+// The colour number `index` of files. Each differs from the next one, and from all whose numbers
+// leave another rest when divided by kBrightnesses, in brightness as well as in hue, so that
+// whoever sees few colours, or a print in grey, can tell them apart. None is red or grey, which
+// mean something else.
 std::string FileColour(std::size_t index);
 
 }  // namespace quorbix::virtdisk::tool

@@ -209,8 +209,9 @@ class Picture {
     std::string amount = FormatBytes(owner.size);
     if (owner.runs.size() > 1) amount += " in " + GroupDigits(owner.runs.size()) + " parts";
     const Area area = owner.isHidden ? Area::kHidden : Area::kFile;
-    return SvgRect(x, y - 11, 13, 13, " rx=\"3\" fill=\"" + FillOf(area, file) + "\"") + "\n" +
-           Text(x + 20, y, "l", names.Take(owner.path)) + Text(x + width, y, "n r", amount);
+    return SvgRect(x, y - 11, 13, 13,
+                   " rx=\"3\" fill=\"" + FillOf(area, grid.ColourOf(file)) + "\"") +
+           "\n" + Text(x + 20, y, "l", names.Take(owner.path)) + Text(x + width, y, "n r", amount);
   }
 
   std::vector<Group> Groups(const std::vector<std::uint32_t>& files) const {
