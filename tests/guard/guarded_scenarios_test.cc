@@ -262,7 +262,9 @@ class Scenario {
     std::vector<GuardedHazard> accepted;
     GuardedReport report = Pass({});
     // Otherwise the volume is too small for others.
-    if (!isLookedAtQuickly) EXPECT_EQ(report.outcome, GuardedOutcome::kRefused);
+    if (!isLookedAtQuickly) {
+      EXPECT_EQ(report.outcome, GuardedOutcome::kRefused);
+    }
     if (report.outcome == GuardedOutcome::kRefused) {
       EXPECT_EQ(Fingerprint(), hostBefore) << "a refusal touches nothing";
       for (const GuardedHazardReport& hazard : report.hazards) {
