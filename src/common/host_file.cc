@@ -4,10 +4,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <system_error>
 
 namespace quorbix::virtdisk::internal {
 
 namespace {
+
+constexpr int kMostLinks = 40;  // as many as the system follows
 
 Descriptor Open(int folder, const char* path, int flags, ::mode_t newFileMode) {
   int file;
@@ -25,6 +28,18 @@ Descriptor OpenFile(int folder, const char* path, int flags, ::mode_t newFileMod
 }
 
 }  // namespace
+
+std::filesystem::path FollowLinks(std::filesystem::path path) {
+  std::error_code failed;
+  for (int i = 0;
+       i < kMostLinks && std::filesystem::is_symlink(std::filesystem::symlink_status(path, failed));
+       ++i) {
+    const std::filesystem::path target = std::filesystem::read_symlink(path, failed);
+    if (failed) break;
+    path = path.parent_path() / target;  // an absolute target stands alone
+  }
+  return path;
+}
 
 Descriptor OpenHostPath(const char* path, int flags, ::mode_t newFileMode) {
   return Open(AT_FDCWD, path, flags, newFileMode);

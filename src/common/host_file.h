@@ -15,6 +15,9 @@ namespace quorbix::virtdisk::internal {
 // Files of the host. They may change their kind, their size and their existence at any moment, and
 // failures leave their cause in errno.
 
+// Where `path` leads, through symbolic links at its end, whether or not anything is there.
+std::filesystem::path FollowLinks(std::filesystem::path path);
+
 // Opens `path` with the flags of open(2), and waits where that waits. Programs that the process
 // starts do not inherit what is opened here.
 Descriptor OpenHostPath(const char* path, int flags, ::mode_t newFileMode = 0666);

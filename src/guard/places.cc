@@ -2,6 +2,7 @@
 
 #include <system_error>
 
+#include "common/host_file.h"
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 
 namespace quorbix::virtdisk {
@@ -10,16 +11,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kMostLinks = 40;  // as many as the system follows
-
 // What a path leads to, or what it says where it leads nowhere.
 fs::path Itself(const fs::path& path) {
   std::error_code failed;
-  fs::path itself = path;
-  for (int i = 0; i < kMostLinks && fs::is_symlink(fs::symlink_status(itself, failed)); ++i) {
-    itself = itself.parent_path() / fs::read_symlink(itself, failed);  // may be absolute
-  }
-  itself = fs::weakly_canonical(fs::absolute(itself, failed), failed);
+  const fs::path itself = fs::weakly_canonical(fs::absolute(FollowLinks(path), failed), failed);
   return failed ? fs::absolute(path, failed).lexically_normal() : itself;
 }
 

@@ -32,8 +32,6 @@ constexpr char kFileLine[] = "file";
 constexpr char kSubFolderLine[] = "folder";
 constexpr char kTargetLine[] = "target";  // of the link before it
 
-fs::path StateOf(const Places& places) { return places.stateFolder / "state"; }
-
 bool AreTrustworthy(const Sight& sight) {
   const auto isTrustworthy = [](const auto& entry) {
     return IsTrustworthy(entry.second.stamp, entry.second.taken);
@@ -52,7 +50,7 @@ std::optional<QuietSides> QuietSides::Take(const Places& places, const Sight& si
   QuietSides sides;
   sides.root = sight.host.identity;
   sides.imageStamp = sight.disk.stamp;
-  sides.stateStamp = StampAt(StateOf(places));
+  sides.stateStamp = StampAt(StateFileIn(places.stateFolder));
   sides.report = report;
   sides.report.isFirstMeeting = false;
   std::vector<std::string> pending{""};
@@ -135,7 +133,8 @@ std::optional<QuietSides::Folder> QuietSides::List(const fs::path& root, const s
 bool QuietSides::AreStill(const Places& places) const {
   const auto folder = StampAt(places.folder);
   if (!folder || folder->identity != root || !stateStamp) return false;
-  if (StampAt(places.image) != imageStamp || StampAt(StateOf(places)) != stateStamp) return false;
+  if (StampAt(places.image) != imageStamp || StampAt(StateFileIn(places.stateFolder)) != stateStamp)
+    return false;
   const auto isSame = [](const Entry& before, const Entry& now) {
     if (before.name != now.name || before.isFolder != now.isFolder) return false;
     if (before.isFolder) return before.stamp.identity == now.stamp.identity;

@@ -70,21 +70,23 @@ bool SaveText(const fs::path& file, std::string_view text, std::string& err) {
   return false;
 }
 
+fs::path StateFileIn(const fs::path& folder) { return folder / kStateName; }
+
 StateLoad LoadState(const fs::path& folder, State& state, std::string& err) {
   state = State();
   ByteBuffer bytes;
-  const StateLoad load = LoadText(folder / kStateName, bytes, err);
+  const StateLoad load = LoadText(StateFileIn(folder), bytes, err);
   if (load != StateLoad::kLoaded) return load;
   const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   return ParseState(text, state, err) ? StateLoad::kLoaded : StateLoad::kDamaged;
 }
 
 bool SaveState(const fs::path& folder, const State& state, std::string& err) {
-  return SaveText(folder / kStateName, FormatState(state), err);
+  return SaveText(StateFileIn(folder), FormatState(state), err);
 }
 
 bool SetStateAside(const fs::path& folder, const std::string& when, std::string& err) {
-  const fs::path state = folder / kStateName;
+  const fs::path state = StateFileIn(folder);
   const std::string name = std::string(kStateName) + "-damaged-" + when;
   for (int n = 1;; ++n) {
     const fs::path aside = folder / (n == 1 ? name : name + '#' + std::to_string(n));

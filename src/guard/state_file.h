@@ -23,6 +23,9 @@ StateLoad LoadText(const std::filesystem::path& file, ByteBuffer& text, std::str
 [[nodiscard]] bool SaveText(const std::filesystem::path& file, std::string_view text,
                             std::string& err);
 
+// Where the state itself lies.
+std::filesystem::path StateFileIn(const std::filesystem::path& folder);
+
 // Reads what the last pass left. kNone: there is none yet. kDamaged: there is one that cannot be
 // used, and `err` says why. `state` is empty in both cases.
 StateLoad LoadState(const std::filesystem::path& folder, State& state, std::string& err);

@@ -96,5 +96,19 @@ TEST(WriteFully, WriteTheSystemCutsShort_Fails) {
   EXPECT_EQ(status, 0);
 }
 
+TEST(FollowLinks, Links_LeadToTheirEnd) {
+  TempFolder folder;
+  folder.Folder("SUB").Link("A", "SUB/B").Link("SUB/B", "C").Link("ABS", folder / "C");
+  EXPECT_EQ(FollowLinks(folder / "A"), folder / "SUB/C");
+  EXPECT_EQ(FollowLinks(folder / "ABS"), folder / "C");
+  EXPECT_EQ(FollowLinks(folder / "SUB"), folder / "SUB");
+}
+
+TEST(FollowLinks, LinksInACircle_End) {
+  TempFolder folder;
+  folder.Link("A", "B").Link("B", "A");
+  EXPECT_EQ(FollowLinks(folder / "A").parent_path(), folder.Path());
+}
+
 }  // namespace
 }  // namespace quorbix::virtdisk::internal

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <time.h>
 
 #include <algorithm>
 #include <chrono>
@@ -16,28 +15,14 @@
 #include "guard/contents.h"
 #include "quorbix/virtdisk/fat_image_builder.h"
 #include "quorbix/virtdisk/guarded_folder_sync.h"
+#include "support/clock_ahead.h"
 #include "support/guest_editor.h"
 #include "support/memory_folder.h"
-#include "support/next_function.h"
 #include "support/search_effort.h"
 #include "support/temp_folder.h"
 
 // Random edits on both sides, restarts, refusals and conflicts, against the one property that
 // matters: no content that was there before a pass is gone after it.
-
-namespace {
-
-int secondsAhead = 0;  // of the clock
-
-}  // namespace
-
-// Stands in front of the C library's function for the whole program.
-extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
-  using quorbix::virtdisk::test::NextOf;
-  const int result = NextOf<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
-  if (clock == CLOCK_REALTIME) time->tv_sec += secondsAhead;
-  return result;
-}
 
 namespace quorbix::virtdisk::internal::guard {
 namespace {
@@ -84,13 +69,13 @@ class Scenario {
     // A volume that is large enough for others is remembered, and so is what has been quiet for
     // long, which the clock makes of everything.
     const std::uint64_t bytes = isLookedAtQuickly ? std::uint64_t{3} << 20 : 64 * 1024;
-    secondsAhead = isLookedAtQuickly ? 10 : 0;
+    test::secondsAhead = isLookedAtQuickly ? 10 : 0;
     if (builder->Build(root / "host", image, bytes)) return;
     // Links to folders can lead round for ever in a build.
     fs::create_directory(root / "empty");
     EXPECT_TRUE(builder->Build(root / "empty", image, bytes)) << builder->LastError();
   }
-  ~Scenario() { secondsAhead = 0; }
+  ~Scenario() { test::secondsAhead = 0; }
   Scenario(const Scenario&) = delete;
   Scenario& operator=(const Scenario&) = delete;
 

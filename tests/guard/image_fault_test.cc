@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/types.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,6 +25,7 @@
 #include "common/host_file.h"
 #include "guard/guarded_pair.h"
 #include "support/child_process.h"
+#include "support/clock_ahead.h"
 #include "support/memory_folder.h"
 #include "support/next_function.h"
 
@@ -45,7 +45,6 @@ std::string PathOf(int file) {
 int readsBeforeError = -1;   // of the image; negative: they succeed
 int looksBeforeChange = -1;  // at the image's status; negative: nothing happens
 std::function<void()> atThatLook;
-int secondsAhead = 0;  // of the clock
 bool hasLeases = true;
 std::function<void()> whenTrashIsWrittenOut;  // these once
 std::function<void()> whenCopiedToTrash;
@@ -67,12 +66,6 @@ extern "C" ssize_t pread(int file, void* buffer, size_t size, off_t offset) {
   }
   errno = EIO;
   return -1;
-}
-
-extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
-  const int result = NextOf<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
-  if (clock == CLOCK_REALTIME) time->tv_sec += secondsAhead;
-  return result;
 }
 
 extern "C" int fcntl(int file, int command, ...) {
@@ -134,7 +127,7 @@ class ImageFault : public GuardedPair {
   ~ImageFault() override {
     readsBeforeError = -1;
     looksBeforeChange = -1;
-    secondsAhead = 0;
+    test::secondsAhead = 0;
     hasLeases = true;
     whenTrashIsWrittenOut = nullptr;
     whenCopiedToTrash = nullptr;
@@ -276,9 +269,9 @@ class GivingWay : public ImageFault {
     folder.File("host/a.txt", "a").File("host/b.txt", "b").File("other/c.txt", "c");
     BuildImage();
     // What was changed just before a look would be read again.
-    secondsAhead = 10;
+    test::secondsAhead = 10;
     ASSERT_EQ(Pass().outcome, kNothingToDo);
-    secondsAhead = 0;
+    test::secondsAhead = 0;
     const auto builder = CreateFat16Builder();
     ASSERT_TRUE(builder->Build(folder / "other", folder / "other.img", kImageBytes));
     folder.File("host/a.txt", "edited");

@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <time.h>
 
 #include <chrono>
 #include <cstdarg>
@@ -20,6 +19,7 @@
 
 #include "common/host_file.h"
 #include "guard/guarded_pair.h"
+#include "support/clock_ahead.h"
 #include "support/memory_folder.h"
 #include "support/next_function.h"
 
@@ -27,19 +27,12 @@ namespace {
 
 using quorbix::virtdisk::test::NextOf;
 
-int secondsAhead = 0;
 int statesRead = 0;
 std::function<void()> beforeReadingTheDisk;  // once
 
 }  // namespace
 
 // These stand in front of the C library's functions for the whole program.
-
-extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
-  const int result = NextOf<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
-  if (clock == CLOCK_REALTIME) time->tv_sec += secondsAhead;
-  return result;
-}
 
 extern "C" int open(const char* path, int flags, ...) {
   std::va_list rest;
@@ -73,10 +66,10 @@ class QuietPair : public GuardedPair {
     folder.File("host/a.txt", "a").File("host/SUB/b.txt", "b").Folder("host/EMPTY");
     folder.Link("host/link.txt", "a.txt").File("host/.dot", "d").Link("host/SUB/nowhere", "gone");
     BuildImage();
-    secondsAhead = 10;
+    test::secondsAhead = 10;
     BecomeQuiet();
   }
-  ~QuietPair() override { secondsAhead = 0; }
+  ~QuietPair() override { test::secondsAhead = 0; }
 
   void BecomeQuiet() {
     sync = Sync();
@@ -274,13 +267,13 @@ TEST(Verify, FileWrittenThroughAMapping_IsFound) {
   ASSERT_TRUE(CreateFat16Builder()->Build(host, image, std::uint64_t{3} << 20));
   GuardedSyncOptions options;
   options.settle = std::chrono::milliseconds(0);
-  secondsAhead = 10;
+  test::secondsAhead = 10;
   EXPECT_EQ(CreateGuardedFolderSync(image, host, options)->Pass().outcome, kNothingToDo);
   std::memcpy(bytes, "new", 3);
   EXPECT_EQ(CreateGuardedFolderSync(image, host, options)->Pass().outcome, kNothingToDo);
   options.verify = true;
   const GuardedReport report = CreateGuardedFolderSync(image, host, options)->Pass();
-  secondsAhead = 0;
+  test::secondsAhead = 0;
   ::munmap(bytes, 3);
   EXPECT_EQ(report.outcome, kDone) << report.message;
   EXPECT_EQ(test::GuestEditor(image).Files().at("A.TXT"), "new");
@@ -288,7 +281,7 @@ TEST(Verify, FileWrittenThroughAMapping_IsFound) {
 
 // Times cannot tell whether such a file is changed once more.
 TEST_F(QuietPair, SidesThatWereChangedJustNow_AreLookedAtWhole) {
-  secondsAhead = 0;
+  test::secondsAhead = 0;
   folder.File("host/a.txt", "new");
   EXPECT_EQ(sync->Pass().outcome, kDone);
   EXPECT_EQ(sync->Pass().outcome, kNothingToDo);

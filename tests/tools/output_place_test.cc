@@ -44,20 +44,6 @@ TEST(LookAtOutput, ZerosThatWereWritten_AreNoBlankFile) {
   EXPECT_EQ(LookAtOutput(folder / "zeros"), OutputKind::kOtherFile);
 }
 
-TEST(FollowLinks, Links_LeadToTheirEnd) {
-  TempFolder folder;
-  folder.Folder("SUB").Link("A", "SUB/B").Link("SUB/B", "C").Link("ABS", folder / "C");
-  EXPECT_EQ(FollowLinks(folder / "A"), folder / "SUB/C");
-  EXPECT_EQ(FollowLinks(folder / "ABS"), folder / "C");
-  EXPECT_EQ(FollowLinks(folder / "SUB"), folder / "SUB");
-}
-
-TEST(FollowLinks, LinksInACircle_End) {
-  TempFolder folder;
-  folder.Link("A", "B").Link("B", "A");
-  EXPECT_EQ(FollowLinks(folder / "A").parent_path(), folder.Path());
-}
-
 TEST(LiesWithin, Paths_AreComparedByPlace) {
   TempFolder folder;
   folder.Folder("SUB/DEEP").Folder("SUBWAY").Link("LINK", "SUB").Link("out.img", "SUB/x.img");

@@ -62,14 +62,14 @@ bool IsOutputAcceptable(Console& console, const BuildOptions& options) {
                     "An image is written to a file; copy it to a device from there.");
     case OutputKind::kOtherFile:
       if (options.force) break;
-      if (IsReadProtected(options.image)) {
+      if (IsDenied(options.image, R_OK)) {
         return Refuse(console, image + " exists, and you may not read it",
                       "Give another path; --force replaces it unread.");
       }
       return Refuse(console, image + " exists, and is no FAT16 disk image that can be read",
                     "Give another path, or --force to have the file replaced.");
     case OutputKind::kDiskImage:
-      if (options.force || !IsWriteProtected(options.image)) break;
+      if (options.force || !IsDenied(options.image, W_OK)) break;
       return Refuse(console, image + " is write-protected",
                     "Give another path, or --force to have it replaced.");
     case OutputKind::kNothing:
@@ -81,7 +81,7 @@ bool IsOutputAcceptable(Console& console, const BuildOptions& options) {
 }
 
 bool ImageOutput::Open(const fs::path& image, bool inPlace, std::string& err) {
-  path = FollowLinks(image);
+  path = internal::FollowLinks(image);
   if (!inPlace || LookAtOutput(path) == OutputKind::kNothing) return replacement.Create(path, err);
   struct ::stat status {};
   existing = internal::OpenHostFile(path.c_str(), O_WRONLY | O_NOFOLLOW);

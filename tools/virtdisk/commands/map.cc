@@ -81,6 +81,27 @@ Json Record(const MapOptions& options, const DiskMap& map) {
           {"owners", owners}};
 }
 
+int WritePicture(Console& console, const MapOptions& options, const std::string& drawn) {
+  if (options.picture == "-") {
+    console.out << drawn;
+    return kDone;
+  }
+  if (IsSameFile(options.picture, options.image)) {
+    Fail(console, "the picture would take the image's place: " + options.image.string(),
+         "Give another path with -o.");
+    return kRefused;
+  }
+  if (!options.force && IsSomethingElse(options.picture)) {
+    Fail(console, options.picture.string() + " exists, and is no picture or page",
+         "Give another path with -o, or --force to have the file replaced.");
+    return kRefused;
+  }
+  std::string err;
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(drawn.data());
+  if (WriteHostFile(options.picture, std::span(bytes, drawn.size()), err)) return kDone;
+  return Fail(console, err, "Does the folder exist, and may you write there?");
+}
+
 }  // namespace
 
 int RunMap(Console& console, const MapOptions& options) {
@@ -110,24 +131,8 @@ int RunMap(Console& console, const MapOptions& options) {
     return kDone;
   }
   const auto draw = WantsPage(options.picture) ? DrawHtml : DrawSvg;
-  const std::string drawn = draw(map, label.empty() ? name : label, name + ", " + volume);
-  if (options.picture == "-") {
-    console.out << drawn;
-    return kDone;
-  }
-  if (IsSameFile(options.picture, options.image)) {
-    Fail(console, "the picture would take the image's place: " + options.image.string(),
-         "Give another path with -o.");
-    return kRefused;
-  }
-  if (!options.force && IsSomethingElse(options.picture)) {
-    Fail(console, options.picture.string() + " exists, and is no picture or page",
-         "Give another path with -o, or --force to have the file replaced.");
-    return kRefused;
-  }
-  const auto* bytes = reinterpret_cast<const std::uint8_t*>(drawn.data());
-  if (WriteHostFile(options.picture, std::span(bytes, drawn.size()), err)) return kDone;
-  return Fail(console, err, "Does the folder exist, and may you write there?");
+  return WritePicture(console, options,
+                      draw(map, label.empty() ? name : label, name + ", " + volume));
 }
 
 }  // namespace quorbix::virtdisk::tool

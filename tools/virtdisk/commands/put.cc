@@ -53,7 +53,7 @@ struct IndexedImage {
 class Rewrite {
  public:
   Rewrite(Console& theConsole, const PutOptions& theOptions)
-      : console(theConsole), options(theOptions), target(FollowLinks(theOptions.image)) {}
+      : console(theConsole), options(theOptions), target(internal::FollowLinks(theOptions.image)) {}
 
   int Run() {
     std::uint64_t newBytes = 0;
@@ -61,7 +61,7 @@ class Rewrite {
     int status = kFailed;
     const auto image = OpenedImage::Open(console, options.image, {.force = options.force}, status);
     if (!image) return status;
-    if (!options.inPlace && !options.force && IsWriteProtected(target)) {
+    if (!options.inPlace && !options.force && IsDenied(target, W_OK)) {
       Fail(console, target.string() + " is write-protected", "--force replaces it all the same.");
       return kRefused;
     }

@@ -56,9 +56,8 @@ bool NewFile::Create(const fs::path& path, std::string& err, Naming naming) {
   struct ::stat old {};
   struct ::stat end {};
   if (::lstat(path.c_str(), &old) == 0) before = old;
-  if (::stat(path.c_str(), &end) == 0 && !S_ISREG(end.st_mode))
-    return FailToWrite(err, kNotRegular);
-  if (before && S_ISREG(before->st_mode)) replaced = before;
+  const bool isSpecial = ::stat(path.c_str(), &end) == 0 && !S_ISREG(end.st_mode);
+  if (isSpecial) return FailToWrite(err, kNotRegular);
   if (naming == Naming::kNamelessIfPossible && CreateNameless()) return true;
   return CreateNamed() || FailToWrite(err, SystemText(errno));
 }
@@ -79,8 +78,7 @@ bool NewFile::Commit(std::string& err) {
 }
 
 bool NewFile::CreateNameless() {
-  file =
-      internal::OpenHostPath(FolderOf(target).c_str(), O_TMPFILE | O_RDWR, replaced ? 0600 : 0666);
+  file = internal::OpenHostPath(FolderOf(target).c_str(), O_TMPFILE | O_RDWR, FirstMode());
   if (file && ::access(NameByDescriptor(file.Get()).c_str(), F_OK) == 0) return true;
   file.Close();
   return false;
@@ -89,8 +87,7 @@ bool NewFile::CreateNameless() {
 bool NewFile::CreateNamed() {
   const SignalsHeld held;
   FindFreeName(target, name, [this](const char* freeName) {
-    file = internal::OpenHostPath(freeName, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW,
-                                  replaced ? 0600 : 0666);
+    file = internal::OpenHostPath(freeName, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, FirstMode());
     return static_cast<bool>(file);
   });
   if (file) leftToSignals = LeaveToSignals(name.c_str());
@@ -98,10 +95,10 @@ bool NewFile::CreateNamed() {
 }
 
 bool NewFile::TakeOverModeAndOwner() {
-  if (!replaced) return true;
+  if (!ReplacesFile()) return true;
   // Only the superuser may give files away; anybody else keeps their own.
-  [[maybe_unused]] const int ignored = ::fchown(file.Get(), replaced->st_uid, replaced->st_gid);
-  return ::fchmod(file.Get(), replaced->st_mode & 07777) == 0;
+  [[maybe_unused]] const int ignored = ::fchown(file.Get(), before->st_uid, before->st_gid);
+  return ::fchmod(file.Get(), before->st_mode & 07777) == 0;
 }
 
 bool NewFile::MoveIntoPlace() const {

@@ -44,6 +44,8 @@ class NewFile {
   [[nodiscard]] bool Commit(std::string& err);
 
  private:
+  bool ReplacesFile() const { return before && S_ISREG(before->st_mode); }
+  ::mode_t FirstMode() const { return ReplacesFile() ? 0600 : 0666; }
   bool CreateNameless();
   bool CreateNamed();
   bool TakeOverModeAndOwner();
@@ -53,8 +55,7 @@ class NewFile {
   bool FailToWrite(std::string& err, std::string reason) const;
 
   std::filesystem::path target;
-  std::optional<struct ::stat> before;    // of what had the place
-  std::optional<struct ::stat> replaced;  // the same, where it is a regular file
+  std::optional<struct ::stat> before;  // of what had the place
   internal::Descriptor file;
   std::string name;  // empty as long as it has none
   int leftToSignals = -1;

@@ -24,8 +24,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kMostLinks = 40;  // as many as the system follows
-
 bool IsBlank(const fs::path& path) {
   const internal::Descriptor file = internal::OpenHostFile(path.c_str(), O_RDONLY);
   return file && ::lseek(file.Get(), 0, SEEK_DATA) < 0 && errno == ENXIO;
@@ -61,27 +59,13 @@ OutputKind LookAtOutput(const fs::path& path) {
   return IsBlank(path) || HoldsVolume(path) ? OutputKind::kDiskImage : OutputKind::kOtherFile;
 }
 
-fs::path FollowLinks(fs::path path) {
-  std::error_code failed;
-  for (int i = 0; i < kMostLinks && fs::is_symlink(fs::symlink_status(path, failed)); ++i) {
-    const fs::path target = fs::read_symlink(path, failed);
-    if (failed) break;
-    path = path.parent_path() / target;  // an absolute target stands alone
-  }
-  return path;
-}
-
-bool IsReadProtected(const fs::path& path) {
-  return ::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0 && errno == EACCES;
-}
-
-bool IsWriteProtected(const fs::path& path) {
-  return ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0 && errno == EACCES;
+bool IsDenied(const fs::path& path, int access) {
+  return ::faccessat(AT_FDCWD, path.c_str(), access, AT_EACCESS) != 0 && errno == EACCES;
 }
 
 bool LiesWithin(const fs::path& path, const fs::path& folder) {
   std::error_code failed;
-  const fs::path place = fs::weakly_canonical(fs::absolute(FollowLinks(path)), failed);
+  const fs::path place = fs::weakly_canonical(fs::absolute(internal::FollowLinks(path)), failed);
   const fs::path top = fs::canonical(folder, failed);
   if (failed) return false;
   const auto [topEnd, ignored] = std::mismatch(top.begin(), top.end(), place.begin(), place.end());

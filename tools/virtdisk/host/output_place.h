@@ -16,12 +16,8 @@ enum class OutputKind {
 
 OutputKind LookAtOutput(const std::filesystem::path& path);
 
-// Where `path` leads, through symbolic links at its end, whether or not anything is there.
-std::filesystem::path FollowLinks(std::filesystem::path path);
-
-// Whether something is there that the process may not read, or not write to.
-bool IsReadProtected(const std::filesystem::path& path);
-bool IsWriteProtected(const std::filesystem::path& path);
+// Whether something is there that the process has no right to: R_OK to read it, W_OK to write it.
+bool IsDenied(const std::filesystem::path& path, int access);
 
 // Whether a file at `path` lies in `folder` or below it, by their real places.
 bool LiesWithin(const std::filesystem::path& path, const std::filesystem::path& folder);

@@ -7,8 +7,8 @@ namespace quorbix::virtdisk::tool {
 
 // From here on SIGINT, SIGTERM and SIGHUP end the process at once, and so does SIGPIPE, which
 // writing to a closed pipe brings about: with the status 128 and the signal's number, after what
-// was left to LeaveToSignals is removed. One of the first three that is ignored stays
-// so, as SIGHUP is under nohup, and SIGINT in a script's background.
+// was left to LeaveToSignals is removed. One of the first three that is ignored stays so, as SIGHUP
+// is under nohup, and SIGINT in a script's background.
 void EndOnSignals();
 
 // A file that a signal which ends the process removes: see EndOnSignals. Gives a number to take it
