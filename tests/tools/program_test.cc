@@ -85,9 +85,12 @@ TEST_F(Program, ImageThatMayNotBeRead_IsToldAsThat) {
   fs::permissions(folder.Path(), fs::perms{0777});
   fs::permissions(Image(), fs::perms::none);
   folder.File("new", "new");
+  // Where the build lies, another user may have no access.
+  const std::string program = (folder / "virtdisk").string();
+  fs::copy_file(kProgram, program);
   const int status = RunInChild({.dropRoot = true}, [&] {
-    const CommandResult put = RunProgram({"put", Image(), "A.TXT", (folder / "new").string()});
-    const CommandResult build = RunProgram({"build", (folder / "DISK").string(), Image()});
+    const CommandResult put = RunCommand({program, "put", Image(), "A.TXT", folder / "new"});
+    const CommandResult build = RunCommand({program, "build", folder / "DISK", Image()});
     const bool told = put.err.find("Permission denied") != std::string::npos &&
                       build.err.find("--force") != std::string::npos;
     return told && put.status == 1 && build.status == 3 ? 0 : 1;
