@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
+#include <memory>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "guard/guarded_pair.h"
@@ -322,6 +325,48 @@ TEST_F(Losses, Conflict_GuardedKeepsBoth) {
   EXPECT_EQ(Pass().outcome, kDone);
   EXPECT_EQ(OnHost().at("A.TXT"), "of the host");
   EXPECT_THAT(OnHost(), Contains(Pair(testing::StartsWith("A (disk 2"), "of the guest")));
+}
+
+// A builder that reads the folder, and before it writes the image somebody else's turn comes.
+class HeldUpBuilder final : public IFatImageBuilder {
+ public:
+  explicit HeldUpBuilder(std::function<void()> ofOther) : meanwhile(std::move(ofOther)) {}
+
+  bool Build(const fs::path& sourceFolder, const fs::path& outputImage,
+             std::uint64_t sizeBytes) override {
+    const fs::path made = outputImage.string() + ".made";
+    if (!builder->Build(sourceFolder, made, sizeBytes)) return false;
+    meanwhile();
+    fs::rename(made, outputImage);
+    return true;
+  }
+  std::uint64_t MeasureFolderSize(const fs::path& source) const override {
+    return builder->MeasureFolderSize(source);
+  }
+  std::string LastError() const override { return builder->LastError(); }
+  std::vector<std::string> SkippedFiles() const override { return builder->SkippedFiles(); }
+
+ private:
+  const std::unique_ptr<IFatImageBuilder> builder = CreateFat16Builder();
+  const std::function<void()> meanwhile;
+};
+
+TEST_F(Losses, TwoSyncsOnOnePair_PlainDeletesWhatTheOtherBrought) {
+  BuildUsual();
+  SyncState other;
+  PlainPass();
+  RunSyncPass(Image(), Host(), other);
+  folder.File("host/OFHOST.TXT", "of the host");
+  const auto otherBringsFile = [&] {
+    GuestWrites("GUEST.TXT", "of the guest");
+    RunSyncPass(Image(), Host(), other);
+    ASSERT_EQ(OnHost().at("GUEST.TXT"), "of the guest");
+  };
+  RunSyncPass(Image(), Host(), plainState,
+              [&] { return std::make_unique<HeldUpBuilder>(otherBringsFile); });
+  RunSyncPass(Image(), Host(), other);
+  EXPECT_THAT(OnHost(), Not(Contains(Pair("GUEST.TXT", "of the guest"))));
+  EXPECT_THAT(OnDisk(), Not(Contains(Pair("GUEST.TXT", "of the guest"))));
 }
 
 TEST_F(Losses, TwoSyncsOnOnePair_GuardedTellsTheSecondWhoIsFirst) {
