@@ -244,11 +244,11 @@ bool Fat16Image::SaveToFile(const std::filesystem::path& outputPath, std::string
   return (out.Close() && written) || Fail(err, kWriteFailed + outputPath.string());
 }
 
-bool Fat16Image::WriteTo(int file, const std::function<bool()>& goesOn) const {
+bool Fat16Image::WriteTo(int file, const std::function<bool(std::size_t)>& goesOn) const {
   bytes.PrepareToRead();
   for (auto left = bytes.Span(); !left.empty();) {
     const auto piece = left.first(std::min(left.size(), kWrittenAtOnce));
-    if (!goesOn() || !WriteFully(file, piece)) return false;
+    if (!WriteFully(file, piece) || !goesOn(piece.size())) return false;
     left = left.subspan(piece.size());
   }
   return true;

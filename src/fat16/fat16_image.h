@@ -95,9 +95,10 @@ class Fat16Image {
   //   "Write failed for: " + path
   [[nodiscard]] bool SaveToFile(const std::filesystem::path& outputPath, std::string& err) const;
 
-  // Writes the image to an open file, from where that stands. False when the system did not take
-  // every byte, with the cause in errno, or when `goesOn` said no between two pieces.
-  [[nodiscard]] bool WriteTo(int file, const std::function<bool()>& goesOn) const;
+  // Writes the image to an open file, from where that stands. `goesOn` is told the size of every
+  // piece that has been written. False when the system did not take every byte, with the cause in
+  // errno, or when `goesOn` said no.
+  [[nodiscard]] bool WriteTo(int file, const std::function<bool(std::size_t)>& goesOn) const;
 
   std::span<const std::uint8_t> Bytes() const { return bytes.Span(); }
   // For what an image carries beside its files: boot code, the dates of entries.

@@ -59,8 +59,8 @@ bool EndangersFiles(FindingKind kind) {
 
 class DiskLooker {
  public:
-  DiskLooker(const fs::path& imagePath, const std::atomic<bool>* stop)
-      : image(imagePath), stopFlag(stop) {}
+  DiskLooker(const fs::path& imagePath, GuardedWork itsWork, WorkMonitor& workMonitor)
+      : image(imagePath), work(itsWork), monitor(workMonitor) {}
 
   DiskView Run() {
     struct ::stat before;
@@ -196,13 +196,18 @@ class DiskLooker {
 
   void TakeRecords(const VolumeIndex& index, FileSource& source) {
     std::uint64_t pathBytes = 0;
-    for (const EntryRecord& record : index.Records()) pathBytes += record.pathLength;
+    std::uint64_t contentBytes = 0;
+    for (const EntryRecord& record : index.Records()) {
+      pathBytes += record.pathLength;
+      contentBytes += record.IsDirectory() ? 0 : record.size;
+    }
     if (pathBytes > kMostPathBytes) {
       return Spoil(ImageFacts::State::kCutShort, "its directories are nested too deep");
     }
     left = view.facts.bytes;
+    monitor.Begin(work, std::min(contentBytes, left));
     for (const EntryRecord& record : index.Records()) {
-      if (stopFlag != nullptr && *stopFlag) view.result = DiskView::Result::kStopped;
+      if (monitor.IsStopped()) view.result = DiskView::Result::kStopped;
       if (view.result != DiskView::Result::kComplete) return;
       if (!TakeRecord(record, index, source)) return;
     }
@@ -256,7 +261,8 @@ class DiskLooker {
       item.isReadable = reader.Next(piece, err);
       if (!item.isReadable || piece.empty()) return;
       item.content.hash = HashBytes(piece, item.content.hash);
-      if (stopFlag != nullptr && *stopFlag) view.result = DiskView::Result::kStopped;
+      monitor.Add(piece.size());
+      if (monitor.IsStopped()) view.result = DiskView::Result::kStopped;
       if (view.result != DiskView::Result::kComplete) return;
     }
   }
@@ -270,7 +276,8 @@ class DiskLooker {
   }
 
   const fs::path& image;
-  const std::atomic<bool>* stopFlag;
+  const GuardedWork work;
+  WorkMonitor& monitor;
   std::vector<std::uint8_t> buffer;
   std::uint64_t left = 0;  // bytes that sound files may still have
   DiskView view;
@@ -278,8 +285,8 @@ class DiskLooker {
 
 }  // namespace
 
-DiskView LookAtDisk(const fs::path& image, const std::atomic<bool>* stop) {
-  return DiskLooker(image, stop).Run();
+DiskView LookAtDisk(const fs::path& image, GuardedWork work, WorkMonitor& monitor) {
+  return DiskLooker(image, work, monitor).Run();
 }
 
 struct ImageContents::Opened {

@@ -2,7 +2,6 @@
 #define QUORBIX_VIRTDISK_GUARD_DISK_VIEW_H_
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -15,6 +14,7 @@
 #include "guard/host_changes.h"
 #include "guard/model.h"
 #include "guard/state.h"
+#include "guard/work_monitor.h"
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -49,8 +49,9 @@ struct DiskView {
   std::string rootLabel{};                              // eleven bytes; empty when there is none
 };
 
-// Reads the image from end to end: every file of the volume is hashed.
-DiskView LookAtDisk(const std::filesystem::path& image, const std::atomic<bool>* stop);
+// Reads the image from end to end: every file of the volume is hashed. `work` is what that is told
+// to be.
+DiskView LookAtDisk(const std::filesystem::path& image, GuardedWork work, WorkMonitor& monitor);
 
 // Hands out the contents of the files of an image that was looked at.
 class ImageContents {

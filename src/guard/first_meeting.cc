@@ -32,10 +32,10 @@ bool IsMadeFrom(const BuildPreviewEntry& entry, const fs::path& folder, const Di
 
 }  // namespace
 
-FirstMeeting MeetFirst(const fs::path& folder, const Observation& seen,
-                       const std::atomic<bool>* stop) {
+FirstMeeting MeetFirst(const fs::path& folder, const Observation& seen, WorkMonitor& monitor) {
   FirstMeeting meeting;
-  HostContentReader reader(stop);
+  monitor.Begin(GuardedWork::kReadFolder);
+  HostContentReader reader(monitor);
   BuildPreview preview;
   std::string ignoredError;
   // Without a preview, only names that are their own short names find each other.

@@ -1,13 +1,13 @@
 #ifndef QUORBIX_VIRTDISK_GUARD_FIRST_MEETING_H_
 #define QUORBIX_VIRTDISK_GUARD_FIRST_MEETING_H_
 
-#include <atomic>
 #include <filesystem>
 #include <map>
 #include <string>
 
 #include "guard/model.h"
 #include "guard/pairing.h"
+#include "guard/work_monitor.h"
 
 namespace quorbix::virtdisk::internal::guard {
 
@@ -20,9 +20,9 @@ struct FirstMeeting {
 };
 
 // Looks at the folder as a build would, when nothing is known of it and the disk yet. What it
-// returns is of no use once `stop`, which may be null, is set.
+// returns is of no use once it is stopped.
 FirstMeeting MeetFirst(const std::filesystem::path& folder, const Observation& seen,
-                       const std::atomic<bool>* stop);
+                       WorkMonitor& monitor);
 
 }  // namespace quorbix::virtdisk::internal::guard
 

@@ -80,7 +80,8 @@ class GuardedFolderSync final : public IGuardedFolderSync {
 
   GuardedReport Preview() override {
     const Places places = FindPlaces(image, folder, options.stateFolder);
-    const Sight sight = Look(places, options, Recall(places));
+    WorkMonitor monitor(options.stop, options.onProgress);
+    const Sight sight = Look(places, options, Recall(places), monitor);
     GuardedReport report = ReportOf(sight);
     report.outcome = OutcomeBefore(sight, {}, report.message);
     return report;
@@ -97,13 +98,14 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     quiet.reset();
     KnownState known = Recall(places);
     known.canBeSaved = canBeSaved;
-    const Sight sight = Look(places, options, known);
+    WorkMonitor monitor(options.stop, options.onProgress);
+    const Sight sight = Look(places, options, known, monitor);
     GuardedReport report = ReportOf(sight);
     report.outcome = OutcomeBefore(sight, accepted, report.message);
     const bool isToBeDone =
         report.outcome == GuardedOutcome::kDone || report.outcome == GuardedOutcome::kNothingToDo;
     if (isToBeDone && (lock.IsHeld() || TakeLockForTheFirstTime(places, report))) {
-      CarryOut(places, sight, report);
+      CarryOut(places, sight, monitor, report);
     }
     const bool isQuiet = report.outcome == GuardedOutcome::kNothingToDo && report.hazards.empty();
     if (isQuiet && !options.verify) {
@@ -153,8 +155,9 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     return false;
   }
 
-  void CarryOut(const Places& places, const Sight& sight, GuardedReport& report) const {
-    GuardedPass pass(places, options, sight);
+  void CarryOut(const Places& places, const Sight& sight, WorkMonitor& monitor,
+                GuardedReport& report) const {
+    GuardedPass pass(places, options, sight, monitor);
     const Progress progress = pass.Run();
     for (GuardedStep& step : report.steps) step.isDone = pass.IsDone(step);
     if (!progress.IsDone()) {

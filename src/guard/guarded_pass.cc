@@ -27,22 +27,22 @@ using Kind = GuardedStep::Kind;
 
 constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 
-// Whether the file is an image that has another id: not one that a pass was about to make.
-bool IsAnotherImage(const fs::path& file, std::uint32_t volumeId) {
-  const ImageFacts facts = LookAtDisk(file, nullptr).facts;
-  return facts.state == ImageFacts::State::kPresent && facts.volumeId != volumeId;
+// Whether an image has another id than the one that a pass was about to make.
+bool IsAnother(const ImageFacts& image, std::uint32_t volumeId) {
+  return image.state == ImageFacts::State::kPresent && image.volumeId != volumeId;
 }
 
 }  // namespace
 
 GuardedPass::GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsOptions,
-                         const Sight& whatIsSeen)
+                         const Sight& whatIsSeen, WorkMonitor& workMonitor)
     : places(itsPlaces),
       options(itsOptions),
       sight(whatIsSeen),
+      monitor(workMonitor),
       when(LocalTimeText(NowNanoseconds())),
       trash(itsPlaces.stateFolder, when),
-      host(itsPlaces.folder, whatIsSeen.host.entryStamps, trash, itsOptions.stop) {}
+      host(itsPlaces.folder, whatIsSeen.host.entryStamps, trash, workMonitor) {}
 
 Progress GuardedPass::Run() {
   Progress progress = KeepDamagedState();
@@ -89,23 +89,26 @@ Progress GuardedPass::MendCutOff() {
   if (sight.cutOff == CutOff::kTorn) {
     const auto torn = StampAt(places.image);
     if (!torn) return Progress::Busy("the image is gone");
-    ImageChange change(places.image, *torn, trash, options.stop);
+    ImageChange change(places.image, *torn, trash, monitor);
     Progress progress = change.WriteInPlace(whole, cut.tornId);
     if (!progress.IsDone()) return progress;
   }
   if (!StampAt(whole)) return {};
   // Beside an image that has been replaced lies the one that was; so it does when somebody has put
   // yet another one in its place since.
-  const bool holdsOld = sight.cutOff == CutOff::kReplaced || IsAnotherImage(whole, cut.volumeId);
+  const bool isKnown = sight.cutOff == CutOff::kReplaced;
+  const DiskView view = isKnown ? DiskView() : LookAtDisk(whole, GuardedWork::kReadDisk, monitor);
+  if (view.result == DiskView::Result::kStopped) return Progress::Stopped();
+  const bool holdsOld = isKnown || IsAnother(view.facts, cut.volumeId);
   if (holdsOld && !isInPlace) {
     std::vector<fs::path> placesInTrash;
-    Progress progress;
+    std::string err;
     const std::string name = places.image.filename().string();
-    const bool moved =
-        trash.Announce({{"disk", name, "image replaced"}}, placesInTrash, progress.text) &&
-        MoveToTrash(AT_FDCWD, whole.string(), placesInTrash.front(), progress.text);
-    if (!moved) progress.result = Progress::Result::kFailed;
-    return progress;
+    if (!trash.Announce({{"disk", name, "image replaced"}}, placesInTrash, err)) {
+      return Progress::Failed(err);
+    }
+    monitor.Begin(GuardedWork::kKeep, sight.disk.stamp.size);
+    return MoveToTrash(AT_FDCWD, whole.string(), placesInTrash.front(), monitor);
   }
   if (::unlink(whole.c_str()) == 0) return {};
   return Progress::Failed("cannot remove " + whole.string() + " (" + SystemText() + ")");
@@ -157,13 +160,12 @@ Progress GuardedPass::ChangeImage() {
                                  .folder = places.folder,
                                  .old = sight.disk,
                                  .oldContents = oldContents,
-                                 .volumeId = pending->volumeId,
-                                 .stop = options.stop},
-                                image);
+                                 .volumeId = pending->volumeId},
+                                image, monitor);
   if (!progress.IsDone()) return progress;
   const fs::path folder = options.inPlace ? places.stateFolder : places.image.parent_path();
   const fs::path whole = folder / pending->wholeImage;
-  ImageChange change(places.image, sight.disk.stamp, trash, options.stop);
+  ImageChange change(places.image, sight.disk.stamp, trash, monitor);
   progress = change.Save(image, whole, Apply(sight.plan, sight.seen).disk);
   if (progress.IsDone() && options.inPlace) {
     progress = change.WriteInPlace(whole, pending->tornId);
@@ -205,7 +207,9 @@ Progress GuardedPass::Finish() {
   }
   for (const std::string& path : sight.plan.hostDeletions) after.seen.erase(path);
   for (const auto& [path, file] : host.Written()) after.seen.insert_or_assign(path, file);
-  const bool isSound = sight.facts.onDisk.damage.empty() && !sight.facts.onDisk.isTakenForFat12 &&
+  // What is told of the disk is not remembered: it takes another look.
+  const bool isSound = sight.disk.notes.empty() && sight.facts.onDisk.damage.empty() &&
+                       !sight.facts.onDisk.isTakenForFat12 &&
                        sight.facts.onDisk.otherPartitions == 0;
   after.image->isAsRemembered = isSound && IsAsRemembered(sight.disk.items, after.memory);
   if (isImageDone || sight.cutOff == CutOff::kTorn) {

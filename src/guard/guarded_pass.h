@@ -26,7 +26,7 @@ class GuardedPass {
  public:
   // The sight is whole, has a plan, and no hazard stands. Everything has to outlive this.
   GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsOptions,
-              const Sight& whatIsSeen);
+              const Sight& whatIsSeen, WorkMonitor& workMonitor);
 
   [[nodiscard]] Progress Run();
 
@@ -49,6 +49,7 @@ class GuardedPass {
   const Places& places;
   const GuardedSyncOptions& options;
   const Sight& sight;
+  WorkMonitor& monitor;
   const std::string when;
   TrashRun trash;
   HostChanges host;

@@ -36,8 +36,8 @@ Progress Busy(const std::string& path) {
 }  // namespace
 
 HostChanges::HostChanges(const fs::path& folder, const std::map<std::string, Stamp>& entryStamps,
-                         TrashRun& trashRun, const std::atomic<bool>* stop)
-    : root(folder), stamps(entryStamps), trash(trashRun), stopFlag(stop) {}
+                         TrashRun& trashRun, WorkMonitor& workMonitor)
+    : root(folder), stamps(entryStamps), trash(trashRun), monitor(workMonitor) {}
 
 Progress HostChanges::SweepLeftovers(const std::vector<std::string>& paths) {
   std::vector<TrashRequest> requests;
@@ -54,9 +54,8 @@ Progress HostChanges::SweepLeftovers(const std::vector<std::string>& paths) {
     const std::string name = NameOf(paths[i]);
     // The mending of a pass that was cut off may have taken it away.
     if (::faccessat(folder.Get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) continue;
-    if (!MoveToTrash(folder.Get(), name, places[i], progress.text)) {
-      return Progress::Failed(progress.text);
-    }
+    progress = MoveToTrash(folder.Get(), name, places[i], monitor);
+    if (!progress.IsDone()) return progress;
     touched.insert(ParentOf(paths[i]));
   }
   return FlushFolders();
@@ -79,6 +78,9 @@ Progress HostChanges::WriteFiles(const std::vector<HostWrite>& writes,
                                  const DiskContents& contents) {
   std::vector<NewFile> files;
   const bool flushesEach = writes.size() < kManyFiles;
+  std::uint64_t bytes = 0;
+  for (const HostWrite& write : writes) bytes += write.content.size;
+  monitor.Begin(GuardedWork::kWriteFolder, bytes);
   Progress progress;
   for (const HostWrite& write : writes) {
     NewFile file{.write = &write, .temporary = NewTemporaryName()};
@@ -100,18 +102,20 @@ Progress HostChanges::DeleteFiles(const std::vector<std::string>& paths) {
   std::vector<fs::path> places;
   std::string err;
   if (!trash.Announce(requests, places, err)) return Progress::Failed(err);
+  monitor.Begin(GuardedWork::kKeep);
   for (std::size_t i = 0; i < paths.size(); ++i) {
-    if (IsStopped()) return Progress::Stopped();
+    if (monitor.IsStopped()) return Progress::Stopped();
     const Descriptor folder = OpenFolder(ParentOf(paths[i]));
     if (!folder) return Busy(paths[i]);
     const std::string aside = NewTemporaryName();
     Progress progress = SetAside(folder.Get(), paths[i], aside);
     if (!progress.IsDone()) return progress;
     touched.insert(ParentOf(paths[i]));
-    if (!MoveToTrash(folder.Get(), aside, places[i], err)) {
+    progress = MoveToTrash(folder.Get(), aside, places[i], monitor);
+    if (!progress.IsDone()) {
       static_cast<void>(
           RenameIfFree(folder.Get(), aside.c_str(), folder.Get(), NameOf(paths[i]).c_str()));
-      return Progress::Failed(err);
+      return progress;
     }
     changed.insert(paths[i]);
   }
@@ -172,10 +176,11 @@ Progress HostChanges::WriteTemporary(const HostWrite& write, const DiskContents&
     content.hash = HashBytes(bytes, content.hash);
     content.size += bytes.size();
     isWritten = WriteFully(out.Get(), bytes);
-    return isWritten && !IsStopped();
+    monitor.Add(bytes.size());
+    return isWritten && !monitor.IsStopped();
   });
   if (!isWritten) return Failed("write", write.host);
-  if (IsStopped()) return Progress::Stopped();
+  if (monitor.IsStopped()) return Progress::Stopped();
   if (!progress.IsDone()) return progress;
   if (content != write.content) return Progress::Busy("the image has changed meanwhile");
   if (flushes && ::fdatasync(out.Get()) != 0) return Failed("write out", write.host);
@@ -204,9 +209,10 @@ Progress HostChanges::NameFiles(std::vector<NewFile>& files) {
   std::vector<fs::path> places;
   std::string err;
   if (!trash.Announce(requests, places, err)) return Progress::Failed(err);
+  monitor.Begin(GuardedWork::kKeep);
   auto place = places.begin();
   for (NewFile& file : files) {
-    if (IsStopped()) return Progress::Stopped();
+    if (monitor.IsStopped()) return Progress::Stopped();
     const Descriptor folder = OpenFolder(ParentOf(file.write->host));
     if (!folder) return Busy(file.write->host);
     touched.insert(ParentOf(file.write->host));
@@ -238,19 +244,21 @@ Progress HostChanges::Replace(int folder, NewFile& file, const fs::path& place) 
     const std::string aside = NewTemporaryName();
     Progress progress = SetAside(folder, path, aside);
     if (!progress.IsDone()) return progress;
-    if (!MoveToTrash(folder, aside, place, progress.text)) {
+    progress = MoveToTrash(folder, aside, place, monitor);
+    if (!progress.IsDone()) {
       static_cast<void>(RenameIfFree(folder, aside.c_str(), folder, name.c_str()));
-      return Progress::Failed(progress.text);
+      return progress;
     }
     return NameNew(folder, file);
   }
   file.holdsOld = true;
-  std::string err;
-  const bool isSame = IsAsSeen(folder, file.temporary, path);
-  if (isSame && MoveToTrash(folder, file.temporary, place, err)) return {};
+  Progress progress = IsAsSeen(folder, file.temporary, path)
+                          ? MoveToTrash(folder, file.temporary, place, monitor)
+                          : Busy(path);
+  if (progress.IsDone()) return progress;
   if (!ExchangeNames(folder, temporary, name.c_str())) return Failed("put back", path);
   file.holdsOld = false;
-  return isSame ? Progress::Failed(err) : Busy(path);
+  return progress;
 }
 
 // Takes a file away under another name, if it is the one that was looked at.

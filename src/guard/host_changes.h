@@ -1,7 +1,6 @@
 #ifndef QUORBIX_VIRTDISK_GUARD_HOST_CHANGES_H_
 #define QUORBIX_VIRTDISK_GUARD_HOST_CHANGES_H_
 
-#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -16,6 +15,7 @@
 #include "guard/progress.h"
 #include "guard/state.h"
 #include "guard/trash.h"
+#include "guard/work_monitor.h"
 
 namespace quorbix::virtdisk::internal::guard {
 
@@ -29,7 +29,7 @@ using DiskContents = std::function<Progress(const std::string& diskPath, const S
 class HostChanges {
  public:
   HostChanges(const std::filesystem::path& folder, const std::map<std::string, Stamp>& entryStamps,
-              TrashRun& trashRun, const std::atomic<bool>* stop);
+              TrashRun& trashRun, WorkMonitor& workMonitor);
 
   // Puts what passes before this one left behind into the trash.
   [[nodiscard]] Progress SweepLeftovers(const std::vector<std::string>& paths);
@@ -57,7 +57,6 @@ class HostChanges {
     bool holdsOld = false;  // under the temporary name lies what was replaced: not to be discarded
   };
 
-  bool IsStopped() const { return stopFlag != nullptr && *stopFlag; }
   Descriptor OpenFolder(const std::string& path) const;
   Progress WriteTemporary(const HostWrite& write, const DiskContents& contents, bool flushes,
                           NewFile& file);
@@ -74,7 +73,7 @@ class HostChanges {
   const std::filesystem::path root;
   const std::map<std::string, Stamp>& stamps;
   TrashRun& trash;
-  const std::atomic<bool>* stopFlag;
+  WorkMonitor& monitor;
   std::set<std::string> touched;  // folders whose entries have changed
   std::map<std::string, SeenFile> written;
   std::set<std::string> changed;

@@ -13,8 +13,8 @@ constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
 
 }  // namespace
 
-HostContentReader::HostContentReader(const std::atomic<bool>* stopFlag)
-    : stop(stopFlag), buffer(kBufferBytes) {}
+HostContentReader::HostContentReader(WorkMonitor& workMonitor)
+    : monitor(workMonitor), buffer(kBufferBytes) {}
 
 bool HostContentReader::Read(int file, Content& content) {
   content = {.hash = kEmptyHash, .size = 0};
@@ -25,6 +25,7 @@ bool HostContentReader::Read(int file, Content& content) {
     const auto piece = std::span(buffer).first(static_cast<std::size_t>(got));
     content.hash = HashBytes(piece, content.hash);
     content.size += piece.size();
+    monitor.Add(piece.size());
   }
   return false;
 }

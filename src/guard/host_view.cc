@@ -34,9 +34,11 @@ constexpr char kUnreadableFolder[] = "cannot be listed: ";
 
 class HostLooker {
  public:
-  explicit HostLooker(const HostLook& hostLook) : look(hostLook), contents(hostLook.stop) {}
+  HostLooker(const HostLook& hostLook, WorkMonitor& workMonitor)
+      : look(hostLook), monitor(workMonitor), contents(workMonitor) {}
 
   HostView Run() {
+    monitor.Begin(GuardedWork::kReadFolder);
     std::error_code ignored;
     realFolder = fs::canonical(look.folder, ignored).native();
     ListTop();
@@ -80,7 +82,7 @@ class HostLooker {
       view.latestFolderChange = std::max(view.latestFolderChange, ToNanoseconds(status.st_mtim));
     }
     for (const ListedEntry& entry : listing.entries) {
-      if (look.stop != nullptr && *look.stop) view.result = HostView::Result::kStopped;
+      if (monitor.IsStopped()) view.result = HostView::Result::kStopped;
       if (view.result == HostView::Result::kStopped) return;
       TakeEntry(Join(path, entry.name), entry.name, folder.Get());
       if (view.result != HostView::Result::kComplete) return;
@@ -235,6 +237,7 @@ class HostLooker {
   }
 
   const HostLook& look;
+  WorkMonitor& monitor;
   std::string realFolder;
   std::vector<std::string> pending;  // folders to list
   HostContentReader contents;
@@ -256,6 +259,8 @@ std::optional<Stamp> StampAt(const fs::path& path) {
   return StampOf(status);
 }
 
-HostView LookAtHost(const HostLook& look) { return HostLooker(look).Run(); }
+HostView LookAtHost(const HostLook& look, WorkMonitor& monitor) {
+  return HostLooker(look, monitor).Run();
+}
 
 }  // namespace quorbix::virtdisk::internal::guard

@@ -3,7 +3,6 @@
 
 #include <sys/stat.h>
 
-#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -16,6 +15,7 @@
 #include "guard/model.h"
 #include "guard/planning.h"
 #include "guard/state.h"
+#include "guard/work_monitor.h"
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -33,7 +33,6 @@ struct HostLook {
   const std::map<std::string, SeenFile>* known = nullptr;  // contents that need no reading
   bool readsEverything = false;
   std::int64_t settleNanoseconds = 0;
-  const std::atomic<bool>* stop = nullptr;
 };
 
 // The folder as it is.
@@ -63,7 +62,7 @@ struct HostView {
 };
 
 // Lists the folder with all that lies below it, and reads what has to be read.
-HostView LookAtHost(const HostLook& look);
+HostView LookAtHost(const HostLook& look, WorkMonitor& monitor);
 
 }  // namespace quorbix::virtdisk::internal::guard
 

@@ -54,8 +54,8 @@ bool TakeAfter(int file, const fs::path& old) {
 }  // namespace
 
 ImageChange::ImageChange(const fs::path& image, const Stamp& old, TrashRun& trashRun,
-                         const std::atomic<bool>* stop)
-    : path(image), seen(old), trash(trashRun), stopFlag(stop) {}
+                         WorkMonitor& workMonitor)
+    : path(image), seen(old), trash(trashRun), monitor(workMonitor) {}
 
 Progress ImageChange::Save(const Fat16Image& made, const fs::path& whole,
                            const std::map<std::string, DiskItem>& expected) {
@@ -68,10 +68,13 @@ Progress ImageChange::Save(const Fat16Image& made, const fs::path& whole,
   return progress;
 }
 
-Progress ImageChange::SaveTo(Descriptor& file, const Fat16Image& made,
-                             const fs::path& whole) const {
-  const bool written = made.WriteTo(file.Get(), [this] { return !IsStopped(); });
-  if (IsStopped()) return Progress::Stopped();
+Progress ImageChange::SaveTo(Descriptor& file, const Fat16Image& made, const fs::path& whole) {
+  monitor.Begin(GuardedWork::kWriteDisk, made.Bytes().size());
+  const bool written = made.WriteTo(file.Get(), [this](std::size_t bytes) {
+    monitor.Add(bytes);
+    return !monitor.IsStopped();
+  });
+  if (monitor.IsStopped()) return Progress::Stopped();
   if (!written || !TakeAfter(file.Get(), path) || ::fsync(file.Get()) != 0 || !file.Close()) {
     return Failed("write the new image", whole);
   }
@@ -79,8 +82,8 @@ Progress ImageChange::SaveTo(Descriptor& file, const Fat16Image& made,
 }
 
 Progress ImageChange::Verify(const fs::path& whole,
-                             const std::map<std::string, DiskItem>& expected) const {
-  const DiskView view = LookAtDisk(whole, stopFlag);
+                             const std::map<std::string, DiskItem>& expected) {
+  const DiskView view = LookAtDisk(whole, GuardedWork::kCheckDisk, monitor);
   if (view.result == DiskView::Result::kStopped) return Progress::Stopped();
   const auto isAsPlanned = [](const auto& planned, const auto& read) {
     const DiskItem& a = planned.second;
@@ -123,9 +126,10 @@ Progress ImageChange::Rename(const fs::path& whole) {
   if (!FlushFolder(path.parent_path())) return Failed("write out the folder of", path);
   // From here on the new image is the image; the old one keeps its name beside it until it has
   // found its place.
-  if (!MoveToTrash(AT_FDCWD, whole.string(), places.front(), err) || !trash.Flush(err)) {
-    return Progress::Failed(err);
-  }
+  monitor.Begin(GuardedWork::kKeep, seen.size);
+  Progress kept = MoveToTrash(AT_FDCWD, whole.string(), places.front(), monitor);
+  if (!kept.IsDone()) return kept;
+  if (!trash.Flush(err)) return Progress::Failed(err);
   return FlushFolder(path.parent_path()) ? Progress{} : Failed("write out the folder of", path);
 }
 
@@ -164,18 +168,20 @@ Progress ImageChange::CopyToTrash(int from) {
   return trash.Flush(err) ? Progress{} : Progress::Failed(err);
 }
 
-Progress ImageChange::CopyTo(const fs::path& copy, int from) const {
+Progress ImageChange::CopyTo(const fs::path& copy, int from) {
   const Descriptor to = OpenHostPath(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
   if (!to || !TakeAfter(to.Get(), path)) return Failed("write", copy);
+  monitor.Begin(GuardedWork::kKeep, seen.size);
   std::vector<std::uint8_t> buffer(kCopiedAtOnce);
   for (;;) {
-    if (IsStopped()) return Progress::Stopped();
+    if (monitor.IsStopped()) return Progress::Stopped();
     const std::ptrdiff_t got = ReadFully(from, buffer);
     if (got < 0) return Failed("read", path);
     if (got == 0) break;
     if (!WriteFully(to.Get(), std::span(buffer).first(static_cast<std::size_t>(got)))) {
       return Failed("write", copy);
     }
+    monitor.Add(static_cast<std::size_t>(got));
   }
   return ::fsync(to.Get()) == 0 ? Progress{} : Failed("write out", copy);
 }
@@ -201,6 +207,8 @@ Progress ImageChange::CopyOver(int from, int to, std::uint32_t tornId) {
   std::vector<std::uint8_t> torn = head;
   StoreU32(torn.data() + kVolumeIdAt, tornId);
   if (!WriteAt(to, 0, torn) || ::fsync(to) != 0) return Failed("write to the image", path);
+  monitor.Begin(GuardedWork::kWriteDisk, seen.size);
+  monitor.Add(torn.size());
   std::vector<std::uint8_t> buffer(kCopiedAtOnce);
   for (;;) {
     const std::ptrdiff_t got = ReadFully(from, buffer);
@@ -209,6 +217,7 @@ Progress ImageChange::CopyOver(int from, int to, std::uint32_t tornId) {
     if (!WriteFully(to, std::span(buffer).first(static_cast<std::size_t>(got)))) {
       return Failed("write to the image", path);
     }
+    monitor.Add(static_cast<std::size_t>(got));
   }
   if (::fsync(to) != 0 || !WriteAt(to, 0, head) || ::fsync(to) != 0) {
     return Failed("write to the image", path);

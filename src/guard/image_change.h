@@ -1,7 +1,6 @@
 #ifndef QUORBIX_VIRTDISK_GUARD_IMAGE_CHANGE_H_
 #define QUORBIX_VIRTDISK_GUARD_IMAGE_CHANGE_H_
 
-#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -13,6 +12,7 @@
 #include "guard/model.h"
 #include "guard/state.h"
 #include "guard/trash.h"
+#include "guard/work_monitor.h"
 
 namespace quorbix::virtdisk::internal::guard {
 
@@ -21,7 +21,7 @@ class ImageChange {
  public:
   // `image` is the file itself, no link to it; `old` is what it was when it was looked at.
   ImageChange(const std::filesystem::path& image, const Stamp& old, TrashRun& trashRun,
-              const std::atomic<bool>* stop);
+              WorkMonitor& workMonitor);
 
   // Writes the image to `whole`, a name that nobody has, with the old one's mode and owner, and
   // reads it back: it has to hold `expected`, and to be sound.
@@ -37,21 +37,19 @@ class ImageChange {
   [[nodiscard]] Progress WriteInPlace(const std::filesystem::path& whole, std::uint32_t tornId);
 
  private:
-  bool IsStopped() const { return stopFlag != nullptr && *stopFlag; }
   bool IsAsSeen(const std::filesystem::path& file) const;
-  Progress SaveTo(Descriptor& file, const Fat16Image& made,
-                  const std::filesystem::path& whole) const;
+  Progress SaveTo(Descriptor& file, const Fat16Image& made, const std::filesystem::path& whole);
   Progress Verify(const std::filesystem::path& whole,
-                  const std::map<std::string, DiskItem>& expected) const;
+                  const std::map<std::string, DiskItem>& expected);
   Progress RenameByLink(const std::filesystem::path& whole, const std::filesystem::path& place);
   Progress CopyToTrash(int from);
-  Progress CopyTo(const std::filesystem::path& copy, int from) const;
+  Progress CopyTo(const std::filesystem::path& copy, int from);
   Progress CopyOver(int from, int to, std::uint32_t tornId);
 
   const std::filesystem::path path;
   const Stamp seen;
   TrashRun& trash;
-  const std::atomic<bool>* stopFlag;
+  WorkMonitor& monitor;
 };
 
 }  // namespace quorbix::virtdisk::internal::guard

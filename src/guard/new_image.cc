@@ -61,10 +61,11 @@ class ChainWriter {
 
 class ImageMaker {
  public:
-  ImageMaker(const ImageParts& imageParts, Fat16Image& madeImage)
-      : parts(imageParts), image(madeImage) {}
+  ImageMaker(const ImageParts& imageParts, Fat16Image& madeImage, WorkMonitor& workMonitor)
+      : parts(imageParts), image(madeImage), monitor(workMonitor) {}
 
   Progress Run() {
+    monitor.Begin(GuardedWork::kMakeDisk, ContentBytes());
     if (!image.Init(parts.old.facts.bytes, err)) return Progress::Failed(err);
     const auto bootLabel = Label(parts.old.boot, boot_sector::kVolumeLabel);
     image.WriteBootSector(bootLabel, parts.volumeId);
@@ -81,7 +82,11 @@ class ImageMaker {
     return {reinterpret_cast<const char*>(sector.data()) + offset, boot_sector::kVolumeLabelSize};
   }
 
-  bool IsStopped() const { return parts.stop != nullptr && *parts.stop; }
+  std::uint64_t ContentBytes() const {
+    std::uint64_t bytes = 0;
+    for (const TreeEntry& entry : parts.tree) bytes += entry.content.size;
+    return bytes;
+  }
 
   void KeepBootCode() {
     const auto bytes = image.BytesToEdit();
@@ -113,7 +118,7 @@ class ImageMaker {
         return SlotBefore(*a) < SlotBefore(*b);
       });
       for (const TreeEntry* entry : entries) {
-        if (IsStopped()) return Progress::Stopped();
+        if (monitor.IsStopped()) return Progress::Stopped();
         std::uint32_t added = 0;
         Progress progress = Add(*entry, cluster, added);
         if (!progress.IsDone()) return progress;
@@ -163,7 +168,7 @@ class ImageMaker {
     return added ? Progress{} : Progress::Failed(err);
   }
 
-  Progress FillFromHost(const TreeEntry& entry, ChainWriter& writer) const {
+  Progress FillFromHost(const TreeEntry& entry, ChainWriter& writer) {
     struct ::stat status;
     const Descriptor file = OpenRegularFile((parts.folder / entry.host).c_str(), status);
     if (!file && (errno == ENOENT || errno == ENOTDIR)) return FileChanged(entry.host);
@@ -178,27 +183,29 @@ class ImageMaker {
       }
       if (static_cast<std::size_t>(got) < part.size()) return FileChanged(entry.host);
       hash = HashBytes(part, hash);
-      if (IsStopped()) return Progress::Stopped();
+      monitor.Add(part.size());
+      if (monitor.IsStopped()) return Progress::Stopped();
     }
     std::array<std::uint8_t, 1> beyond{};
     const bool isSame = hash == entry.content.hash && ReadFully(file.Get(), beyond) == 0;
     return isSame ? Progress{} : FileChanged(entry.host);
   }
 
-  Progress FillFromDisk(const TreeEntry& entry, ChainWriter& writer) const {
+  Progress FillFromDisk(const TreeEntry& entry, ChainWriter& writer) {
     std::uint64_t hash = kEmptyHash;
     Progress progress =
         parts.oldContents.Read(entry.disk, [&](std::span<const std::uint8_t> bytes) {
           hash = HashBytes(bytes, hash);
+          monitor.Add(bytes.size());
           while (!bytes.empty()) {
             const auto part = writer.Next(bytes.size());
             if (part.empty()) return false;
             std::copy_n(bytes.begin(), part.size(), part.begin());
             bytes = bytes.subspan(part.size());
           }
-          return !IsStopped();
+          return !monitor.IsStopped();
         });
-    if (IsStopped()) return Progress::Stopped();
+    if (monitor.IsStopped()) return Progress::Stopped();
     if (!progress.IsDone()) return progress;
     return hash == entry.content.hash ? Progress{} : FileChanged("the image");
   }
@@ -230,13 +237,14 @@ class ImageMaker {
 
   const ImageParts& parts;
   Fat16Image& image;
+  WorkMonitor& monitor;
   std::string err;
 };
 
 }  // namespace
 
-Progress MakeImage(const ImageParts& parts, Fat16Image& image) {
-  return ImageMaker(parts, image).Run();
+Progress MakeImage(const ImageParts& parts, Fat16Image& image, WorkMonitor& monitor) {
+  return ImageMaker(parts, image, monitor).Run();
 }
 
 }  // namespace quorbix::virtdisk::internal::guard

@@ -1,7 +1,6 @@
 #ifndef QUORBIX_VIRTDISK_GUARD_NEW_IMAGE_H_
 #define QUORBIX_VIRTDISK_GUARD_NEW_IMAGE_H_
 
-#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <vector>
@@ -10,6 +9,8 @@
 #include "guard/disk_view.h"
 #include "guard/host_changes.h"
 #include "guard/planning.h"
+#include "guard/progress.h"
+#include "guard/work_monitor.h"
 
 namespace quorbix::virtdisk::internal::guard {
 
@@ -20,7 +21,6 @@ struct ImageParts {
   const DiskView& old;
   ImageContents& oldContents;
   std::uint32_t volumeId = 0;
-  const std::atomic<bool>* stop = nullptr;
 };
 
 // Makes an image of the old one's size that holds the tree, in memory. Every file is read once, and
@@ -29,7 +29,7 @@ struct ImageParts {
 // From the old image it takes the label, the boot code, and for every entry that stays as it was
 // its attributes and times and its place among the others: machines start from files that come
 // first.
-[[nodiscard]] Progress MakeImage(const ImageParts& parts, Fat16Image& image);
+[[nodiscard]] Progress MakeImage(const ImageParts& parts, Fat16Image& image, WorkMonitor& monitor);
 
 }  // namespace quorbix::virtdisk::internal::guard
 

@@ -88,8 +88,9 @@ fs::path Existing(fs::path folder) {
 
 class Looker {
  public:
-  Looker(const Places& itsPlaces, const GuardedSyncOptions& itsOptions, const KnownState& known)
-      : places(itsPlaces), options(itsOptions), remembered(known) {}
+  Looker(const Places& itsPlaces, const GuardedSyncOptions& itsOptions, const KnownState& known,
+         WorkMonitor& workMonitor)
+      : places(itsPlaces), options(itsOptions), remembered(known), monitor(workMonitor) {}
 
   Sight Run() {
     sight.state = remembered.state;
@@ -154,8 +155,8 @@ class Looker {
                              .leftOut = OwnParts(),
                              .known = &sight.state.seen,
                              .readsEverything = options.verify,
-                             .settleNanoseconds = SettleNanoseconds(),
-                             .stop = options.stop});
+                             .settleNanoseconds = SettleNanoseconds()},
+                            monitor);
     switch (sight.host.result) {
       case HostView::Result::kComplete:
         facts.identity = sight.host.identity;
@@ -218,7 +219,7 @@ class Looker {
   }
 
   bool ReadImage(const fs::path& image) {
-    sight.disk = LookAtDisk(image, options.stop);
+    sight.disk = LookAtDisk(image, GuardedWork::kReadDisk, monitor);
     sight.wasDiskRead = true;
     sight.facts.onDisk = sight.disk.facts;
     NoteImageBefore();
@@ -270,12 +271,10 @@ class Looker {
     if (HasFatal(sight.hazards)) return false;
     Forget();
     Plan();
-    if (!IsStopped()) return true;
+    if (!monitor.IsStopped()) return true;
     Fail(Sight::Result::kStopped, kWasStopped);
     return false;
   }
-
-  bool IsStopped() const { return options.stop != nullptr && *options.stop; }
 
   // Accepting one of these means to begin anew.
   void Forget() {
@@ -298,7 +297,7 @@ class Looker {
     if (!sight.facts.onDisk.damage.empty()) DoubtDeletions(sight.seen.disk, known);
     BuildNames names;
     if (sight.isFirstMeeting) {
-      FirstMeeting meeting = MeetFirst(places.folder, sight.seen, options.stop);
+      FirstMeeting meeting = MeetFirst(places.folder, sight.seen, monitor);
       names = std::move(meeting.names);
       known.ignored = std::move(meeting.ignored);
     }
@@ -400,14 +399,16 @@ class Looker {
   const Places& places;
   const GuardedSyncOptions& options;
   const KnownState& remembered;
+  WorkMonitor& monitor;
   std::optional<SeenImage> imageBefore;  // as the last pass left it
   Sight sight;
 };
 
 }  // namespace
 
-Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered) {
-  return Looker(places, options, remembered).Run();
+Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered,
+           WorkMonitor& monitor) {
+  return Looker(places, options, remembered, monitor).Run();
 }
 
 std::map<std::string, DiskItem> DiskAsRemembered(const Memory& memory) {

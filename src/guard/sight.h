@@ -55,7 +55,8 @@ struct Sight {
 };
 
 // Looks at both sides and plans. A hazard that can be accepted is planned for as if it were.
-Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered);
+Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered,
+           WorkMonitor& monitor);
 
 // The entries of the disk, if memory is all that it holds.
 std::map<std::string, DiskItem> DiskAsRemembered(const Memory& memory);

@@ -134,22 +134,27 @@ std::uint64_t BytesIn(const fs::path& folder) {
   return bytes;
 }
 
-bool CopyBytes(int from, int to) {
+bool CopyBytes(int from, int to, WorkMonitor& monitor) {
   std::array<std::uint8_t, 65536> buffer{};
   for (;;) {
     const std::ptrdiff_t got = ReadFully(from, buffer);
     if (got < 0) return false;
     if (got == 0) return true;
     if (!WriteFully(to, std::span(buffer).first(static_cast<std::size_t>(got)))) return false;
+    monitor.Add(static_cast<std::size_t>(got));
+    if (monitor.IsStopped()) {
+      errno = ECANCELED;
+      return false;
+    }
   }
 }
 
-bool CopyFile(int folder, const std::string& name, const fs::path& place) {
+bool CopyFile(int folder, const std::string& name, const fs::path& place, WorkMonitor& monitor) {
   struct ::stat status;
   const Descriptor from = OpenRegularFileIn(folder, name.c_str(), status);
   if (!from) return false;
   const Descriptor to = OpenHostFile(place.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
-  if (!to || !CopyBytes(from.Get(), to.Get())) return false;
+  if (!to || !CopyBytes(from.Get(), to.Get(), monitor)) return false;
   struct ::stat after;
   if (::fstat(from.Get(), &after) != 0 || !(StampOf(after) == StampOf(status))) {
     errno = EBUSY;  // what somebody writes into it would be lost with it
@@ -169,13 +174,14 @@ bool CopyLink(int folder, const std::string& name, const fs::path& place) {
   return size > 0 && ::symlink(target.data(), place.c_str()) == 0;
 }
 
-bool CopyAndRemove(int folder, const std::string& name, const fs::path& place) {
+bool CopyAndRemove(int folder, const std::string& name, const fs::path& place,
+                   WorkMonitor& monitor) {
   struct ::stat status;
   if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
   const fs::path part = PartOf(place);
-  const bool copied =
-      (S_ISLNK(status.st_mode) ? CopyLink(folder, name, part) : CopyFile(folder, name, part)) &&
-      ::rename(part.c_str(), place.c_str()) == 0;
+  const bool copied = (S_ISLNK(status.st_mode) ? CopyLink(folder, name, part)
+                                               : CopyFile(folder, name, part, monitor)) &&
+                      ::rename(part.c_str(), place.c_str()) == 0;
   if (copied && FlushFolder(place.parent_path())) return ::unlinkat(folder, name.c_str(), 0) == 0;
   const int error = errno;
   ::unlink(part.c_str());
@@ -237,11 +243,13 @@ bool TrashRun::MakeFolder(std::string& err) {
   return Fail(err, CannotMake(trash, failed));
 }
 
-bool MoveToTrash(int folder, const std::string& name, const fs::path& place, std::string& err) {
-  if (::renameat(folder, name.c_str(), AT_FDCWD, place.c_str()) == 0) return true;
-  if (errno == EXDEV && CopyAndRemove(folder, name, place)) return true;
-  return Fail(
-      err, "cannot move " + name + " to the trash " + place.string() + " (" + SystemText() + ")");
+Progress MoveToTrash(int folder, const std::string& name, const fs::path& place,
+                     WorkMonitor& monitor) {
+  if (::renameat(folder, name.c_str(), AT_FDCWD, place.c_str()) == 0) return {};
+  if (errno == EXDEV && CopyAndRemove(folder, name, place, monitor)) return {};
+  if (errno == ECANCELED) return Progress::Stopped();
+  return Progress::Failed("cannot move " + name + " to the trash " + place.string() + " (" +
+                          SystemText() + ")");
 }
 
 void TrimTrash(const fs::path& stateFolder, std::size_t passes, std::uint64_t bytes) {
@@ -293,20 +301,24 @@ bool ListTrash(const fs::path& stateFolder, std::vector<TrashedItem>& items, std
 }
 
 bool RestoreTrashed(const fs::path& stateFolder, const std::string& id, const fs::path& target,
-                    std::string& err) {
+                    std::string& err, const std::atomic<bool>* stop,
+                    const std::function<void(const GuardedProgress&)>& onProgress) {
   std::vector<TrashedItem> items;
   if (!ListTrash(stateFolder, items, err)) return false;
-  const bool known = std::any_of(items.begin(), items.end(),
-                                 [&](const TrashedItem& item) { return item.id == id; });
-  if (!known) return Fail(err, "the trash holds nothing named " + id);
+  const auto item = std::find_if(items.begin(), items.end(),
+                                 [&](const TrashedItem& listed) { return listed.id == id; });
+  if (item == items.end()) return Fail(err, "the trash holds nothing named " + id);
   const fs::path source = stateFolder / kTrashName / id;
   std::error_code failed;
   const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
   const fs::path temporary = folder / NewTemporaryName();
+  WorkMonitor monitor(stop, onProgress);
+  monitor.Begin(GuardedWork::kRestore, item->bytes);
   if (!fs::is_symlink(fs::symlink_status(source, failed))) {
-    if (!CopyFile(AT_FDCWD, source.string(), temporary)) {
+    if (!CopyFile(AT_FDCWD, source.string(), temporary, monitor)) {
       const std::string why = SystemText();
       ::unlink(temporary.c_str());
+      if (monitor.IsStopped()) return Fail(err, Progress::Stopped().text);
       return Fail(err, "cannot write " + temporary.string() + " (" + why + ")");
     }
   } else if (!CopyLink(AT_FDCWD, source.string(), temporary)) {

@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "guard/progress.h"
+#include "guard/work_monitor.h"
+
 namespace quorbix::virtdisk::internal::guard {
 
 // What a pass replaces or deletes goes to a folder of its own: "trash/<time>" in the state's
@@ -45,10 +48,10 @@ class TrashRun {
 std::filesystem::path PartOf(const std::filesystem::path& place);
 
 // Moves the entry `name` of an open folder to `place`; copies it, with its mode and times, where
-// that is on another file system. On failure returns false, says why in `err`, and the entry is
+// that is on another file system. Unless that is done, the entry is
 // where it was.
-[[nodiscard]] bool MoveToTrash(int folder, const std::string& name,
-                               const std::filesystem::path& place, std::string& err);
+[[nodiscard]] Progress MoveToTrash(int folder, const std::string& name,
+                                   const std::filesystem::path& place, WorkMonitor& monitor);
 
 // Deletes the oldest passes until no more than `passes` and `bytes` are left; the latest one stays.
 void TrimTrash(const std::filesystem::path& stateFolder, std::size_t passes, std::uint64_t bytes);

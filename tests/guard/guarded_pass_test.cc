@@ -7,11 +7,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
+#include <vector>
 
 #include "common/byte_order.h"
 #include "common/host_file.h"
@@ -192,20 +195,38 @@ TEST_F(GuardedPassTest, DamagedState_IsKeptUnderAnotherName) {
 
 // Killed when the new image had its name and the old one was not in the trash yet; then somebody
 // brought back a backup.
-TEST_F(GuardedPassTest, OldImageBesideABackup_GoesToTheTrash) {
-  folder.File("host/a.txt", "a");
-  BuildAndAgree();
-  State state;
-  std::string err;
-  ASSERT_EQ(LoadState(StateFolder(), state, err), StateLoad::kLoaded) << err;
-  state.pending = Pending{.memory = state.memory,
-                          .volumeId = state.image->volumeId ^ 1,
-                          .wholeImage = ".quorbix-1-2-3.tmp"};
-  ASSERT_TRUE(SaveState(StateFolder(), state, err)) << err;
-  std::filesystem::copy_file(Image(), folder / ".quorbix-1-2-3.tmp");
+class OldImageBesideABackup : public GuardedPair {
+ protected:
+  void SetUp() override {
+    folder.File("host/a.txt", "a");
+    BuildAndAgree();
+    State state;
+    std::string err;
+    ASSERT_EQ(LoadState(StateFolder(), state, err), StateLoad::kLoaded) << err;
+    state.pending = Pending{.memory = state.memory,
+                            .volumeId = state.image->volumeId ^ 1,
+                            .wholeImage = ".quorbix-1-2-3.tmp"};
+    ASSERT_TRUE(SaveState(StateFolder(), state, err)) << err;
+    std::filesystem::copy_file(Image(), folder / ".quorbix-1-2-3.tmp");
+  }
+};
+
+TEST_F(OldImageBesideABackup, GoesToTheTrash) {
   EXPECT_EQ(Pass().outcome, kNothingToDo);
   EXPECT_FALSE(folder.Exists(".quorbix-1-2-3.tmp"));
   EXPECT_EQ(InTrash(), (FileTree{{"image replaced DISK.IMG", test::ReadWholeFile(Image())}}));
+}
+
+TEST_F(OldImageBesideABackup, StaysWhenItIsStoppedMeanwhile) {
+  std::atomic<bool> stop = false;
+  int imagesRead = 0;
+  options.stop = &stop;
+  options.onProgress = [&](const GuardedProgress& progress) {
+    if (progress.work == GuardedWork::kReadDisk) stop = ++imagesRead == 2;
+  };
+  EXPECT_EQ(Sync()->Pass().outcome, kStopped);
+  EXPECT_TRUE(folder.Exists(".quorbix-1-2-3.tmp"));
+  EXPECT_EQ(InTrash(), FileTree{});
 }
 
 TEST_F(GuardedPassTest, FolderThatIsReplacedMeanwhile_IsNotAgreedOn) {
@@ -215,10 +236,11 @@ TEST_F(GuardedPassTest, FolderThatIsReplacedMeanwhile_IsNotAgreedOn) {
   const Places places = FindPlaces(Image(), Host(), {});
   KnownState known;
   known.load = LoadState(StateFolder(), known.state, known.error);
-  const Sight sight = Look(places, options, known);
+  WorkMonitor nobody;
+  const Sight sight = Look(places, options, known, nobody);
   std::filesystem::rename(Host(), folder / "moved");
   folder.Folder("host");
-  EXPECT_EQ(GuardedPass(places, options, sight).Run().result, Progress::Result::kBusy);
+  EXPECT_EQ(GuardedPass(places, options, sight, nobody).Run().result, Progress::Result::kBusy);
   EXPECT_THAT(HazardsOf(Pass()), testing::Contains(GuardedHazard::kFolderReplaced));
 }
 
@@ -241,9 +263,10 @@ TEST_F(GuardedPassTest, ImageThatIsOpenedMeanwhile_LeavesNoNewOneBehind) {
   const Places places = FindPlaces(Image(), Host(), {});
   KnownState known;
   known.load = LoadState(StateFolder(), known.state, known.error);
-  const Sight sight = Look(places, options, known);
+  WorkMonitor nobody;
+  const Sight sight = Look(places, options, known, nobody);
   const Descriptor guest = OpenHostFile(Image().c_str(), O_RDWR);
-  EXPECT_EQ(GuardedPass(places, options, sight).Run().result, Progress::Result::kBusy);
+  EXPECT_EQ(GuardedPass(places, options, sight, nobody).Run().result, Progress::Result::kBusy);
   for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
     EXPECT_FALSE(entry.path().filename().string().starts_with(".")) << entry.path();
   }
@@ -281,6 +304,74 @@ TEST_F(GuardedPassTest, WhatABrokenDirectoryHeld_IsTakenFromTheFolderWhenAccepte
   ASSERT_EQ(OnHost(), (FileTree{{"SUB/a.txt", "a"}, {"b.txt", "b"}, {"c.txt", "c"}}));
   EXPECT_EQ(OnDisk(), (FileTree{{"SUB/A.TXT", "a"}, {"B.TXT", "b"}, {"C.TXT", "c"}}));
   EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+TEST_F(GuardedPassTest, NotesAboutTheDisk_AreToldInEveryReport) {
+  folder.File("host/a.txt", "a");
+  BuildImage();
+  std::vector<std::uint8_t> bytes = test::ReadBytes(Image());
+  const std::size_t fatBytes = std::size_t{512} * LoadU16(&bytes[512 + 22]);
+  for (const std::size_t fat : {std::size_t{1024}, 1024 + fatBytes}) {
+    StoreU16(&bytes[fat + 2 * 3000], 0xFFFF);  // a cluster that belongs to nothing
+  }
+  test::WriteBytes(Image(), bytes);
+  const std::string note =
+      "1 cluster is in use in 1 chain that no file and no directory begins with: not in the next "
+      "image";
+  for (int pass = 0; pass < 3; ++pass) {
+    const GuardedReport preview = Preview();
+    ASSERT_EQ(preview.notes.size(), 1u);
+    EXPECT_EQ(preview.notes[0].text, note);
+    const GuardedReport report = Pass();
+    EXPECT_EQ(report.outcome, kNothingToDo);
+    ASSERT_EQ(report.notes.size(), 1u);
+    EXPECT_EQ(report.notes[0].text, note);
+  }
+}
+
+// What a pass has told of its work: how far it had come with each kind in the end.
+using Told = std::vector<std::tuple<GuardedWork, std::uint64_t, std::uint64_t>>;
+
+void Note(const GuardedProgress& progress, Told& told) {
+  const bool isNew = told.empty() || std::get<0>(told.back()) != progress.work;
+  if (isNew) told.emplace_back();
+  if (!isNew) {
+    EXPECT_LE(std::get<1>(told.back()), progress.bytes);
+  }
+  told.back() = {progress.work, progress.bytes, progress.total};
+}
+
+TEST_F(GuardedPassTest, Work_IsToldFromItsBeginningToItsEnd) {
+  folder.File("host/a.txt", std::string(5000, 'a'));
+  BuildAndAgree();
+  folder.File("host/b.txt", std::string(7000, 'b'));
+  GuestWrites("C.TXT", std::string(300'000, 'c'));
+  Told told;
+  options.verify = true;
+  options.onProgress = [&](const GuardedProgress& progress) { Note(progress, told); };
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
+  using enum GuardedWork;
+  EXPECT_EQ(told, (Told{{kReadFolder, 12'000, 0},
+                        {kReadDisk, 305'000, 305'000},
+                        {kWriteFolder, 300'000, 300'000},
+                        {kMakeDisk, 312'000, 312'000},
+                        {kWriteDisk, kImageBytes, kImageBytes},
+                        {kCheckDisk, 312'000, 312'000}}));
+}
+
+TEST_F(GuardedPassTest, WorkInPlace_IsToldWithTheCopyThatIsKept) {
+  options.inPlace = true;
+  folder.File("host/a.txt", std::string(5000, 'a'));
+  BuildAndAgree();
+  folder.Remove("host/a.txt");
+  Told told;
+  options.onProgress = [&](const GuardedProgress& progress) { Note(progress, told); };
+  EXPECT_EQ(Sync()->Pass({GuardedHazard::kFolderEmpty}).outcome, kDone);
+  using enum GuardedWork;
+  EXPECT_EQ(told, (Told{{kReadDisk, 5000, 5000},
+                        {kWriteDisk, kImageBytes, kImageBytes},
+                        {kKeep, kImageBytes, kImageBytes},
+                        {kWriteDisk, kImageBytes, kImageBytes}}));
 }
 
 TEST_F(GuardedPassTest, ImageInsideTheFolder_IsRefusedAndLeftOutWhenAccepted) {

@@ -25,10 +25,10 @@ using Tree = std::map<std::string, std::string>;
 // A folder "host" that has been looked at, and a disk that says of each file what is told here.
 class HostChange : public testing::Test {
  protected:
-  void Look() { view = LookAtHost({.folder = folder / "host"}); }
+  void Look() { view = LookAtHost({.folder = folder / "host"}, monitor); }
 
   HostChanges& Changes() {
-    if (!changes) changes.emplace(folder / "host", view.entryStamps, trash, &stop);
+    if (!changes) changes.emplace(folder / "host", view.entryStamps, trash, monitor);
     return *changes;
   }
 
@@ -64,6 +64,7 @@ class HostChange : public testing::Test {
   TempFolder folder;
   HostView view;
   std::atomic<bool> stop = false;
+  WorkMonitor monitor{&stop, {}};
   TrashRun trash{folder / "state", "2026-11-21 17.20.05"};
   std::map<std::string, std::string> disk;
   std::function<void()> beforeRead;

@@ -25,7 +25,12 @@ using testing::UnorderedElementsAre;
 
 constexpr std::int64_t kSecond = 1'000'000'000;
 
-HostView Look(const fs::path& folder) { return LookAtHost({.folder = folder}); }
+HostView Look(const HostLook& look) {
+  WorkMonitor nobody;
+  return LookAtHost(look, nobody);
+}
+
+HostView Look(const fs::path& folder) { return Look(HostLook{.folder = folder}); }
 
 std::string NoteOn(const HostView& view, const std::string& path) {
   for (const GuardedNote& note : view.notes) {
@@ -107,7 +112,7 @@ TEST(LookAtHost, ImageAndState_TakeNoPart) {
     ASSERT_EQ(::stat((folder / name).c_str(), &status), 0);
     own.push_back(StampOf(status).identity);
   }
-  const HostView view = LookAtHost({.folder = folder.Path(), .leftOut = own});
+  const HostView view = Look(HostLook{.folder = folder.Path(), .leftOut = own});
   EXPECT_THAT(view.items, ElementsAre(Key("a")));
   EXPECT_EQ(NoteOn(view, "disk.img"), "takes no part: it belongs to the synchroniser");
 }
@@ -176,11 +181,11 @@ TEST(LookAtHost, KnownFileWithTheSameStamp_IsNotReadAgain) {
   HostView first = Look(folder.Path());
   first.seen["a"].content = ContentOf("something else");
   first.seen["a"].taken += 10 * kSecond;  // as if it had been read later
-  const HostView second = LookAtHost({.folder = folder.Path(), .known = &first.seen});
+  const HostView second = Look(HostLook{.folder = folder.Path(), .known = &first.seen});
   EXPECT_EQ(second.items.at("a").content, ContentOf("something else"));
   EXPECT_FALSE(second.wasAllRead);
   const HostView whole =
-      LookAtHost({.folder = folder.Path(), .known = &first.seen, .readsEverything = true});
+      Look(HostLook{.folder = folder.Path(), .known = &first.seen, .readsEverything = true});
   EXPECT_EQ(whole.items.at("a").content, ContentOf("abc"));
   EXPECT_TRUE(whole.wasAllRead);
 }
@@ -190,7 +195,7 @@ TEST(LookAtHost, KnownFileReadRightAfterAChange_IsReadAgain) {
   folder.File("a", "abc");
   HostView first = Look(folder.Path());
   first.seen["a"].content = ContentOf("something else");
-  EXPECT_EQ(LookAtHost({.folder = folder.Path(), .known = &first.seen}).items.at("a").content,
+  EXPECT_EQ(Look(HostLook{.folder = folder.Path(), .known = &first.seen}).items.at("a").content,
             ContentOf("abc"));
 }
 
@@ -202,14 +207,14 @@ TEST(LookAtHost, KnownFileOfAnotherInode_IsReadAgain) {
   folder.File("b", "xyz");
   fs::last_write_time(folder / "b", fs::last_write_time(folder / "a"));
   fs::rename(folder / "b", folder / "a");
-  EXPECT_EQ(LookAtHost({.folder = folder.Path(), .known = &first.seen}).items.at("a").content,
+  EXPECT_EQ(Look(HostLook{.folder = folder.Path(), .known = &first.seen}).items.at("a").content,
             ContentOf("xyz"));
 }
 
 TEST(LookAtHost, FileThatChangedJustNow_IsBusy) {
   TempFolder folder;
   folder.File("a", "abc");
-  const HostView view = LookAtHost({.folder = folder.Path(), .settleNanoseconds = 600 * kSecond});
+  const HostView view = Look(HostLook{.folder = folder.Path(), .settleNanoseconds = 600 * kSecond});
   EXPECT_EQ(view.result, HostView::Result::kBusy);
   EXPECT_EQ(view.busyPath, "a");
 }
@@ -219,10 +224,11 @@ TEST(LookAtHost, KnownFile_MayHaveChangedJustNow) {
   folder.File("a", "abc");
   HostView first = Look(folder.Path());
   first.seen["a"].taken += 10 * kSecond;
-  EXPECT_EQ(LookAtHost(
-                {.folder = folder.Path(), .known = &first.seen, .settleNanoseconds = 600 * kSecond})
-                .result,
-            HostView::Result::kComplete);
+  EXPECT_EQ(
+      Look(HostLook{
+               .folder = folder.Path(), .known = &first.seen, .settleNanoseconds = 600 * kSecond})
+          .result,
+      HostView::Result::kComplete);
 }
 
 TEST(LookAtHost, FileStampedInTheFuture_IsNotWaitedFor) {
@@ -232,7 +238,7 @@ TEST(LookAtHost, FileStampedInTheFuture_IsNotWaitedFor) {
   // Its other time is that of the change of the first.
   const ::timespec second{0, 20'000'000};
   ::nanosleep(&second, nullptr);
-  EXPECT_EQ(LookAtHost({.folder = folder.Path(), .settleNanoseconds = 1}).result,
+  EXPECT_EQ(Look(HostLook{.folder = folder.Path(), .settleNanoseconds = 1}).result,
             HostView::Result::kComplete);
 }
 
@@ -240,8 +246,8 @@ TEST(LookAtHost, StopFlag_EndsIt) {
   TempFolder folder;
   folder.File("a", "abc");
   const std::atomic<bool> stop = true;
-  EXPECT_EQ(LookAtHost({.folder = folder.Path(), .stop = &stop}).result,
-            HostView::Result::kStopped);
+  WorkMonitor monitor(&stop, {});
+  EXPECT_EQ(LookAtHost({.folder = folder.Path()}, monitor).result, HostView::Result::kStopped);
 }
 
 TEST(LookAtHost, DeepFolders_TakeFewDescriptors) {

@@ -33,7 +33,8 @@ class Trash : public testing::Test {
     std::string err;
     ASSERT_TRUE(run.Announce({{"folder", name, "deleted"}}, places, err)) << err;
     const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
-    ASSERT_TRUE(MoveToTrash(top.Get(), name, places.at(0), err)) << err;
+    const Progress moved = MoveToTrash(top.Get(), name, places.at(0), nobody);
+    ASSERT_TRUE(moved.IsDone()) << moved.text;
     ASSERT_TRUE(run.Flush(err)) << err;
   }
 
@@ -51,6 +52,7 @@ class Trash : public testing::Test {
   }
 
   TempFolder folder;
+  WorkMonitor nobody;
 };
 
 TEST_F(Trash, WhatIsThrownAway_IsListed) {
@@ -125,6 +127,34 @@ TEST_F(Trash, Restored_IsACopyUnderAnotherName) {
   EXPECT_EQ(Listed().size(), 1u);
 }
 
+TEST_F(Trash, Restoring_TellsHowFarItIs) {
+  folder.File("a", std::string(1'000'000, 'x'));
+  Throw("a");
+  std::vector<std::uint64_t> told;
+  std::string err;
+  ASSERT_TRUE(RestoreTrashed(StateFolder(), Listed()[0].id, folder / "b", err, nullptr,
+                             [&](const GuardedProgress& progress) {
+                               EXPECT_EQ(progress.work, GuardedWork::kRestore);
+                               EXPECT_EQ(progress.total, 1'000'000u);
+                               told.push_back(progress.bytes);
+                             }));
+  EXPECT_GT(told.size(), 1u);
+  EXPECT_TRUE(std::is_sorted(told.begin(), told.end()));
+  EXPECT_EQ(told.back(), 1'000'000u);
+}
+
+TEST_F(Trash, RestoringThatIsStopped_LeavesNothing) {
+  folder.File("a", std::string(1'000'000, 'x'));
+  Throw("a");
+  const auto before = folder.Files();
+  std::atomic<bool> stop = false;
+  std::string err;
+  EXPECT_FALSE(RestoreTrashed(StateFolder(), Listed()[0].id, folder / "b", err, &stop,
+                              [&](const GuardedProgress&) { stop = true; }));
+  EXPECT_EQ(err, "it was stopped");
+  EXPECT_EQ(folder.Files(), before);
+}
+
 TEST_F(Trash, RestoringOverAFile_IsRefused) {
   folder.File("a", "content");
   Throw("a");
@@ -158,7 +188,8 @@ TEST_F(Trash, OnAnotherFileSystem_FilesAreCopiedWithModeAndTime) {
   std::string err;
   ASSERT_TRUE(run.Announce({{"folder", "a", "deleted"}}, places, err)) << err;
   const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
-  ASSERT_TRUE(MoveToTrash(top.Get(), "a", places.at(0), err)) << err;
+  const Progress moved = MoveToTrash(top.Get(), "a", places.at(0), nobody);
+  ASSERT_TRUE(moved.IsDone()) << moved.text;
   EXPECT_FALSE(folder.Exists("a"));
   EXPECT_EQ(test::ReadWholeFile(places[0]), std::string(100'000, 'x'));
   EXPECT_EQ(static_cast<unsigned>(fs::status(places[0]).permissions()), 0604u);
@@ -175,11 +206,29 @@ TEST_F(Trash, OnAFullFileSystem_TheFileStaysWhereItIs) {
   ASSERT_TRUE(run.Announce({{"folder", "a", "deleted"}}, places, err)) << err;
   const int status = test::RunInChild({.fileSizeLimit = 50'000}, [&] {
     const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
-    return MoveToTrash(top.Get(), "a", places.at(0), err) ? 1 : 0;
+    const Progress moved = MoveToTrash(top.Get(), "a", places.at(0), nobody);
+    return moved.result == Progress::Result::kFailed ? 0 : 1;
   });
   EXPECT_EQ(status, 0);
   EXPECT_EQ(folder.Read("a").size(), 100'000u);
   EXPECT_FALSE(fs::exists(places[0]));
+}
+
+TEST_F(Trash, StoppedWhileItIsCopied_TheFileStaysWhereItIs) {
+  const test::MemoryFolder memory;
+  if (!memory.Usable()) GTEST_SKIP() << "no memory file system to write to";
+  folder.File("a", std::string(1'000'000, 'x'));
+  TrashRun run(memory.Path(), kWhen);
+  std::vector<fs::path> places;
+  std::string err;
+  ASSERT_TRUE(run.Announce({{"folder", "a", "deleted"}}, places, err)) << err;
+  const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
+  std::atomic<bool> stop = false;
+  WorkMonitor monitor(&stop, [&](const GuardedProgress&) { stop = true; });
+  EXPECT_EQ(MoveToTrash(top.Get(), "a", places.at(0), monitor).result, Progress::Result::kStopped);
+  EXPECT_EQ(folder.Read("a"), std::string(1'000'000, 'x'));
+  EXPECT_FALSE(fs::exists(places[0]));
+  EXPECT_FALSE(fs::exists(PartOf(places[0])));
 }
 
 TEST_F(Trash, LinkOnAnotherFileSystem_StaysALink) {
@@ -191,7 +240,8 @@ TEST_F(Trash, LinkOnAnotherFileSystem_StaysALink) {
   std::string err;
   ASSERT_TRUE(run.Announce({{"folder", "a", "deleted"}}, places, err)) << err;
   const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
-  ASSERT_TRUE(MoveToTrash(top.Get(), "a", places.at(0), err)) << err;
+  const Progress moved = MoveToTrash(top.Get(), "a", places.at(0), nobody);
+  ASSERT_TRUE(moved.IsDone()) << moved.text;
   EXPECT_EQ(fs::read_symlink(places[0]), "target");
 }
 

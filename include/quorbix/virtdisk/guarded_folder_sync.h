@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -124,6 +125,25 @@ struct GuardedReport {
   std::int64_t lastReadInFull = 0;
 };
 
+// What takes a pass its time.
+enum class GuardedWork {
+  kReadFolder,   // the files whose content is not known; nobody knows how many there will be
+  kReadDisk,     // every file of the image
+  kWriteFolder,  // files of the disk
+  kMakeDisk,     // the new image, from the files of both sides
+  kWriteDisk,    // the new image to its file; with `inPlace`, then over the old one's bytes
+  kCheckDisk,    // the new image, read back
+  kKeep,         // what has to be copied to the trash, where a rename does not do
+  kRestore,      // from the trash
+};
+
+// How far it has come with that.
+struct GuardedProgress {
+  GuardedWork work = GuardedWork::kReadFolder;
+  std::uint64_t bytes = 0;
+  std::uint64_t total = 0;  // bytes; 0 where nobody knows
+};
+
 struct GuardedSyncOptions {
   enum class ConflictRule {
     kKeepBoth,  // the folder's version stays, the disk's is written beside it as
@@ -156,6 +176,9 @@ struct GuardedSyncOptions {
   // When it is set to true, by a signal handler or another thread, the pass ends soon, and leaves
   // nothing half done. Must outlive the object.
   const std::atomic<bool>* stop = nullptr;
+  // Is told of the work, on the thread that has called, for each file and each few MiB of one. Has
+  // to be quick, and must not throw.
+  std::function<void(const GuardedProgress&)> onProgress{};
 };
 
 // Keeps one image and one folder in step. Serves one thread at a time.
@@ -207,11 +230,12 @@ struct TrashedItem {
 
 // Copies a thing out of the trash to `target`, through a temporary file and a rename; it stays in
 // the trash as well. An existing `target` is refused. On failure returns false and says why in
-// `err`.
-[[nodiscard]] QUORBIX_VIRTDISK_EXPORT bool RestoreTrashed(const std::filesystem::path& stateFolder,
-                                                          const std::string& id,
-                                                          const std::filesystem::path& target,
-                                                          std::string& err);
+// `err`. `stop`, when it is set meanwhile, and `onProgress` are those of GuardedSyncOptions: what
+// was stopped has left nothing behind, and its text is "it was stopped".
+[[nodiscard]] QUORBIX_VIRTDISK_EXPORT bool RestoreTrashed(
+    const std::filesystem::path& stateFolder, const std::string& id,
+    const std::filesystem::path& target, std::string& err, const std::atomic<bool>* stop = nullptr,
+    const std::function<void(const GuardedProgress&)>& onProgress = {});
 
 }  // namespace quorbix::virtdisk
 
