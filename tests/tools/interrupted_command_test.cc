@@ -151,7 +151,7 @@ class InterruptedCommand : public ::testing::Test {
           isDiskFull = isFull;
           callsBeforeTheEnd = calls;
           const ProgramRun run = RunVirtdisk(command);
-          return run.status != 0 && run.err.empty() ? kSilent : run.status;
+          return run.status == 1 && run.err.empty() ? kSilent : run.status;
         });
         if (status == 0) continue;
         ++ended;
@@ -230,6 +230,26 @@ TEST_F(InterruptedCommand, Map_LeavesTheOldPictureOrTheNewOne) {
         EXPECT_TRUE(after.at("disk.svg") == "old" || after.at("disk.svg").ends_with("</svg>\n"));
       });
   EXPECT_GE(calls, 2);
+}
+
+TEST_F(InterruptedCommand, Restore_LeavesTheWholeFileOrNothing) {
+  const std::string trash = Path("old.img.sync/trash/2026-11-21_17.20.05/");
+  fs::create_directories(trash);
+  WriteWholeFile(trash + "manifest", "item 1 folder deleted LARGE.BIN\n");
+  WriteWholeFile(trash + "1", std::string(300'000, 'x'));
+  const Files before = Found();
+  const int calls = EndAtEveryCall(
+      {"restore", Path("old.img"), "2026-11-21_17.20.05/1", "--to", Path("BACK.BIN")},
+      [&] { fs::remove(Path("BACK.BIN")); },
+      [&] {
+        Files after = Found();
+        if (after.erase("BACK.BIN") != 0) {
+          EXPECT_EQ(ReadWholeFile(Path("BACK.BIN")), std::string(300'000, 'x'));
+        }
+        EXPECT_TRUE(after == before);
+      });
+  EXPECT_GE(calls, 6);
+  EXPECT_EQ(ReadWholeFile(Path("BACK.BIN")), std::string(300'000, 'x'));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 
+#include "commands/work_line.h"
 #include "program_run.h"
 #include "support/sizes.h"
 #include "support/temp_folder.h"
@@ -65,7 +66,7 @@ class ProgressTest : public ::testing::Test {
 
   std::ostringstream out;
   std::ostringstream err;
-  Console console{out, err, false, 80, true, 40};
+  Console console{.out = out, .err = err, .errIsTerminal = true, .errWidth = 40};
   Progress::Clock::time_point time;
 };
 
@@ -111,6 +112,30 @@ TEST_F(ProgressTest, Messages_TakeTheLineAway) {
   Warn(console, "careful");
   EXPECT_EQ(err.str().substr(shown),
             "\r" + std::string(shown - 1, ' ') + "\rvirtdisk: warning: careful\n");
+}
+
+TEST_F(ProgressTest, NextKindOfWork_IsCountedAnewOnTheSameLine) {
+  Progress progress = Start(2 * kMiB);
+  time += 400ms;
+  progress.Add(kMiB);
+  progress.Turn("checking", 4 * kMiB);
+  time += 100ms;
+  progress.Add(kMiB);
+  EXPECT_EQ(err.str(), "\rchecking: 1 MiB of 4 MiB, 25 %");
+}
+
+TEST_F(ProgressTest, WorkOfAPass_IsShownKindByKind) {
+  WorkLine line(console, [this] { return time; });
+  line.Show({GuardedWork::kReadDisk, kMiB, 2 * kMiB});
+  time += 1s;
+  line.Show({GuardedWork::kReadDisk, 2 * kMiB, 2 * kMiB});
+  const std::string first = err.str();
+  time += 1s;
+  line.Show({GuardedWork::kKeep, 0, 0});
+  time += 1s;
+  line.Show({GuardedWork::kKeep, 3 * kMiB, 0});
+  EXPECT_EQ(first, "\rreading the disk: 2 MiB of 2 MiB, 100 %");
+  EXPECT_THAT(err.str(), HasSubstr("\rkeeping what is replaced: 3 MiB "));
 }
 
 TEST_F(ProgressTest, QuietConsoleOrNoTerminal_ShowsNothing) {

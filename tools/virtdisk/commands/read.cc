@@ -291,12 +291,16 @@ int RunCat(Console& console, const CatOptions& options) {
   const auto entry = FindFile(console, *image, options.path, options.image, false);
   if (!entry) return kFailed;
   ContentReader content = image->Index().Open(entry->firstCluster, entry->size);
+  std::optional<Progress> progress;
+  // Among the content itself the line would be in the way.
+  if (!console.outIsTerminal) progress.emplace(console, "reading " + entry->name, entry->size);
   std::string err;
   std::span<const std::uint8_t> piece;
   do {
     if (!content.Next(piece, err)) {
       return Fail(console, err, HintFor(err, options.path, options.image));
     }
+    if (progress) progress->Add(piece.size());
     console.out.write(reinterpret_cast<const char*>(piece.data()),
                       static_cast<std::streamsize>(piece.size()));
   } while (!piece.empty() && console.out);

@@ -8,6 +8,8 @@
 #include <quorbix/virtdisk/guarded_folder_sync.h>
 
 #include "commands/commands.h"
+#include "commands/work_line.h"
+#include "host/stop_flag.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
 #include "terminal/text.h"
@@ -48,6 +50,13 @@ fs::path TargetFor(const RestoreOptions& options, const TrashedItem& item) {
   return options.folder.empty() ? fs::path() : options.folder / item.path;
 }
 
+bool CopyOut(Console& console, const RestoreOptions& options, const fs::path& target,
+             std::string& err) {
+  WorkLine line(console);
+  return RestoreTrashed(StateFolderOf(options), options.id, target, err, &StopFlag::Flag(),
+                        [&](const GuardedProgress& told) { line.Show(told); });
+}
+
 int BringBack(Console& console, const RestoreOptions& options,
               const std::vector<TrashedItem>& items) {
   const auto item = std::find_if(items.begin(), items.end(), [&](const TrashedItem& candidate) {
@@ -63,7 +72,9 @@ int BringBack(Console& console, const RestoreOptions& options,
                 "Give --to FILE, or --folder FOLDER for its old name in there.");
   }
   std::string err;
-  if (!RestoreTrashed(StateFolderOf(options), item->id, target, err)) {
+  const StopFlag stop;
+  if (!CopyOut(console, options, target, err)) {
+    if (StopFlag::IsSet()) return StopFlag::ExitStatus();
     return Fail(console, err, "--to FILE gives it another name.");
   }
   if (options.json) {
@@ -74,7 +85,7 @@ int BringBack(Console& console, const RestoreOptions& options,
     console.out << "Restored " << Printable(target.string()) << ", " << FormatBytes(item->bytes)
                 << "; it stays in the trash as well.\n";
   }
-  return kDone;
+  return StopFlag::IsSet() ? StopFlag::ExitStatus() : kDone;
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <system_error>
@@ -14,6 +15,7 @@
 
 #include "commands/commands.h"
 #include "commands/sync_report.h"
+#include "commands/work_line.h"
 #include "host/change_watch.h"
 #include "host/host_file.h"
 #include "host/output_place.h"
@@ -59,6 +61,7 @@ class Synchroniser {
     std::tie(image, folder) = InOrder(console, options);
     GuardedSyncOptions guarded = options.guarded;
     guarded.stop = &StopFlag::Flag();
+    guarded.onProgress = [this](const GuardedProgress& told) { line->Show(told); };
     sync = CreateGuardedFolderSync(image, folder, guarded);
   }
 
@@ -85,22 +88,24 @@ class Synchroniser {
   }
 
   int Preview() {
+    line.emplace(console);
     const GuardedReport report = sync->Preview();
+    line.reset();
     Tell(report);
-    return StatusOf(report);
+    return StatusAfter(report);
   }
 
   // Waits for quiet, but not for ever.
   int Once() {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    GuardedReport report = sync->Pass(accepted);
+    GuardedReport report = Pass();
     while (report.outcome == GuardedOutcome::kNotNow && !StopFlag::IsSet() &&
            std::chrono::steady_clock::now() < deadline) {
       StopFlag::WaitFor(-1, kRetryAfter);
-      report = sync->Pass(accepted);
+      report = Pass();
     }
     Tell(report);
-    return StopFlag::IsSet() ? StopFlag::ExitStatus() : StatusOf(report);
+    return StatusAfter(report);
   }
 
   int KeepInStep() {
@@ -111,7 +116,7 @@ class Synchroniser {
     while (!StopFlag::IsSet() && console.out.good()) {
       // Before the look, so that nothing falls between the two.
       BeginWatch();
-      const GuardedReport report = sync->Pass(accepted);
+      const GuardedReport report = Pass();
       Tell(report);
       if (StatusOf(report) == kDone) std::erase_if(accepted, IsEvent);
       if (!StopFlag::IsSet()) Wait(report.outcome == GuardedOutcome::kNotNow);
@@ -120,6 +125,13 @@ class Synchroniser {
   }
 
  private:
+  GuardedReport Pass() {
+    line.emplace(console);
+    GuardedReport report = sync->Pass(accepted);
+    line.reset();
+    return report;
+  }
+
   bool Refuse(const std::string& message, const char* hint) {
     Fail(console, message, hint);
     return false;
@@ -138,6 +150,10 @@ class Synchroniser {
         return kFailed;
     }
     return kFailed;
+  }
+
+  static int StatusAfter(const GuardedReport& report) {
+    return StopFlag::IsSet() ? StopFlag::ExitStatus() : StatusOf(report);
   }
 
   void BeginWatch() {
@@ -241,6 +257,7 @@ class Synchroniser {
   fs::path image;
   fs::path folder;
   std::unique_ptr<IGuardedFolderSync> sync;
+  std::optional<WorkLine> line;  // of the pass that is under way
   ChangeWatch watch;
   bool toldOfWatch = false;
   bool toldNotes = false;

@@ -43,6 +43,7 @@ Console StandardConsole() {
           .err = std::cerr,
           .colour = WantsColour(),
           .width = TerminalWidth(STDOUT_FILENO),
+          .outIsTerminal = ::isatty(STDOUT_FILENO) == 1,
           .errIsTerminal = ::isatty(STDERR_FILENO) == 1,
           .errWidth = TerminalWidth(STDERR_FILENO)};
 }

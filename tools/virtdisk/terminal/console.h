@@ -14,6 +14,7 @@ struct Console {
   std::ostream& err;
   bool colour = false;  // `out` is a terminal that knows colour and NO_COLOR is not set
   unsigned width = 80;  // of the terminal, in columns
+  bool outIsTerminal = false;
   bool errIsTerminal = false;
   unsigned errWidth = 80;           // of that terminal, in columns
   bool quiet = false;               // the user wants errors and data, nothing else

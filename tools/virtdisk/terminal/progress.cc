@@ -67,6 +67,11 @@ Progress::Progress(Console& theConsole, std::string what, std::uint64_t total, P
 
 Progress::~Progress() { EraseProgress(console); }
 
+void Progress::Turn(std::string what, std::uint64_t total) {
+  state = {std::move(what), 0, total, state.unit, {}};
+  begin = now();
+}
+
 void Progress::Add(std::uint64_t amount) {
   state.done += amount;
   if (!console.errIsTerminal || console.quiet) return;

@@ -44,6 +44,10 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
+  // Goes on with another kind of work, counted anew, on the same line. The half second of silence
+  // counts from the beginning of the first one.
+  void Turn(std::string what, std::uint64_t total);
+
   // Quick enough to be called for each file and each piece of one.
   void Add(std::uint64_t amount);
 
@@ -53,7 +57,7 @@ class Progress {
   Console& console;
   ProgressState state;
   const std::function<Clock::time_point()> now;
-  const Clock::time_point begin;
+  Clock::time_point begin;  // of this kind of work
   Clock::time_point nextShow;
 };
 

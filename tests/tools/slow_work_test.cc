@@ -1,0 +1,126 @@
+// What takes long tells how far it is, on a terminal: here every look at the clock comes a second
+// after the one before.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "program.h"
+#include "support/guest_editor.h"
+#include "support/next_function.h"
+#include "support/temp_folder.h"
+#include "tools/program_run.h"
+
+namespace {
+
+int secondsPassed = 0;
+
+}  // namespace
+
+// Stands in front of the C library's function for the whole program.
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+  using quorbix::virtdisk::test::NextOf;
+  const int result = NextOf<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
+  if (clock == CLOCK_MONOTONIC) time->tv_sec += ++secondsPassed;
+  return result;
+}
+
+namespace quorbix::virtdisk::test {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+class SlowWork : public ::testing::Test {
+ protected:
+  SlowWork() {
+    folder.File("DISK/A.TXT", std::string(3000, 'a'));
+    EXPECT_EQ(RunVirtdisk({"build", Path("DISK"), Path("disk.img"), "--size", "3M"}).status, 0);
+  }
+
+  std::string Path(const std::string& name) const { return (folder / name).string(); }
+
+  // What a command prints to a terminal beside its output.
+  std::string Shown(std::vector<std::string> arguments, bool outIsTerminal = true) const {
+    std::ostringstream out;
+    std::ostringstream err;
+    tool::Console console{
+        .out = out, .err = err, .outIsTerminal = outIsTerminal, .errIsTerminal = true};
+    EXPECT_EQ(tool::RunProgram(console, std::move(arguments)), 0) << err.str();
+    return err.str();
+  }
+
+  static auto IsLineOf(const std::string& work) {
+    return AllOf(HasSubstr("\r" + work + ": "), EndsWith(" \r"));
+  }
+
+  TempFolder folder;
+};
+
+TEST_F(SlowWork, Build_TellsHowFarItIs) {
+  const std::string shown = Shown({"build", Path("DISK"), Path("new.img"), "--size", "1M"});
+  EXPECT_THAT(shown, HasSubstr("\rcopying: 2.9 KiB of 2.9 KiB, 100 %"));
+  EXPECT_THAT(shown, HasSubstr("\rwriting: 1 MiB of 1 MiB, 100 %"));
+}
+
+TEST_F(SlowWork, Get_TellsHowFarItIs) {
+  EXPECT_THAT(Shown({"get", Path("disk.img"), "/", Path("GOT")}), HasSubstr("2.9 KiB, 100 %"));
+}
+
+TEST_F(SlowWork, Put_TellsHowFarItIs) {
+  EXPECT_THAT(Shown({"put", Path("disk.img"), "A.TXT", Path("DISK/A.TXT")}), IsLineOf("copying"));
+}
+
+TEST_F(SlowWork, Cat_TellsHowFarItIsWhereItDoesNotShowTheContent) {
+  const std::vector<std::string> command{"cat", Path("disk.img"), "A.TXT"};
+  EXPECT_THAT(Shown(command, true), IsEmpty());
+  EXPECT_THAT(Shown(command, false), IsLineOf("reading A.TXT"));
+}
+
+TEST_F(SlowWork, Sync_TellsHowFarItIs) {
+  folder.File("DISK/B.TXT", std::string(5000, 'b'));
+  GuestEditor guest(folder / "disk.img");
+  ASSERT_TRUE(guest.Write("C.TXT", std::string(7000, 'c')));
+  guest.Save();
+  const std::string shown =
+      Shown({"sync", Path("disk.img"), Path("DISK"), "--once", "--settle", "0"});
+  for (const char* work :
+       {"reading the folder", "reading the disk", "writing to the folder", "making the new disk",
+        "writing the new disk", "checking the new disk"}) {
+    EXPECT_THAT(shown, HasSubstr("\r" + std::string(work) + ": "));
+  }
+  EXPECT_THAT(shown, EndsWith(" \r"));
+}
+
+TEST_F(SlowWork, DryRunOfSync_TellsHowFarItIs) {
+  EXPECT_THAT(Shown({"sync", Path("disk.img"), Path("DISK"), "--dry-run", "--settle", "0"}),
+              IsLineOf("reading the disk"));
+}
+
+TEST_F(SlowWork, Restore_TellsHowFarItIs) {
+  folder.File("disk.img.sync/trash/2026-11-21_17.20.05/manifest", "item 1 folder deleted A.TXT\n");
+  folder.File("disk.img.sync/trash/2026-11-21_17.20.05/1", "lost");
+  EXPECT_THAT(Shown({"restore", Path("disk.img"), "2026-11-21_17.20.05/1", "--to", Path("back")}),
+              IsLineOf("restoring"));
+}
+
+TEST_F(SlowWork, Quiet_ShowsNothing) {
+  EXPECT_THAT(Shown({"cat", Path("disk.img"), "A.TXT", "--quiet"}, false), IsEmpty());
+  EXPECT_THAT(Shown({"get", Path("disk.img"), "/", Path("GOT"), "--quiet"}), IsEmpty());
+}
+
+TEST_F(SlowWork, OutputToAFile_HasNoLine) {
+  const ProgramRun run =
+      RunVirtdisk({"sync", Path("disk.img"), Path("DISK"), "--once", "--settle", "0"});
+  EXPECT_THAT(run.err, Not(HasSubstr("\r")));
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::test
