@@ -163,6 +163,10 @@ TEST(CatCommandOnAShortFile, GivesWhatThereIsAndFails) {
   EXPECT_EQ(run.err,
             "virtdisk: /A.TXT has only 512 of its 513 bytes\n"
             "  Its chain of clusters ends early; `virtdisk verify` tells more.\n");
+  const ProgramRun json = RunVirtdisk({"cat", (folder / "disk.img").string(), "/A.TXT", "--json"});
+  EXPECT_EQ(json.status, 1);
+  EXPECT_EQ(json.Json()["bytes"], 512);
+  EXPECT_EQ(json.Json()["error"], "/A.TXT has only 512 of its 513 bytes");
 }
 
 // A volume of 2,047 MiB in 65,500 clusters, most of it a hole in the file.

@@ -251,6 +251,22 @@ TEST_F(CatCommand, File_IsWrittenByteForByte) {
   EXPECT_EQ(run.out, std::string(512, 'b') + std::string(88, 'c'));
 }
 
+TEST_F(CatCommand, Json_HasTheContentInBase64) {
+  const ProgramRun run = RunVirtdisk({"cat", Image(), "/sub/b.txt", "--json"});
+  EXPECT_EQ(run.status, 0);
+  const auto record = run.Json();
+  EXPECT_EQ(record["path"], "/SUB/B.TXT");
+  EXPECT_EQ(record["size"], 600);
+  EXPECT_EQ(record["bytes"], 600);
+  // 512 is two more than three times 170.
+  std::string expected;
+  for (int i = 0; i < 170; ++i) expected += "YmJi";
+  expected += "YmJj";
+  for (int i = 0; i < 29; ++i) expected += "Y2Nj";
+  EXPECT_EQ(record["contentBase64"], expected);
+  EXPECT_TRUE(record["error"].is_null());
+}
+
 TEST_F(CatCommand, MissingFile_FailsWithTheLibrarysMessage) {
   const ProgramRun run = RunVirtdisk({"cat", Image(), "/NOPE"});
   EXPECT_EQ(run.status, 1);

@@ -8,9 +8,12 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "support/child_process.h"
 #include "support/image_crafter.h"
@@ -130,6 +133,27 @@ TEST_F(Program, Demo_ShowsEveryStepAndCleansUp) {
               AllOf(HasSubstr("The edit has reached the disk"),
                     HasSubstr("The edit has reached the folder"), HasSubstr("boot and FATs")));
   EXPECT_TRUE(fs::is_empty(folder / "tmp"));
+}
+
+TEST_F(Program, DemoAsJson_IsOneObjectALine) {
+  folder.Folder("tmp");
+  const CommandResult run =
+      RunInShell("TMPDIR=" + (folder / "tmp").string() + " virtdisk demo --json");
+  EXPECT_EQ(run.status, 0) << run.err;
+  std::istringstream lines(run.out);
+  std::vector<std::string> steps;
+  nlohmann::json last;
+  for (std::string line; std::getline(lines, line);) {
+    last = nlohmann::json::parse(line);
+    if (last.contains("text")) steps.push_back(last["text"]);
+  }
+  EXPECT_THAT(steps, testing::Contains("The edit has reached the folder"));
+  EXPECT_EQ(last["folder"].size(), 6U);
+  EXPECT_EQ(last["disk"].size(), 8U);
+  EXPECT_TRUE(last["keptIn"].is_null());
+  const CommandResult failed = RunInShell("TMPDIR=/nonexistent virtdisk demo --json");
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_TRUE(nlohmann::json::parse(failed.out)["error"].is_string());
 }
 
 TEST_F(Program, DemoOfAFolder_LeavesItAlone) {

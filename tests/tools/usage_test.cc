@@ -36,6 +36,18 @@ TEST(Usage, EveryCommand_HasHelpWithAnExample) {
   }
 }
 
+TEST(Usage, HelpAsACommand_IsTheOption) {
+  EXPECT_EQ(RunVirtdisk({"help"}).out, RunVirtdisk({"--help"}).out);
+  EXPECT_EQ(RunVirtdisk({"help", "put"}).out, RunVirtdisk({"put", "--help"}).out);
+  EXPECT_EQ(RunVirtdisk({"help"}).status, 0);
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{"help", "biuld"}, {"biuld", "--help"}}) {
+    const ProgramRun run = RunVirtdisk(command);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, HasSubstr("Did you mean `build`?"));
+  }
+}
+
 TEST(Usage, Version_IsOneLine) {
   const ProgramRun run = RunVirtdisk({"--version"});
   EXPECT_EQ(run.status, 0);

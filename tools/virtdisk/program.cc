@@ -70,12 +70,17 @@ class CommandLine {
   }
 
   int Run(std::vector<std::string> arguments) {
+    if (!arguments.empty() && arguments.front() == "help") {
+      arguments.erase(arguments.begin());
+      arguments.emplace_back("--help");
+    }
     const std::string unknown = UnknownCommand(arguments);
     std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
     try {
       app.parse(std::move(arguments));
     } catch (const CLI::ParseError& error) {
-      return error.get_exit_code() == 0 ? PrintHelp(error) : FailToParse(error, unknown);
+      const bool isAskedFor = error.get_exit_code() == 0 && unknown.empty();
+      return isAskedFor ? PrintHelp(error) : FailToParse(error, unknown);
     }
     return command();
   }
@@ -91,9 +96,6 @@ class CommandLine {
 
   void AddWhatAllHave(CLI::App& sub) {
     sub.add_flag("-q,--quiet", console.quiet, "Print data and errors, nothing else");
-    if (sub.get_option_no_throw("--json") == nullptr) {
-      sub.add_flag("--json")->description("Print an error as JSON");
-    }
   }
 
   std::vector<std::string> Commands() {
@@ -213,6 +215,7 @@ class CommandLine {
     sub->add_option("IMAGE", cat.image, kImageHelp)->required();
     sub->add_option("PATH", cat.path, "File inside the image")->required();
     sub->add_flag("--force", cat.force, kForceHelp);
+    sub->add_flag("--json", cat.json, "Print a JSON object that has the content in Base64");
   }
 
   void AddGet() {
@@ -321,6 +324,7 @@ class CommandLine {
                         "demo examples/sample_disk", [this] { return RunDemo(console, demo); });
     sub->add_option("FOLDER", demo.folder, "Folder to start from; a sample without it");
     sub->add_flag("--keep", demo.keep, "Leave the temporary folder behind");
+    sub->add_flag("--json", demo.json, "Print a JSON object for every step");
   }
 
   void SetSize(const std::string& text) {
@@ -392,7 +396,8 @@ int RunCaught(Console& console, std::vector<std::string> arguments) {
   try {
     return CommandLine(console).Run(std::move(arguments));
   } catch (const std::bad_alloc&) {
-    return Fail(console, "not enough memory", "An image is held in memory whole.");
+    return Fail(console, "not enough memory",
+                "Building and synchronising hold an image in memory whole.");
   } catch (const std::exception& error) {
     return Fail(console, error.what(), "Nothing further was done.");
   }

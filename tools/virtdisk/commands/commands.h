@@ -72,6 +72,7 @@ struct CatOptions {
   std::filesystem::path image;
   std::string path;
   bool force = false;
+  bool json = false;
 };
 int RunCat(Console& console, const CatOptions& options);
 
@@ -135,6 +136,7 @@ int RunRestore(Console& console, const RestoreOptions& options);
 struct DemoOptions {
   std::filesystem::path folder;  // empty: a sample of its own
   bool keep = false;
+  bool json = false;
 };
 int RunDemo(Console& console, const DemoOptions& options);
 

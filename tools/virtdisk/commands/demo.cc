@@ -25,6 +25,7 @@
 #include "disk/map_text.h"
 #include "host/host_file.h"
 #include "terminal/exit_status.h"
+#include "terminal/json.h"
 #include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
@@ -108,12 +109,19 @@ class Demonstration {
     EditOnHost();
     EditInsideDisk();
     Show();
-    if (options.keep) console.out << "\nKept in " << Printable(work.Path().string()) << "\n";
+    if (options.keep && !options.json) {
+      console.out << "\nKept in " << Printable(work.Path().string()) << "\n";
+    }
   }
 
  private:
   void Say(const std::string& text) {
-    console.out << ++step << ". " << Printable(text) << std::endl;
+    ++step;
+    if (options.json) {
+      console.out << OneLine({{"step", step}, {"text", text}}) << std::endl;
+    } else {
+      console.out << step << ". " << Printable(text) << std::endl;
+    }
   }
 
   void MakeFolder() {
@@ -160,6 +168,10 @@ class Demonstration {
     const bool isDone =
         report.outcome == GuardedOutcome::kDone || report.outcome == GuardedOutcome::kNothingToDo;
     if (!isDone) throw StepFailed(report.message);
+    if (options.json) {
+      console.out << OneLine(ReportObject(report, DateAndClockText())) << std::endl;
+      return;
+    }
     for (const GuardedStep& done : report.steps) {
       console.out << "   " << StepLine(done, ClockText()) << std::endl;
     }
@@ -203,6 +215,7 @@ class Demonstration {
     Fat16FsImage image;
     Load(disk, image);
     const ImageTree tree(image);
+    if (options.json) return ShowAsJson(tree);
     console.out << "\nThe folder:\n";
     for (const auto& [path, bytes] : FilesOf(folder)) {
       console.out << "  " << Printable(path) << ", " << Count(bytes, "byte", "bytes") << "\n";
@@ -217,6 +230,17 @@ class Demonstration {
     const std::string heading =
         image.Info().volumeLabel + ": " + DescribeVolume(map, image.ImageBytes().size());
     console.out << "\n" << DrawText(map, heading, {console.width, console.colour});
+  }
+
+  void ShowAsJson(const ImageTree& tree) {
+    Json record{{"keptIn", options.keep ? Json(work.Path().string()) : Json()},
+                {"folder", Json::array()},
+                {"disk", Json::array()}};
+    for (const auto& [path, bytes] : FilesOf(folder)) {
+      record["folder"].push_back({{"path", path}, {"bytes", bytes}});
+    }
+    for (const Fat16FsEntry* entry : tree.Below("/")) record["disk"].push_back(EntryRecord(*entry));
+    console.out << OneLine(record) << "\n";
   }
 
   Console& console;
@@ -237,7 +261,9 @@ int RunDemo(Console& console, const DemoOptions& options) {
     Demonstration(console, options).Run();
     return kDone;
   } catch (const std::exception& error) {
-    return Fail(console, error.what(), "The demonstration stopped there.");
+    Fail(console, error.what(), "The demonstration stopped there.");
+    if (options.json) console.out << OneLine({{"error", console.error}}) << "\n";
+    return kFailed;
   }
 }
 

@@ -282,6 +282,16 @@ Json OutcomeRecord(const Console& console, const GetOptions& options, const Outc
           {"hint", console.errorHint.empty() ? Json() : Json(console.errorHint)}};
 }
 
+void PrintContent(const Console& console, const Fat16FsEntry& entry,
+                  std::span<const std::uint8_t> content) {
+  Json record = EntryRecord(entry);
+  record["bytes"] = content.size();
+  record["contentBase64"] = Base64(content);
+  record["error"] = console.error.empty() ? Json() : Json(console.error);
+  record["hint"] = console.errorHint.empty() ? Json() : Json(console.errorHint);
+  console.out << OneLine(record) << "\n";
+}
+
 }  // namespace
 
 int RunCat(Console& console, const CatOptions& options) {
@@ -294,6 +304,7 @@ int RunCat(Console& console, const CatOptions& options) {
   std::optional<Progress> progress;
   // Among the content itself the line would be in the way.
   if (!console.outIsTerminal) progress.emplace(console, "reading " + entry->name, entry->size);
+  std::vector<std::uint8_t> all;  // for JSON
   std::string err;
   std::span<const std::uint8_t> piece;
   do {
@@ -301,12 +312,17 @@ int RunCat(Console& console, const CatOptions& options) {
       return Fail(console, err, HintFor(err, options.path, options.image));
     }
     if (progress) progress->Add(piece.size());
-    console.out.write(reinterpret_cast<const char*>(piece.data()),
-                      static_cast<std::streamsize>(piece.size()));
+    if (options.json) {
+      all.insert(all.end(), piece.begin(), piece.end());
+    } else {
+      console.out.write(reinterpret_cast<const char*>(piece.data()),
+                        static_cast<std::streamsize>(piece.size()));
+    }
   } while (!piece.empty() && console.out);
-  if (content.Total() == entry->size) return kDone;
-  TellShort(console, entry->path, content.Total(), entry->size);
-  return kFailed;
+  const bool isShort = content.Total() != entry->size;
+  if (isShort) TellShort(console, entry->path, content.Total(), entry->size);
+  if (options.json) PrintContent(console, *entry, all);
+  return isShort ? kFailed : kDone;
 }
 
 int RunGet(Console& console, const GetOptions& options) {

@@ -1,6 +1,8 @@
 #ifndef QUORBIX_VIRTDISK_TOOL_JSON_H_
 #define QUORBIX_VIRTDISK_TOOL_JSON_H_
 
+#include <cstdint>
+#include <span>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -14,6 +16,9 @@ using Json = nlohmann::ordered_json;
 
 // One line. Bytes that are no UTF-8, which names on a disk may hold, become U+FFFD.
 std::string OneLine(const Json& value);
+
+// Content in JSON, which knows no bytes: as RFC 4648 tells it, with "=" at the end.
+std::string Base64(std::span<const std::uint8_t> bytes);
 
 // The record of one entry, as `ls --json` and `find --json` print it.
 Json EntryRecord(const Fat16FsEntry& entry);
