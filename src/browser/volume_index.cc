@@ -27,9 +27,9 @@ bool HasSmallerPath(const Fat16FsEntry& a, const Fat16FsEntry& b) { return a.pat
 
 }  // namespace
 
-bool VolumeIndex::Parse(std::string& err, Hidden hiddenEntries) {
+bool VolumeIndex::Parse(std::string& err, Hidden hiddenEntries, Broken brokenDirectories) {
   try {
-    const bool parsed = ParseOrThrow(err, hiddenEntries);
+    const bool parsed = ParseOrThrow(err, hiddenEntries, brokenDirectories);
     ReleaseSlack();
     return parsed;
   } catch (...) {
@@ -39,12 +39,12 @@ bool VolumeIndex::Parse(std::string& err, Hidden hiddenEntries) {
   }
 }
 
-bool VolumeIndex::ParseOrThrow(std::string& err, Hidden hiddenEntries) {
+bool VolumeIndex::ParseOrThrow(std::string& err, Hidden hiddenEntries, Broken brokenDirectories) {
   err.clear();
   Begin();
   info = Fat16FsInfo{};
   if (!DescribeVolume(image, info, err) || !chains.Measure(image, info, err)) return false;
-  Walk walk(*this, hiddenEntries);
+  Walk walk(*this, hiddenEntries, brokenDirectories);
   if (!walk.Run(err)) return false;
   return hiddenEntries == Hidden::kPassOver || walk.CollectBelowHidden(err);
 }
@@ -56,6 +56,7 @@ void VolumeIndex::Begin() noexcept {
   records.clear();
   hidden.clear();
   hiddenAreWhole = false;
+  broken.clear();
 }
 
 void VolumeIndex::ReleaseSlack() {
@@ -63,6 +64,7 @@ void VolumeIndex::ReleaseSlack() {
   paths.ReleaseSlack();
   internal::ReleaseSlack(records);
   internal::ReleaseSlack(hidden);
+  internal::ReleaseSlack(broken);
 }
 
 void VolumeIndex::Release() noexcept {
@@ -71,6 +73,7 @@ void VolumeIndex::Release() noexcept {
   paths.KnowRoot();
   records = std::vector<EntryRecord>();
   hidden = std::vector<HiddenEntry>();
+  broken = std::vector<std::uint32_t>();
 }
 
 std::string VolumeIndex::PathOf(const EntryRecord& record) const {

@@ -29,6 +29,10 @@ class VolumeIndex {
   // library's own builder gives them to files such as ".profile".
   enum class Hidden { kPassOver, kCollect };
 
+  // What a parse does at a directory whose chain leads out of the volume or never ends: it fails,
+  // or goes on without what that directory holds.
+  enum class Broken { kFail, kPassOver };
+
   // An index of nothing yet. `imageSource` has to outlive it.
   explicit VolumeIndex(ByteSource& imageSource) : image(imageSource) {}
   VolumeIndex(const VolumeIndex&) = delete;
@@ -40,7 +44,8 @@ class VolumeIndex {
   // On failure returns false with a message of Fat16FsImage::LoadFromBytes in `err`, or of the
   // source when it could not be read; the description and the records are kept as far as they came.
   // What throws leaves the description that far, and of the index nothing but the root.
-  [[nodiscard]] bool Parse(std::string& err, Hidden hiddenEntries = Hidden::kPassOver);
+  [[nodiscard]] bool Parse(std::string& err, Hidden hiddenEntries = Hidden::kPassOver,
+                           Broken brokenDirectories = Broken::kFail);
 
   const Fat16FsInfo& Info() const { return info; }
   const ChainTable& Chains() const { return chains; }
@@ -55,6 +60,9 @@ class VolumeIndex {
   // False when some were left out: the walk failed, a hidden directory's chain is broken, or hidden
   // directories show more slots than the image has room for.
   bool HasAllHiddenEntries() const { return hiddenAreWhole; }
+
+  // The records of those directories of which nothing is known, in walk order.
+  const std::vector<std::uint32_t>& BrokenDirectories() const { return broken; }
 
   std::string PathOf(const EntryRecord& record) const;
 
@@ -76,7 +84,7 @@ class VolumeIndex {
  private:
   class Walk;
 
-  bool ParseOrThrow(std::string& err, Hidden hiddenEntries);
+  bool ParseOrThrow(std::string& err, Hidden hiddenEntries, Broken brokenDirectories);
   void Begin() noexcept;  // empty but for the root, and with the memory that is there
   void ReleaseSlack();
   void Release() noexcept;  // empty but for the root, and without memory
@@ -90,6 +98,7 @@ class VolumeIndex {
   std::vector<EntryRecord> records;
   std::vector<HiddenEntry> hidden;
   bool hiddenAreWhole = false;
+  std::vector<std::uint32_t> broken;
 };
 
 }  // namespace quorbix::virtdisk::internal

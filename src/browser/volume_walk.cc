@@ -19,9 +19,10 @@ bool IsDotName(std::string_view name) { return name == "." || name == ".."; }
 
 }  // namespace
 
-VolumeIndex::Walk::Walk(VolumeIndex& volumeIndex, Hidden hiddenEntries)
+VolumeIndex::Walk::Walk(VolumeIndex& volumeIndex, Hidden hiddenEntries, Broken brokenDirectories)
     : index(volumeIndex),
       collectsHidden(hiddenEntries == Hidden::kCollect),
+      passesOverBroken(brokenDirectories == Broken::kPassOver),
       visited(std::size_t{1} << 16),
       slotsLeft(volumeIndex.image.Size() / dir_entry::kSize) {}
 
@@ -55,8 +56,14 @@ bool VolumeIndex::Walk::OpenRoot(std::string& err) {
 bool VolumeIndex::Walk::OpenLastRecord(std::string& err) {
   const std::uint16_t start = index.records.back().firstCluster;
   if (!MayEnter(start)) return true;
-  if (!index.chains.Check(start, err)) return false;
-  open.push_back(DirectoryAt(start, index.records.size() - 1));
+  const auto number = static_cast<std::uint32_t>(index.records.size() - 1);
+  if (index.chains.Check(start, err)) {
+    open.push_back(DirectoryAt(start, number));
+    return true;
+  }
+  if (!passesOverBroken) return false;
+  err.clear();
+  index.broken.push_back(number);
   return true;
 }
 
@@ -165,8 +172,8 @@ bool VolumeIndex::Walk::CollectBelowHidden(std::string& err) {
   for (std::size_t i = 0; i < index.hidden.size(); ++i) {
     const std::uint16_t start = index.hidden[i].firstCluster;
     if (!index.hidden[i].IsDirectory() || !MayEnter(start)) continue;
-    std::string broken;
-    if (!index.chains.Check(start, broken)) {
+    std::string ignored;
+    if (!index.chains.Check(start, ignored)) {
       areWhole = false;
       continue;
     }

@@ -12,7 +12,7 @@ namespace quorbix::virtdisk::internal {
 // Fills an index whose chains are measured: depth first in slot order, without recursion.
 class VolumeIndex::Walk {
  public:
-  Walk(VolumeIndex& volumeIndex, Hidden hiddenEntries);
+  Walk(VolumeIndex& volumeIndex, Hidden hiddenEntries, Broken brokenDirectories);
 
   // Indexes the whole tree. On failure returns false, and `err` says why.
   bool Run(std::string& err);
@@ -54,6 +54,7 @@ class VolumeIndex::Walk {
 
   VolumeIndex& index;
   bool collectsHidden;
+  bool passesOverBroken;
   std::vector<Directory> open;
   std::vector<bool> visited;  // start clusters of the directories met
   // Chains that run into each other show their slots once for each directory. Without a bound on

@@ -43,6 +43,21 @@ TEST_F(FormattedDisk, Fat12Floppy_IsRefusedInsteadOfMisread) {
   EXPECT_EQ(RunCommand({VIRTDISK_PROGRAM, "verify", Image()}).status, 1);
 }
 
+// Its directories lead nowhere when their clusters are looked up in FAT16's way.
+TEST_F(FormattedDisk, Fat12FloppyWithDirectories_IsDescribedAllTheSame) {
+  NEED_TOOL("mkfs.fat");
+  NEED_TOOL("mcopy");
+  Format("12", "1440");
+  for (int i = 0; i < 20; ++i) {
+    ASSERT_EQ(RunCommand({"mmd", "-i", Image(), "::DIR" + std::to_string(i)}).status, 0);
+  }
+  const CommandResult info = RunCommand({VIRTDISK_PROGRAM, "info", Image(), "--json"});
+  EXPECT_EQ(info.status, 0) << info.err;
+  EXPECT_THAT(info.out, HasSubstr("\"takenFor\":\"FAT12\""));
+  EXPECT_EQ(RunCommand({VIRTDISK_PROGRAM, "map", Image()}).status, 0);
+  EXPECT_EQ(Program("ls", "--force").status, 0);
+}
+
 TEST_F(FormattedDisk, Fat32Disk_IsRefused) {
   NEED_TOOL("mkfs.fat");
   NEED_TOOL("mcopy");

@@ -169,6 +169,42 @@ TEST(CatCommandOnAShortFile, GivesWhatThereIsAndFails) {
   EXPECT_EQ(json.Json()["error"], "/A.TXT has only 512 of its 513 bytes");
 }
 
+// /SUB begins beyond the volume.
+std::vector<std::uint8_t> DiskWithABrokenDirectory() {
+  ImageCrafter crafter;
+  crafter.Directory("SUB", 9000).File("A.TXT", {.firstCluster = 2, .size = 3});
+  return crafter.Chain({2}).Data(2, "aaa").Bytes();
+}
+
+TEST(BrokenDirectory, OtherFilesAreRead) {
+  TempFolder folder;
+  const std::string image = (folder / "disk.img").string();
+  WriteBytes(image, DiskWithABrokenDirectory());
+  const ProgramRun cat = RunVirtdisk({"cat", image, "A.TXT"});
+  EXPECT_EQ(cat.out, "aaa");
+  const ProgramRun list = RunVirtdisk({"ls", image, "-R"});
+  EXPECT_EQ(list.out, "/SUB/\n/A.TXT\n");
+  const ProgramRun get = RunVirtdisk({"get", image, "/", (folder / "GOT").string()});
+  EXPECT_EQ(folder.Read("GOT/A.TXT"), "aaa");
+  for (const ProgramRun& run : {cat, list, get}) {
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "virtdisk: /SUB in " + image +
+                           " cannot be read\n  Nothing is known of what is in there; `virtdisk "
+                           "verify` tells more.\n");
+  }
+}
+
+TEST(BrokenDirectory, NothingIsWrittenBeside) {
+  TempFolder folder;
+  const std::string image = (folder / "disk.img").string();
+  WriteBytes(image, DiskWithABrokenDirectory());
+  folder.File("new", "new");
+  const ProgramRun put = RunVirtdisk({"put", image, "A.TXT", (folder / "new").string()});
+  EXPECT_EQ(put.status, 1);
+  EXPECT_THAT(put.err, HasSubstr("is damaged; `virtdisk verify` tells more."));
+  EXPECT_EQ(test::ReadBytes(image), DiskWithABrokenDirectory());
+}
+
 // A volume of 2,047 MiB in 65,500 clusters, most of it a hole in the file.
 void WriteLargeDisk(const std::filesystem::path& path) {
   ImageCrafter crafter({.sectorsPerCluster = 64, .sectorsPerFat = 256, .clusters = 20});

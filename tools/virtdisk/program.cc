@@ -50,6 +50,7 @@ class CommandLine {
       : console(theConsole), app("A virtual hard disk: FAT16 disk images and folders", "virtdisk") {
     app.set_version_flag("--version", "virtdisk " VIRTDISK_VERSION);
     app.require_subcommand(1);
+    app.add_flag("-q,--quiet", console.quiet, "Print data and errors, nothing else");
     app.get_formatter()->column_width(console.width < kNarrow ? 16 : 30);
     app.footer(kExitStatuses);
     AddBuild();
@@ -408,17 +409,19 @@ int RunCaught(Console& console, std::vector<std::string> arguments) {
 int RunProgram(Console& console, std::vector<std::string> arguments) {
   const bool isJson = WantsJson(arguments);  // also where the arguments are what is wrong
   OutputWatch watch(console.out);
-  const int status = RunCaught(console, std::move(arguments));
+  int status = RunCaught(console, std::move(arguments));
+  // Who was told of an error does not have everything he asked for.
+  if (status == kDone && !console.error.empty()) status = kFailed;
   if (isJson && !watch.HasPrinted() && !console.error.empty()) {
     const std::string& hint = console.errorHint;
     console.out << OneLine({{"error", console.error}, {"hint", hint.empty() ? Json() : Json(hint)}})
                 << "\n";
   }
-  if (console.out) errno = 0;  // else that of the write that failed
   console.out.flush();
   if (console.out) return status;
+  const int error = watch.Error();
   return Fail(console, "cannot write to the standard output" +
-                           (errno == 0 ? "" : ": " + std::generic_category().message(errno)));
+                           (error == 0 ? "" : ": " + std::generic_category().message(error)));
 }
 
 }  // namespace quorbix::virtdisk::tool

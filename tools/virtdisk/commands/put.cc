@@ -59,7 +59,8 @@ class Rewrite {
     std::uint64_t newBytes = 0;
     if (!HostFileBytes(options.file, newBytes, err)) return FailToRead();
     int status = kFailed;
-    const auto image = OpenedImage::Open(console, options.image, {.force = options.force}, status);
+    const auto image =
+        OpenedImage::Open(console, options.image, {.force = options.force, .whole = true}, status);
     if (!image) return status;
     if (!options.inPlace && !options.force && IsDenied(target, W_OK)) {
       Fail(console, target.string() + " is write-protected", "--force replaces it all the same.");
@@ -143,7 +144,7 @@ class Rewrite {
     return Fail(console, err,
                 options.inPlace && isTouched
                     ? Within(options.path, options.image) + " may be half written; put it again."
-                    : options.image.string() + " is as it was before.");
+                    : "Nothing was written to " + options.image.string() + ".");
   }
 
   std::string HintFor(const internal::VolumeIndex& index, std::uint64_t newBytes) const {

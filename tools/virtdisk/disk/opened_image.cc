@@ -1,9 +1,13 @@
 #include "disk/opened_image.h"
 
+#include <unistd.h>
+
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "check/volume_claim.h"
+#include "host/output_place.h"
 #include "terminal/exit_status.h"
 #include "terminal/text.h"
 
@@ -44,8 +48,11 @@ int TellUnreadable(Console& console, const std::filesystem::path& path, const Fa
   }
   if (!IsFat32ThatCannotBeRead(info)) {
     return Fail(console, message,
-                path.string() +
-                    " holds no FAT16 volume that can be read; is it the right file, and whole?");
+                IsDescribed(info) ? "The volume in " + path.string() +
+                                        " is damaged; `virtdisk verify` tells more."
+                                  : path.string() +
+                                        " holds no FAT16 volume that can be read; is it the right "
+                                        "file, and whole?");
   }
   Fail(console, path.string() + " holds a FAT32 volume",
        "virtdisk reads FAT16 only; mtools and 7-Zip read others.");
@@ -64,13 +71,30 @@ std::unique_ptr<OpenedImage> OpenedImage::Open(Console& console, const std::file
   std::string err;
   std::unique_ptr<OpenedImage> image(new OpenedImage(std::move(source)));
   const auto hidden = wish.hidden ? VolumeIndex::Hidden::kCollect : VolumeIndex::Hidden::kPassOver;
-  const bool isParsed = image->index.Parse(err, hidden);
+  const auto broken = wish.whole ? VolumeIndex::Broken::kFail : VolumeIndex::Broken::kPassOver;
+  const bool isParsed = image->index.Parse(err, hidden, broken);
   // Even where its misread directories lead nowhere, what it says of itself is the better reason.
   const bool isRefused =
       IsDescribed(image->Info()) && RefuseMisread(console, image->Info(), path, wish.force);
-  if (isParsed && !isRefused) return image;
+  if (isParsed && !isRefused) {
+    image->TellBroken(console, path);
+    return image;
+  }
   status = isRefused ? int{kRefused} : TellUnreadable(console, path, image->Info(), err);
   return nullptr;
+}
+
+void OpenedImage::TellBroken(Console& console, const std::filesystem::path& path) const {
+  const std::vector<std::uint32_t>& broken = index.BrokenDirectories();
+  if (broken.empty()) return;
+  const std::string first = index.PathOf(index.Records()[broken.front()]);
+  const std::string more =
+      " and " + Count(broken.size() - 1, "other directory", "other directories");
+  const std::string message =
+      first + (broken.size() == 1 ? "" : more) + " in " + path.string() + " cannot be read";
+  // A volume of another kind is not damaged for that.
+  if (internal::WouldBeMisread(internal::ClaimOf(Info()))) return Remark(console, message);
+  Fail(console, message, "Nothing is known of what is in there; `virtdisk verify` tells more.");
 }
 
 std::unique_ptr<internal::FileSource> OpenSource(Console& console,
@@ -81,7 +105,9 @@ std::unique_ptr<internal::FileSource> OpenSource(Console& console,
   if (source) return source;
   const std::string reason = err.starts_with(kCannotOpen) ? err.substr(kCannotOpen.size()) : err;
   Fail(console, "cannot read " + path.string() + ": " + reason,
-       "Give the path of an existing disk image; `virtdisk build` makes one.");
+       IsDenied(path, R_OK)
+           ? "Its owner, or root, may let you read it."
+           : "Give the path of an existing disk image; `virtdisk build` makes one.");
   return nullptr;
 }
 

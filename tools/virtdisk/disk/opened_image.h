@@ -21,9 +21,11 @@ class OpenedImage {
   struct Wish {
     bool force = false;   // also a volume that would be misread: see RefuseMisread
     bool hidden = false;  // collect the entries that no listing shows
+    bool whole = false;   // nothing but a volume whose directories can all be read
   };
 
-  // Null after telling the console why; `status` is then what the program should end with.
+  // Null after telling the console why; `status` is then what the program should end with. Of
+  // directories that cannot be read the console is told as of a failure.
   static std::unique_ptr<OpenedImage> Open(Console& console, const std::filesystem::path& path,
                                            const Wish& wish, int& status);
 
@@ -35,6 +37,8 @@ class OpenedImage {
  private:
   explicit OpenedImage(std::unique_ptr<internal::FileSource> opened)
       : source(std::move(opened)), index(*source) {}
+
+  void TellBroken(Console& console, const std::filesystem::path& path) const;
 
   std::unique_ptr<internal::FileSource> source;
   internal::VolumeIndex index;

@@ -1,12 +1,13 @@
 #ifndef QUORBIX_VIRTDISK_TOOL_OUTPUT_WATCH_H_
 #define QUORBIX_VIRTDISK_TOOL_OUTPUT_WATCH_H_
 
+#include <cerrno>
 #include <ostream>
 #include <streambuf>
 
 namespace quorbix::virtdisk::tool {
 
-// Knows, while it lives, whether anything was printed to a stream.
+// Knows, while it lives, whether anything was printed to a stream, and why that failed.
 class OutputWatch {
  public:
   explicit OutputWatch(std::ostream& watched)
@@ -21,25 +22,41 @@ class OutputWatch {
 
   bool HasPrinted() const { return passing.hasPrinted; }
 
+  // The errno of the first write that failed; 0 for none.
+  int Error() const { return passing.error; }
+
  private:
   class PassingOn : public std::streambuf {
    public:
     explicit PassingOn(std::streambuf* passedTo) : target(passedTo) {}
     bool hasPrinted = false;
+    int error = 0;
 
    protected:
     int_type overflow(int_type c) override {
       if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
       hasPrinted = true;
-      return target->sputc(traits_type::to_char_type(c));
+      const int_type put = target->sputc(traits_type::to_char_type(c));
+      NoteIf(traits_type::eq_int_type(put, traits_type::eof()));
+      return put;
     }
     std::streamsize xsputn(const char* text, std::streamsize count) override {
       hasPrinted = hasPrinted || count > 0;
-      return target->sputn(text, count);
+      const std::streamsize put = target->sputn(text, count);
+      NoteIf(put < count);
+      return put;
     }
-    int sync() override { return target->pubsync(); }
+    int sync() override {
+      const int synced = target->pubsync();
+      NoteIf(synced != 0);
+      return synced;
+    }
 
    private:
+    void NoteIf(bool hasFailed) {
+      if (hasFailed && error == 0) error = errno;
+    }
+
     std::streambuf* target;
   };
 
