@@ -54,8 +54,8 @@ TEST_F(Program, BuildListAndRead_GoTogether) {
 }
 
 TEST_F(Program, OutputToAFullDevice_GivesStatus1) {
-  for (const char* command :
-       {"cat disk.img A.TXT", "ls disk.img", "info disk.img --json", "map disk.img", "--help"}) {
+  for (const char* command : {"cat disk.img A.TXT", "ls disk.img", "info disk.img --json",
+                              "map disk.img", "--help", "demo"}) {
     const CommandResult run =
         RunInShell("cd " + folder.Path().string() + " && virtdisk " + command + " > /dev/full");
     EXPECT_EQ(run.status, 1) << command;
@@ -133,6 +133,24 @@ TEST_F(Program, Demo_ShowsEveryStepAndCleansUp) {
               AllOf(HasSubstr("The edit has reached the disk"),
                     HasSubstr("The edit has reached the folder"), HasSubstr("boot and FATs")));
   EXPECT_TRUE(fs::is_empty(folder / "tmp"));
+}
+
+// Whoever ends it, by a signal or by reading no further.
+TEST_F(Program, DemoThatIsEnded_LeavesNothing) {
+  folder.Folder("tmp");
+  const std::string demo = "TMPDIR=" + (folder / "tmp").string() + " virtdisk demo";
+  const auto isClean = [&] { return fs::is_empty(folder / "tmp"); };
+  EXPECT_EQ(RunInShell("{ " + demo + "; echo $? >&2; } | true").err, "141\n");
+  EXPECT_TRUE(WaitFor(isClean));
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGKILL}) {
+    SCOPED_TRACE(signal);
+    ::setenv("TMPDIR", (folder / "tmp").c_str(), 1);
+    Background demonstration({"demo"}, folder / "log");
+    ::unsetenv("TMPDIR");
+    EXPECT_TRUE(WaitFor([&] { return !isClean(); }));
+    demonstration.End(signal);
+    EXPECT_TRUE(WaitFor(isClean));
+  }
 }
 
 TEST_F(Program, DemoAsJson_IsOneObjectALine) {

@@ -1,5 +1,3 @@
-#include <stdlib.h>
-
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -8,7 +6,6 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include <quorbix/virtdisk/build_preview.h>
@@ -24,6 +21,7 @@
 #include "disk/map.h"
 #include "disk/map_text.h"
 #include "host/host_file.h"
+#include "host/scratch_folder.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
 #include "terminal/text.h"
@@ -39,27 +37,6 @@ constexpr char kGuestText[] = "Edited inside the disk.\n";
 // A step that did not happen, and why.
 struct StepFailed : std::runtime_error {
   using std::runtime_error::runtime_error;
-};
-
-class WorkFolder {
- public:
-  explicit WorkFolder(bool keepIt) : keep(keepIt) {
-    std::string name = (fs::temp_directory_path() / "virtdisk-demo-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) throw StepFailed("cannot make a folder like " + name);
-    path = name;
-  }
-  ~WorkFolder() {
-    std::error_code ignored;
-    if (!keep) fs::remove_all(path, ignored);
-  }
-  WorkFolder(const WorkFolder&) = delete;
-  WorkFolder& operator=(const WorkFolder&) = delete;
-
-  const fs::path& Path() const { return path; }
-
- private:
-  const bool keep;
-  fs::path path;
 };
 
 std::string ReadText(const fs::path& file) {
@@ -94,12 +71,12 @@ std::map<std::string, std::uint64_t> FilesOf(const fs::path& folder) {
 
 class Demonstration {
  public:
-  Demonstration(Console& theConsole, const DemoOptions& theOptions)
+  Demonstration(Console& theConsole, const DemoOptions& theOptions, const fs::path& workFolder)
       : console(theConsole),
         options(theOptions),
-        work(theOptions.keep),
-        folder(work.Path() / "SHARED"),
-        disk(work.Path() / "disk.img") {}
+        work(workFolder),
+        folder(work / "SHARED"),
+        disk(work / "disk.img") {}
 
   void Run() {
     MakeFolder();
@@ -110,7 +87,7 @@ class Demonstration {
     EditInsideDisk();
     Show();
     if (options.keep && !options.json) {
-      console.out << "\nKept in " << Printable(work.Path().string()) << "\n";
+      console.out << "\nKept in " << Printable(work.string()) << "\n";
     }
   }
 
@@ -233,7 +210,7 @@ class Demonstration {
   }
 
   void ShowAsJson(const ImageTree& tree) {
-    Json record{{"keptIn", options.keep ? Json(work.Path().string()) : Json()},
+    Json record{{"keptIn", options.keep ? Json(work.string()) : Json()},
                 {"folder", Json::array()},
                 {"disk", Json::array()}};
     for (const auto& [path, bytes] : FilesOf(folder)) {
@@ -245,7 +222,7 @@ class Demonstration {
 
   Console& console;
   const DemoOptions& options;
-  WorkFolder work;
+  const fs::path work;
   const fs::path folder;
   const fs::path disk;
   std::string hostEdited;  // relative to the folder
@@ -258,7 +235,10 @@ class Demonstration {
 
 int RunDemo(Console& console, const DemoOptions& options) {
   try {
-    Demonstration(console, options).Run();
+    ScratchFolder work;
+    std::string err;
+    if (!work.Make("virtdisk-demo-", options.keep, err)) throw StepFailed(err);
+    Demonstration(console, options, work.Path()).Run();
     return kDone;
   } catch (const std::exception& error) {
     Fail(console, error.what(), "The demonstration stopped there.");
