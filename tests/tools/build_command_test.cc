@@ -367,6 +367,60 @@ TEST(BuildCommand, FolderBehindAForbiddenOne_FailsWithAMessage) {
   EXPECT_EQ(status, 0);
 }
 
+// It would give an empty disk in the place of a full one.
+TEST(BuildCommand, FolderThatMayNotBeListed_ReplacesNothing) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a");
+  EXPECT_EQ(Build(folder).status, 0);
+  const std::string before = folder.Read("disk.img");
+  fs::permissions(folder.Path(), fs::perms{0777});
+  fs::permissions(folder / "disk.img", fs::perms{0666});
+  fs::permissions(folder / "DISK", fs::perms::none);
+  const int status = test::RunInChild({.dropRoot = true}, [&] {
+    const ProgramRun plain = Build(folder);
+    const ProgramRun inPlace = Build(folder, {"--in-place"});
+    const ProgramRun measure = RunVirtdisk({"measure", (folder / "DISK").string()});
+    for (const ProgramRun& run : {plain, inPlace, measure}) {
+      if (run.status != 1 || run.err.find("DISK: Permission denied") == std::string::npos) return 1;
+    }
+    return 0;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(folder.Read("disk.img"), before);
+}
+
+TEST(BuildCommand, SubfolderThatMayNotBeListed_IsToldInWords) {
+  TempFolder folder;
+  folder.File("DISK/SUB/A.TXT", "a");
+  fs::permissions(folder.Path(), fs::perms{0777});
+  fs::permissions(folder / "DISK/SUB", fs::perms::none);
+  const int status = test::RunInChild({.dropRoot = true}, [&] {
+    const std::string told = "SUB [what it holds could not be listed: Permission denied]";
+    return Build(folder).err.find(told) != std::string::npos ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST(BuildCommand, Dot_IsLabelledByTheFoldersName) {
+  TempFolder folder;
+  folder.File("GAMES/SUB/A.TXT", "a");
+  for (const char* place : {"GAMES/.", "GAMES/SUB/.."}) {
+    const ProgramRun run =
+        RunVirtdisk({"build", (folder / place).string(), (folder / "disk.img").string(), "--json"});
+    EXPECT_EQ(run.Json()["label"], "GAMES") << place;
+  }
+}
+
+TEST(BuildCommand, EmptyPathsAndTheStandardOutput_AreRefused) {
+  TempFolder folder;
+  folder.File("DISK/A.TXT", "a");
+  const std::string source = (folder / "DISK").string();
+  EXPECT_EQ(RunVirtdisk({"build", "", (folder / "disk.img").string()}).status, 2);
+  EXPECT_EQ(RunVirtdisk({"build", source, ""}).status, 2);
+  EXPECT_EQ(RunVirtdisk({"build", source, "-"}).status, 2);
+  EXPECT_FALSE(fs::exists("-"));
+}
+
 TEST(MeasureCommand, Folder_IsMeasured) {
   TempFolder folder;
   folder.File("DISK/A.TXT", std::string(1000, 'a')).File("DISK/SUB/B.TXT", "b");

@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -116,12 +118,21 @@ struct BuildSource {
   const BuildPreview& preview;
 };
 
+// "." and "..", which people type, are the folder's names for itself and not its own.
+std::filesystem::path NamedFolder(const std::filesystem::path& folder) {
+  const std::filesystem::path last = folder.filename();
+  if (last != "." && last != "..") return folder;
+  std::error_code unknown;
+  const std::filesystem::path real = std::filesystem::canonical(folder, unknown);
+  return unknown ? folder : real;
+}
+
 bool Fill(const BuildSource& source, FilledImage& filled) {
   filled.message.clear();
   filled.skipped.clear();
   ShownBuild shown(source.console, source.preview.fileBytes);
   const std::filesystem::path& folder = source.options.folder;
-  const std::string label = source.options.label.value_or(internal::LabelFor(folder));
+  const std::string label = source.options.label.value_or(internal::LabelFor(NamedFolder(folder)));
   return internal::FillImage(filled.image, filled.size, label, folder, filled.message,
                              filled.skipped, &shown);
 }
@@ -156,7 +167,7 @@ int FailToWrite(Console& console, const ImageOutput& output, const BuildOptions&
                 const std::string& err) {
   return Fail(console, err,
               output.IsTouched() ? "It may hold a part of the new image; build again."
-                                 : options.image.string() + " is as it was before.");
+                                 : "Nothing was written to " + options.image.string() + ".");
 }
 
 // Exchanges the arguments where they can only have been meant the other way round.
@@ -204,6 +215,15 @@ int Tell(Console& console, const BuildOptions& options, const BuildReport& repor
 }
 
 int Build(Console& console, const BuildOptions& options) {
+  if (options.folder.empty() || options.image.empty()) {
+    Fail(console, "a path is empty", "virtdisk build FOLDER IMAGE");
+    return kUsage;
+  }
+  if (options.image == "-") {
+    Fail(console, "an image cannot be written to the standard output",
+         "Give a file; ./- is one of that name.");
+    return kUsage;
+  }
   if (!IsOutputAcceptable(console, options)) return kRefused;
   BuildPreview preview;
   std::string err;

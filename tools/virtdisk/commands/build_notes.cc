@@ -106,6 +106,11 @@ std::uint64_t CountRenamed(const BuildNotes& notes) {
 }
 
 std::string ExplainSkipped(const std::string& item) {
+  constexpr std::string_view kUnlisted = " [dir-iter: ";
+  if (const std::size_t at = item.rfind(kUnlisted); at != std::string::npos) {
+    return item.substr(0, at) +
+           " [what it holds could not be listed: " + item.substr(at + kUnlisted.size());
+  }
   if (item.size() < kReadError.size()) return item;
   const std::size_t end = item.size() - kReadError.size();
   const std::string path = item.substr(0, end);

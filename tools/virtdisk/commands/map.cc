@@ -91,6 +91,14 @@ int WritePicture(Console& console, const MapOptions& options, const std::string&
          "Give another path with -o.");
     return kRefused;
   }
+  const OutputKind kind = LookAtOutput(options.picture);
+  if (kind == OutputKind::kFolder || kind == OutputKind::kNoRegularFile) {
+    Fail(console,
+         options.picture.string() +
+             (kind == OutputKind::kFolder ? " is a folder" : " is no regular file"),
+         "Give the path of a file with -o, or - for the standard output.");
+    return kRefused;
+  }
   if (!options.force && IsSomethingElse(options.picture)) {
     Fail(console, options.picture.string() + " exists, and is no picture or page",
          "Give another path with -o, or --force to have the file replaced.");
@@ -99,7 +107,7 @@ int WritePicture(Console& console, const MapOptions& options, const std::string&
   std::string err;
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(drawn.data());
   if (WriteHostFile(options.picture, std::span(bytes, drawn.size()), err)) return kDone;
-  return Fail(console, err, "Does the folder exist, and may you write there?");
+  return Fail(console, err, "Nothing was written to " + options.picture.string() + ".");
 }
 
 }  // namespace

@@ -1,9 +1,30 @@
 #include "commands/shown_preview.h"
 
+#include <algorithm>
+#include <string>
+#include <string_view>
+
 #include "preview/folder_preview.h"
 #include "terminal/progress.h"
 
 namespace quorbix::virtdisk::tool {
+
+namespace {
+
+constexpr std::string_view kPrefix = "dir-iter: ";
+
+// A build goes on without what it could not list, and so would give an empty disk for a folder that
+// may not be opened. Empty when it was listed to its end.
+std::string WhyTopIsUnlisted(const BuildPreview& preview) {
+  const auto top = std::find_if(
+      preview.entries.begin(), preview.entries.end(), [](const BuildPreviewEntry& entry) {
+        return entry.fate == BuildFate::kLeftOut && entry.hostPath.empty() &&
+               entry.reason.starts_with(kPrefix);
+      });
+  return top == preview.entries.end() ? std::string() : top->reason.substr(kPrefix.size());
+}
+
+}  // namespace
 
 bool PreviewWithProgress(Console& console, const std::filesystem::path& folder,
                          BuildPreview& preview, std::string& err) {
@@ -14,7 +35,10 @@ bool PreviewWithProgress(Console& console, const std::filesystem::path& folder,
     progress.Add(1);
     return usual(path, listed);
   };
-  return internal::PreviewFolder(folder, host, preview, err);
+  if (!internal::PreviewFolder(folder, host, preview, err)) return false;
+  const std::string unlisted = WhyTopIsUnlisted(preview);
+  if (!unlisted.empty()) err = "cannot list " + folder.string() + ": " + unlisted;
+  return unlisted.empty();
 }
 
 }  // namespace quorbix::virtdisk::tool
