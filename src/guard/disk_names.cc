@@ -16,10 +16,20 @@ std::string Upper(std::string text) {
   return text;
 }
 
+// Beyond those that UniqueFat83Name tries.
+constexpr int kFirstLongTail = 100;
+constexpr int kLastLongTail = 999'999;
+
+std::string WithTail(const std::string& shortName, int number) {
+  const std::string tail = '~' + std::to_string(number);
+  return shortName.substr(0, dir_entry::kBaseNameSize - tail.size()) + tail +
+         shortName.substr(dir_entry::kBaseNameSize);
+}
+
 }  // namespace
 
 void DiskNames::Use(const std::string& directory, const std::string& shortName) {
-  used[DiskKey(directory)].insert(Upper(shortName));
+  used[DiskKey(directory)].names.insert(Upper(shortName));
 }
 
 void DiskNames::UseListed(const std::string& diskPath) {
@@ -27,11 +37,24 @@ void DiskNames::UseListed(const std::string& diskPath) {
 }
 
 std::string DiskNames::Take(const std::string& directory, const std::string& hostName) {
-  std::unordered_set<std::string>& names = used[DiskKey(directory)];
-  const std::string shortName = UniqueFat83Name(hostName, names);
+  Directory& taken = used[DiskKey(directory)];
+  std::string shortName = UniqueFat83Name(hostName, taken.names);
+  if (shortName.empty()) shortName = TakeLongTail(hostName, taken);
   if (shortName.empty() || HasBlankBase(shortName)) return {};
-  names.insert(shortName);
+  taken.names.insert(shortName);
   return ShownName(shortName);
+}
+
+// Thousands of photos share a beginning: each search goes on where the last one ended.
+std::string DiskNames::TakeLongTail(const std::string& hostName, Directory& directory) {
+  const std::string plain = ToFat83Name(hostName);
+  if (plain.empty()) return {};
+  int& next = directory.nextLongTails.try_emplace(plain, kFirstLongTail).first->second;
+  while (next <= kLastLongTail) {
+    std::string candidate = WithTail(plain, next++);
+    if (!directory.names.contains(candidate)) return candidate;
+  }
+  return {};
 }
 
 bool IsOwnShortName(const std::string& hostName) {

@@ -16,11 +16,18 @@ class DiskNames {
   void UseListed(const std::string& diskPath);
 
   // A name for the host's `hostName` in `directory`, by the ordinary rules of short names, as it is
-  // listed; it is in use from now on. Empty when there is none, or only one that is listed nowhere.
+  // listed; it is in use from now on. Where a build gives up after "~99", the tails go on to
+  // "~999999". Empty when there is none, or only one that is listed nowhere.
   std::string Take(const std::string& directory, const std::string& hostName);
 
  private:
-  std::unordered_map<std::string, std::unordered_set<std::string>> used;  // by directory's key
+  struct Directory {
+    std::unordered_set<std::string> names;               // the slots' eleven bytes
+    std::unordered_map<std::string, int> nextLongTails;  // by the name without a tail
+  };
+  static std::string TakeLongTail(const std::string& hostName, Directory& directory);
+
+  std::unordered_map<std::string, Directory> used;  // by key
 };
 
 // Whether a host name is its own short name, letter case aside: "readme.txt", but not "a+b.txt".

@@ -13,7 +13,7 @@ namespace quorbix::virtdisk::internal::guard {
 
 // What a disk may have from a build of the folder.
 struct FirstMeeting {
-  BuildNames names{};
+  NameHints::Names names{};  // that a build gives
   // Entries of the disk that are what a build makes of entries that take no part here, such as
   // links to folders: nothing that a machine has put there.
   std::map<std::string, Ignored> ignored{};  // by key

@@ -5,6 +5,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "common/ascii.h"
 #include "guard/disk_names.h"
 #include "guard/host_names.h"
 
@@ -13,14 +14,16 @@ namespace {
 
 class Pairer {
  public:
-  Pairer(const Observation& seen, const Memory& known, const BuildNames& fromBuild)
-      : observation(seen), memory(known), buildNames(fromBuild) {}
+  Pairer(const Observation& seen, const Memory& known, const NameHints& nameHints)
+      : observation(seen), memory(known), hints(nameHints) {}
 
   Pairing Run() {
     UseAllNames();
     IgnoreWhatIsNoNews();
     TakeRemembered();
-    TakeNewOnHost();
+    TakeNamesakes(/*ofSameContent=*/true);
+    TakeNamesakes(/*ofSameContent=*/false);
+    NameNewOnHost();
     TakeNewOnDisk();
     return std::move(pairing);
   }
@@ -88,8 +91,17 @@ class Pairer {
     return directory && DiskKey(*directory) == DiskKey(ParentOf(pair.disk));
   }
 
-  // The map's order puts a folder before what it holds.
-  void TakeNewOnHost() {
+  // New entries of the host that the disk has already. The map's order puts a folder before what it
+  // holds.
+  void TakeNamesakes(bool ofSameContent) {
+    for (const auto& [path, item] : observation.host) {
+      if (pairedOnHost.contains(path)) continue;
+      const auto directory = DiskFolderFor(ParentOf(path));
+      if (directory) TakeNamesake(path, item, *directory, ofSameContent);
+    }
+  }
+
+  void NameNewOnHost() {
     for (const auto& [path, item] : observation.host) {
       if (pairedOnHost.contains(path)) continue;
       const auto directory = DiskFolderFor(ParentOf(path));
@@ -97,7 +109,6 @@ class Pairer {
         pairing.unnamed.push_back(path);
         continue;
       }
-      if (TakeNamesake(path, item, *directory)) continue;
       const std::string name = diskNames.Take(*directory, NameOf(path));
       if (name.empty()) {
         pairing.unnamed.push_back(path);
@@ -108,34 +119,55 @@ class Pairer {
   }
 
   // The entry of the disk that is the same one as this, if it is free.
-  bool TakeNamesake(const std::string& path, const HostItem& item, const std::string& directory) {
-    std::vector<std::string> keys;
-    if (const auto built = buildNames.find(path); built != buildNames.end()) {
-      keys.push_back(DiskKey(built->second));
+  void TakeNamesake(const std::string& path, const HostItem& item, const std::string& directory,
+                    bool ofSameContent) {
+    for (const std::string& key : NamesakesOf(path, directory)) {
+      const auto onDisk = OnDisk(key);
+      if (!onDisk || pairedOnDisk.contains(key) || DiskKey(directory) != ParentOf(key)) continue;
+      if (onDisk->type != item.type) {
+        NoteClash(path, key);
+        continue;
+      }
+      if (ofSameContent && !IsSame(item, *onDisk)) continue;
+      return Add({path, onDisk->path, item.type, item, onDisk, std::nullopt});
     }
-    if (IsOwnShortName(NameOf(path))) keys.push_back(DiskKey(Join(directory, NameOf(path))));
-    return std::any_of(keys.begin(), keys.end(), [&](const std::string& key) {
-      return TakeIfFree(path, item, directory, key);
-    });
   }
 
-  bool TakeIfFree(const std::string& path, const HostItem& item, const std::string& directory,
-                  const std::string& key) {
-    const auto onDisk = OnDisk(key);
-    if (!onDisk || pairedOnDisk.contains(key) || DiskKey(directory) != ParentOf(key)) return false;
-    if (onDisk->type != item.type) {
-      NoteClash(path, key);
-      return false;
-    }
-    Add({path, onDisk->path, item.type, item, onDisk, std::nullopt});
-    return true;
+  // Keys, the likeliest first.
+  std::vector<std::string> NamesakesOf(const std::string& path,
+                                       const std::string& directory) const {
+    std::vector<std::string> keys;
+    const std::string own = DiskKey(Join(directory, NameOf(path)));
+    const auto add = [&](const NameHints::Names& names) {
+      const auto found = names.find(path);
+      if (found != names.end()) keys.push_back(DiskKey(found->second));
+    };
+    add(hints.remembered);
+    // No build gives such a name: a machine has, and the host has it from there.
+    const bool isOfMachine = !IsOwnShortName(NameOf(path));
+    if (isOfMachine) keys.push_back(own);
+    add(hints.built);
+    if (!isOfMachine) keys.push_back(own);
+    return keys;
+  }
+
+  static bool IsSame(const HostItem& onHost, const DiskItem& onDisk) {
+    if (onHost.type == EntryType::kFolder) return true;
+    return onHost.isReadable && onDisk.isReadable && onHost.content == onDisk.content;
   }
 
   void TakeNewOnDisk() {
+    std::unordered_map<std::string, std::string> before;  // host paths by disk key
+    for (const auto& [host, disk] : hints.remembered) before.emplace(DiskKey(disk), host);
     for (const auto& [key, item] : observation.disk) {
       if (pairedOnDisk.contains(key)) continue;
-      Add({hostNames.Take(HostFolderFor(ParentOf(key)), VisibleName(NameOf(item.path))), item.path,
-           item.type, std::nullopt, item, std::nullopt});
+      const std::string folder = HostFolderFor(ParentOf(key));
+      const auto known = before.find(key);
+      const bool isKnown = known != before.end() && ParentOf(known->second) == folder &&
+                           !observation.host.contains(known->second);
+      const std::string name = NameOf(isKnown ? known->second : item.path);
+      Add({hostNames.Take(folder, VisibleName(name)), item.path, item.type, std::nullopt, item,
+           std::nullopt});
     }
   }
 
@@ -190,7 +222,7 @@ class Pairer {
 
   const Observation& observation;
   const Memory& memory;
-  const BuildNames& buildNames;
+  const NameHints& hints;
   HostNames hostNames;
   DiskNames diskNames;
   std::unordered_map<std::string, std::size_t> pairedOnHost;  // rows by host path
@@ -227,9 +259,29 @@ Observation WithUnseen(Observation observation, const Memory& memory) {
   return observation;
 }
 
-Pairing PairEntries(const Observation& observation, const Memory& memory,
-                    const BuildNames& buildNames) {
-  return Pairer(observation, memory, buildNames).Run();
+void FollowLetterCase(const std::map<std::string, HostItem>& host, Memory& memory) {
+  std::set<std::string> known;
+  std::unordered_map<std::string, std::vector<Pair*>> gone;  // by path in small letters
+  for (Pair& pair : memory.pairs) {
+    known.insert(pair.host);
+    if (!host.contains(pair.host)) gone[ToAsciiLower(pair.host)].push_back(&pair);
+  }
+  if (gone.empty()) return;
+  std::unordered_map<std::string, std::vector<std::string>> come;
+  for (const auto& [path, item] : host) {
+    if (!known.contains(path)) come[ToAsciiLower(path)].push_back(path);
+  }
+  for (const auto& [path, pairs] : gone) {
+    const auto found = come.find(path);
+    if (pairs.size() != 1 || found == come.end() || found->second.size() != 1) continue;
+    if (host.at(found->second.front()).type == pairs.front()->type) {
+      pairs.front()->host = found->second.front();
+    }
+  }
+}
+
+Pairing PairEntries(const Observation& observation, const Memory& memory, const NameHints& hints) {
+  return Pairer(observation, memory, hints).Run();
 }
 
 }  // namespace quorbix::virtdisk::internal::guard

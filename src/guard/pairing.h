@@ -36,22 +36,32 @@ struct Pairing {
   std::vector<std::string> ignored{};  // keys of entries of the disk that stay out
 };
 
-// The short name that a host path would get from a build of the folder. Asked for at the first
-// meeting only: a disk that was built from the folder has its names.
-using BuildNames = std::map<std::string, std::string>;  // host path to disk path
+// Which names may belong together at a meeting where nothing is agreed on.
+struct NameHints {
+  using Names = std::map<std::string, std::string>;  // host path to disk path
+  // From before one of the sides was replaced: likelier than the other, where the contents do not
+  // tell.
+  Names remembered{};
+  // That a build of the folder would give: a disk that was built from it has them.
+  Names built{};
+};
 
 // Puts in, below folders of the host that could not be listed, what memory says is there: not
 // seeing it does not mean that it is gone. Such folders that are not known take no part.
 Observation WithUnseen(Observation observation, const Memory& memory);
 
+// Follows names of the host that have changed in the case of their letters alone: "note.txt" that
+// is gone and "NOTE.TXT" that is new are one file, which has the same name on the disk.
+void FollowLetterCase(const std::map<std::string, HostItem>& host, Memory& memory);
+
 // Decides which entry of the folder stands for which entry of the disk.
 //
-// What `memory` has paired stays paired. A new entry of the folder takes the entry of the disk that
-// a build would have made of it or that has its own name, when that is free; else the next short
-// name that nobody uses. A new entry of the disk gets its own name in the folder that stands for
-// its directory; where that is taken, one with " (disk)" behind it.
-Pairing PairEntries(const Observation& observation, const Memory& memory,
-                    const BuildNames& buildNames);
+// What `memory` has paired stays paired. A new entry of the folder takes an entry of the disk that
+// is free and that the hints or its own name lead to, one of the same content before any other;
+// else the next short name that nobody uses. A new entry of the disk gets the name that it had
+// before, or its own, in the folder that stands for its directory; where that is taken, one with "
+// (disk)" behind it.
+Pairing PairEntries(const Observation& observation, const Memory& memory, const NameHints& hints);
 
 }  // namespace quorbix::virtdisk::internal::guard
 

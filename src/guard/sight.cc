@@ -276,30 +276,33 @@ class Looker {
     return false;
   }
 
-  // Accepting one of these means to begin anew.
+  // Accepting one of these means to begin anew: nothing is agreed on. The names are still known.
   void Forget() {
     using enum GuardedHazard;
     for (const GuardedHazard hazard :
          {kFolderMissing, kFolderReplaced, kImageReplaced, kStateDamaged}) {
       if (!Contains(sight.hazards, hazard)) continue;
-      sight.state.memory = {};
+      for (const Pair& pair : std::exchange(sight.state.memory, {}).pairs) {
+        namesBefore.emplace(pair.host, pair.disk);
+      }
       sight.state.image.reset();
     }
     sight.isFirstMeeting = !sight.state.image;
   }
 
   void Plan() {
-    const Memory& memory = sight.state.memory;
+    Memory known = sight.state.memory;
+    FollowLetterCase(sight.host.items, known);
     sight.seen = WithUnseen(
         {.host = sight.host.items, .disk = sight.disk.items, .hostLeftOut = sight.host.leftOut},
-        memory);
-    Memory known = memory;
+        known);
     if (!sight.facts.onDisk.damage.empty()) DoubtDeletions(sight.seen.disk, known);
-    BuildNames names;
+    NameHints hints{.remembered = namesBefore, .built = {}};
     if (sight.isFirstMeeting) {
       FirstMeeting meeting = MeetFirst(places.folder, sight.seen, monitor);
-      names = std::move(meeting.names);
+      hints.built = std::move(meeting.names);
       known.ignored = std::move(meeting.ignored);
+      for (const auto& [host, disk] : namesBefore) known.ignored.erase(DiskKey(disk));
     }
     const PlanRules rules{.onConflict = options.onConflict,
                           .isFirstMeeting = sight.isFirstMeeting,
@@ -307,7 +310,7 @@ class Looker {
     Pairing pairing;
     bool isNews = true;
     for (int round = 0; isNews && round < kMostRounds; ++round) {
-      pairing = PairEntries(sight.seen, known, names);
+      pairing = PairEntries(sight.seen, known, hints);
       sight.plan = MakePlan(sight.seen, known, pairing, rules);
       isNews = ForeseeLinks(sight.host.links, sight.plan, sight.seen);
     }
@@ -401,6 +404,7 @@ class Looker {
   const KnownState& remembered;
   WorkMonitor& monitor;
   std::optional<SeenImage> imageBefore;  // as the last pass left it
+  NameHints::Names namesBefore;          // that a side had which is replaced
   Sight sight;
 };
 

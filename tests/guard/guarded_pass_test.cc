@@ -169,7 +169,107 @@ TEST_F(GuardedPassTest, AnotherFolder_IsRefusedAndMergedWhenAccepted) {
   EXPECT_EQ(report.outcome, kRefused);
   EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kFolderReplaced));
   EXPECT_EQ(Pass({GuardedHazard::kFolderReplaced}).outcome, kDone);
-  EXPECT_EQ(OnHost(), (FileTree{{"A.TXT", "a"}, {"other.txt", "o"}}));
+  EXPECT_EQ(OnHost(), (FileTree{{"a.txt", "a"}, {"other.txt", "o"}}));
+}
+
+// Twelve files of one beginning, whose names on the disk follow no order any more.
+class ManyLongNames : public GuardedPair {
+ protected:
+  void SetUp() override {
+    for (int i = 1; i <= 12; ++i) folder.File(Named(i), "content " + std::to_string(i));
+    BuildAndAgree();
+    std::filesystem::rename(folder / Named(3), folder / Named(33));
+    EXPECT_EQ(Pass().outcome, kDone);
+    host = OnHost();
+    disk = OnDisk();
+  }
+
+  static std::string Named(int number) {
+    return "host/Datei Nummer " + std::to_string(number) + ".txt";
+  }
+
+  FileTree host;
+  FileTree disk;
+};
+
+TEST_F(ManyLongNames, FolderThatWasCopied_MeetsUnderTheSameNames) {
+  std::filesystem::copy(Host(), folder / "copy", std::filesystem::copy_options::recursive);
+  std::filesystem::remove_all(Host());
+  std::filesystem::rename(folder / "copy", Host());
+  const GuardedReport report = Pass({GuardedHazard::kFolderReplaced});
+  EXPECT_EQ(report.outcome, kNothingToDo);
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kFolderReplaced));
+  EXPECT_EQ(OnHost(), host);
+  EXPECT_EQ(OnDisk(), disk);
+}
+
+TEST_F(ManyLongNames, FolderThatIsGone_ComesBackUnderTheSameNames) {
+  std::filesystem::remove_all(Host());
+  EXPECT_EQ(Pass({GuardedHazard::kFolderMissing}).outcome, kDone);
+  EXPECT_EQ(OnHost(), host);
+  EXPECT_EQ(OnDisk(), disk);
+}
+
+TEST_F(ManyLongNames, OlderImageThatIsBroughtBack_MeetsUnderTheSameNames) {
+  const std::vector<std::uint8_t> older = test::ReadBytes(Image());
+  folder.File(Named(7), "edited");
+  EXPECT_EQ(Pass().outcome, kDone);
+  test::WriteBytes(Image(), older);
+  EXPECT_EQ(Pass({GuardedHazard::kImageReplaced}).outcome, kDone);
+  // The older version was written by no machine: the host's stays.
+  host["Datei Nummer 7.txt"] = "edited";
+  EXPECT_EQ(OnHost(), host);
+}
+
+TEST_F(GuardedPassTest, NameThatOnlyAMachineGives_GetsNoTwinsAtNewMeetings) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  GuestWrites("QQQ.TXT", "q");
+  std::vector<std::uint8_t> bytes = test::ReadBytes(Image());
+  const std::string old = "QQQ     TXT";
+  const auto slot = std::search(bytes.begin(), bytes.end(), old.begin(), old.end());
+  ASSERT_NE(slot, bytes.end());
+  std::copy_n("MY FILE TXT", 11, slot);
+  test::WriteBytes(Image(), bytes);
+  EXPECT_EQ(Pass().outcome, kDone);
+  for (int meeting = 0; meeting < 2; ++meeting) {
+    std::filesystem::remove_all(StateFolder());
+    EXPECT_EQ(Pass().outcome, kNothingToDo);
+  }
+  EXPECT_EQ(OnHost(), (FileTree{{"MY FILE.TXT", "q"}, {"a.txt", "a"}}));
+}
+
+TEST_F(GuardedPassTest, ManyPhotosOfOneBeginning_AreAllCarried) {
+  for (int i = 1000; i < 1150; ++i) {
+    folder.File("host/IMG_20260101_" + std::to_string(i) + ".jpg", std::to_string(i));
+  }
+  BuildImage();
+  EXPECT_EQ(Pass().outcome, kDone);  // a build leaves 50 out
+  EXPECT_THAT(OnDisk(), SizeIs(150));
+  folder.Remove("host/IMG_20260101_1073.jpg");
+  EXPECT_EQ(Pass().outcome, kDone);
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kNothingToDo);
+  EXPECT_THAT(report.notes, IsEmpty());
+  EXPECT_THAT(OnDisk(), SizeIs(149));
+}
+
+TEST_F(GuardedPassTest, RenameInLetterCaseAlone_ChangesNothingOnTheDisk) {
+  folder.File("host/note.txt", "n");
+  for (int i = 0; i < 13; ++i) folder.File("host/Docs/f" + std::to_string(i), "d");
+  BuildAndAgree();
+  const FileTree disk = OnDisk();
+  std::filesystem::rename(Host() / "note.txt", Host() / "NOTE.TXT");
+  std::filesystem::rename(Host() / "Docs", Host() / "docs");
+  for (int pass = 0; pass < 2; ++pass) {
+    const GuardedReport report = Pass();
+    EXPECT_EQ(report.outcome, kNothingToDo);
+    EXPECT_THAT(report.hazards, IsEmpty());
+  }
+  EXPECT_EQ(OnDisk(), disk);
+  GuestWrites("NOTE.TXT", "of the guest");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost().at("NOTE.TXT"), "of the guest");
 }
 
 TEST_F(GuardedPassTest, DamagedState_IsRefusedAndMergedWhenAccepted) {

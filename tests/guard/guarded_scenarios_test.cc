@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
@@ -117,6 +118,16 @@ class Scenario {
     return entries[Below(static_cast<unsigned>(entries.size()))];
   }
 
+  static std::string OtherCase(const fs::path& entry) {
+    std::string name = entry.filename();
+    for (char& c : name) {
+      const auto letter = static_cast<unsigned char>(c);
+      if (letter < 0x80)
+        c = static_cast<char>(std::islower(letter) ? std::toupper(letter) : std::tolower(letter));
+    }
+    return name;
+  }
+
   void EditHost(unsigned count) {
     for (unsigned i = 0; i < count; ++i) EditHostOnce();
   }
@@ -125,7 +136,7 @@ class Scenario {
     std::error_code ignored;
     const fs::path target = AnyFolder() / AnyOf(kHostNames);
     const fs::path entry = AnyEntry();
-    switch (Below(11)) {
+    switch (Below(12)) {
       case 0:
       case 1:
       case 2:
@@ -159,6 +170,9 @@ class Scenario {
         return;
       case 9:
         if (!fs::exists(fs::symlink_status(target))) test::WriteWholeFile(target, "");
+        return;
+      case 11:  // another letter case
+        if (!entry.empty()) fs::rename(entry, entry.parent_path() / OtherCase(entry), ignored);
         return;
       case 10:  // the same content twice
         if (!entry.empty() && fs::is_regular_file(entry, ignored) && !fs::exists(target, ignored)) {
@@ -265,6 +279,20 @@ class Scenario {
     ExpectAllIn(before, Everywhere());
     ExpectQuiet(report);
     if (isLookedAtQuickly) ExpectVerified();
+    if (Below(4) == 0) ExpectToMeetAgain();
+  }
+
+  // A copy of the folder in its place is in step as the folder was: every name is known.
+  void ExpectToMeetAgain() {
+    fs::rename(root / "host", root / "moved");
+    fs::copy(root / "moved", root / "host",
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    fs::remove_all(root / "moved");
+    const GuardedReport report =
+        Pass({GuardedHazard::kImageNotFat16, GuardedHazard::kKindClash, GuardedHazard::kImageEmpty,
+              GuardedHazard::kFolderEmpty, GuardedHazard::kFolderReplaced});
+    EXPECT_EQ(report.outcome, GuardedOutcome::kNothingToDo)
+        << report.message << Describe(report) << Listing();
   }
 
   // What looks by times alone say, one that reads everything says as well.

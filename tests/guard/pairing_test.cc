@@ -48,7 +48,8 @@ TEST(Pairing, HostNamesThatDifferInCase_NeverMeet) {
 }
 
 TEST(Pairing, BuildNames_DecideAtTheFirstMeeting) {
-  const BuildNames built{{"Long File Name.txt", "LONG_FIL.TXT"}, {"a_b.txt", "A_B   ~1.TXT"}};
+  const NameHints built{
+      .built = {{"Long File Name.txt", "LONG_FIL.TXT"}, {"a_b.txt", "A_B   ~1.TXT"}}};
   const auto pairing = Paired(Seen({{"Long File Name.txt", 'a'}, {"a_b.txt", 'b'}},
                                    {{"LONG_FIL.TXT", 'a'}, {"A_B   ~1.TXT", 'b'}}),
                               {}, built);
@@ -57,7 +58,7 @@ TEST(Pairing, BuildNames_DecideAtTheFirstMeeting) {
 }
 
 TEST(Pairing, BuildNameOfADirectoryThatHasAnotherName_IsNotFollowed) {
-  const BuildNames built{{"Papers", "PAPERS"}, {"Papers/a.txt", "OTHER/A.TXT"}};
+  const NameHints built{.built = {{"Papers", "PAPERS"}, {"Papers/a.txt", "OTHER/A.TXT"}}};
   const auto pairing = Paired(
       Seen({{"Papers/", ' '}, {"Papers/a.txt", 'a'}}, {{"OTHER/", ' '}, {"OTHER/A.TXT", 'a'}}), {},
       built);
@@ -101,23 +102,86 @@ TEST(Pairing, NameOnTheDiskThatBeginsWithADot_IsMadeVisible) {
   EXPECT_THAT(PairsOf(Paired(Seen({}, {{".A", 'a'}}))), ElementsAre("_.A=.A"));
 }
 
-TEST(Pairing, HundredAndOneNamesOfOneShortName_LeaveOneWithout) {
+TEST(Pairing, NamesOfOneBeginning_GetLongerTailsThanABuildGives) {
   Observation seen;
-  for (int i = 0; i < 101; ++i) {
-    seen.host["longname" + std::to_string(1000 + i) + ".txt"] = HostFile('a');
+  for (int i = 0; i < 1200; ++i) {
+    seen.host["IMG_2026_" + std::to_string(1000 + i) + ".jpg"] = HostFile('a');
   }
+  seen.disk["IMG_~101.JPG"] = {.path = "IMG_~101.JPG", .shortName = "IMG_~101JPG"};
   const Pairing pairing = Paired(seen);
-  EXPECT_THAT(pairing.rows, SizeIs(100));
-  EXPECT_THAT(pairing.unnamed, ElementsAre("longname1100.txt"));
+  EXPECT_THAT(pairing.unnamed, IsEmpty());
+  const std::vector<std::string> pairs = PairsOf(pairing);
+  EXPECT_EQ(pairs[0], "IMG_2026_1000.jpg=IMG_2026.JPG");
+  EXPECT_EQ(pairs[1], "IMG_2026_1001.jpg=IMG_20~1.JPG");
+  EXPECT_EQ(pairs[99], "IMG_2026_1099.jpg=IMG_2~99.JPG");
+  EXPECT_EQ(pairs[100], "IMG_2026_1100.jpg=IMG_~100.JPG");
+  EXPECT_EQ(pairs[101], "IMG_2026_1101.jpg=IMG_~102.JPG");  // which is not in use
+  EXPECT_EQ(pairs[1199], "IMG_2026_2199.jpg=IMG~1200.JPG");
 }
 
+// No short name has a blank base: listings would not show it.
 TEST(Pairing, WhatAnUnnamedFolderHolds_IsUnnamedToo) {
-  Observation seen;
-  for (int i = 0; i < 101; ++i) {
-    seen.host["longname" + std::to_string(1000 + i)] = {.type = EntryType::kFolder};
-  }
-  seen.host["longname1100/a.txt"] = HostFile('a');
-  EXPECT_THAT(Paired(seen).unnamed, ElementsAre("longname1100", "longname1100/a.txt"));
+  EXPECT_THAT(Paired(Seen({{".x/", ' '}, {".x/a.txt", 'a'}}, {})).unnamed,
+              ElementsAre(".x", ".x/a.txt"));
+}
+
+TEST(Pairing, NameThatOnlyAMachineGives_IsMetAgain) {
+  EXPECT_THAT(PairsOf(Paired(Seen({{"MY FILE.TXT", 'a'}, {"\x8ELT.TXT", 'b'}},
+                                  {{"MY FILE.TXT", 'x'}, {"\x8ELT.TXT", 'b'}}))),
+              testing::UnorderedElementsAre("MY FILE.TXT=MY FILE.TXT", "\x8ELT.TXT=\x8ELT.TXT"));
+}
+
+TEST(Pairing, SameContent_DecidesBetweenNamesThatMayBelongTogether) {
+  const NameHints hints{.remembered = {{"long name 1", "LONG_NAM"}, {"long name 2", "LONG_N~1"}},
+                        .built = {{"long name 1", "LONG_N~1"}, {"long name 2", "LONG_NAM"}}};
+  const auto pairing = Paired(
+      Seen({{"long name 1", 'a'}, {"long name 2", 'b'}}, {{"LONG_N~1", 'a'}, {"LONG_NAM", 'x'}}),
+      {}, hints);
+  EXPECT_THAT(PairsOf(pairing),
+              testing::UnorderedElementsAre("long name 1=LONG_N~1", "long name 2=LONG_NAM"));
+}
+
+TEST(Pairing, RememberedNames_AreLikelierThanThoseOfABuild) {
+  const NameHints hints{.remembered = {{"long name 1", "LONG_N~1"}},
+                        .built = {{"long name 1", "LONG_NAM"}}};
+  const auto pairing =
+      Paired(Seen({{"long name 1", 'a'}}, {{"LONG_N~1", 'x'}, {"LONG_NAM", 'y'}}), {}, hints);
+  EXPECT_THAT(PairsOf(pairing), ElementsAre("long name 1=LONG_N~1", "LONG_NAM=LONG_NAM"));
+}
+
+TEST(Pairing, RememberedNames_ComeBackToTheHost) {
+  const NameHints hints{.remembered = {{"Long folder", "LONG_FOL"},
+                                       {"Long folder/long file.txt", "LONG_FOL/LONG_FIL.TXT"},
+                                       {"there", "THERE"}},
+                        .built = {}};
+  const auto pairing = Paired(
+      Seen({}, {{"LONG_FOL/", ' '}, {"LONG_FOL/LONG_FIL.TXT", 'x'}, {"NEW", 'n'}}), {}, hints);
+  EXPECT_THAT(PairsOf(pairing),
+              ElementsAre("Long folder=LONG_FOL", "Long folder/long file.txt=LONG_FOL/LONG_FIL.TXT",
+                          "NEW=NEW"));
+}
+
+std::vector<std::string> HostsOf(Memory memory, const Observation& seen) {
+  FollowLetterCase(seen.host, memory);
+  std::vector<std::string> hosts;
+  for (const Pair& pair : memory.pairs) hosts.push_back(pair.host);
+  return hosts;
+}
+
+TEST(FollowLetterCase, NameThatHasChangedInItsCaseAlone_IsTheSame) {
+  const Memory memory = Knows({{"Docs/", "DOCS", ' '}, {"Docs/note.txt", "DOCS/NOTE.TXT", 'a'}});
+  EXPECT_THAT(HostsOf(memory, Seen({{"docs/", ' '}, {"docs/NOTE.txt", 'b'}}, {})),
+              ElementsAre("docs", "docs/NOTE.txt"));
+}
+
+TEST(FollowLetterCase, NameThatIsStillThereOrNotClear_IsNotFollowed) {
+  const Memory one = Knows({{"note", "NOTE", 'a'}});
+  EXPECT_THAT(HostsOf(one, Seen({{"note", 'a'}, {"NOTE", 'b'}}, {})), ElementsAre("note"));
+  EXPECT_THAT(HostsOf(one, Seen({{"Note", 'a'}, {"NOTE", 'b'}}, {})), ElementsAre("note"));
+  EXPECT_THAT(HostsOf(one, Seen({{"NOTE/", ' '}}, {})), ElementsAre("note"));
+  EXPECT_THAT(HostsOf(one, Seen({{"notes", 'a'}}, {})), ElementsAre("note"));
+  const Memory two = Knows({{"note", "NOTE", 'a'}, {"Note", "NOTE  ~1", 'b'}});
+  EXPECT_THAT(HostsOf(two, Seen({{"NOTE", 'a'}}, {})), ElementsAre("note", "Note"));
 }
 
 TEST(Pairing, FileAndFolderOfOneOwnName_ClashAndBothStay) {

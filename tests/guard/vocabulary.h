@@ -73,8 +73,8 @@ inline Memory Knows(std::initializer_list<Remembered> pairs) {
 }
 
 inline Pairing Paired(const Observation& seen, const Memory& memory = {},
-                      const BuildNames& buildNames = {}) {
-  return PairEntries(WithUnseen(seen, memory), memory, buildNames);
+                      const NameHints& hints = {}) {
+  return PairEntries(WithUnseen(seen, memory), memory, hints);
 }
 
 inline Plan Planned(const Observation& seen, const Memory& memory = {},
