@@ -24,6 +24,8 @@ namespace {
 
 // From so many files on, one call that writes out the whole file system takes less than one each.
 constexpr std::size_t kManyFiles = 16;
+// Who may read, write and run it, without the bits that give rights to whoever runs it.
+constexpr ::mode_t kPlainMode = 0777;
 
 Progress Failed(const std::string& what, const std::string& path) {
   return Progress::Failed("cannot " + what + ' ' + path + " (" + SystemText() + ")");
@@ -166,9 +168,9 @@ Progress HostChanges::WriteTemporary(const HostWrite& write, const DiskContents&
   if (!out) return Failed("write beside", write.host);
   if (write.replaces) {
     // Where the file system, or the process's rights, do not let it, the file is as it would be
-    // new.
+    // new. What a guest has written never runs with the rights of the program it replaces.
     static_cast<void>(::fchown(out.Get(), old.st_uid, old.st_gid));
-    static_cast<void>(::fchmod(out.Get(), old.st_mode & 07777));
+    static_cast<void>(::fchmod(out.Get(), old.st_mode & kPlainMode));
   }
   Content content{.hash = kEmptyHash, .size = 0};
   bool isWritten = true;

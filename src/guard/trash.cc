@@ -161,8 +161,9 @@ bool CopyFile(int folder, const std::string& name, const fs::path& place, WorkMo
     return false;
   }
   const std::array<::timespec, 2> times{status.st_atim, status.st_mtim};
-  // What the file system of the trash does not hold of these, it does without.
-  static_cast<void>(::fchmod(to.Get(), status.st_mode & 07777));
+  // What the file system of the trash does not hold of these, it does without. A copy gives nobody
+  // the rights of its owner.
+  static_cast<void>(::fchmod(to.Get(), status.st_mode & 0777));
   static_cast<void>(::fchown(to.Get(), status.st_uid, status.st_gid));
   static_cast<void>(::futimens(to.Get(), times.data()));
   return ::fdatasync(to.Get()) == 0;

@@ -98,6 +98,14 @@ TEST_F(HostChange, ReplacedFile_GoesToTheTrashAndHandsItsModeOn) {
   EXPECT_EQ(static_cast<unsigned>(fs::status(folder / "host/d/a").permissions()), 0640u);
 }
 
+TEST_F(HostChange, ReplacedProgramWithSpecialRights_HandsThemOnToNobody) {
+  folder.File("host/a", "old");
+  fs::permissions(folder / "host/a", fs::perms{06755});
+  Look();
+  EXPECT_TRUE(WriteAll({Write("a", "new")}).IsDone());
+  EXPECT_EQ(static_cast<unsigned>(fs::status(folder / "host/a").permissions()), 0755u);
+}
+
 TEST_F(HostChange, ManyFiles_AreAllWritten) {
   std::vector<HostWrite> writes;
   folder.Folder("host");

@@ -196,6 +196,16 @@ TEST_F(Trash, OnAnotherFileSystem_FilesAreCopiedWithModeAndTime) {
   EXPECT_EQ(fs::last_write_time(places[0]), time);
 }
 
+// A group that may not run the file: a change of owner would take the bit away from the others.
+TEST_F(Trash, RestoredProgramWithSpecialRights_HasThemNoMore) {
+  folder.File("a", "content");
+  fs::permissions(folder / "a", fs::perms{02604});
+  Throw("a");
+  std::string err;
+  ASSERT_TRUE(RestoreTrashed(StateFolder(), Listed()[0].id, folder / "b", err)) << err;
+  EXPECT_EQ(static_cast<unsigned>(fs::status(folder / "b").permissions()), 0604u);
+}
+
 TEST_F(Trash, OnAFullFileSystem_TheFileStaysWhereItIs) {
   const test::MemoryFolder memory;
   if (!memory.Usable()) GTEST_SKIP() << "no memory file system to write to";
