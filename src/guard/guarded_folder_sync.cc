@@ -67,7 +67,8 @@ GuardedOutcome OutcomeBefore(const Sight& sight, const std::vector<GuardedHazard
     message = first->text;
     return GuardedOutcome::kRefused;
   }
-  return sight.plan.IsEmpty() ? GuardedOutcome::kNothingToDo : GuardedOutcome::kDone;
+  const bool isInStep = sight.plan.IsEmpty() && !sight.hasToMend;
+  return isInStep ? GuardedOutcome::kNothingToDo : GuardedOutcome::kDone;
 }
 
 class GuardedFolderSync final : public IGuardedFolderSync {

@@ -84,8 +84,7 @@ Progress GuardedPass::MendCutOff() {
   if (!sight.pending || sight.pending->wholeImage.empty()) return {};
   const Pending& cut = *sight.pending;
   const bool isInPlace = cut.tornId != 0;
-  const fs::path whole =
-      (isInPlace ? places.stateFolder : places.image.parent_path()) / cut.wholeImage;
+  const fs::path whole = WholeImageOf(places, cut);
   if (sight.cutOff == CutOff::kTorn) {
     const auto torn = StampAt(places.image);
     if (!torn) return Progress::Busy("the image is gone");

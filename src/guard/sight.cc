@@ -30,6 +30,14 @@ constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
 constexpr int kMostRounds = 4;
 constexpr std::uint64_t kBytesPerBlock = 512;  // of stat(2)
 constexpr char kWasStopped[] = "it was stopped";
+constexpr char kTornImage[] =
+    "an earlier pass was cut off while it wrote into the image: that is done to its end";
+constexpr char kOldImageBeside[] =
+    "an earlier pass was cut off after it had replaced the image: the old one goes to the trash";
+constexpr char kImageLeftOver[] =
+    "an earlier pass was cut off: the image that it left behind is removed, or goes to the trash "
+    "where it may be the only one of its kind";
+constexpr char kFileLeftOver[] = "left over from a pass that was cut off: it goes to the trash";
 
 bool IsBelowOrSame(const fs::path& path, const fs::path& folder) {
   const std::string& text = path.native();
@@ -245,7 +253,7 @@ class Looker {
     if (pending.tornId != 0 && id == pending.tornId) {
       sight.cutOff = CutOff::kTorn;
       // What the image will be as soon as it is written to its end.
-      return ReadImage(places.stateFolder / pending.wholeImage) && TakePending();
+      return ReadImage(WholeImageOf(places, pending)) && TakePending();
     }
     AddNames(pending.memory, sight.state.memory);
     return true;
@@ -376,6 +384,24 @@ class Looker {
       sight.notes.push_back(
           {'/' + path, "cannot be read on the disk: what is left of it stays in the old image"});
     }
+    NoteMending();
+  }
+
+  void NoteMending() {
+    const std::size_t before = sight.notes.size();
+    struct ::stat ignored;
+    const bool isLeft = sight.pending && !sight.pending->wholeImage.empty() &&
+                        ::lstat(WholeImageOf(places, *sight.pending).c_str(), &ignored) == 0;
+    if (sight.cutOff == CutOff::kTorn) {
+      sight.notes.push_back({"", kTornImage});
+    } else if (isLeft) {
+      const bool holdsOld = sight.cutOff == CutOff::kReplaced && sight.pending->tornId == 0;
+      sight.notes.push_back({"", holdsOld ? kOldImageBeside : kImageLeftOver});
+    }
+    for (const std::string& path : sight.host.leftovers) {
+      sight.notes.push_back({path, kFileLeftOver});
+    }
+    sight.hasToMend = sight.notes.size() > before;
   }
 
   // A side that has changed just now is left to whoever is at it, but for what a pass itself did.
@@ -413,6 +439,11 @@ class Looker {
 Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered,
            WorkMonitor& monitor) {
   return Looker(places, options, remembered, monitor).Run();
+}
+
+fs::path WholeImageOf(const Places& places, const Pending& pending) {
+  const bool isInPlace = pending.tornId != 0;
+  return (isInPlace ? places.stateFolder : places.image.parent_path()) / pending.wholeImage;
 }
 
 std::map<std::string, DiskItem> DiskAsRemembered(const Memory& memory) {

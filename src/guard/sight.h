@@ -1,6 +1,7 @@
 #ifndef QUORBIX_VIRTDISK_GUARD_SIGHT_H_
 #define QUORBIX_VIRTDISK_GUARD_SIGHT_H_
 
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
@@ -42,6 +43,7 @@ struct Sight {
 
   CutOff cutOff = CutOff::kNowhere;
   std::optional<Pending> pending{};  // of the pass that was cut off
+  bool hasToMend = false;            // that pass has left something to be ended or taken away
   State state{};                     // without it; empty when it is not to be used
   bool isFirstMeeting = false;
   Facts facts{};
@@ -57,6 +59,9 @@ struct Sight {
 // Looks at both sides and plans. A hazard that can be accepted is planned for as if it were.
 Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered,
            WorkMonitor& monitor);
+
+// Where a pass that was cut off had the new image, or the old one after both had changed names.
+std::filesystem::path WholeImageOf(const Places& places, const Pending& pending);
 
 // The entries of the disk, if memory is all that it holds.
 std::map<std::string, DiskItem> DiskAsRemembered(const Memory& memory);

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <set>
@@ -291,42 +290,6 @@ TEST_F(GuardedPassTest, DamagedState_IsKeptUnderAnotherName) {
     if (path.starts_with("state-damaged-")) kept.push_back(content);
   }
   EXPECT_THAT(kept, ElementsAre("my own notes"));
-}
-
-// Killed when the new image had its name and the old one was not in the trash yet; then somebody
-// brought back a backup.
-class OldImageBesideABackup : public GuardedPair {
- protected:
-  void SetUp() override {
-    folder.File("host/a.txt", "a");
-    BuildAndAgree();
-    State state;
-    std::string err;
-    ASSERT_EQ(LoadState(StateFolder(), state, err), StateLoad::kLoaded) << err;
-    state.pending = Pending{.memory = state.memory,
-                            .volumeId = state.image->volumeId ^ 1,
-                            .wholeImage = ".quorbix-1-2-3.tmp"};
-    ASSERT_TRUE(SaveState(StateFolder(), state, err)) << err;
-    std::filesystem::copy_file(Image(), folder / ".quorbix-1-2-3.tmp");
-  }
-};
-
-TEST_F(OldImageBesideABackup, GoesToTheTrash) {
-  EXPECT_EQ(Pass().outcome, kNothingToDo);
-  EXPECT_FALSE(folder.Exists(".quorbix-1-2-3.tmp"));
-  EXPECT_EQ(InTrash(), (FileTree{{"image replaced DISK.IMG", test::ReadWholeFile(Image())}}));
-}
-
-TEST_F(OldImageBesideABackup, StaysWhenItIsStoppedMeanwhile) {
-  std::atomic<bool> stop = false;
-  int imagesRead = 0;
-  options.stop = &stop;
-  options.onProgress = [&](const GuardedProgress& progress) {
-    if (progress.work == GuardedWork::kReadDisk) stop = ++imagesRead == 2;
-  };
-  EXPECT_EQ(Sync()->Pass().outcome, kStopped);
-  EXPECT_TRUE(folder.Exists(".quorbix-1-2-3.tmp"));
-  EXPECT_EQ(InTrash(), FileTree{});
 }
 
 TEST_F(GuardedPassTest, FolderThatIsReplacedMeanwhile_IsNotAgreedOn) {

@@ -104,7 +104,8 @@ struct GuardedNote {
 
 enum class GuardedOutcome {
   kNothingToDo,  // both sides are in step
-  kDone,         // Preview: there is something to do. Pass: it was done
+  kDone,         // Preview: there is something to do. Pass: it was done. Without a step where an
+                 // earlier pass was cut off and had to be ended: the notes say what that was
   kRefused,      // hazards stand that were not accepted; nothing was touched
   kNotNow,       // to be tried again, as `message` tells: somebody is writing just now, or another
                  // process keeps this pair in step. What was done before that showed is kept
