@@ -24,9 +24,16 @@ struct FolderFacts {
 };
 
 struct ImageFacts {
-  enum class State { kPresent, kMissing, kUnreadable, kNoFat16, kCutShort };
+  enum class State {
+    kPresent,
+    kMissing,
+    kUnreadable,
+    kNoFat16,
+    kCutShort,
+    kTorn,  // a pass that was cut off has written half of it, and the other half is not to be had
+  };
   State state = State::kPresent;
-  std::string error{};  // with the last three: what is wrong
+  std::string error{};  // with the last four: what is wrong
   std::uint64_t bytes = 0;
   std::optional<std::uint64_t> bytesBefore{};
   std::uint32_t volumeId = 0;

@@ -82,6 +82,14 @@ void CheckImage(const Facts& facts, Collector& found) {
                     "): what is missing from the list would be deleted from the folder. Repair the "
                     "image, or bring back an older one from the trash");
       return;
+    case ImageFacts::State::kTorn:
+      found.Add(kImageUnreadable, false,
+                "the image " + facts.image +
+                    " is half written, by a pass that was cut off, and cannot be written to its "
+                    "end (" +
+                    image.error + "). Bring back the image that was: the trash in " +
+                    facts.stateFolder + " holds it");
+      return;
     case ImageFacts::State::kPresent:
       break;
   }

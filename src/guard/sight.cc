@@ -253,9 +253,19 @@ class Looker {
     if (pending.tornId != 0 && id == pending.tornId) {
       sight.cutOff = CutOff::kTorn;
       // What the image will be as soon as it is written to its end.
-      return ReadImage(WholeImageOf(places, pending)) && TakePending();
+      return ReadWholeImage(WholeImageOf(places, pending)) && TakePending();
     }
     AddNames(pending.memory, sight.state.memory);
+    return true;
+  }
+
+  bool ReadWholeImage(const fs::path& whole) {
+    if (!ReadImage(whole)) return false;
+    ImageFacts& facts = sight.facts.onDisk;
+    const bool isPresent = facts.state == ImageFacts::State::kPresent;
+    if (isPresent && facts.volumeId == sight.pending->volumeId) return true;
+    facts.error = whole.string() + ": " + (isPresent ? "another image" : facts.error);
+    facts.state = ImageFacts::State::kTorn;
     return true;
   }
 

@@ -75,6 +75,8 @@ INSTANTIATE_TEST_SUITE_P(
                             [](Facts& f) { f.onDisk.state = ImageFacts::State::kMissing; }},
                     SideRow{"ImageUnreadable", GuardedHazard::kImageUnreadable, false,
                             [](Facts& f) { f.onDisk.state = ImageFacts::State::kUnreadable; }},
+                    SideRow{"ImageTorn", GuardedHazard::kImageUnreadable, false,
+                            [](Facts& f) { f.onDisk.state = ImageFacts::State::kTorn; }},
                     SideRow{"NoVolume", GuardedHazard::kImageNotFat16, false,
                             [](Facts& f) { f.onDisk.state = ImageFacts::State::kNoFat16; }},
                     SideRow{"CutShort", GuardedHazard::kImageCutShort, false,

@@ -76,22 +76,24 @@ class TornImage : public GuardedPair {
   static constexpr std::uint32_t kTornId = 0x12345678;
 
   void SetUp() override {
+    std::string err;
     folder.File("host/a.txt", "a");
     BuildAndAgree();
     options.inPlace = true;
     folder.File("host/a.txt", "edited");
+    State before;
+    ASSERT_EQ(LoadState(StateFolder(), before, err), StateLoad::kLoaded) << err;
     old = test::ReadWholeFile(Image());
     ASSERT_EQ(Pass().outcome, kDone);
     whole = test::ReadWholeFile(Image());
     State state;
-    std::string err;
     ASSERT_EQ(LoadState(StateFolder(), state, err), StateLoad::kLoaded) << err;
     state.pending = Pending{.memory = state.memory,
                             .volumeId = state.image->volumeId,
                             .tornId = kTornId,
                             .wholeImage = ".quorbix-1-2-3.tmp"};
-    state.image->volumeId = LoadU32(reinterpret_cast<const std::uint8_t*>(&old[kVolumeIdAt]));
-    state.memory.pairs.at(0).agreed->hash ^= 1;
+    state.image = before.image;
+    state.memory.pairs.at(0).agreed = before.memory.pairs.at(0).agreed;
     ASSERT_TRUE(SaveState(StateFolder(), state, err)) << err;
     test::WriteWholeFile(Whole(), whole);
     std::string torn = whole.substr(0, 1024) + old.substr(1024);
@@ -114,6 +116,45 @@ TEST_F(TornImage, IsWrittenToItsEndAndThatIsTold) {
   const GuardedReport next = Pass();
   EXPECT_EQ(next.outcome, kNothingToDo) << next.message;
   EXPECT_THAT(NotesOf(next), IsEmpty());
+}
+
+TEST_F(TornImage, WithoutTheWholeOne_IsToldForWhatItIs) {
+  std::filesystem::remove(Whole());
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kImageUnreadable));
+  EXPECT_THAT(report.message, HasSubstr("is half written"));
+  EXPECT_THAT(report.message, HasSubstr(Whole().string()));
+}
+
+TEST_F(TornImage, BesideADamagedWholeOne_IsToldForWhatItIs) {
+  for (const std::string& damaged : {whole.substr(0, 1000), whole.substr(0, 100'000), old}) {
+    test::WriteWholeFile(Whole(), damaged);
+    const GuardedReport report = Pass();
+    EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kImageUnreadable));
+    EXPECT_THAT(report.message, HasSubstr("is half written"));
+  }
+}
+
+TEST_F(TornImage, GivesWayToTheOldOneFromTheTrash) {
+  std::filesystem::remove(Whole());
+  ASSERT_EQ(Pass().outcome, kRefused);
+  test::WriteWholeFile(Image(), old);
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kDone) << report.message;
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "edited"}}));
+  EXPECT_EQ(OnHost(), (FileTree{{"a.txt", "edited"}}));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+TEST_F(TornImage, GivesWayToAnyOtherOneThatIsAccepted) {
+  std::filesystem::remove(Whole());
+  std::string other = whole;
+  other[kVolumeIdAt] ^= 0x55;
+  test::WriteWholeFile(Image(), other);
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kImageReplaced));
+  EXPECT_EQ(Pass({GuardedHazard::kImageReplaced}).outcome, kNothingToDo);
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
 }
 
 class Leftover : public GuardedPair {};
