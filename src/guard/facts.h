@@ -71,13 +71,17 @@ struct Facts {
 struct PlanFacts {
   std::vector<std::string> unwritableFolders{};  // of those that the plan changes; host paths
   bool isImageWritable = true;
-  std::optional<std::uint64_t> freeForFolder{};  // bytes on its file system
+  // Bytes on its file system, with those that a pass gives back before it needs them.
+  std::optional<std::uint64_t> freeForFolder{};
   std::optional<std::uint64_t> freeForImage{};
   bool isSameFileSystem = false;  // for both
   // What goes to a trash on another file system is copied there.
   std::optional<std::uint64_t> freeForTrash{};
   bool areFilesCopied = false;
   bool isImageCopied = false;
+  std::uint64_t trashBytes = 0;      // that the trash holds
+  bool isTrashBesideFolder = false;  // on the same file system
+  bool isTrashBesideImage = false;
   unsigned imageCopies = 1;  // that are made beside the old image
 };
 

@@ -45,9 +45,12 @@ GuardedPass::GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsO
       host(itsPlaces.folder, whatIsSeen.host.entryStamps, trash, workMonitor) {}
 
 Progress GuardedPass::Run() {
+  const bool hasToAct = !sight.plan.IsEmpty();
+  const bool hasSpare = sight.trash && sight.trash->spare > 0;
+  if ((hasToAct || sight.hasToMend) && hasSpare) TrimToBound();
   Progress progress = KeepDamagedState();
   if (progress.IsDone()) progress = MendCutOff();
-  if (progress.IsDone() && HasToAct()) progress = SavePending();
+  if (progress.IsDone() && hasToAct) progress = SavePending();
   if (progress.IsDone()) progress = ChangeHost();
   if (progress.IsDone() && sight.plan.needsImage) progress = ChangeImage();
   if (progress.IsDone()) progress = Finish();
@@ -69,8 +72,6 @@ bool GuardedPass::IsDone(const GuardedStep& step) const {
   }
   return false;
 }
-
-bool GuardedPass::HasToAct() const { return !sight.plan.IsEmpty(); }
 
 // Under another name: it may be somebody else's file.
 Progress GuardedPass::KeepDamagedState() {
@@ -224,8 +225,12 @@ Progress GuardedPass::Finish() {
   }
   if (after == sight.state && !sight.pending && !pending) return {};
   Progress progress = Save(after);
-  if (progress.IsDone()) TrimTrash(places.stateFolder, options.trashPasses, options.trashBytes);
+  if (progress.IsDone()) TrimToBound();
   return progress;
+}
+
+void GuardedPass::TrimToBound() const {
+  TrimTrash(places.stateFolder, options.trashPasses, options.trashBytes);
 }
 
 Progress GuardedPass::Save(const State& state) {

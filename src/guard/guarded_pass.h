@@ -37,7 +37,6 @@ class GuardedPass {
   bool IsDone(const GuardedStep& step) const;
 
  private:
-  bool HasToAct() const;
   Progress KeepDamagedState();
   Progress MendCutOff();
   Progress SavePending();
@@ -45,6 +44,7 @@ class GuardedPass {
   Progress ChangeImage();
   Progress Finish();
   Progress Save(const State& state);
+  void TrimToBound() const;
 
   const Places& places;
   const GuardedSyncOptions& options;

@@ -310,6 +310,14 @@ std::uint64_t BytesForTrash(const Facts& facts, const PlanFacts& planFacts, cons
   return bytes;
 }
 
+std::string HowToMakeRoom(const Facts& facts, const PlanFacts& planFacts, bool isTrashThere) {
+  if (!isTrashThere || planFacts.trashBytes == 0) return ". Make room, or accept that it is tried";
+  return ". Make room, or let the trash in " + facts.stateFolder + ", which has " +
+         std::to_string(planFacts.trashBytes) +
+         " bytes there, keep less (trashBytes, or --trash-size of virtdisk sync; the latest pass "
+         "stays), or accept that it is tried";
+}
+
 void CheckRoom(const Facts& facts, const PlanFacts& planFacts, const Plan& plan,
                const Observation& seen, Collector& found) {
   std::uint64_t forFolder = 0;
@@ -323,13 +331,14 @@ void CheckRoom(const Facts& facts, const PlanFacts& planFacts, const Plan& plan,
     found.Add(kNoRoom, true,
               "the file system of " + facts.folder + " has " +
                   std::to_string(*planFacts.freeForFolder) + " bytes left, and " +
-                  std::to_string(together) + " are needed. Make room, or accept that it is tried");
+                  std::to_string(together) + " are needed" +
+                  HowToMakeRoom(facts, planFacts, planFacts.isTrashBesideFolder));
   } else if (lacks(forImage, planFacts.freeForImage)) {
-    found.Add(kNoRoom, true,
-              "the file system of " + facts.image + " has " +
-                  std::to_string(*planFacts.freeForImage) +
-                  " bytes left, and the new image beside the old one needs " +
-                  std::to_string(forImage) + ". Make room, or accept that it is tried");
+    found.Add(
+        kNoRoom, true,
+        "the file system of " + facts.image + " has " + std::to_string(*planFacts.freeForImage) +
+            " bytes left, and the new image beside the old one needs " + std::to_string(forImage) +
+            HowToMakeRoom(facts, planFacts, planFacts.isTrashBesideImage));
   }
   const std::uint64_t forTrash = BytesForTrash(facts, planFacts, plan, seen);
   if (!lacks(forTrash, planFacts.freeForTrash)) return;
@@ -337,7 +346,7 @@ void CheckRoom(const Facts& facts, const PlanFacts& planFacts, const Plan& plan,
             "the file system of the trash in " + facts.stateFolder + " has " +
                 std::to_string(*planFacts.freeForTrash) +
                 " bytes left, and what is replaced needs " + std::to_string(forTrash) +
-                ". Make room, or accept that it is tried");
+                HowToMakeRoom(facts, planFacts, true));
 }
 
 }  // namespace

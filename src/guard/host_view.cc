@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr std::uint64_t kBytesPerBlock = 512;  // of stat(2)
 constexpr char kDotName[] = "takes no part: its name begins with \".\"";
 constexpr char kTemporary[] = "takes no part: a temporary file";
 constexpr char kOwnPart[] = "takes no part: it belongs to the synchroniser";
@@ -251,6 +252,10 @@ Stamp StampOf(const struct ::stat& status) {
           .size = static_cast<std::uint64_t>(status.st_size),
           .modified = ToNanoseconds(status.st_mtim),
           .changed = ToNanoseconds(status.st_ctim)};
+}
+
+std::uint64_t RoomOf(const struct ::stat& status) {
+  return static_cast<std::uint64_t>(status.st_blocks) * kBytesPerBlock;
 }
 
 std::optional<Stamp> StampAt(const fs::path& path) {

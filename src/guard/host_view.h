@@ -22,6 +22,9 @@ namespace quorbix::virtdisk::internal::guard {
 
 Stamp StampOf(const struct ::stat& status);
 
+// What a file takes of its file system, in bytes.
+std::uint64_t RoomOf(const struct ::stat& status);
+
 // That of what lies at `path`, links followed; nothing when nothing does, with the cause in errno.
 std::optional<Stamp> StampAt(const std::filesystem::path& path);
 

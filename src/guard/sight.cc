@@ -28,7 +28,6 @@ constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
 // Two are enough, unless links change what is planned for their files in turn; such a pass finds
 // something changed, and the next one goes on.
 constexpr int kMostRounds = 4;
-constexpr std::uint64_t kBytesPerBlock = 512;  // of stat(2)
 constexpr char kWasStopped[] = "it was stopped";
 constexpr char kTornImage[] =
     "an earlier pass was cut off while it wrote into the image: that is done to its end";
@@ -341,9 +340,10 @@ class Looker {
     NoteWhatIsLeft(pairing);
   }
 
-  PlanFacts FactsOfPlan() const {
+  PlanFacts FactsOfPlan() {
     PlanFacts facts;
     if (sight.plan.IsEmpty()) return facts;
+    MeasureTrashOnce();
     std::set<std::string> folders;
     const auto add = [&](const std::string& path) {
       const std::string folder = ParentOf(path);
@@ -373,7 +373,26 @@ class Looker {
     facts.freeForTrash = FreeBytes(state);
     facts.areFilesCopied = !IsOnSameFileSystem(places.folder, state);
     facts.isImageCopied = !options.inPlace && !IsOnSameFileSystem(beside, state);
+    facts.isTrashBesideFolder = !facts.areFilesCopied;
+    facts.isTrashBesideImage = IsOnSameFileSystem(newImages, state);
+    CountTrash(facts);
     return facts;
+  }
+
+  // What is beyond the trash's bound goes before anything is written.
+  void CountTrash(PlanFacts& facts) const {
+    facts.trashBytes = sight.trash->held;
+    const auto add = [&](std::optional<std::uint64_t>& free) {
+      if (free) *free += sight.trash->spare;
+    };
+    add(facts.freeForTrash);
+    if (facts.isTrashBesideFolder) add(facts.freeForFolder);
+    if (facts.isTrashBesideImage) add(facts.freeForImage);
+  }
+
+  void MeasureTrashOnce() {
+    if (sight.trash) return;
+    sight.trash = MeasureTrash(places.stateFolder, options.trashPasses, options.trashBytes);
   }
 
   // What a pass that was cut off has left of its new image is removed before another is made.
@@ -381,7 +400,7 @@ class Looker {
     struct ::stat status;
     const bool isThere = sight.pending && !sight.pending->wholeImage.empty() &&
                          ::lstat((newImages / sight.pending->wholeImage).c_str(), &status) == 0;
-    return isThere ? static_cast<std::uint64_t>(status.st_blocks) * kBytesPerBlock : 0;
+    return isThere ? RoomOf(status) : 0;
   }
 
   void NoteWhatIsLeft(const Pairing& pairing) {
@@ -412,6 +431,7 @@ class Looker {
       sight.notes.push_back({path, kFileLeftOver});
     }
     sight.hasToMend = sight.notes.size() > before;
+    if (sight.hasToMend) MeasureTrashOnce();
   }
 
   // A side that has changed just now is left to whoever is at it, but for what a pass itself did.

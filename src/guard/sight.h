@@ -16,6 +16,7 @@
 #include "guard/planning.h"
 #include "guard/state.h"
 #include "guard/state_file.h"
+#include "guard/trash.h"
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -53,6 +54,7 @@ struct Sight {
   Observation seen{};
   Hazards hazards{};
   Plan plan{};
+  std::optional<TrashSize> trash{};  // where there is something to do
   std::vector<GuardedNote> notes{};
 };
 

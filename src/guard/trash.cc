@@ -123,15 +123,39 @@ std::string CannotMake(const fs::path& trash, const std::error_code& why) {
   return "cannot make the trash " + trash.string() + " (" + why.message() + ")";
 }
 
-std::uint64_t BytesIn(const fs::path& folder) {
-  std::uint64_t bytes = 0;
+struct PassSize {
+  std::uint64_t bytes = 0;  // of what the files say
+  std::uint64_t room = 0;   // that goes back to the file system with them
+};
+
+PassSize SizeOf(const fs::path& folder) {
+  PassSize size;
   for (const ListedEntry& entry : ListFolder(folder.native()).entries) {
     struct ::stat status;
-    if (::lstat((folder / entry.name).c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
-      bytes += static_cast<std::uint64_t>(status.st_size);
-    }
+    const bool isFile =
+        ::lstat((folder / entry.name).c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    if (!isFile) continue;
+    size.bytes += static_cast<std::uint64_t>(status.st_size);
+    if (status.st_nlink == 1) size.room += RoomOf(status);
   }
-  return bytes;
+  return size;
+}
+
+// Calls `visit` with each pass, the latest first, its size, and whether it is one too many.
+template <class Visit>
+void VisitPasses(const fs::path& trash, std::size_t passes, std::uint64_t bytes,
+                 const Visit& visit) {
+  std::error_code ignored;
+  const std::vector<std::string> names = PassesIn(trash, ignored);
+  std::uint64_t kept = 0;
+  std::size_t count = 0;
+  for (auto name = names.rbegin(); name != names.rend(); ++name) {
+    const PassSize size = SizeOf(trash / *name);
+    kept += size.bytes;
+    const bool isLatest = count == 0;
+    const bool isBeyond = ++count > passes || kept > bytes;
+    visit(trash / *name, size, isBeyond && !isLatest);
+  }
 }
 
 bool CopyBytes(int from, int to, WorkMonitor& monitor) {
@@ -253,19 +277,22 @@ Progress MoveToTrash(int folder, const std::string& name, const fs::path& place,
                           SystemText() + ")");
 }
 
+TrashSize MeasureTrash(const fs::path& stateFolder, std::size_t passes, std::uint64_t bytes) {
+  TrashSize trash;
+  VisitPasses(stateFolder / kTrashName, passes, bytes,
+              [&](const fs::path&, const PassSize& size, bool isTooMuch) {
+                trash.held += size.room;
+                if (isTooMuch) trash.spare += size.room;
+              });
+  return trash;
+}
+
 void TrimTrash(const fs::path& stateFolder, std::size_t passes, std::uint64_t bytes) {
-  std::error_code ignored;
-  const fs::path trash = stateFolder / kTrashName;
-  std::vector<std::string> names = PassesIn(trash, ignored);
-  std::uint64_t kept = 0;
-  std::size_t count = 0;
-  for (auto name = names.rbegin(); name != names.rend(); ++name) {
-    kept += BytesIn(trash / *name);
-    const bool isLatest = count == 0;
-    if (++count > passes || kept > bytes) {
-      if (!isLatest) fs::remove_all(trash / *name, ignored);
-    }
-  }
+  VisitPasses(stateFolder / kTrashName, passes, bytes,
+              [](const fs::path& pass, const PassSize&, bool isTooMuch) {
+                std::error_code ignored;
+                if (isTooMuch) fs::remove_all(pass, ignored);
+              });
 }
 
 }  // namespace internal::guard

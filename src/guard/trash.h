@@ -53,6 +53,14 @@ std::filesystem::path PartOf(const std::filesystem::path& place);
 [[nodiscard]] Progress MoveToTrash(int folder, const std::string& name,
                                    const std::filesystem::path& place, WorkMonitor& monitor);
 
+// How much room a trash takes, in bytes of its file system.
+struct TrashSize {
+  std::uint64_t held = 0;
+  std::uint64_t spare = 0;  // of these, what TrimTrash would give back
+};
+TrashSize MeasureTrash(const std::filesystem::path& stateFolder, std::size_t passes,
+                       std::uint64_t bytes);
+
 // Deletes the oldest passes until no more than `passes` and `bytes` are left; the latest one stays.
 void TrimTrash(const std::filesystem::path& stateFolder, std::size_t passes, std::uint64_t bytes);
 

@@ -13,6 +13,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 Facts Sound() {
   Facts facts;
@@ -240,6 +241,14 @@ TEST(HazardsOfPlan, TooLittleRoom_IsOne) {
   EXPECT_THAT(Kinds(Found(toDisk, {}, {.freeForImage = (3 << 20) - 1})),
               ElementsAre(GuardedHazard::kNoRoom));
   EXPECT_THAT(Found(toDisk, {}, {.freeForImage = 3 << 20}), IsEmpty());
+}
+
+TEST(HazardsOfPlan, TooLittleRoomBesideTheTrash_TellsItsSize) {
+  const Observation seen = Seen({}, {{"A", 'a'}});
+  PlanFacts facts{.freeForFolder = 0, .trashBytes = 4321, .isTrashBesideFolder = true};
+  EXPECT_THAT(Found(seen, {}, facts).at(0).text, HasSubstr("has 4321 bytes there, keep less"));
+  facts.isTrashBesideFolder = false;
+  EXPECT_THAT(Found(seen, {}, facts).at(0).text, Not(HasSubstr("trash")));
 }
 
 TEST(HazardsOfPlan, BothSidesOnOneFileSystem_NeedRoomTogether) {

@@ -242,6 +242,72 @@ TEST_F(ImageFault, TrashOnAnotherFileSystem_NeedsRoomThere) {
   EXPECT_EQ(Sync()->Pass().outcome, kDone);
 }
 
+// A trash of two passes with an image each, on a file system that is full but for them.
+class FullTrash : public ImageFault {
+ protected:
+  void SetUp() override {
+    folder.File("host/a.txt", "a");
+    BuildAndAgree();
+    for (const char* text : {"first edit", "second edit"}) {
+      folder.File("host/a.txt", text);
+      ASSERT_EQ(Pass().outcome, GuardedOutcome::kDone);
+    }
+    options.inPlace = true;  // the new image, and a copy of the old one
+    folder.File("host/a.txt", "third edit");
+    before = InTrashByPass();
+    ASSERT_EQ(before.size(), 2u);
+    freeBytes = kImageBytes;
+  }
+
+  std::vector<std::string> InTrashByPass() const {
+    std::vector<TrashedItem> items;
+    std::string err;
+    EXPECT_TRUE(ListTrash(StateFolder(), items, err)) << err;
+    std::vector<std::string> ids;
+    for (const TrashedItem& item : items) ids.push_back(item.id);
+    return ids;
+  }
+
+  // As much as the first one gives back, where images have their blocks.
+  void FillImages() const {
+    for (const std::string& id : before) {
+      const auto path = StateFolder() / "trash" / id;
+      test::WriteWholeFile(path, std::string(kImageBytes + 8192, 'x'));
+    }
+  }
+
+  std::vector<std::string> before;
+};
+
+TEST_F(FullTrash, WithinItsBound_IsToldAndKept) {
+  FillImages();
+  const GuardedReport report = Pass();
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kNoRoom));
+  EXPECT_THAT(report.message, testing::HasSubstr("let the trash in " + StateFolder().string()));
+  EXPECT_EQ(InTrashByPass(), before);
+}
+
+TEST_F(FullTrash, BeyondItsBound_MakesRoomBeforeItIsNeeded) {
+  FillImages();
+  options.trashBytes = kImageBytes;
+  bool isOldestGone = false;
+  whenTrashIsWrittenOut = [&] {
+    isOldestGone = !std::filesystem::exists(StateFolder() / "trash" / before.front());
+  };
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kDone) << report.message;
+  EXPECT_TRUE(isOldestGone);
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "third edit"}}));
+}
+
+TEST_F(FullTrash, BeyondItsBound_IsKeptByAPassThatIsRefused) {
+  FillImages();
+  options.trashBytes = kImageBytes;
+  freeBytes = 0;
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kNoRoom));
+  EXPECT_EQ(InTrashByPass(), before);
+}
+
 TEST_F(ImageFault, NewImageOfAPassThatWasKilled_MakesRoomForTheNext) {
   folder.File("host/a.txt", "a");
   BuildAndAgree();

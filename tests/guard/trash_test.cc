@@ -275,6 +275,28 @@ TEST_F(Trash, TooManyBytes_LoseTheOldestButNeverTheLatest) {
   EXPECT_THAT(ListedPaths(), ElementsAre("a4"));
 }
 
+TEST_F(Trash, Size_IsWhatAFileSystemWouldGetBack) {
+  EXPECT_EQ(MeasureTrash(StateFolder(), 50, 10).held, 0u);
+  for (int i = 1; i <= 3; ++i) {
+    folder.File("a" + std::to_string(i), std::string(100'000, 'x'));
+    Throw("a" + std::to_string(i), "2026-11-21 17.20.0" + std::to_string(i));
+  }
+  EXPECT_EQ(MeasureTrash(StateFolder(), 50, 1'000'000).spare, 0u);
+  const TrashSize before = MeasureTrash(StateFolder(), 50, 10);
+  EXPECT_GE(before.spare, 200'000u);
+  EXPECT_GE(before.held, before.spare + 100'000);
+  TrimTrash(StateFolder(), 50, 10);
+  EXPECT_EQ(MeasureTrash(StateFolder(), 50, 10).held, before.held - before.spare);
+  EXPECT_EQ(MeasureTrash(StateFolder(), 50, 10).spare, 0u);
+}
+
+TEST_F(Trash, FileThatHasAnotherNameToo_GivesNothingBack) {
+  folder.File("a", std::string(100'000, 'x')).File("b", "b");
+  fs::create_hard_link(folder / "a", folder / "other");
+  Throw("a");
+  EXPECT_LT(MeasureTrash(StateFolder(), 50, 1'000'000).held, 100'000u);
+}
+
 TEST_F(Trash, PassAfterTheClockWasSetBack_IsTheLatest) {
   folder.File("old", "12345");
   Throw("old", "2026-11-21 17.20.05");
