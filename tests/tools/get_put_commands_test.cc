@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -138,7 +140,52 @@ TEST_F(GetCommand, ManyFilesThatExist_AreToldTenTimesAndCounted) {
   const ProgramRun run = Get(crafter, "/");
   EXPECT_THAT(run.err, HasSubstr("refused to extract /N6: "));
   EXPECT_THAT(run.err, Not(HasSubstr("refused to extract /N7: ")));
-  EXPECT_THAT(run.err, HasSubstr("refused to replace 3 more files that exist\n"));
+  EXPECT_THAT(run.err, HasSubstr("refused to extract 3 more: a file of that name exists\n"
+                                 "  --json names every one.\n"));
+}
+
+TEST_F(GetCommand, ManyFailuresOfEachSort_AreToldTenTimesAndCountedAndJsonHasAll) {
+  ImageCrafter crafter({.rootEntryCount = 48});
+  for (int i = 10; i < 21; ++i) {
+    const std::string number = std::to_string(i);
+    crafter.File("SHORT" + number, {.size = 9}).File("NONE" + number, {.firstCluster = 400});
+    crafter.RawSlot("A/" + number + "       ", {});
+  }
+  const ProgramRun run = Get(crafter, "/", {"--json"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 3 * (10 + 1) * 2) << run.err;
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: could not read 1 more: cluster offset out of range\n"));
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: only a part is there of 1 more: their chains of "
+                                 "clusters end early\n"));
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: refused to extract 1 more: its name would lead out of "
+                                 "the destination\n"));
+  EXPECT_EQ(run.Json()["short"].size(), 11u);
+  EXPECT_EQ(run.Json()["failed"].size(), 22u);
+}
+
+TEST_F(GetCommand, FailuresOfTen_AreToldWithoutARest) {
+  ImageCrafter crafter;
+  for (int i = 10; i < 20; ++i) crafter.File("SHORT" + std::to_string(i), {.size = 9});
+  EXPECT_THAT(Get(crafter, "/").err, Not(HasSubstr("more: ")));
+}
+
+TEST_F(GetCommand, ManyFilesThatCannotBeWritten_AreToldTenTimesAndCountedByReason) {
+  ImageCrafter crafter;
+  for (std::uint16_t i = 0; i < 12; ++i) {
+    const auto cluster = static_cast<std::uint16_t>(2 + 2 * i);
+    crafter.File("N" + std::to_string(i), {.firstCluster = cluster, .size = 1024});
+    crafter.Chain({cluster, static_cast<std::uint16_t>(cluster + 1)});
+  }
+  test::WriteBytes(folder / "disk.img", crafter.Bytes());
+  test::RunInChild({.fileSizeLimit = 600}, [this] {
+    ::signal(SIGXFSZ, SIG_IGN);
+    const ProgramRun run =
+        RunVirtdisk({"get", (folder / "disk.img").string(), "/", (folder / "DEST").string()});
+    folder.File("log", run.err.substr(run.err.size() - 100));
+    return 0;
+  });
+  EXPECT_THAT(folder.Read("log"), HasSubstr("virtdisk: could not write 2 more: File too large\n"
+                                            "  --json names every one.\n"));
 }
 
 // 1,024 of 2,000 bytes have clusters.

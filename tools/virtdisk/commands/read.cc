@@ -16,6 +16,7 @@
 #include "disk/image_tree.h"
 #include "disk/opened_image.h"
 #include "terminal/exit_status.h"
+#include "terminal/failure_tally.h"
 #include "terminal/json.h"
 #include "terminal/progress.h"
 #include "terminal/text.h"
@@ -31,7 +32,7 @@ constexpr char kImageItself[] = "it would take the place of the image that is re
 constexpr char kNoFolder[] = "a symbolic link or a file stands where a folder should be";
 constexpr char kUnmadeFolder[] = "its folder could not be made";
 constexpr char kExists[] = "a file of that name exists";
-constexpr std::uint64_t kMostToldToExist = 10;
+constexpr char kPartOnly[] = "what there is of it would replace what exists";
 
 std::string HintFor(const std::string& message, const std::string& path, const fs::path& image) {
   const std::string what = Within(path, image);
@@ -45,10 +46,19 @@ std::string HintFor(const std::string& message, const std::string& path, const f
   return what + ": the file's chain of clusters is damaged.";
 }
 
-// Tells of a file that has fewer bytes than its entry says.
-void TellShort(Console& console, const std::string& path, std::uint64_t got, std::uint32_t size) {
-  Fail(console, path + " has only " + GroupDigits(got) + " of its " + Count(size, "byte", "bytes"),
-       "Its chain of clusters ends early; `virtdisk verify` tells more.");
+constexpr char kShortHint[] = "Its chain of clusters ends early; `virtdisk verify` tells more.";
+
+// Of a file that has fewer bytes than its entry says.
+std::string ShortText(const Fat16FsEntry& entry, std::uint64_t got) {
+  return entry.path + " has only " + GroupDigits(got) + " of its " +
+         Count(entry.size, "byte", "bytes");
+}
+
+// Why `target` could not be written, without its path, from the message that has both.
+std::string WriteReason(const std::string& message, const fs::path& target) {
+  const std::string path = target.string() + ": ";
+  const std::size_t at = message.find(path);
+  return at == std::string::npos ? message : message.substr(at + path.size());
 }
 
 struct Failure {
@@ -62,7 +72,6 @@ struct Outcome {
   std::uint64_t files = 0;
   std::uint64_t directories = 0;
   std::uint64_t bytes = 0;
-  std::uint64_t existing = 0;
   std::vector<std::string> shortFiles;
   std::vector<Failure> failed;
 };
@@ -77,16 +86,13 @@ class Extractor {
         image(theImage),
         options(theOptions),
         outcome(theOutcome),
+        failures(theConsole),
         progress(theConsole, "copying", bytes) {}
 
   void Run(const std::vector<ExtractionStep>& steps) {
     if (!MakeDestination()) return;
     for (const ExtractionStep& step : steps) Take(step);
-    if (outcome.existing <= kMostToldToExist) return;
-    Fail(console,
-         "refused to replace " + GroupDigits(outcome.existing - kMostToldToExist) +
-             " more files that exist",
-         "--force replaces them.");
+    failures.TellRest();
   }
 
   // Copies one file, of which `target` says where. False: it exists, and nobody was told.
@@ -95,12 +101,14 @@ class Extractor {
     std::string err;
     ExtractionEnd end = ExtractToNewFile(target, content, progress, err);
     if (end == ExtractionEnd::kExists && options.force) {
-      if (IsSameFile(target, options.image)) return Refuse(entry, kImageItself);
+      if (IsSameFile(target, options.image)) {
+        Refuse(entry, kImageItself);
+        return true;
+      }
       end = ExtractInPlaceOf(target, content, entry.size, progress, err);
     }
-    if (end == ExtractionEnd::kShort) return LeaveInPlace(entry, target, content.Total());
     if (end == ExtractionEnd::kExists) return false;
-    Tell(entry, end, content.Total(), err);
+    Tell(entry, target, end, content.Total(), err);
     return true;
   }
 
@@ -132,12 +140,7 @@ class Extractor {
     const fs::path target = options.destination / step.target;
     if (step.entry->isDirectory) return MakeFolder(step, target);
     if (CopyFile(*step.entry, target)) return;
-    ++outcome.existing;
-    if (outcome.existing <= kMostToldToExist) {
-      Refuse(*step.entry, IsSameFile(target, options.image) ? kImageItself : kExists);
-    } else {
-      outcome.failed.push_back({step.entry->path, kExists});
-    }
+    Refuse(*step.entry, IsSameFile(target, options.image) ? kImageItself : kExists);
   }
 
   void MakeFolder(const ExtractionStep& step, const fs::path& target) {
@@ -154,43 +157,51 @@ class Extractor {
     Refuse(*step.entry, fs::exists(status) ? kNoFolder : failed.message());
   }
 
-  // What lies there may be whole.
-  bool LeaveInPlace(const Fat16FsEntry& entry, const fs::path& target, std::uint64_t got) {
-    outcome.shortFiles.push_back(entry.path);
-    TellShort(console, entry.path, got, entry.size);
-    return Refuse(entry, "what there is of it would replace " + target.string());
+  void Tell(const Fat16FsEntry& entry, const fs::path& target, ExtractionEnd end,
+            std::uint64_t bytes, const std::string& err) {
+    switch (end) {
+      case ExtractionEnd::kUnreadable:
+        return FailOn(entry, err, {"could not read", err}, HintFor(err, entry.path, options.image));
+      case ExtractionEnd::kUnwritable:
+        return FailOn(entry, err, {"could not write", WriteReason(err, target)},
+                      "Not copied: " + entry.path);
+      case ExtractionEnd::kShort:
+        TellShort(entry, bytes);
+        return Refuse(entry, kPartOnly);
+      default:
+        ++outcome.files;
+        outcome.bytes += bytes;
+        if (bytes != entry.size) TellShort(entry, bytes);
+    }
   }
 
-  void Tell(const Fat16FsEntry& entry, ExtractionEnd end, std::uint64_t bytes,
-            const std::string& err) {
-    if (end != ExtractionEnd::kWritten) {
-      const bool isImage = end == ExtractionEnd::kUnreadable;
-      outcome.failed.push_back({entry.path, err});
-      outcome.status =
-          Fail(console, err,
-               isImage ? HintFor(err, entry.path, options.image) : "Not copied: " + entry.path);
-      return;
-    }
-    ++outcome.files;
-    outcome.bytes += bytes;
-    if (bytes == entry.size) return;
+  void TellShort(const Fat16FsEntry& entry, std::uint64_t bytes) {
     outcome.shortFiles.push_back(entry.path);
     outcome.status = kFailed;
-    TellShort(console, entry.path, bytes, entry.size);
+    failures.Tell({"only a part is there of", "their chains of clusters end early"},
+                  ShortText(entry, bytes), kShortHint);
   }
 
-  bool Refuse(const Fat16FsEntry& entry, const std::string& reason) {
+  void FailOn(const Fat16FsEntry& entry, const std::string& err, const FailureSort& sort,
+              const std::string& hint) {
+    outcome.failed.push_back({entry.path, err});
+    outcome.status = kFailed;
+    failures.Tell(sort, err, hint);
+  }
+
+  void Refuse(const Fat16FsEntry& entry, const std::string& reason) {
     outcome.failed.push_back({entry.path, reason});
-    outcome.status =
-        Fail(console, "refused to extract " + entry.path + ": " + reason,
-             reason == kExists ? "--force replaces it." : "What is not refused is extracted.");
-    return true;
+    outcome.status = kFailed;
+    failures.Tell({"refused to extract", reason},
+                  "refused to extract " + entry.path + ": " + reason,
+                  reason == kExists ? "--force replaces it." : "What is not refused is extracted.");
   }
 
   Console& console;
   const OpenedImage& image;
   const GetOptions& options;
   Outcome& outcome;
+  FailureTally failures;
   Progress progress;
   // Below the destination, made or found there. Nothing is written through anything else, so that
   // no symbolic link leads out of the destination.
@@ -247,7 +258,6 @@ void GetFile(Console& console, const OpenedImage& image, const GetOptions& optio
   }
   outcome.status = kDone;
   if (Extractor(console, image, options, entry->size, outcome).CopyFile(*entry, target)) return;
-  outcome.existing = 1;
   outcome.failed.push_back({entry->path, kExists});
   outcome.status =
       RefuseFile(console, target.string() + " exists", "--force replaces it; nothing was written.");
@@ -320,7 +330,7 @@ int RunCat(Console& console, const CatOptions& options) {
     }
   } while (!piece.empty() && console.out);
   const bool isShort = content.Total() != entry->size;
-  if (isShort) TellShort(console, entry->path, content.Total(), entry->size);
+  if (isShort) Fail(console, ShortText(*entry, content.Total()), kShortHint);
   if (options.json) PrintContent(console, *entry, all);
   return isShort ? kFailed : kDone;
 }
