@@ -10,6 +10,7 @@
 #include "commands/auto_size.h"
 #include "commands/commands.h"
 #include "commands/shown_preview.h"
+#include "terminal/columns.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
 #include "terminal/text.h"
@@ -45,10 +46,6 @@ std::string SizeText(std::uint64_t bytes) {
   return isWhole ? FormatBytes(bytes) : GroupDigits(bytes / kMiB) + " MiB";
 }
 
-std::string RightAligned(const std::string& text, std::size_t width) {
-  return std::string(width > text.size() ? width - text.size() : 0, ' ') + text;
-}
-
 // The numbers of clusters are left out where they do not fit in.
 class SizeTable {
  public:
@@ -56,9 +53,9 @@ class SizeTable {
 
   void Add(const std::string& size, const std::string& cluster, const std::string& clusters,
            const std::string& needed, const std::string& free) {
-    text += RightAligned(size, 9) + RightAligned(cluster, 13);
-    if (withNumbers) text += RightAligned(clusters, 10) + RightAligned(needed, 8);
-    text += RightAligned(free, 12) + "\n";
+    text += AlignRight(size, 9) + AlignRight(cluster, 13);
+    if (withNumbers) text += AlignRight(clusters, 10) + AlignRight(needed, 8);
+    text += AlignRight(free, 12) + "\n";
   }
 
   const std::string& Text() const { return text; }

@@ -10,6 +10,7 @@
 #include "commands/commands.h"
 #include "commands/work_line.h"
 #include "host/stop_flag.h"
+#include "terminal/columns.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
 #include "terminal/text.h"
@@ -24,10 +25,9 @@ fs::path StateFolderOf(const RestoreOptions& options) {
 }
 
 std::string ItemLine(const TrashedItem& item) {
-  std::string why = item.why;
-  why.resize(std::max<std::size_t>(why.size(), 14), ' ');
-  return Printable(item.id) + "  " + why + "  " + item.side + "  " + FormatBytes(item.bytes) +
-         "  " + Printable(item.path);
+  constexpr std::size_t kWhyWidth = 14;
+  return Printable(item.id) + "  " + AlignLeft(item.why, kWhyWidth) + "  " + item.side + "  " +
+         FormatBytes(item.bytes) + "  " + Printable(item.path);
 }
 
 Json ItemObject(const TrashedItem& item) {

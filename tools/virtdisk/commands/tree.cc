@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -11,6 +10,7 @@
 #include "disk/image_file.h"
 #include "disk/image_tree.h"
 #include "disk/opened_image.h"
+#include "terminal/columns.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
 #include "terminal/text.h"
@@ -18,9 +18,6 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
-constexpr char kDirectoryColour[] = "\x1b[1;34m";
-constexpr char kReset[] = "\x1b[0m";
-constexpr std::size_t kSizeWidth = 11;     // "1,023 bytes"
 constexpr std::size_t kMostIndented = 64;  // deeper levels stay below one another
 constexpr std::size_t kTop = static_cast<std::size_t>(-1);
 
@@ -84,8 +81,9 @@ std::string Indent(const std::vector<Branch>& branches, std::size_t number, cons
   return indent;
 }
 
-std::string Right(const std::string& text) {
-  return std::string(kSizeWidth - std::min(kSizeWidth, text.size()), ' ') + text;
+std::string SizeColumn(std::uint64_t bytes) {
+  constexpr std::size_t kWidth = 11;  // "1,023 bytes"
+  return AlignRight(FormatBytes(bytes), kWidth) + "  ";
 }
 
 void Draw(Console& console, const std::vector<Branch>& branches, const std::string& top) {
@@ -96,13 +94,12 @@ void Draw(Console& console, const std::vector<Branch>& branches, const std::stri
     if (branch.parent == kTop) bytes += branch.bytes;
     if (branch.entry->isDirectory) ++directories;
   }
-  console.out << Right(FormatBytes(bytes)) << "  " << Printable(top) << "\n";
+  console.out << SizeColumn(bytes) << Printable(top) << "\n";
   for (std::size_t i = 0; i < branches.size(); ++i) {
     const Fat16FsEntry& entry = *branches[i].entry;
-    const bool coloured = console.colour && entry.isDirectory;
-    console.out << Right(FormatBytes(branches[i].bytes)) << "  " << Indent(branches, i, lines)
-                << (coloured ? kDirectoryColour : "") << Printable(entry.name)
-                << (coloured ? kReset : "") << (entry.isDirectory ? "/\n" : "\n");
+    const std::string name = Printable(entry.name);
+    console.out << SizeColumn(branches[i].bytes) << Indent(branches, i, lines)
+                << (entry.isDirectory ? ShownDirectory(name, console.colour) : name) << "\n";
   }
   console.out << "\n"
               << Count(directories, "directory", "directories") << ", "

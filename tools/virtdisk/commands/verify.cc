@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <memory>
@@ -7,6 +6,7 @@
 #include "check/check_volume.h"
 #include "commands/commands.h"
 #include "disk/opened_image.h"
+#include "terminal/columns.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
 #include "terminal/text.h"
@@ -43,13 +43,12 @@ std::string ResultOf(const CheckReport& report, std::size_t first, std::size_t l
   return text;
 }
 
-std::string Padded(std::string text, std::size_t width) {
-  text.resize(std::max(width, text.size()), ' ');
-  return text;
+std::string Named(const char* name, const std::string& text) {
+  constexpr std::size_t kNameWidth = 17;
+  return AlignLeft(name, kNameWidth) + text + "\n";
 }
 
 std::string RowsOf(const CheckReport& report) {
-  constexpr std::size_t kNameWidth = 17;
   std::string text;
   std::size_t first = 0;
   for (std::size_t i = 0; i < kRows.size(); ++i) {
@@ -57,24 +56,23 @@ std::string RowsOf(const CheckReport& report) {
     std::string result = ResultOf(report, first, last);
     const bool isUnseen = !report.isWhole && i >= kFirstRowOfTheTree && result == "sound";
     if (isUnseen) result = "not looked at";
-    text += Padded(kRows[i].name, kNameWidth) + result + "\n";
+    text += Named(kRows[i].name, result);
     first = last + 1;
   }
   return text;
 }
 
 std::string CountsText(const VolumeCounts& counts) {
-  std::string text = Padded("clusters", 17) + GroupDigits(counts.clusters) + " of " +
-                     FormatBytes(counts.clusterBytes) + ": " + GroupDigits(counts.usedClusters) +
-                     " used, " + GroupDigits(counts.freeClusters) + " free, " +
-                     GroupDigits(counts.badClusters) + " bad, " + GroupDigits(counts.lostClusters) +
-                     " lost\n";
-  text += Padded("entries", 17) + Count(counts.files, "file", "files") + ", " +
-          Count(counts.directories, "directory", "directories");
+  const std::string clusters =
+      GroupDigits(counts.clusters) + " of " + FormatBytes(counts.clusterBytes) + ": " +
+      GroupDigits(counts.usedClusters) + " used, " + GroupDigits(counts.freeClusters) + " free, " +
+      GroupDigits(counts.badClusters) + " bad, " + GroupDigits(counts.lostClusters) + " lost";
+  std::string entries = Count(counts.files, "file", "files") + ", " +
+                        Count(counts.directories, "directory", "directories");
   if (counts.hiddenEntries > 0) {
-    text += ", " + GroupDigits(counts.hiddenEntries) + " of them in no listing";
+    entries += ", " + GroupDigits(counts.hiddenEntries) + " of them in no listing";
   }
-  return text + "\n";
+  return Named("clusters", clusters) + Named("entries", entries);
 }
 
 std::string FindingLine(const Finding& finding) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "terminal/columns.h"
 #include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
@@ -13,7 +14,6 @@ constexpr unsigned kFewestColumns = 16;
 constexpr unsigned kMostColumns = 128;
 constexpr std::size_t kMostRows = 24;
 constexpr std::size_t kMostFragmented = 10;
-constexpr char kReset[] = "\x1b[0m";
 
 struct Look {
   char symbol;
@@ -53,7 +53,7 @@ std::string DrawRow(const Cell* cells, std::size_t count, bool colour) {
     }
     row += Symbol(cells[i]);
   }
-  if (colour) row += kReset;
+  if (colour) row += kColourEnd;
   return row + "\n";
 }
 
@@ -63,7 +63,7 @@ std::string LegendItem(Area area, std::uint32_t clusters, bool colour) {
   const unsigned shown = area == Area::kFile ? kFileColours[0] : look.colour;
   if (colour) item += StartColour(shown);
   item += look.symbol;
-  if (colour) item += kReset;
+  if (colour) item += kColourEnd;
   item += "  ";
   item += AreaName(area);
   const bool inClusters = area != Area::kSystem && area != Area::kRoot;
