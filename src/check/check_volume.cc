@@ -13,46 +13,6 @@
 namespace quorbix::virtdisk::internal {
 namespace {
 
-// In the order of FindingKind.
-constexpr std::array<std::string_view, kFindingKinds> kKindNames{"noVolume",
-                                                                 "imageTooShort",
-                                                                 "partitionBeyondImage",
-                                                                 "partitionsOverlap",
-                                                                 "otherPartition",
-                                                                 "volumeBeyondPartition",
-                                                                 "noSignature",
-                                                                 "fat12",
-                                                                 "fat32",
-                                                                 "takenForFat12",
-                                                                 "fewClusters",
-                                                                 "manyClusters",
-                                                                 "noSectorCount",
-                                                                 "noRoom",
-                                                                 "oddClusterSize",
-                                                                 "fatTooShort",
-                                                                 "fatsDiffer",
-                                                                 "mediaByte",
-                                                                 "badStart",
-                                                                 "chainLoops",
-                                                                 "chainLeavesVolume",
-                                                                 "chainHitsFree",
-                                                                 "chainHitsBad",
-                                                                 "chainMeetsAnother",
-                                                                 "chainTooShort",
-                                                                 "chainTooLong",
-                                                                 "lostClusters",
-                                                                 "rootBeyondImage",
-                                                                 "directoryWithSize",
-                                                                 "directoryWithoutChain",
-                                                                 "directoryTooLong",
-                                                                 "noDot",
-                                                                 "noDotDot",
-                                                                 "dotElsewhere",
-                                                                 "dotDotElsewhere",
-                                                                 "duplicateName",
-                                                                 "unusableName",
-                                                                 "hiddenEntry"};
-
 // Remembers whether a read failed, which a volume's description does not tell apart from damage.
 class WatchedSource final : public ByteSource {
  public:
@@ -120,21 +80,6 @@ bool CheckDescribed(ByteSource& image, const Fat16FsInfo& info, CheckReport& rep
 }
 
 }  // namespace
-
-std::string_view KindName(FindingKind kind) { return kKindNames[static_cast<std::size_t>(kind)]; }
-
-bool IsDamage(FindingKind kind) {
-  switch (kind) {
-    case FindingKind::kOtherPartition:
-    case FindingKind::kNoSignature:
-    case FindingKind::kFewClusters:
-    case FindingKind::kFatTooShort:
-    case FindingKind::kHiddenEntry:
-      return false;
-    default:
-      return true;
-  }
-}
 
 bool CheckReport::IsSound() const {
   for (std::size_t i = 0; i < found.size(); ++i) {

@@ -138,11 +138,18 @@ std::string AboutAnEntry(const Finding& finding) {
 }  // namespace
 
 std::string DescribeFinding(const Finding& finding) {
-  if (finding.kind < FindingKind::kNoSignature) return AboutTheImage(finding);
-  if (finding.kind < FindingKind::kFatsDiffer) return AboutTheBootSector(finding);
-  if (finding.kind < FindingKind::kBadStart) return AboutTheFats(finding);
-  if (finding.kind < FindingKind::kRootBeyondImage) return AboutAChain(finding);
-  return AboutAnEntry(finding);
+  switch (PartOf(finding.kind)) {
+    case CheckedPart::kPartitionTable:
+      return AboutTheImage(finding);
+    case CheckedPart::kBootSector:
+      return AboutTheBootSector(finding);
+    case CheckedPart::kFats:
+      return AboutTheFats(finding);
+    case CheckedPart::kChains:
+      return AboutAChain(finding);
+    default:
+      return AboutAnEntry(finding);
+  }
 }
 
 }  // namespace quorbix::virtdisk::internal

@@ -14,29 +14,38 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
+using internal::CheckedPart;
 using internal::CheckReport;
 using internal::Finding;
 using internal::FindingKind;
 using internal::VolumeCounts;
 
 struct Row {
+  CheckedPart part;
   const char* name;
-  FindingKind last;  // of those that the row is about; the first comes after the row above
 };
 
-constexpr std::array<Row, 6> kRows{{{"partition table", FindingKind::kVolumeBeyondPartition},
-                                    {"boot sector", FindingKind::kFatTooShort},
-                                    {"FATs", FindingKind::kMediaByte},
-                                    {"chains", FindingKind::kLostClusters},
-                                    {"directories", FindingKind::kDotDotElsewhere},
-                                    {"names", FindingKind::kHiddenEntry}}};
-constexpr std::size_t kFirstRowOfTheTree = 2;  // whose rows need a volume that can be read
+constexpr std::array<Row, 6> kRows{{{CheckedPart::kPartitionTable, "partition table"},
+                                    {CheckedPart::kBootSector, "boot sector"},
+                                    {CheckedPart::kFats, "FATs"},
+                                    {CheckedPart::kChains, "chains"},
+                                    {CheckedPart::kDirectories, "directories"},
+                                    {CheckedPart::kNames, "names"}}};
 
-std::string ResultOf(const CheckReport& report, std::size_t first, std::size_t last) {
+// The others are looked at in any image.
+bool NeedsAReadableVolume(CheckedPart part) {
+  return part != CheckedPart::kPartitionTable && part != CheckedPart::kBootSector;
+}
+
+std::string ResultOf(const CheckReport& report, CheckedPart part) {
   std::uint64_t damages = 0;
   std::uint64_t remarks = 0;
-  for (std::size_t i = first; i <= last; ++i) {
-    (IsDamage(static_cast<FindingKind>(i)) ? damages : remarks) += report.found[i];
+  for (std::size_t i = 0; i < report.found.size(); ++i) {
+    const auto kind = static_cast<FindingKind>(i);
+    if (PartOf(kind) == part) (IsDamage(kind) ? damages : remarks) += report.found[i];
+  }
+  if (!report.isWhole && damages + remarks == 0 && NeedsAReadableVolume(part)) {
+    return "not looked at";
   }
   std::string text = damages == 0 ? "sound" : Count(damages, "fault", "faults");
   if (remarks > 0) text += ", " + Count(remarks, "remark", "remarks");
@@ -50,15 +59,7 @@ std::string Named(const char* name, const std::string& text) {
 
 std::string RowsOf(const CheckReport& report) {
   std::string text;
-  std::size_t first = 0;
-  for (std::size_t i = 0; i < kRows.size(); ++i) {
-    const auto last = static_cast<std::size_t>(kRows[i].last);
-    std::string result = ResultOf(report, first, last);
-    const bool isUnseen = !report.isWhole && i >= kFirstRowOfTheTree && result == "sound";
-    if (isUnseen) result = "not looked at";
-    text += Named(kRows[i].name, result);
-    first = last + 1;
-  }
+  for (const Row& row : kRows) text += Named(row.name, ResultOf(report, row.part));
   return text;
 }
 
