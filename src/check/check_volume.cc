@@ -1,7 +1,7 @@
 #include "check/check_volume.h"
 
-#include <algorithm>
-#include <numeric>
+#include <bit>
+#include <cstdint>
 
 #include "browser/volume_description.h"
 #include "check/fat_table.h"
@@ -12,6 +12,8 @@
 
 namespace quorbix::virtdisk::internal {
 namespace {
+
+constexpr std::uint16_t kMostSectorBytes = 4096;
 
 // Remembers whether a read failed, which a volume's description does not tell apart from damage.
 class WatchedSource final : public ByteSource {
@@ -61,12 +63,32 @@ bool CheckTree(ByteSource& image, const Fat16FsInfo& info, const FatTable& fat, 
   return true;
 }
 
-bool CheckDescribed(ByteSource& image, const Fat16FsInfo& info, CheckReport& report,
-                    FindingList& findings, std::string& err) {
+// FAT32 keeps at 0 what makes a volume readable as FAT16, but not these.
+bool LooksLikeFat(const Fat16FsInfo& info) {
+  return std::has_single_bit(info.bytesPerSector) && info.bytesPerSector >= kSectorBytes &&
+         info.bytesPerSector <= kMostSectorBytes && std::has_single_bit(info.sectorsPerCluster) &&
+         info.reservedSectors != 0 && info.fatCount != 0;
+}
+
+void TellWhyUnreadable(const Fat16FsInfo& info, FindingList& findings) {
+  if (!LooksLikeFat(info)) return findings.Add(FindingKind::kNoVolume);
+  if (ClaimOf(info) == VolumeClaim::kFat32) return findings.Add(FindingKind::kFat32);
+  if (info.bytesPerSector == kSectorBytes) return findings.Add(FindingKind::kNoVolume);
+  findings.Add(FindingKind::kOtherSectorSize, {info.bytesPerSector});
+}
+
+bool CheckTable(ByteSource& image, const Fat16FsInfo& info, FindingList& findings,
+                std::string& err) {
   std::vector<std::uint8_t> buffer;
   const std::uint8_t* sector = image.Read(0, kSectorBytes, buffer, err);
   if (sector == nullptr) return false;
   CheckPartitions(sector, image.Size(), info, findings);
+  return true;
+}
+
+bool CheckDescribed(ByteSource& image, const Fat16FsInfo& info, CheckReport& report,
+                    FindingList& findings, std::string& err) {
+  std::vector<std::uint8_t> buffer;
   const std::uint8_t* boot = image.Read(info.volumeOffset, kSectorBytes, buffer, err);
   if (boot == nullptr) return false;
   const std::uint8_t mediaByte = boot[boot_sector::kMedia];
@@ -95,17 +117,15 @@ bool CheckVolume(ByteSource& image, CheckReport& report, std::string& err) {
   WatchedSource source(image);
   Fat16FsInfo info;
   std::string reason;
-  if (DescribeVolume(source, info, reason)) {
-    return CheckDescribed(source, info, report, findings, err);
-  }
+  const bool isDescribed = DescribeVolume(source, info, reason);
   if (source.HasFailed()) {
     err = reason;
     return false;
   }
-  findings.Add(FindingKind::kNoVolume);
-  if (info.bytesPerSector == kSectorBytes && ClaimOf(info) == VolumeClaim::kFat32) {
-    findings.Add(FindingKind::kFat32);
-  }
+  report.isPartitioned = info.partitioned;
+  if (info.partitioned && !CheckTable(source, info, findings, err)) return false;
+  if (isDescribed) return CheckDescribed(source, info, report, findings, err);
+  TellWhyUnreadable(info, findings);
   return true;
 }
 

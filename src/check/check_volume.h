@@ -44,6 +44,8 @@ struct CheckReport {
   std::vector<Finding> findings;
   std::array<std::uint64_t, kFindingKinds> found{};  // how many of each kind, listed or not
   VolumeCounts counts;
+  // Whether the volume lies in a partition; where it does not, nothing was asked of a table.
+  bool isPartitioned = false;
   // False: the volume could be looked at only in part, for a reason that is among the findings.
   bool isWhole = false;
 

@@ -20,12 +20,13 @@ struct Traits {
 
 // In the order of FindingKind.
 constexpr std::array<Traits, kFindingKinds> kTraits{{
-    {kNoVolume, kPartitionTable, kDamage, "noVolume"},
-    {kImageTooShort, kPartitionTable, kDamage, "imageTooShort"},
     {kPartitionBeyondImage, kPartitionTable, kDamage, "partitionBeyondImage"},
     {kPartitionsOverlap, kPartitionTable, kDamage, "partitionsOverlap"},
     {kOtherPartition, kPartitionTable, kRemark, "otherPartition"},
     {kVolumeBeyondPartition, kPartitionTable, kDamage, "volumeBeyondPartition"},
+    {kNoVolume, kBootSector, kDamage, "noVolume"},
+    {kOtherSectorSize, kBootSector, kDamage, "otherSectorSize"},
+    {kImageTooShort, kBootSector, kDamage, "imageTooShort"},
     {kNoSignature, kBootSector, kRemark, "noSignature"},
     {kFat12, kBootSector, kDamage, "fat12"},
     {kFat32, kBootSector, kDamage, "fat32"},

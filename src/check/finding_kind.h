@@ -10,15 +10,16 @@ namespace quorbix::virtdisk::internal {
 // What can be said against a volume. Where a kind has numbers, they are named behind it in the
 // order of Finding::numbers.
 enum class FindingKind : std::uint8_t {
-  // The image and its partition table, whose entries are numbered from 1.
-  kNoVolume,               // the readers find nothing to read
-  kImageTooShort,          // byte where the volume ends, bytes that the image has
+  // The partition table, whose entries are numbered from 1.
   kPartitionBeyondImage,   // entry, byte where it ends, bytes that the image has
   kPartitionsOverlap,      // entry, entry
   kOtherPartition,         // entry, type
   kVolumeBeyondPartition,  // sectors of the volume, sectors of the partition
 
   // The boot sector.
+  kNoVolume,         // the readers find nothing to read
+  kOtherSectorSize,  // bytes per sector, which the readers do not know
+  kImageTooShort,    // byte where the volume ends, bytes that the image has
   kNoSignature,
   kFat12,  // clusters
   kFat32,

@@ -1,11 +1,19 @@
 #include "check/finding_text.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace quorbix::virtdisk::internal {
 namespace {
 
-std::string Text(std::uint64_t number) { return std::to_string(number); }
+std::string Text(std::uint64_t number) {
+  std::string digits = std::to_string(number);
+  for (std::size_t i = digits.size(); i > 3;) {
+    i -= 3;
+    digits.insert(i, 1, ',');
+  }
+  return digits;
+}
 
 std::string Count(std::uint64_t number, const char* one, const char* many) {
   return Text(number) + " " + (number == 1 ? one : many);
@@ -21,11 +29,9 @@ std::string Hex(std::uint64_t number) {
   return "0x" + digits;
 }
 
-std::string AboutTheImage(const Finding& finding) {
+std::string AboutThePartitions(const Finding& finding) {
   const auto& n = finding.numbers;
   switch (finding.kind) {
-    case FindingKind::kImageTooShort:
-      return "the volume ends at byte " + Text(n[0]) + ", and the image ends after " + Text(n[1]);
     case FindingKind::kPartitionBeyondImage:
       return "partition " + Text(n[0]) + " ends at byte " + Text(n[1]) +
              ", and the image ends after " + Text(n[2]);
@@ -33,16 +39,20 @@ std::string AboutTheImage(const Finding& finding) {
       return "partitions " + Text(n[0]) + " and " + Text(n[1]) + " overlap";
     case FindingKind::kOtherPartition:
       return "partition " + Text(n[0]) + " of type " + Hex(n[1]) + " was not looked at";
-    case FindingKind::kVolumeBeyondPartition:
-      return "the volume has " + Text(n[0]) + " sectors, and its partition " + Text(n[1]);
     default:
-      return "there is no FAT16 volume in the image";
+      return "the volume has " + Text(n[0]) + " sectors, and its partition " + Text(n[1]);
   }
 }
 
 std::string AboutTheBootSector(const Finding& finding) {
   const auto& n = finding.numbers;
   switch (finding.kind) {
+    case FindingKind::kNoVolume:
+      return "there is no FAT16 volume in the image";
+    case FindingKind::kOtherSectorSize:
+      return "the volume has sectors of " + Text(n[0]) + " bytes; only those of 512 can be read";
+    case FindingKind::kImageTooShort:
+      return "the volume ends at byte " + Text(n[0]) + ", and the image ends after " + Text(n[1]);
     case FindingKind::kNoSignature:
       return "the boot sector does not end with 55 AA";
     case FindingKind::kFat12:
@@ -53,10 +63,10 @@ std::string AboutTheBootSector(const Finding& finding) {
       return "the volume has " + Count(n[0], "cluster", "clusters") +
              ", which makes it FAT12, and its boot sector does not say FAT16";
     case FindingKind::kFewClusters:
-      return "the boot sector says FAT16, but with fewer than 4085 clusters (" + Text(n[0]) +
+      return "the boot sector says FAT16, but with fewer than 4,085 clusters (" + Text(n[0]) +
              ") other systems take the volume for FAT12";
     case FindingKind::kManyClusters:
-      return "the volume has " + Text(n[0]) + " clusters; FAT16 has at most 65524";
+      return "the volume has " + Text(n[0]) + " clusters; FAT16 has at most 65,524";
     case FindingKind::kNoSectorCount:
       return "the boot sector does not tell how many sectors there are";
     case FindingKind::kNoRoom:
@@ -115,7 +125,7 @@ std::string AboutAnEntry(const Finding& finding) {
     case FindingKind::kDirectoryWithoutChain:
       return "is a directory without a cluster";
     case FindingKind::kDirectoryTooLong:
-      return "is a directory of " + Text(n[0]) + " slots; other systems read at most 65536";
+      return "is a directory of " + Text(n[0]) + " slots; other systems read at most 65,536";
     case FindingKind::kNoDot:
       return "does not begin with an entry \".\"";
     case FindingKind::kNoDotDot:
@@ -140,7 +150,7 @@ std::string AboutAnEntry(const Finding& finding) {
 std::string DescribeFinding(const Finding& finding) {
   switch (PartOf(finding.kind)) {
     case CheckedPart::kPartitionTable:
-      return AboutTheImage(finding);
+      return AboutThePartitions(finding);
     case CheckedPart::kBootSector:
       return AboutTheBootSector(finding);
     case CheckedPart::kFats:

@@ -71,7 +71,6 @@ void CheckSizes(std::uint64_t imageBytes, const Fat16FsInfo& info, FindingList& 
 
 void CheckPartitions(const std::uint8_t* sector, std::uint64_t imageBytes, const Fat16FsInfo& info,
                      FindingList& findings) {
-  if (!info.partitioned) return;
   const std::vector<Partition> partitions = UsedPartitions(sector);
   bool isChosen = false;  // the first that fits is the one that is read
   for (std::size_t i = 0; i < partitions.size(); ++i) {

@@ -28,7 +28,7 @@ TEST(ChainCheck, EmptyFileWithoutACluster_IsSound) {
 TEST(ChainCheck, ChainOneByteShort_IsFound) {
   const auto image = ImageCrafter().File("A.TXT", {.firstCluster = 2, .size = 1025}).Chain({2, 3});
   const CheckReport report = Checked(image);
-  EXPECT_THAT(Said(report), ElementsAre("/A.TXT has clusters for 1024 of its 1025 bytes"));
+  EXPECT_THAT(Said(report), ElementsAre("/A.TXT has clusters for 1,024 of its 1,025 bytes"));
   EXPECT_FALSE(report.IsSound());
 }
 
@@ -89,7 +89,7 @@ TEST(ChainCheck, WordsThatAreNoCluster_EndNoChain) {
   EXPECT_THAT(
       Findings(TwoClusters().FatWord(3, 0xFFF6)),
       ElementsAre(
-          "/A.TXT goes on from cluster 3 to 65526, which is no cluster, instead of ending"));
+          "/A.TXT goes on from cluster 3 to 65,526, which is no cluster, instead of ending"));
 }
 
 TEST(ChainCheck, LowestEndMark_EndsAChain) {
@@ -97,12 +97,17 @@ TEST(ChainCheck, LowestEndMark_EndsAChain) {
 }
 
 TEST(ChainCheck, StartThatIsNoCluster_IsFound) {
-  for (const int number : {1, 92, 0xFFF7, 0xFFF8, 0xFFFF}) {
-    const auto start = static_cast<std::uint16_t>(number);
-    const auto image = ImageCrafter().File("A.TXT", {.firstCluster = start, .size = 9});
-    EXPECT_THAT(Findings(image), ElementsAre("/A.TXT begins in cluster " + std::to_string(start) +
-                                             ", which does not exist"));
-  }
+  const auto startingAt = [](std::uint16_t start) {
+    return Findings(ImageCrafter().File("A.TXT", {.firstCluster = start, .size = 9}));
+  };
+  EXPECT_THAT(startingAt(1), ElementsAre("/A.TXT begins in cluster 1, which does not exist"));
+  EXPECT_THAT(startingAt(92), ElementsAre("/A.TXT begins in cluster 92, which does not exist"));
+  EXPECT_THAT(startingAt(0xFFF7),
+              ElementsAre("/A.TXT begins in cluster 65,527, which does not exist"));
+  EXPECT_THAT(startingAt(0xFFF8),
+              ElementsAre("/A.TXT begins in cluster 65,528, which does not exist"));
+  EXPECT_THAT(startingAt(0xFFFF),
+              ElementsAre("/A.TXT begins in cluster 65,535, which does not exist"));
 }
 
 TEST(ChainCheck, StartInAFreeCluster_IsFound) {

@@ -25,10 +25,10 @@ TEST(SystemArea, ImageOneByteShort_IsFound) {
   auto image = ImageCrafter();
   const std::size_t bytes = image.Bytes().size();
   const CheckReport report = Checked(image.CutTo(bytes - 1));
-  EXPECT_THAT(Said(report), ElementsAre("partition 1 ends at byte 48640, and the image ends after "
-                                        "48639",
-                                        "the volume ends at byte 48640, and the image ends after "
-                                        "48639"));
+  EXPECT_THAT(Said(report), ElementsAre("partition 1 ends at byte 48,640, and the image ends after "
+                                        "48,639",
+                                        "the volume ends at byte 48,640, and the image ends after "
+                                        "48,639"));
   EXPECT_EQ(bytes, 48640u);
   EXPECT_EQ(report.counts.clusters, 89u);
   EXPECT_FALSE(report.IsSound());
@@ -73,8 +73,36 @@ TEST(SystemArea, EmptyImage_HasNoVolume) {
 
 TEST(SystemArea, Fat32BootSector_IsNamed) {
   const auto image = ImageCrafter().U16(512 + 22, 0).U16(512 + 17, 0);
-  EXPECT_THAT(Findings(image),
-              ElementsAre("there is no FAT16 volume in the image", "the boot sector says FAT32"));
+  EXPECT_THAT(Findings(image), ElementsAre("the boot sector says FAT32"));
+}
+
+TEST(SystemArea, Fat32BootSectorOfLargeSectors_IsNamedToo) {
+  const auto image = ImageCrafter().U16(512 + 22, 0).U16(512 + 17, 0).U16(512 + 11, 4096);
+  EXPECT_THAT(Findings(image), ElementsAre("the boot sector says FAT32"));
+}
+
+TEST(SystemArea, SectorsOfAnotherSize_AreTheReasonWhyNothingIsRead) {
+  const auto withSectors = [](std::uint16_t bytes) {
+    return Findings(ImageCrafter({.partitioned = false}).U16(11, bytes));
+  };
+  EXPECT_THAT(withSectors(4096), ElementsAre("the volume has sectors of 4,096 bytes; only those of "
+                                             "512 can be read"));
+  EXPECT_THAT(withSectors(1024), ElementsAre("the volume has sectors of 1,024 bytes; only those of "
+                                             "512 can be read"));
+  for (const std::uint16_t noSize :
+       {std::uint16_t{256}, std::uint16_t{3000}, std::uint16_t{8192}}) {
+    EXPECT_THAT(withSectors(noSize), ElementsAre("there is no FAT16 volume in the image"));
+  }
+  const CheckReport report = Checked(ImageCrafter().U16(512 + 11, 4096));
+  EXPECT_FALSE(report.IsSound());
+  EXPECT_FALSE(report.isWhole);
+}
+
+TEST(SystemArea, UnreadableVolumeInAPartition_IsNoReasonToPassOverTheTable) {
+  const auto image = WithPartition(6, 94, 5).U16(512 + 11, 0);
+  EXPECT_THAT(Findings(image), ElementsAre("partitions 1 and 2 overlap",
+                                           "partition 2 of type 0x06 was not looked at",
+                                           "there is no FAT16 volume in the image"));
 }
 
 TEST(SystemArea, MissingSignature_IsARemark) {

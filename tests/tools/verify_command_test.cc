@@ -45,7 +45,7 @@ TEST(VerifyCommand, SoundVolume_GivesZeroAndATable) {
             "clusters         90 of 512 bytes: 3 used, 87 free, 0 bad, 0 lost\n"
             "entries          2 files, 0 directories, 1 of them in no listing\n"
             "\n"
-            "remark:  the boot sector says FAT16, but with fewer than 4085 clusters (90) other "
+            "remark:  the boot sector says FAT16, but with fewer than 4,085 clusters (90) other "
             "systems take the volume for FAT12\n"
             "remark:  /.PRO has a name without a base, and no listing shows it\n"
             "\n"
@@ -68,10 +68,38 @@ TEST(VerifyCommand, Fat12_IsDamageAndTheRestNotLookedAt) {
   EXPECT_THAT(run.out, HasSubstr("fault:   the boot sector says FAT12 (90 clusters)\n"));
 }
 
-TEST(VerifyCommand, ImageWithoutAVolume_GivesOne) {
+TEST(VerifyCommand, ImageWithoutAVolume_HasAFaultInItsBootSector) {
   const ProgramRun run = Verify(std::vector<std::uint8_t>(1000));
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.out, HasSubstr("fault:   there is no FAT16 volume in the image\n"));
+  EXPECT_EQ(run.out,
+            "partition table  not used\n"
+            "boot sector      1 fault\n"
+            "FATs             not looked at\n"
+            "chains           not looked at\n"
+            "directories      not looked at\n"
+            "names            not looked at\n"
+            "\n"
+            "fault:   there is no FAT16 volume in the image\n"
+            "\n"
+            "This is no FAT16 volume; the rest was not looked at.\n");
+}
+
+TEST(VerifyCommand, BareVolume_HasNoPartitionTable) {
+  const ProgramRun run = Verify(ImageCrafter({.partitioned = false}).Bytes());
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out, ::testing::StartsWith("partition table  not used\n"
+                                             "boot sector      sound, 1 remark\n"));
+}
+
+TEST(VerifyCommand, SectorsOfAnotherSize_AreTold) {
+  const ProgramRun run = Verify(ImageCrafter().U16(512 + 11, 4096).Bytes());
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.out, HasSubstr("boot sector      1 fault\n"));
+  EXPECT_THAT(run.out,
+              HasSubstr("fault:   the volume has sectors of 4,096 bytes; only those of 512 "
+                        "can be read\n"));
+  EXPECT_THAT(run.out, ::testing::EndsWith("\nThe volume cannot be read; the rest was not looked "
+                                           "at.\n"));
 }
 
 TEST(VerifyCommand, NamesWithControlCharacters_ArePrintedSafely) {

@@ -44,8 +44,9 @@ std::string ResultOf(const CheckReport& report, CheckedPart part) {
     const auto kind = static_cast<FindingKind>(i);
     if (PartOf(kind) == part) (IsDamage(kind) ? damages : remarks) += report.found[i];
   }
-  if (!report.isWhole && damages + remarks == 0 && NeedsAReadableVolume(part)) {
-    return "not looked at";
+  if (damages + remarks == 0) {
+    if (part == CheckedPart::kPartitionTable && !report.isPartitioned) return "not used";
+    if (!report.isWhole && NeedsAReadableVolume(part)) return "not looked at";
   }
   std::string text = damages == 0 ? "sound" : Count(damages, "fault", "faults");
   if (remarks > 0) text += ", " + Count(remarks, "remark", "remarks");
@@ -85,6 +86,9 @@ std::string FindingLine(const Finding& finding) {
 const char* Verdict(const CheckReport& report) {
   using enum FindingKind;
   if (report.IsSound()) return "The volume is sound.\n";
+  if (report.Found(kOtherSectorSize) > 0) {
+    return "The volume cannot be read; the rest was not looked at.\n";
+  }
   for (const FindingKind kind : {kNoVolume, kFat12, kFat32, kTakenForFat12}) {
     if (report.Found(kind) > 0) return "This is no FAT16 volume; the rest was not looked at.\n";
   }
