@@ -79,12 +79,12 @@ class GuardedFolderSync final : public IGuardedFolderSync {
         folder(std::move(folderPath)),
         options(std::move(itsOptions)) {}
 
-  GuardedReport Preview() override {
+  GuardedReport Preview(const std::vector<GuardedHazard>& accepted) override {
     const Places places = FindPlaces(image, folder, options.stateFolder);
     WorkMonitor monitor(options.stop, options.onProgress);
     const Sight sight = Look(places, options, Recall(places), monitor);
     GuardedReport report = ReportOf(sight);
-    report.outcome = OutcomeBefore(sight, {}, report.message);
+    report.outcome = OutcomeBefore(sight, accepted, report.message);
     return report;
   }
 

@@ -105,6 +105,36 @@ TEST_F(SyncCommand, Refusal_TellsWhatWouldBeLostAndHowToGoOn) {
   EXPECT_EQ(folder.Read("DISK/SUB/B.TXT"), "b\n");
 }
 
+TEST_F(SyncCommand, DryRun_TellsWhatWouldBeDoneWithWhatIsAccepted) {
+  Sync();
+  fs::rename(Folder(), folder / "moved");
+  EXPECT_EQ(Sync({"--dry-run"}).status, 3);
+  const ProgramRun run = Sync({"--dry-run", "--accept", "folder-missing"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out, HasSubstr("disk -> folder  new       A_LONG_N.TXT -> A long name.txt"));
+  EXPECT_FALSE(folder.Exists("DISK"));
+}
+
+TEST_F(SyncCommand, Refusal_NamesOnlyWhatIsNotAccepted) {
+  Sync();
+  fs::rename(Folder(), folder / "moved");
+  fs::copy(folder / "moved", Folder(), fs::copy_options::recursive);
+  fs::resize_file(Image(), fs::file_size(Image()) + 512);
+  const ProgramRun run = Sync({"--once", "--accept", "folder-replaced"});
+  EXPECT_EQ(run.status, 3);
+  EXPECT_THAT(run.err, AllOf(HasSubstr("--accept image-resized"),
+                             Not(HasSubstr("--accept folder-replaced"))));
+}
+
+TEST_F(SyncCommand, FirstMeeting_IsToldWhereItBringsSomethingBack) {
+  EXPECT_THAT(Sync().err, IsEmpty());
+  fs::remove_all(folder / "disk.img.sync");
+  folder.Remove("DISK/SUB/B.TXT");
+  const ProgramRun run = Sync();
+  EXPECT_THAT(run.out, HasSubstr("disk -> folder  new       SUB/B.TXT"));
+  EXPECT_THAT(run.err, HasSubstr("nothing is remembered of these two"));
+}
+
 TEST_F(SyncCommand, UnknownHazard_IsAWrongUse) {
   EXPECT_EQ(Sync({"--once", "--accept", "everything"}).status, 2);
 }
@@ -203,6 +233,46 @@ TEST_F(SyncCommand, WhatTakesNoPart_IsTold) {
   folder.File("DISK/.profile", "p");
   EXPECT_THAT(Sync().err, HasSubstr(".profile takes no part"));
   EXPECT_THAT(Sync({"--once", "--quiet"}).err, IsEmpty());
+}
+
+TEST_F(SyncCommand, WhatTakesNoPartLater_IsToldThenAndOnce) {
+  folder.File("DISK/.profile", "p");
+  const fs::path errors = folder / "log.err";
+  Background sync({"sync", Image(), Folder(), "--settle", "0"}, folder / "log");
+  const auto count = [&](const std::string& words) {
+    const std::string text = fs::exists(errors) ? ReadWholeFile(errors) : "";
+    int times = 0;
+    for (auto at = text.find(words); at != text.npos; at = text.find(words, at + 1)) ++times;
+    return times;
+  };
+  ASSERT_TRUE(WaitFor([&] { return count(".profile takes no part") == 1; }));
+  folder.Pipe("DISK/pipe");
+  EXPECT_TRUE(WaitFor([&] { return count("pipe takes no part: neither") == 1; }));
+  EXPECT_EQ(count(".profile takes no part"), 1);
+}
+
+// Whoever saves a file is done in a moment.
+TEST_F(SyncCommand, FileThatIsBeingWritten_IsNoTroubleForARunningSync) {
+  Background sync({"sync", Image(), Folder(), "--settle", "300"}, folder / "log");
+  ASSERT_TRUE(WaitFor([&] { return folder.Exists("disk.img.sync/state"); }));
+  folder.File("DISK/NEW.TXT", "1");
+  for (int i = 0; i < 10; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    folder.File("DISK/NEW.TXT", std::string(static_cast<std::size_t>(i), '2'));
+  }
+  ASSERT_TRUE(WaitFor([&] { return folder.Read("log").find("NEW.TXT") != std::string::npos; }));
+  EXPECT_THAT(folder.Read("log.err"), Not(HasSubstr("NEW.TXT is being")));
+  EXPECT_EQ(sync.End(SIGTERM), 143);
+}
+
+TEST_F(SyncCommand, PairThatAnotherProcessKeeps_IsWaitedForInWords) {
+  Background first({"sync", Image(), Folder(), "--settle", "0"}, folder / "log");
+  ASSERT_TRUE(WaitFor([&] { return folder.Exists("disk.img.sync/state"); }));
+  Background second({"sync", Image(), Folder(), "--settle", "0"}, folder / "other");
+  EXPECT_TRUE(WaitFor([&] {
+    return folder.Exists("other.err") &&
+           folder.Read("other.err").find("remark: waiting: process ") != std::string::npos;
+  }));
 }
 
 TEST_F(SyncCommand, State_LiesWhereItIsAsked) {

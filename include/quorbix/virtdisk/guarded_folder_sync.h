@@ -187,8 +187,9 @@ class QUORBIX_VIRTDISK_EXPORT IGuardedFolderSync {
  public:
   virtual ~IGuardedFolderSync() = default;
 
-  // Tells what Pass would do now. Touches nothing, neither the two sides nor the state.
-  virtual GuardedReport Preview() = 0;
+  // Tells what Pass would do now with these hazards accepted. Touches nothing, neither the two sides
+  // nor the state.
+  virtual GuardedReport Preview(const std::vector<GuardedHazard>& accepted = {}) = 0;
 
   // Looks as Preview does. Then, unless a hazard stands that is not among `accepted`, carries out
   // what it has seen, and tells what was done.

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <system_error>
@@ -29,7 +30,7 @@ namespace {
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 
-constexpr milliseconds kPatience{10'000};  // of --once, for both sides to be quiet
+constexpr milliseconds kPatience{10'000};  // for both sides to be quiet
 constexpr milliseconds kLookEvery{5'000};  // where the kernel does not tell of changes
 constexpr milliseconds kRetryAfter{500};
 constexpr std::size_t kMostNotes = 10;
@@ -89,7 +90,7 @@ class Synchroniser {
 
   int Preview() {
     line.emplace(console);
-    const GuardedReport report = sync->Preview();
+    const GuardedReport report = sync->Preview(accepted);
     line.reset();
     Tell(report);
     return StatusAfter(report);
@@ -118,7 +119,10 @@ class Synchroniser {
       BeginWatch();
       const GuardedReport report = Pass();
       Tell(report);
-      if (StatusOf(report) == kDone) std::erase_if(accepted, IsEvent);
+      if (StatusOf(report) == kDone) {
+        wasInStep = true;
+        std::erase_if(accepted, IsEvent);
+      }
       if (!StopFlag::IsSet()) Wait(report.outcome == GuardedOutcome::kNotNow);
     }
     return StopFlag::IsSet() ? StopFlag::ExitStatus() : kFailed;
@@ -204,22 +208,29 @@ class Synchroniser {
       console.out << time << "  nothing to do\n";
     }
     console.out.flush();
-    if (!toldNotes && report.outcome != GuardedOutcome::kNotNow) TellNotes(report);
+    if (report.outcome != GuardedOutcome::kNotNow) TellNotes(report);
     TellTrouble(report);
   }
 
-  // Once: what takes no part does so in every pass.
+  // Each once: what takes no part does so in every pass.
   void TellNotes(const GuardedReport& report) {
-    toldNotes = true;
-    for (std::size_t i = 0; i < report.notes.size(); ++i) {
-      if (i == kMostNotes) {
-        Remark(console, Count(report.notes.size() - i, "more entry", "more entries") +
-                            " like these; --json lists all");
-        return;
-      }
-      const GuardedNote& note = report.notes[i];
-      Remark(console, (note.path.empty() ? "" : note.path + " ") + note.text);
+    if (report.isFirstMeeting && !report.steps.empty()) {
+      Remark(console,
+             "nothing is remembered of these two: they meet for the first time, and nothing "
+             "is deleted");
     }
+    std::size_t shown = 0;
+    std::size_t more = 0;
+    for (const GuardedNote& note : report.notes) {
+      if (!toldNotes.emplace(note.path, note.text).second) continue;
+      if (++shown > kMostNotes) {
+        ++more;
+      } else {
+        Remark(console, (note.path.empty() ? "" : note.path + " ") + note.text);
+      }
+    }
+    if (more == 0) return;
+    Remark(console, Count(more, "more entry", "more entries") + " like these; --json lists all");
   }
 
   // The same trouble is told once.
@@ -227,15 +238,31 @@ class Synchroniser {
     const bool isTrouble = report.outcome == GuardedOutcome::kRefused ||
                            report.outcome == GuardedOutcome::kFailed ||
                            report.outcome == GuardedOutcome::kNotNow;
+    if (report.outcome != GuardedOutcome::kNotNow) waitsSince.reset();
+    if (report.outcome == GuardedOutcome::kNotNow && IsToBeWaitedFor()) return;
     const std::string trouble = isTrouble ? report.message : std::string();
     const bool isNew = trouble != toldTrouble;
     toldTrouble = trouble;
     if (!isTrouble || !isNew) return;
-    if (report.outcome == GuardedOutcome::kRefused) return PrintRefusal(console, report);
-    Fail(console, report.message,
-         report.outcome == GuardedOutcome::kNotNow
-             ? "Nothing is lost; it is tried again."
-             : "Nothing is lost: what was replaced is in the trash, see `virtdisk restore`.");
+    if (report.outcome == GuardedOutcome::kRefused) return PrintRefusal(console, report, accepted);
+    if (report.outcome == GuardedOutcome::kFailed) {
+      Fail(console, report.message,
+           "Nothing is lost: what was replaced is in the trash, see `virtdisk restore`.");
+    } else if (IsKeptInStep()) {
+      Remark(console, "waiting: " + report.message);
+    } else {
+      Fail(console, report.message, "Nothing is lost. Try again when that is over.");
+    }
+  }
+
+  bool IsKeptInStep() const { return !options.once && !options.dryRun; }
+
+  // Whoever is just saving something is done in a moment: that is no news, except at the beginning.
+  bool IsToBeWaitedFor() {
+    if (!IsKeptInStep() || !wasInStep) return false;
+    const auto now = std::chrono::steady_clock::now();
+    if (!waitsSince) waitsSince = now;
+    return now - *waitsSince < kPatience;
   }
 
   void WriteStatus(const GuardedReport& report) {
@@ -260,8 +287,10 @@ class Synchroniser {
   std::optional<WorkLine> line;  // of the pass that is under way
   ChangeWatch watch;
   bool toldOfWatch = false;
-  bool toldNotes = false;
+  std::set<std::pair<std::string, std::string>> toldNotes;
   std::string toldTrouble;
+  bool wasInStep = false;
+  std::optional<std::chrono::steady_clock::time_point> waitsSince;
 };
 
 }  // namespace

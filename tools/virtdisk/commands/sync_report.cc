@@ -158,8 +158,12 @@ Json ReportObject(const GuardedReport& report, std::string_view time) {
   return object;
 }
 
-void PrintRefusal(Console& console, const GuardedReport& report) {
+void PrintRefusal(Console& console, const GuardedReport& report,
+                  const std::vector<GuardedHazard>& accepted) {
   for (const GuardedHazardReport& hazard : report.hazards) {
+    const bool isAccepted =
+        std::find(accepted.begin(), accepted.end(), hazard.hazard) != accepted.end();
+    if (isAccepted && hazard.canBeAccepted) continue;
     const std::string hint =
         hazard.canBeAccepted
             ? "To go on all the same: --accept " + std::string(GuardedHazardName(hazard.hazard))

@@ -26,8 +26,10 @@ std::vector<std::string> HazardNames();
 // All of a report, as one object. `time` is "2026-11-21 17:20:05".
 Json ReportObject(const GuardedReport& report, std::string_view time);
 
-// Tells people what keeps a pass from being carried out, and what to do about it.
-void PrintRefusal(Console& console, const GuardedReport& report);
+// Tells people what keeps a pass from being carried out although these hazards are accepted, and
+// what to do about it.
+void PrintRefusal(Console& console, const GuardedReport& report,
+                  const std::vector<GuardedHazard>& accepted);
 
 // "17:20:05", "2026-11-21 17:20:05": now, in the local time zone.
 std::string ClockText();
