@@ -95,8 +95,8 @@ class HostLooker {
       view.leftovers.push_back(path);
       return;
     }
+    if (IsTemporaryName(name) && !IsOwnTemporaryName(name)) return LeaveOut(path, kTemporary);
     if (name.starts_with('.')) return LeaveOut(path, kDotName);
-    if (IsTemporaryName(name)) return LeaveOut(path, kTemporary);
     struct ::stat status;
     if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
       // Gone since it was listed: somebody is at it, perhaps saving it anew.

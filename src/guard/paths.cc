@@ -17,6 +17,22 @@ constexpr std::string_view kPrefix = ".quorbix-";
 constexpr std::string_view kSuffix = ".tmp";
 constexpr std::string_view kPlainSuffix = ".quorbix_tmp";
 
+std::string NewName() {
+  static std::atomic<std::uint32_t> count{0};
+  const auto now = std::chrono::system_clock::now().time_since_epoch().count();
+  std::string name(kPrefix);
+  for (const std::uint64_t part :
+       {static_cast<std::uint64_t>(now), static_cast<std::uint64_t>(::getpid()),
+        static_cast<std::uint64_t>(++count)}) {
+    std::array<char, 16> digits{};
+    char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), part, 16).ptr;
+    name.append(digits.data(), end);
+    name += '-';
+  }
+  name.pop_back();
+  return name;
+}
+
 }  // namespace
 
 bool IsTemporaryName(std::string_view name) {
@@ -39,20 +55,8 @@ bool StaysInside(std::string_view path) {
   }
 }
 
-std::string NewTemporaryName() {
-  static std::atomic<std::uint32_t> count{0};
-  const auto now = std::chrono::system_clock::now().time_since_epoch().count();
-  std::string name(kPrefix);
-  for (const std::uint64_t part :
-       {static_cast<std::uint64_t>(now), static_cast<std::uint64_t>(::getpid()),
-        static_cast<std::uint64_t>(++count)}) {
-    std::array<char, 16> digits{};
-    char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), part, 16).ptr;
-    name.append(digits.data(), end);
-    name += '-';
-  }
-  name.pop_back();
-  return name.append(kSuffix);
-}
+std::string NewTemporaryName() { return NewName().append(kSuffix); }
+
+std::string NewRestoreName() { return NewName().append(kPlainSuffix); }
 
 }  // namespace quorbix::virtdisk::internal::guard

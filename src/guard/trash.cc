@@ -339,7 +339,7 @@ bool RestoreTrashed(const fs::path& stateFolder, const std::string& id, const fs
   const fs::path source = stateFolder / kTrashName / id;
   std::error_code failed;
   const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
-  const fs::path temporary = folder / NewTemporaryName();
+  const fs::path temporary = folder / NewRestoreName();
   WorkMonitor monitor(stop, onProgress);
   monitor.Begin(GuardedWork::kRestore, item->bytes);
   if (!fs::is_symlink(fs::symlink_status(source, failed))) {

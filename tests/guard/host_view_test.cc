@@ -173,6 +173,7 @@ TEST(LookAtHost, FolderWithTheNameOfALeftover_TakesNoPart) {
   const HostView view = Look(folder.Path());
   EXPECT_THAT(view.leftovers, IsEmpty());
   EXPECT_THAT(view.leftOut, ElementsAre(".quorbix-mine.tmp"));
+  EXPECT_EQ(NoteOn(view, ".quorbix-mine.tmp"), "takes no part: its name begins with \".\"");
 }
 
 TEST(LookAtHost, KnownFileWithTheSameStamp_IsNotReadAgain) {

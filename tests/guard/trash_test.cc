@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 
 #include "common/host_file.h"
+#include "guard/host_view.h"
+#include "guard/paths.h"
 #include "guard/renames.h"
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 #include "support/child_process.h"
@@ -155,6 +157,23 @@ TEST_F(Trash, RestoringThatIsStopped_LeavesNothing) {
   EXPECT_EQ(folder.Files(), before);
 }
 
+TEST_F(Trash, RestoringIntoAFolderThatIsLookedAt_IsLeftAlone) {
+  folder.File("a", std::string(1'000'000, 'x')).Folder("host");
+  Throw("a");
+  HostView view;
+  std::string err;
+  ASSERT_TRUE(RestoreTrashed(StateFolder(), Listed()[0].id, folder / "host/b", err, nullptr,
+                             [&](const GuardedProgress&) {
+                               view = LookAtHost({.folder = folder / "host"}, nobody);
+                               EXPECT_THAT(view.leftovers, IsEmpty());
+                               ASSERT_EQ(view.notes.size(), 1u);
+                               EXPECT_EQ(view.notes[0].text, "takes no part: a temporary file");
+                             }))
+      << err;
+  EXPECT_EQ(view.notes.size(), 1u);
+  EXPECT_EQ(LookAtHost({.folder = folder / "host"}, nobody).notes.size(), 0u);
+}
+
 TEST_F(Trash, RestoringOverAFile_IsRefused) {
   folder.File("a", "content");
   Throw("a");
@@ -163,7 +182,7 @@ TEST_F(Trash, RestoringOverAFile_IsRefused) {
   EXPECT_FALSE(RestoreTrashed(StateFolder(), Listed()[0].id, folder / "a", err));
   EXPECT_EQ(err, (folder / "a").string() + " exists, and is not replaced");
   EXPECT_EQ(folder.Read("a"), "new");
-  for (const auto& [path, content] : folder.Files()) EXPECT_FALSE(path.ends_with(".tmp")) << path;
+  for (const auto& [path, content] : folder.Files()) EXPECT_FALSE(IsTemporaryName(path)) << path;
 }
 
 TEST_F(Trash, RestoringWhatIsNotThere_IsRefused) {
