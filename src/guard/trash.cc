@@ -302,6 +302,59 @@ namespace {
 namespace fs = std::filesystem;
 using namespace internal::guard;
 using internal::Fail;
+using internal::FlushFolder;
+
+void RemoveMade(const std::vector<fs::path>& made) {
+  for (auto folder = made.rbegin(); folder != made.rend(); ++folder) ::rmdir(folder->c_str());
+}
+
+// Makes the folder and all that is missing above it: `made`, the outermost first.
+bool MakeMissing(const fs::path& folder, std::vector<fs::path>& made, std::string& err) {
+  struct ::stat status;
+  std::vector<fs::path> missing;
+  for (fs::path path = folder; !path.empty(); path = path.parent_path()) {
+    if (::stat(path.c_str(), &status) == 0 || errno != ENOENT) break;
+    missing.push_back(path);
+  }
+  for (auto path = missing.rbegin(); path != missing.rend(); ++path) {
+    if (::mkdir(path->c_str(), 0777) == 0) {
+      made.push_back(*path);
+      const fs::path above = path->parent_path();
+      if (FlushFolder(above.empty() ? fs::path(".") : above)) continue;
+    }
+    const std::string why = SystemText();
+    RemoveMade(made);
+    return Fail(err, "cannot make the folder " + path->string() + " (" + why + ")");
+  }
+  return true;
+}
+
+bool CopyOut(const fs::path& source, const fs::path& temporary, WorkMonitor& monitor,
+             std::string& err) {
+  std::error_code ignored;
+  const bool isLink = fs::is_symlink(fs::symlink_status(source, ignored));
+  const bool copied = isLink ? CopyLink(AT_FDCWD, source.string(), temporary)
+                             : CopyFile(AT_FDCWD, source.string(), temporary, monitor);
+  if (copied) return true;
+  const std::string why = SystemText();
+  ::unlink(temporary.c_str());
+  if (monitor.IsStopped()) return Fail(err, Progress::Stopped().text);
+  return Fail(err, "cannot write " + temporary.string() + " (" + why + ")");
+}
+
+bool Restore(const fs::path& source, const fs::path& folder, const fs::path& target,
+             WorkMonitor& monitor, std::string& err) {
+  const fs::path temporary = folder / NewRestoreName();
+  if (!CopyOut(source, temporary, monitor, err)) return false;
+  if (RenameIfFree(AT_FDCWD, temporary.c_str(), AT_FDCWD, target.c_str())) {
+    return FlushFolder(folder) || Fail(err, "cannot write out " + folder.string());
+  }
+  const bool exists = errno == EEXIST;
+  const std::string why = SystemText();
+  ::unlink(temporary.c_str());
+  return Fail(err, exists ? target.string() + " exists, and is not replaced"
+                          : "cannot name " + target.string() + " (" + why + ")");
+}
 
 }  // namespace
 
@@ -336,30 +389,14 @@ bool RestoreTrashed(const fs::path& stateFolder, const std::string& id, const fs
   const auto item = std::find_if(items.begin(), items.end(),
                                  [&](const TrashedItem& listed) { return listed.id == id; });
   if (item == items.end()) return Fail(err, "the trash holds nothing named " + id);
-  const fs::path source = stateFolder / kTrashName / id;
-  std::error_code failed;
   const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
-  const fs::path temporary = folder / NewRestoreName();
+  std::vector<fs::path> made;
+  if (!MakeMissing(folder, made, err)) return false;
   WorkMonitor monitor(stop, onProgress);
   monitor.Begin(GuardedWork::kRestore, item->bytes);
-  if (!fs::is_symlink(fs::symlink_status(source, failed))) {
-    if (!CopyFile(AT_FDCWD, source.string(), temporary, monitor)) {
-      const std::string why = SystemText();
-      ::unlink(temporary.c_str());
-      if (monitor.IsStopped()) return Fail(err, Progress::Stopped().text);
-      return Fail(err, "cannot write " + temporary.string() + " (" + why + ")");
-    }
-  } else if (!CopyLink(AT_FDCWD, source.string(), temporary)) {
-    return Fail(err, "cannot write " + temporary.string() + " (" + SystemText() + ")");
-  }
-  if (RenameIfFree(AT_FDCWD, temporary.c_str(), AT_FDCWD, target.c_str())) {
-    return internal::FlushFolder(folder) || Fail(err, "cannot write out " + folder.string());
-  }
-  const bool exists = errno == EEXIST;
-  const std::string why = SystemText();
-  ::unlink(temporary.c_str());
-  return Fail(err, exists ? target.string() + " exists, and is not replaced"
-                          : "cannot name " + target.string() + " (" + why + ")");
+  const bool restored = Restore(stateFolder / kTrashName / id, folder, target, monitor, err);
+  if (!restored) RemoveMade(made);
+  return restored;
 }
 
 }  // namespace quorbix::virtdisk

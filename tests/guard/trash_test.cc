@@ -174,6 +174,34 @@ TEST_F(Trash, RestoringIntoAFolderThatIsLookedAt_IsLeftAlone) {
   EXPECT_EQ(LookAtHost({.folder = folder / "host"}, nobody).notes.size(), 0u);
 }
 
+TEST_F(Trash, RestoringIntoFoldersThatAreGone_MakesThem) {
+  folder.File("a", "content");
+  Throw("a");
+  std::string err;
+  ASSERT_TRUE(RestoreTrashed(StateFolder(), Listed()[0].id, folder / "x/y/b", err)) << err;
+  EXPECT_EQ(folder.Read("x/y/b"), "content");
+}
+
+TEST_F(Trash, RestoringThatFails_LeavesNoFolderThatItMade) {
+  folder.File("a", std::string(1'000'000, 'x')).Folder("there");
+  Throw("a");
+  std::atomic<bool> stop = false;
+  std::string err;
+  EXPECT_FALSE(RestoreTrashed(StateFolder(), Listed()[0].id, folder / "there/x/y/b", err, &stop,
+                              [&](const GuardedProgress&) { stop = true; }));
+  EXPECT_TRUE(folder.Exists("there"));
+  EXPECT_FALSE(folder.Exists("there/x"));
+}
+
+TEST_F(Trash, RestoringBelowAFile_IsRefused) {
+  folder.File("a", "content").File("b", "b");
+  Throw("a");
+  std::string err;
+  EXPECT_FALSE(RestoreTrashed(StateFolder(), Listed()[0].id, folder / "b/c/d", err));
+  EXPECT_THAT(err, testing::HasSubstr("Not a directory"));
+  EXPECT_EQ(folder.Read("b"), "b");
+}
+
 TEST_F(Trash, RestoringOverAFile_IsRefused) {
   folder.File("a", "content");
   Throw("a");

@@ -231,7 +231,8 @@ struct TrashedItem {
                                                      std::string& err);
 
 // Copies a thing out of the trash to `target`, through a temporary file and a rename; it stays in
-// the trash as well. An existing `target` is refused. On failure returns false and says why in
+// the trash as well. Folders above `target` that are missing are made. An existing `target` is
+// refused. On failure returns false and says why in
 // `err`. `stop`, when it is set meanwhile, and `onProgress` are those of GuardedSyncOptions: what
 // was stopped has left nothing behind, and its text is "it was stopped".
 [[nodiscard]] QUORBIX_VIRTDISK_EXPORT bool RestoreTrashed(
