@@ -321,6 +321,8 @@ bool MakeMissing(const fs::path& folder, std::vector<fs::path>& made, std::strin
       made.push_back(*path);
       const fs::path above = path->parent_path();
       if (FlushFolder(above.empty() ? fs::path(".") : above)) continue;
+    } else if (errno == EEXIST) {
+      continue;  // somebody else was quicker
     }
     const std::string why = SystemText();
     RemoveMade(made);
