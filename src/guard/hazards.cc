@@ -21,8 +21,9 @@ class Collector {
  public:
   void Add(GuardedHazard hazard, bool canBeAccepted, std::string text,
            std::vector<std::string> paths = {}) {
-    if (paths.size() > kMostPathsTold) paths.resize(kMostPathsTold);
-    hazards.push_back({hazard, canBeAccepted, std::move(text), std::move(paths)});
+    const std::size_t count = paths.size();
+    if (count > kMostPathsTold) paths.resize(kMostPathsTold);
+    hazards.push_back({hazard, canBeAccepted, std::move(text), std::move(paths), count});
   }
 
   Hazards Take() { return std::move(hazards); }

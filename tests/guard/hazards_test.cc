@@ -166,6 +166,7 @@ TEST(HazardsOfPlan, ManyDeletions_NameTheFiles) {
   ASSERT_EQ(hazards.size(), 1u);
   EXPECT_THAT(hazards[0].text, HasSubstr("40 of 60 files would be deleted from the folder"));
   EXPECT_EQ(hazards[0].paths.size(), 20u);
+  EXPECT_EQ(hazards[0].pathCount, 40u);
 }
 
 TEST(HazardsOfPlan, AgreedFileThatCannotBeRead_IsOne) {
