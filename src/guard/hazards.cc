@@ -12,6 +12,7 @@ namespace {
 using enum GuardedHazard;
 
 constexpr std::size_t kMostPathsTold = 20;
+constexpr char kTopFolder[] = ".";
 
 std::string Number(std::uint64_t number, const char* one, const char* many) {
   return std::to_string(number) + ' ' + (number == 1 ? one : many);
@@ -270,11 +271,13 @@ void CheckConflicts(const Plan& plan, const HazardLimits& limits, Collector& fou
 void CheckPermissions(const Facts& facts, const PlanFacts& planFacts, const Plan& plan,
                       Collector& found) {
   if (!planFacts.unwritableFolders.empty()) {
+    std::vector<std::string> paths = planFacts.unwritableFolders;
+    std::replace(paths.begin(), paths.end(), std::string(), std::string(kTopFolder));
     found.Add(kFolderNotWritable, false,
               "the folder " + facts.folder +
                   " cannot be written to where the disk has changed: the changes would have to "
                   "wait, and could be taken for deletions. Make it writable",
-              planFacts.unwritableFolders);
+              std::move(paths));
   }
   if (plan.needsImage && !planFacts.isImageWritable) {
     found.Add(kImageNotWritable, false,

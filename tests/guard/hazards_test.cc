@@ -202,6 +202,11 @@ TEST(HazardsOfPlan, FolderThatCannotBeWritten_IsOne) {
               ElementsAre(GuardedHazard::kFolderNotWritable));
 }
 
+TEST(HazardsOfPlan, TopThatCannotBeWritten_HasAName) {
+  const Hazards hazards = Found(Seen({}, {{"A", 'a'}}), {}, {.unwritableFolders = {"", "d"}});
+  EXPECT_THAT(hazards.at(0).paths, ElementsAre(".", "d"));
+}
+
 TEST(HazardsOfPlan, ImageThatCannotBeWritten_IsOneWhenItMustBe) {
   EXPECT_THAT(Kinds(Found(Seen({{"a", 'a'}}, {}), {}, {.isImageWritable = false})),
               ElementsAre(GuardedHazard::kImageNotWritable));
