@@ -210,8 +210,9 @@ std::vector<std::string> PathsOf(const Plan& plan, GuardedStep::Kind kind) {
   return paths;
 }
 
-void CheckDeletions(const Plan& plan, const Memory& memory, const HazardLimits& limits,
-                    Collector& found) {
+// What an empty side deletes is told as such.
+void CheckDeletions(const Observation& observation, const Plan& plan, const Memory& memory,
+                    const HazardLimits& limits, Collector& found) {
   const std::size_t agreed = CountAgreedFiles(memory);
   const auto tooMany = [&](std::size_t deleted) {
     return deleted > limits.mostDeletions &&
@@ -225,8 +226,12 @@ void CheckDeletions(const Plan& plan, const Memory& memory, const HazardLimits& 
                   ". Look whether that was meant, and accept it if so",
               PathsOf(plan, kind));
   };
-  add(plan.deletedOnHost, "folder", GuardedStep::Kind::kDeleteOnHost);
-  add(plan.deletedOnDisk, "disk", GuardedStep::Kind::kDeleteOnDisk);
+  if (HasFiles(observation.disk)) {
+    add(plan.deletedOnHost, "folder", GuardedStep::Kind::kDeleteOnHost);
+  }
+  if (HasFiles(observation.host)) {
+    add(plan.deletedOnDisk, "disk", GuardedStep::Kind::kDeleteOnDisk);
+  }
 }
 
 void CheckReadability(const Observation& observation, const Memory& memory, Collector& found) {
@@ -369,7 +374,7 @@ Hazards HazardsOfPlan(const Facts& facts, const PlanFacts& planFacts,
                       const Plan& plan, const HazardLimits& limits) {
   Collector found;
   CheckEmptiness(facts, observation, memory, found);
-  CheckDeletions(plan, memory, limits, found);
+  CheckDeletions(observation, plan, memory, limits, found);
   CheckReadability(observation, memory, found);
   CheckClashes(pairing, found);
   CheckConflicts(plan, limits, found);

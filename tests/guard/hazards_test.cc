@@ -156,6 +156,18 @@ TEST(HazardsOfPlan, MoreThanHalfAndMoreThanTen_AreManyDeletions) {
   EXPECT_THAT(FoundWithDeletions(15, 10), IsEmpty());
 }
 
+TEST(HazardsOfPlan, EmptySideWithManyFiles_IsOne) {
+  EXPECT_THAT(Kinds(FoundWithDeletions(40, 40)), ElementsAre(GuardedHazard::kImageEmpty));
+  Observation seen;
+  Memory memory;
+  for (int i = 0; i < 40; ++i) {
+    const std::string name = "F" + std::to_string(i);
+    seen.disk.merge(Seen({}, {{name, 'a'}}).disk);
+    memory.pairs.push_back({name, name, EntryType::kFile, Says('a')});
+  }
+  EXPECT_THAT(Kinds(Found(seen, memory)), ElementsAre(GuardedHazard::kFolderEmpty));
+}
+
 TEST(HazardsOfPlan, BothNumbersOfDeletions_CanBeChosen) {
   EXPECT_THAT(Kinds(FoundWithDeletions(20, 3, {.mostDeletions = 2, .mostDeletedShare = 0.1})),
               ElementsAre(GuardedHazard::kManyDeletions));
