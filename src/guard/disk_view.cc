@@ -17,6 +17,7 @@
 #include "common/byte_order.h"
 #include "guard/clock.h"
 #include "guard/host_view.h"
+#include "guard/long_names.h"
 #include "guard/system_text.h"
 #include "sync/hash_bytes.h"
 
@@ -206,11 +207,23 @@ class DiskLooker {
     }
     left = view.facts.bytes;
     monitor.Begin(work, std::min(contentBytes, left));
+    LongNames longNames(index, source);
+    std::size_t longNamed = 0;
     for (const EntryRecord& record : index.Records()) {
       if (monitor.IsStopped()) view.result = DiskView::Result::kStopped;
       if (view.result != DiskView::Result::kComplete) return;
       if (!TakeRecord(record, index, source)) return;
+      if (longNames.Has(record)) ++longNamed;
     }
+    NoteLongNames(longNamed);
+  }
+
+  void NoteLongNames(std::size_t count) {
+    if (count == 0) return;
+    view.notes.push_back({"", std::to_string(count) +
+                                  (count == 1 ? " entry of the disk has a long name"
+                                              : " entries of the disk have long names") +
+                                  " beside the short one: not in the next image"});
   }
 
   // False: the image cannot be read any more.
