@@ -59,6 +59,8 @@ constexpr std::array<Traits, kFindingKinds> kTraits{{
     {kDuplicateName, kNames, kDamage, "duplicateName"},
     {kUnusableName, kNames, kDamage, "unusableName"},
     {kHiddenEntry, kNames, kRemark, "hiddenEntry"},
+    {kLeadingBlank, kNames, kRemark, "leadingBlank"},
+    {kOddLabel, kNames, kRemark, "oddLabel"},
 }};
 
 constexpr bool IsInOrder() {

@@ -58,10 +58,11 @@ enum class FindingKind : std::uint8_t {
   kDotDotElsewhere,  // cluster that it leads to, cluster of the directory above (0: the root)
   kDuplicateName,    // entries of this name
   kUnusableName,
-  kHiddenEntry,  // a blank base: in no listing
+  kHiddenEntry,   // a blank base: in no listing
+  kLeadingBlank,  // in front of a base that is not blank
+  kOddLabel,      // byte that labels do not have, or do not begin with; 1: all are blanks, or 0
 };
-inline constexpr std::size_t kFindingKinds =
-    static_cast<std::size_t>(FindingKind::kHiddenEntry) + 1;
+inline constexpr std::size_t kFindingKinds = static_cast<std::size_t>(FindingKind::kOddLabel) + 1;
 
 // The part of a disk that a kind is about.
 enum class CheckedPart : std::uint8_t {

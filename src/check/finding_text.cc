@@ -115,6 +115,14 @@ std::string AboutAChain(const Finding& finding) {
   }
 }
 
+std::string AboutTheLabel(std::uint64_t byte, bool isBlank) {
+  const std::string what = isBlank       ? "is blank"
+                           : byte == ' ' ? "begins with a blank"
+                                         : "has the byte " + Hex(byte);
+  return "the label in the root directory " + what +
+         ", which other systems do not write; repairs remove it";
+}
+
 std::string AboutAnEntry(const Finding& finding) {
   const auto& n = finding.numbers;
   switch (finding.kind) {
@@ -140,6 +148,11 @@ std::string AboutAnEntry(const Finding& finding) {
       return "is the name of " + Text(n[0]) + " entries";
     case FindingKind::kUnusableName:
       return "has a name that other systems cannot use";
+    case FindingKind::kLeadingBlank:
+      return "has a name that begins with a blank; other systems may refuse it, and repairs rename "
+             "it";
+    case FindingKind::kOddLabel:
+      return AboutTheLabel(n[0], n[1] == 1);
     default:
       return "has a name without a base, and no listing shows it";
   }

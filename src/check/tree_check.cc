@@ -51,6 +51,12 @@ bool ComesBefore(const Name& a, const Name& b) {
       });
 }
 
+bool IsOddLabelByte(std::uint8_t byte) {
+  return byte < ' ' || byte >= 0x80 ||
+         std::string_view("\"*+,./:;<=>?[\\]|").find(static_cast<char>(byte)) !=
+             std::string_view::npos;
+}
+
 bool IsUnusableName(const std::uint8_t* slot) {
   const std::size_t first = slot[0] == kStandsForE5 ? 1 : 0;
   return std::any_of(slot + first, slot + dir_entry::kNameSize, IsUnusableByte);
@@ -116,8 +122,19 @@ void TreeCheck::CheckSlot(Place& place, const std::uint8_t* slot) {
   const std::uint64_t number = place.slots++;
   if (IsSkippedSlot(slot)) return;
   if (place.number != kRoot && number < 2 && TakeDotSlot(place, number, slot)) return;
-  if (IsVolumeLabel(slot)) return;
+  if (IsVolumeLabel(slot)) {
+    if (place.number == kRoot && !std::exchange(hasLabel, true)) CheckLabel(slot);
+    return;
+  }
   CheckEntry(place, slot);
+}
+
+void TreeCheck::CheckLabel(const std::uint8_t* slot) {
+  const std::string_view label = NameField(slot);
+  const bool isBlank = label.find_first_not_of(' ') == std::string_view::npos;
+  const auto* odd = std::find_if(slot, slot + label.size(), IsOddLabelByte);
+  if (slot[0] == ' ') odd = slot;
+  if (odd != slot + label.size()) findings.Add(FindingKind::kOddLabel, {*odd, isBlank ? 1U : 0U});
 }
 
 bool TreeCheck::TakeDotSlot(Place& place, std::uint64_t number, const std::uint8_t* slot) {
@@ -147,7 +164,11 @@ void TreeCheck::CheckEntry(Place& place, const std::uint8_t* slot) {
   ++(node.isDirectory ? counts.directories : counts.files);
   if (node.isHidden) ++counts.hiddenEntries;
   const auto path = [&] { return PathOf(node); };
-  if (isBlank) findings.AddFor(path, FindingKind::kHiddenEntry);
+  if (isBlank) {
+    findings.AddFor(path, FindingKind::kHiddenEntry);
+  } else if (slot[0] == ' ') {
+    findings.AddFor(path, FindingKind::kLeadingBlank);
+  }
   if (place.names.size() < kMostSlots) place.names.push_back(node.name);
   const bool isDot = NameField(slot) == kDotName || NameField(slot) == kDotDotName;
   if (IsUnusableName(slot)) findings.AddFor(path, FindingKind::kUnusableName);

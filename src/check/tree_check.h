@@ -62,6 +62,7 @@ class TreeCheck {
   void EndDirectory(Place& place);
 
   void CheckSlot(Place& place, const std::uint8_t* slot);
+  void CheckLabel(const std::uint8_t* slot);
   bool TakeDotSlot(Place& place, std::uint64_t number, const std::uint8_t* slot);
   void CheckEntry(Place& place, const std::uint8_t* slot);
   void CheckChain(const Node& node, std::uint32_t size);
@@ -79,6 +80,7 @@ class TreeCheck {
   FindingList& findings;
   VolumeCounts& counts;
   std::vector<Node> nodes;
+  bool hasLabel = false;  // the root, so far: others do not count
 };
 
 }  // namespace quorbix::virtdisk::internal

@@ -163,6 +163,46 @@ TEST(DirectoryCheck, BlankBase_IsARemark) {
   EXPECT_EQ(report.counts.lostClusters, 0u);
 }
 
+TEST(DirectoryCheck, NameThatBeginsWithABlank_IsARemark) {
+  const CheckReport report = Checked(ImageCrafter().RawSlot("   A    BIN", {}));
+  EXPECT_THAT(Said(report), ElementsAre("/   A.BIN has a name that begins with a blank; other "
+                                        "systems may refuse it, and repairs rename it"));
+  EXPECT_TRUE(report.IsSound());
+  EXPECT_EQ(report.counts.hiddenEntries, 0u);
+}
+
+TEST(DirectoryCheck, UnusableNameThatBeginsWithABlank_IsBoth) {
+  const CheckReport report = Checked(ImageCrafter().RawSlot(" A?        ", {}));
+  EXPECT_EQ(report.Found(FindingKind::kLeadingBlank), 1u);
+  EXPECT_EQ(report.Found(FindingKind::kUnusableName), 1u);
+}
+
+TEST(DirectoryCheck, BlankLabel_IsARemark) {
+  const CheckReport report = Checked(ImageCrafter().Label("           "));
+  EXPECT_THAT(Said(report), ElementsAre("the label in the root directory is blank, which other "
+                                        "systems do not write; repairs remove it"));
+  EXPECT_TRUE(report.IsSound());
+}
+
+TEST(DirectoryCheck, LabelThatOthersDoNotWrite_IsARemark) {
+  EXPECT_THAT(
+      Findings(ImageCrafter().Label(" DISK      ")),
+      ElementsAre("the label in the root directory begins with a blank, which other systems "
+                  "do not write; repairs remove it"));
+  EXPECT_THAT(
+      Findings(ImageCrafter().Label("MY.DISK    ")),
+      ElementsAre("the label in the root directory has the byte 0x2E, which other systems do "
+                  "not write; repairs remove it"));
+  EXPECT_EQ(Checked(ImageCrafter().Label("D\xC4SK       ")).Found(FindingKind::kOddLabel), 1u);
+  EXPECT_THAT(Findings(ImageCrafter().Label("my disk_ 1&")), IsEmpty());
+}
+
+TEST(DirectoryCheck, LabelsOfDirectoriesAndLaterOnes_AreNotLookedAt) {
+  auto image = ImageCrafter().Label("DISK       ").Label("A.B        ").Directory("SUB", 2);
+  EXPECT_THAT(Findings(image.Chain({2}).InCluster(2).DotEntries(2, 0).Label("A.B        ")),
+              IsEmpty());
+}
+
 TEST(DirectoryCheck, EntriesBelowAHiddenDirectory_AreCheckedAndCountedAsHidden) {
   const auto image = ImageCrafter()
                          .RawSlot("        GIT", {.attributes = 0x10, .firstCluster = 2})

@@ -42,7 +42,8 @@ TEST(SoundVolume, BuiltDiskWithDotFilesAndInnerBlanks_HasRemarksOnly) {
       3 * kMiB, {.seed = 2, .mostBytes = 9000, .innerBlanks = true, .dotFiles = true});
   EXPECT_TRUE(report.IsSound());
   EXPECT_GT(report.counts.hiddenEntries, 0u);
-  EXPECT_EQ(report.Found(FindingKind::kHiddenEntry) + report.Found(FindingKind::kFewClusters),
+  EXPECT_EQ(report.Found(FindingKind::kHiddenEntry) + report.Found(FindingKind::kLeadingBlank) +
+                report.Found(FindingKind::kFewClusters),
             report.findings.size());
 }
 

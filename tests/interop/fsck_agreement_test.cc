@@ -1,12 +1,16 @@
-// What the volume check and `fsck.fat -n` say about the same damaged volumes.
+// What the volume check and `fsck.fat -n` say about the same volumes.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <functional>
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
+
+#include <quorbix/virtdisk/fat_image_builder.h>
 
 #include "browser/byte_source.h"
 #include "check/check_volume.h"
@@ -24,6 +28,7 @@ using internal::CheckReport;
 using internal::FindingKind;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAreArray;
 
 std::string FsckReport(const std::vector<std::uint8_t>& volume) {
   TempFolder folder;
@@ -132,7 +137,7 @@ TEST(UndamagedVolume, NeitherCheck_FindsAnything) {
   NEED_TOOL("fsck.fat");
   const ImageCrafter volume = SoundVolume();
   EXPECT_THAT(OwnReport(volume.Bytes()).findings, IsEmpty());
-  EXPECT_THAT(UnexpectedFindings(FsckReport(volume.Bytes())), IsEmpty());
+  EXPECT_TRUE(ParseFsckReport(FsckReport(volume.Bytes())).IsEmpty());
 }
 
 // Words of every FAT, and first clusters and sizes of entries, set to what may hurt; some changes
@@ -173,12 +178,110 @@ TEST(CorruptedVolume, BothChecks_AgreeWhetherItIsSound) {
     for (unsigned i = 0; i < 1 + seed % 3; ++i) Corrupt(volume, random);
     const CheckReport own = OwnReport(volume.Bytes());
     const std::string other = FsckReport(volume.Bytes());
-    EXPECT_EQ(own.IsSound(), UnexpectedFindings(other).empty()) << "seed " << seed << "\n" << other;
+    EXPECT_EQ(own.IsSound(), ParseFsckReport(other).IsEmpty()) << "seed " << seed << "\n" << other;
     if (own.IsSound()) ++sound;
   }
   EXPECT_GT(sound, 5u);
   EXPECT_LT(sound, volumes - 10);
 }
+
+// Paths of the names that other systems may not take.
+std::vector<std::string> RemarkedNames(const CheckReport& report) {
+  std::vector<std::string> paths;
+  for (const internal::Finding& finding : report.findings) {
+    const bool isOfANamedEntry = finding.kind == FindingKind::kHiddenEntry ||
+                                 finding.kind == FindingKind::kLeadingBlank ||
+                                 finding.kind == FindingKind::kUnusableName;
+    if (isOfANamedEntry) paths.push_back(finding.path);
+  }
+  return paths;
+}
+
+// The volume of a folder with this name that holds empty files.
+std::vector<std::uint8_t> BuiltVolume(const std::string& folderName,
+                                      const std::vector<std::string>& files) {
+  TempFolder folder;
+  folder.Folder("IN/SUB");
+  for (const std::string& file : files) folder.File("IN/" + file, "").File("IN/SUB/" + file, "x");
+  std::filesystem::rename(folder / "IN", folder / ("x" + folderName));
+  const auto builder = CreateFat16Builder();
+  const std::filesystem::path source = folder / ("x" + folderName);
+  EXPECT_TRUE(builder->Build(folderName.empty() ? source / "" : source, folder / "disk.img",
+                             std::uint64_t{9} << 20));
+  const std::string image = ReadWholeFile(folder / "disk.img");
+  return {image.begin() + 512, image.end()};
+}
+
+TEST(BuiltVolume, BothChecks_RemarkTheSameNamesAndLabels) {
+  NEED_TOOL("fsck.fat");
+  // Where most of a directory's names are bad, fsck takes the directory for none.
+  const std::vector<std::string> names{".bashrc", ".bash_logout", ".bash_history", ".b",
+                                       " a.bin",  "a.txt",        "b.txt",         "c.txt",
+                                       "a b.txt", "d.txt",        "e.txt",         "f.txt"};
+  for (const std::string folder : {"Disk", "My.Disk", "", "a+b", "\xC3\x84", "A B"}) {
+    const std::vector<std::uint8_t> volume = BuiltVolume(folder, names);
+    const CheckReport own = OwnReport(volume);
+    const FsckFindings other = ParseFsckReport(FsckReport(volume));
+    EXPECT_TRUE(own.IsSound());
+    EXPECT_THAT(other.others, IsEmpty());
+    EXPECT_THAT(RemarkedNames(own), UnorderedElementsAreArray(other.badNames));
+    EXPECT_EQ(own.Found(FindingKind::kOddLabel) == 1, other.hasBadLabel) << folder;
+  }
+}
+
+class EveryByte : public testing::TestWithParam<std::size_t> {};
+
+TEST_P(EveryByte, OfAName_IsFoundByBothChecksOrNeither) {
+  NEED_TOOL("fsck.fat");
+  ImageCrafter volume({.partitioned = false,
+                       .rootEntryCount = 512,
+                       .sectorsPerFat = 20,
+                       .clusters = 5000,
+                       .label = "CHECKED"});
+  volume.Label("CHECKED    ");
+  for (unsigned byte = 0; byte < 256; ++byte) {
+    std::string name = "ABCDEFGHIJK";
+    name[GetParam()] = static_cast<char>(byte);
+    const bool isNoEntry = GetParam() == 0 && (byte == 0 || byte == 0xE5);
+    if (!isNoEntry) volume.RawSlot(name, {});
+  }
+  const std::vector<std::string> own = RemarkedNames(OwnReport(volume.Bytes()));
+  const std::string other = FsckReport(volume.Bytes());
+  std::size_t bad = 0;
+  for (std::size_t at = 0; (at = other.find("Bad short file name", at)) != std::string::npos;
+       ++at) {
+    ++bad;
+  }
+  EXPECT_GT(bad, 40u);
+  EXPECT_EQ(own.size(), bad);
+}
+
+std::vector<unsigned> BytesToTry() {
+  if (!IsWholeSearch()) return {0x00, 0x05, 0x1F, 0x20, 0x2B, 0x2D, 0x5D, 0x7F, 0x80, 0xC4};
+  std::vector<unsigned> bytes(256);
+  std::iota(bytes.begin(), bytes.end(), 0U);
+  return bytes;
+}
+
+TEST_P(EveryByte, OfALabel_IsFoundByBothChecksOrNeither) {
+  NEED_TOOL("fsck.fat");
+  for (const unsigned byte : BytesToTry()) {
+    const bool isNoLabel = GetParam() == 0 && (byte == 0 || byte == 0xE5);
+    if (isNoLabel) continue;
+    std::string label = "ABCDEFGHIJK";
+    label[GetParam()] = static_cast<char>(byte);
+    ImageCrafter volume(
+        {.partitioned = false, .sectorsPerFat = 20, .clusters = 5000, .label = label});
+    volume.Label(label);
+    EXPECT_EQ(OwnReport(volume.Bytes()).Found(FindingKind::kOddLabel) == 1,
+              FsckReport(volume.Bytes()).find("' stored in root directory is not valid") !=
+                  std::string::npos)
+        << "byte " << byte;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(At, EveryByte, testing::Values(0, 3, 10),
+                         [](const auto& place) { return "Place" + std::to_string(place.param); });
 
 }  // namespace
 }  // namespace quorbix::virtdisk::test

@@ -1,5 +1,6 @@
 #include "interop/fsck_findings.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <regex>
 #include <sstream>
@@ -32,28 +33,34 @@ const std::vector<std::vector<const char*>> kNoFault = {
     {"Leaving filesystem unchanged\\."},
 };
 
-const std::vector<std::vector<const char*>> kExpectedFindings = {
-    {"/(.*/)?\\.[^/]*", "  Bad short file name \\(\\..*\\)\\.", "  Auto-renaming it\\.",
-     "  Renamed to .*"},
-    {"Volume label '.*' stored in root directory is not valid\\.", "  Auto-removing label\\."},
-};
+const std::vector<const char*> kBadName = {"/.*", "  Bad short file name \\(.*\\)\\.",
+                                           "  Auto-renaming it\\.", "  Renamed to .*"};
+const std::vector<const char*> kBadLabel = {
+    "Volume label '.*' stored in root directory is not valid\\.", "  Auto-removing label\\."};
+
+bool IsNoFault(const Lines& lines, std::size_t first) {
+  return std::any_of(kNoFault.begin(), kNoFault.end(),
+                     [&](const auto& patterns) { return Matches(lines, first, patterns); });
+}
 
 }  // namespace
 
-std::vector<std::string> UnexpectedFindings(const std::string& report) {
+FsckFindings ParseFsckReport(const std::string& report) {
   const Lines lines = SplitLines(report);
-  Lines unexpected;
+  FsckFindings findings;
   for (std::size_t i = 0; i < lines.size();) {
-    std::size_t accepted = 0;
-    for (const auto* group : {&kNoFault, &kExpectedFindings}) {
-      for (const auto& patterns : *group) {
-        if (accepted == 0 && Matches(lines, i, patterns)) accepted = patterns.size();
-      }
+    if (Matches(lines, i, kBadName)) {
+      findings.badNames.push_back(lines[i]);
+      i += kBadName.size();
+    } else if (Matches(lines, i, kBadLabel)) {
+      findings.hasBadLabel = true;
+      i += kBadLabel.size();
+    } else {
+      if (!IsNoFault(lines, i)) findings.others.push_back(lines[i]);
+      ++i;
     }
-    if (accepted == 0) unexpected.push_back(lines[i]);
-    i += accepted == 0 ? 1 : accepted;
   }
-  return unexpected;
+  return findings;
 }
 
 }  // namespace quorbix::virtdisk::test

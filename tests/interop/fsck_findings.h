@@ -6,10 +6,16 @@
 
 namespace quorbix::virtdisk::test {
 
-// The lines of a report of `fsck.fat -n` that find fault with the volume, without the two findings
-// that our images are meant to give: a short name whose base is blank (".profile" on the host), and
-// a label that is blank or holds characters that other tools would not write.
-std::vector<std::string> UnexpectedFindings(const std::string& report);
+// What a report of `fsck.fat -n` says against a volume.
+struct FsckFindings {
+  std::vector<std::string> badNames;  // the paths, as it prints them
+  bool hasBadLabel = false;           // in the root
+  std::vector<std::string> others;    // every other line that finds fault
+
+  bool IsEmpty() const { return badNames.empty() && !hasBadLabel && others.empty(); }
+};
+
+FsckFindings ParseFsckReport(const std::string& report);
 
 }  // namespace quorbix::virtdisk::test
 
