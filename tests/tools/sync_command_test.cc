@@ -295,6 +295,19 @@ TEST_F(SyncCommand, RunningSync_CarriesEditsBothWaysUntilASignalEndsIt) {
   EXPECT_EQ(sync.End(SIGTERM), 128 + SIGTERM);
 }
 
+TEST_F(SyncCommand, GuestsEditBehindALinkToTheImage_IsSeenAtOnce) {
+  fs::create_directory(folder / "images");
+  fs::rename(Image(), folder / "images/real.img");
+  fs::create_symlink("images/real.img", Image());
+  Background sync({"sync", Image(), Folder(), "--settle", "0", "--interval", "3600000"},
+                  folder / "log");
+  ASSERT_TRUE(WaitFor([&] { return folder.Exists("images/real.img.sync/state"); }));
+  GuestEditor guest(folder / "images/real.img");
+  ASSERT_TRUE(guest.Write("SUB/B.TXT", "HELLO\n"));
+  guest.Save();
+  EXPECT_TRUE(WaitFor([&] { return folder.Read("DISK/SUB/B.TXT") == "HELLO\n"; }));
+}
+
 // The next one may be a mistake.
 TEST_F(SyncCommand, EventThatIsAccepted_IsAcceptedOnce) {
   for (int i = 0; i < 30; ++i) folder.File("DISK/F" + std::to_string(i), "x");

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include "common/host_file.h"
 #include "host/host_file.h"
 
 namespace quorbix::virtdisk::tool {
@@ -26,31 +27,36 @@ constexpr std::uint32_t kNews = IN_CLOSE_WRITE | IN_MODIFY | IN_ATTRIB | IN_CREA
 bool ChangeWatch::Begin(const fs::path& folder, const fs::path& image, std::string& err) {
   watch = internal::Descriptor(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
   ownFolders.clear();
-  imageName = image.filename().string();
-  const fs::path beside = image.has_parent_path() ? image.parent_path() : fs::path(".");
-  int number = -1;
-  bool isWatched = watch && Add(folder, number);
-  std::error_code failed;
-  constexpr auto kSkip = fs::directory_options::skip_permission_denied;
-  for (fs::recursive_directory_iterator it(folder, kSkip, failed), end;
-       isWatched && !failed && it != end; it.increment(failed)) {
-    std::error_code unknown;
-    if (!it->is_symlink(unknown) && it->is_directory(unknown)) {
-      // Gone since it was listed: there is nothing to watch.
-      isWatched = Add(it->path(), number) || errno == ENOENT || errno == EACCES;
-    }
+  const fs::path file = internal::FollowLinks(image);
+  imageName = file.filename().string();
+  if (watch && AddAllBelow(folder)) {
+    imageFolder = Add(file.has_parent_path() ? file.parent_path() : fs::path("."));
+    if (imageFolder >= 0) return true;
   }
-  isWatched = isWatched && Add(beside, imageFolder);
-  if (isWatched) return true;
   err = SystemText(errno);
   watch = internal::Descriptor();
   return false;
 }
 
-bool ChangeWatch::Add(const fs::path& folder, int& number) {
-  number = ::inotify_add_watch(watch.Get(), folder.c_str(), kNews | IN_ONLYDIR);
-  if (number >= 0 && &number != &imageFolder) ownFolders.push_back(number);
-  return number >= 0;
+bool ChangeWatch::AddAllBelow(const fs::path& folder) {
+  ownFolders.push_back(Add(folder));
+  if (ownFolders.back() < 0) return false;
+  std::error_code failed;
+  constexpr auto kSkip = fs::directory_options::skip_permission_denied;
+  for (fs::recursive_directory_iterator it(folder, kSkip, failed), end; !failed && it != end;
+       it.increment(failed)) {
+    std::error_code unknown;
+    if (it->is_symlink(unknown) || !it->is_directory(unknown)) continue;
+    const int number = Add(it->path());
+    // Gone since it was listed: there is nothing to watch.
+    if (number < 0 && errno != ENOENT && errno != EACCES) return false;
+    if (number >= 0) ownFolders.push_back(number);
+  }
+  return true;
+}
+
+int ChangeWatch::Add(const fs::path& folder) const {
+  return ::inotify_add_watch(watch.Get(), folder.c_str(), kNews | IN_ONLYDIR);
 }
 
 bool ChangeWatch::TakeNews() {

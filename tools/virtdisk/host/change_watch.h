@@ -10,6 +10,7 @@
 namespace quorbix::virtdisk::tool {
 
 // Asks the kernel to tell when something changes in a folder, at any depth, or about an image.
+// Where that is a link, it is about the file behind it.
 class ChangeWatch {
  public:
   // On failure, for instance because too many folders are watched on the machine, returns false and
@@ -24,7 +25,8 @@ class ChangeWatch {
   bool TakeNews();
 
  private:
-  bool Add(const std::filesystem::path& folder, int& number);
+  int Add(const std::filesystem::path& folder) const;  // a watch; -1 with the cause in errno
+  bool AddAllBelow(const std::filesystem::path& folder);
 
   internal::Descriptor watch;
   int imageFolder = -1;  // the watch of the folder that the image lies in
