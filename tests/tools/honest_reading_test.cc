@@ -205,6 +205,24 @@ TEST(BrokenDirectory, NothingIsWrittenBeside) {
   EXPECT_EQ(test::ReadBytes(image), DiskWithABrokenDirectory());
 }
 
+// Each directory holds the next one: all their paths together would take 300 MiB.
+TEST(EndlessPaths, AreRefusedByAllThatLists) {
+  constexpr std::uint16_t kDepth = 7000;
+  TempFolder folder;
+  const std::string image = (folder / "disk.img").string();
+  ImageCrafter crafter({.sectorsPerFat = 28, .clusters = kDepth});
+  for (std::uint16_t cluster = 2; cluster < kDepth; ++cluster) {
+    crafter.Directory("DIRECTOR.EEE", cluster).Chain({cluster}).InCluster(cluster);
+  }
+  WriteBytes(image, crafter.Bytes());
+  for (const char* command : {"ls", "info", "tree", "map"}) {
+    const ProgramRun run = RunVirtdisk({command, image});
+    EXPECT_EQ(run.status, 1) << command;
+    EXPECT_THAT(run.err, HasSubstr("are nested too deep to be listed")) << command;
+  }
+  EXPECT_THAT(RunVirtdisk({"verify", image}).err, IsEmpty());
+}
+
 // A volume of 2,047 MiB in 65,500 clusters, most of it a hole in the file.
 void WriteLargeDisk(const std::filesystem::path& path) {
   ImageCrafter crafter({.sectorsPerCluster = 64, .sectorsPerFat = 256, .clusters = 20});

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,9 @@ namespace {
 
 using internal::VolumeClaim;
 using internal::VolumeIndex;
+
+// Of all entries together; a disk that is full of files has some tens of MiB.
+constexpr std::uint64_t kMostPathBytes = std::uint64_t{256} << 20;
 
 // FAT32 keeps at 0 what every FAT16 volume has, so that nothing can force it to be read.
 bool IsFat32ThatCannotBeRead(const Fat16FsInfo& info) {
@@ -76,12 +80,26 @@ std::unique_ptr<OpenedImage> OpenedImage::Open(Console& console, const std::file
   // Even where its misread directories lead nowhere, what it says of itself is the better reason.
   const bool isRefused =
       IsDescribed(image->Info()) && RefuseMisread(console, image->Info(), path, wish.force);
+  if (isParsed && !isRefused && image->HasEndlessPaths()) {
+    Fail(console, "the directories in " + path.string() + " are nested too deep to be listed",
+         "`virtdisk verify` tells more.");
+    status = kFailed;
+    return nullptr;
+  }
   if (isParsed && !isRefused) {
     image->TellBroken(console, path);
     return image;
   }
   status = isRefused ? int{kRefused} : TellUnreadable(console, path, image->Info(), err);
   return nullptr;
+}
+
+// A chain of directories has paths that grow with the square of its length: those of a small image
+// can take more memory than there is.
+bool OpenedImage::HasEndlessPaths() const {
+  std::uint64_t bytes = 0;
+  for (const internal::EntryRecord& record : index.Records()) bytes += record.pathLength;
+  return bytes > kMostPathBytes;
 }
 
 void OpenedImage::TellBroken(Console& console, const std::filesystem::path& path) const {

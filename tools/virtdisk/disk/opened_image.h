@@ -38,6 +38,7 @@ class OpenedImage {
   explicit OpenedImage(std::unique_ptr<internal::FileSource> opened)
       : source(std::move(opened)), index(*source) {}
 
+  bool HasEndlessPaths() const;
   void TellBroken(Console& console, const std::filesystem::path& path) const;
 
   std::unique_ptr<internal::FileSource> source;
