@@ -12,6 +12,7 @@
 #include "common/folder_listing.h"
 #include "guard/host_view.h"
 #include "guard/lines.h"
+#include "guard/paths.h"
 #include "guard/state_file.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -226,6 +227,7 @@ bool QuietSides::ParseLine(std::string_view text) {
     note.text = line.Path();
   } else if (kind == kFolderLine) {
     folders.push_back({.path = line.Path(), .entries = {}});
+    if (!folders.back().path.empty() && !StaysInside(folders.back().path)) return false;
   } else if (!ParseEntry(kind, line)) {
     return false;
   }

@@ -19,6 +19,7 @@
 
 #include "common/host_file.h"
 #include "guard/guarded_pair.h"
+#include "guard/lines.h"
 #include "support/clock_ahead.h"
 #include "support/memory_folder.h"
 #include "support/next_function.h"
@@ -234,6 +235,17 @@ TEST_F(QuietPair, FileOfSomebodyElse_Stays) {
   EXPECT_FALSE(IsQuickAnew());
   EXPECT_EQ(report.outcome, kNothingToDo);
   EXPECT_EQ(test::ReadWholeFile(Quiet()), "my notes");
+}
+
+TEST_F(QuietPair, ListThatLeadsOutOfTheFolder_IsNotUsed) {
+  const std::string text = test::ReadWholeFile(Quiet());
+  const std::size_t title = text.find('\n') + 1;
+  const std::size_t body = text.find('\n', title) + 1;
+  std::string lines = text.substr(body);
+  ASSERT_EQ(text, Sealed(text.substr(0, title), lines));
+  test::WriteWholeFile(Quiet(), Sealed(text.substr(0, title), lines + "in ../elsewhere\n"));
+  fs::create_directory(folder / "elsewhere");
+  EXPECT_FALSE(IsQuickAnew());
 }
 
 // Between the look at the folder and the list of what is quiet there.
