@@ -15,6 +15,7 @@
 #include "browser/volume_index.h"
 #include "check/check_volume.h"
 #include "common/byte_order.h"
+#include "fat16/geometry.h"
 #include "guard/clock.h"
 #include "guard/host_view.h"
 #include "guard/long_names.h"
@@ -112,6 +113,7 @@ class DiskLooker {
       return Spoil(ImageFacts::State::kCutShort, err);
     }
     if (!TakeLabel(info, source) || !Check(source)) return;
+    NoteStart(info);
     TakeRecords(index, source);
     NoteHidden(index);
   }
@@ -278,6 +280,13 @@ class DiskLooker {
       if (monitor.IsStopped()) view.result = DiskView::Result::kStopped;
       if (view.result != DiskView::Result::kComplete) return;
     }
+  }
+
+  void NoteStart(const Fat16FsInfo& info) {
+    if (info.partitionStartLba == kPartitionStart) return;
+    view.notes.push_back({"", "the volume begins in sector " +
+                                  std::to_string(info.partitionStartLba) + ": in sector " +
+                                  std::to_string(kPartitionStart) + " of the next image"});
   }
 
   void NoteHidden(const VolumeIndex& index) {

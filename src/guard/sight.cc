@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "fat16/volume_layout.h"
 #include "guard/clock.h"
 #include "guard/disk_names.h"
 #include "guard/first_meeting.h"
@@ -413,7 +414,17 @@ class Looker {
       sight.notes.push_back(
           {'/' + path, "cannot be read on the disk: what is left of it stays in the old image"});
     }
+    NoteSize();
     NoteMending();
+  }
+
+  // In place, what is behind the last whole sector stays.
+  void NoteSize() {
+    const std::uint64_t bytes = sight.facts.onDisk.bytes;
+    if (options.inPlace || bytes % kSectorBytes == 0) return;
+    sight.notes.push_back(
+        {"", "the image has " + std::to_string(bytes) + " bytes, no whole number of sectors: " +
+                 std::to_string(bytes - bytes % kSectorBytes) + " in the next one"});
   }
 
   void NoteMending() {

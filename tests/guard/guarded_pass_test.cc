@@ -30,7 +30,14 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using enum GuardedOutcome;
 
-class GuardedPassTest : public GuardedPair {};
+class GuardedPassTest : public GuardedPair {
+ protected:
+  static std::vector<std::string> NotesOf(const GuardedReport& report) {
+    std::vector<std::string> notes;
+    for (const GuardedNote& note : report.notes) notes.push_back(note.text);
+    return notes;
+  }
+};
 
 TEST_F(GuardedPassTest, FreshlyBuiltDisk_IsInStepAtOnce) {
   folder.File("host/Long File Name.txt", "long")
@@ -556,6 +563,41 @@ TEST_F(GuardedPassTest, NewImage_KeepsLabelBootCodeAndMarks) {
   ASSERT_NE(slot, text.npos);
   EXPECT_EQ(bytes[slot + 24], 0x75);  // the date
   EXPECT_EQ(bytes[slot + 25], 0x5D);
+}
+
+TEST_F(GuardedPassTest, VolumeThatBeginsElsewhere_IsToldUntilItIsMadeAnew) {
+  folder.File("host/a.txt", "a");
+  BuildImage();
+  std::vector<std::uint8_t> bytes = test::ReadBytes(Image());
+  StoreU32(&bytes[446 + 8], 2048);
+  bytes.insert(bytes.begin() + 512, 2047 * 512, 0);
+  test::WriteBytes(Image(), bytes);
+  EXPECT_THAT(NotesOf(Pass()),
+              ElementsAre("the volume begins in sector 2048: in sector 1 of the next image"));
+  EXPECT_THAT(NotesOf(Preview()), SizeIs(1));
+  folder.File("host/b.txt", "b");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(LoadU32(&test::ReadBytes(Image())[446 + 8]), 1u);
+  EXPECT_THAT(NotesOf(Pass()), IsEmpty());
+}
+
+TEST_F(GuardedPassTest, SizeThatIsNoWholeNumberOfSectors_IsToldUntilItIs) {
+  folder.File("host/a.txt", "a");
+  BuildImage();
+  std::filesystem::resize_file(Image(), kImageBytes + 100);
+  const std::string note =
+      "the image has 3145828 bytes, no whole number of sectors: 3145728 in the next one";
+  EXPECT_THAT(NotesOf(Pass()), ElementsAre(note));
+  EXPECT_THAT(NotesOf(Preview()), ElementsAre(note));
+  folder.File("host/b.txt", "b");
+  options.inPlace = true;
+  EXPECT_THAT(NotesOf(Pass()), IsEmpty());
+  EXPECT_EQ(std::filesystem::file_size(Image()), kImageBytes + 100);
+  options.inPlace = false;
+  folder.File("host/c.txt", "c");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(std::filesystem::file_size(Image()), kImageBytes);
+  EXPECT_THAT(NotesOf(Pass()), IsEmpty());
 }
 
 TEST_F(GuardedPassTest, ImageInPlace_KeepsItsInode) {
