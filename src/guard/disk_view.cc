@@ -59,6 +59,13 @@ bool EndangersFiles(FindingKind kind) {
   }
 }
 
+const char* KindOf(::mode_t mode) {
+  if (S_ISDIR(mode)) return "a folder";
+  if (S_ISFIFO(mode)) return "a pipe";
+  if (S_ISSOCK(mode)) return "a socket";
+  return "a device";
+}
+
 class DiskLooker {
  public:
   DiskLooker(const fs::path& imagePath, GuardedWork itsWork, WorkMonitor& workMonitor)
@@ -70,6 +77,10 @@ class DiskLooker {
     if (::stat(image.c_str(), &before) != 0) return Missing();
     view.stamp = StampOf(before);
     view.facts.bytes = view.stamp.size;
+    if (!S_ISREG(before.st_mode)) {
+      Spoil(ImageFacts::State::kNoFile, KindOf(before.st_mode));
+      return std::move(view);
+    }
     Look();
     struct ::stat after;
     const bool isSteady = ::stat(image.c_str(), &after) == 0 && StampOf(after) == view.stamp;

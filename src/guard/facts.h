@@ -28,12 +28,13 @@ struct ImageFacts {
     kPresent,
     kMissing,
     kUnreadable,
+    kNoFile,  // but a folder, a pipe, a device
     kNoFat16,
     kCutShort,
     kTorn,  // a pass that was cut off has written half of it, and the other half is not to be had
   };
   State state = State::kPresent;
-  std::string error{};  // with the last four: what is wrong
+  std::string error{};  // with the last five: what is wrong
   std::uint64_t bytes = 0;
   std::optional<std::uint64_t> bytesBefore{};
   std::uint32_t volumeId = 0;

@@ -73,6 +73,10 @@ void CheckImage(const Facts& facts, Collector& found) {
                 "the image " + facts.image + " cannot be read (" + image.error +
                     "): what it holds would count as deleted. Make it readable");
       return;
+    case ImageFacts::State::kNoFile:
+      found.Add(kImageUnreadable, false,
+                "the image " + facts.image + " is " + image.error + " and no file. Name the file");
+      return;
     case ImageFacts::State::kNoFat16:
       found.Add(kImageNotFat16, false,
                 "the image " + facts.image + " holds no FAT16 volume in a partition (" +

@@ -458,6 +458,18 @@ TEST_F(GuardedPassTest, ImageInsideTheFolder_IsRefusedAndLeftOutWhenAccepted) {
   EXPECT_EQ(report.files, 1u);
 }
 
+TEST_F(GuardedPassTest, ImageThatIsNoFile_IsToldForWhatItIs) {
+  folder.File("host/a.txt", "a").Pipe("DISK.IMG");
+  GuardedReport report = Pass();
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kImageUnreadable));
+  EXPECT_EQ(report.message,
+            "the image " + Image().string() + " is a pipe and no file. Name the file");
+  folder.Remove("DISK.IMG").Folder("DISK.IMG");
+  report = Pass();
+  EXPECT_EQ(report.message,
+            "the image " + Image().string() + " is a folder and no file. Name the file");
+}
+
 TEST_F(GuardedPassTest, FileThatIsNoImage_GetsNoStateFolder) {
   folder.File("host/a.txt", "a").File("DISK.IMG", "a photograph");
   EXPECT_EQ(Pass().outcome, kRefused);

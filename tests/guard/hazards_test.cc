@@ -76,6 +76,8 @@ INSTANTIATE_TEST_SUITE_P(
                             [](Facts& f) { f.onDisk.state = ImageFacts::State::kMissing; }},
                     SideRow{"ImageUnreadable", GuardedHazard::kImageUnreadable, false,
                             [](Facts& f) { f.onDisk.state = ImageFacts::State::kUnreadable; }},
+                    SideRow{"ImageThatIsNoFile", GuardedHazard::kImageUnreadable, false,
+                            [](Facts& f) { f.onDisk.state = ImageFacts::State::kNoFile; }},
                     SideRow{"ImageTorn", GuardedHazard::kImageUnreadable, false,
                             [](Facts& f) { f.onDisk.state = ImageFacts::State::kTorn; }},
                     SideRow{"NoVolume", GuardedHazard::kImageNotFat16, false,
