@@ -11,7 +11,7 @@ namespace {
 // A slot of a long name: the number of its part, the first of which lies next to the entry, and a
 // checksum of the entry's short name, which tells it from one whose entry is gone.
 constexpr std::size_t kNumber = 0;
-constexpr std::size_t kChecksum = 13;
+constexpr std::size_t kNameChecksum = 13;
 constexpr std::uint8_t kNumberBits = 0x3F;
 constexpr std::uint8_t kAttributeBits = 0x3F;
 
@@ -36,7 +36,7 @@ bool LongNames::Has(const EntryRecord& record) {
   return slot != nullptr && slot[kNumber] != dir_entry::kDeleted &&
          (slot[kNumber] & kNumberBits) == 1 &&
          (slot[dir_entry::kAttributes] & kAttributeBits) == dir_entry::kAttrLongName &&
-         slot[kChecksum] == checksum;
+         slot[kNameChecksum] == checksum;
 }
 
 std::optional<std::uint64_t> LongNames::SlotBefore(const EntryRecord& record) {
