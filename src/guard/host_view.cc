@@ -91,7 +91,10 @@ class HostLooker {
   }
 
   void TakeEntry(const std::string& path, const std::string& name, int folder) {
-    if (IsOwnTemporaryName(name) && !IsFolder(name, folder)) {
+    const bool isOwn = IsOwnTemporaryName(name) && !IsFolder(name, folder);
+    // Of a synchroniser of the folder above, or of one in it.
+    if (isOwn && IsOfAnotherProcess(name)) return LeaveOut(path, kTemporary);
+    if (isOwn) {
       view.leftovers.push_back(path);
       return;
     }

@@ -1,10 +1,12 @@
 #include "guard/paths.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <cstddef>
@@ -42,6 +44,16 @@ bool IsTemporaryName(std::string_view name) {
 bool IsOwnTemporaryName(std::string_view name) {
   return name.size() > kPrefix.size() + kSuffix.size() && name.starts_with(kPrefix) &&
          name.ends_with(kSuffix);
+}
+
+bool IsOfAnotherProcess(std::string_view ownTemporaryName) {
+  std::string_view parts = ownTemporaryName.substr(kPrefix.size());
+  parts.remove_prefix(std::min(parts.find('-'), parts.size()));  // the time
+  if (parts.empty()) return false;
+  ::pid_t process = 0;
+  std::from_chars(parts.data() + 1, parts.data() + parts.size(), process, 16);
+  if (process <= 0 || process == ::getpid()) return false;
+  return ::kill(process, 0) == 0 || errno == EPERM;
 }
 
 bool StaysInside(std::string_view path) {

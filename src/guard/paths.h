@@ -16,6 +16,9 @@ bool IsTemporaryName(std::string_view name);
 // Whether it is one of this synchroniser's own passes.
 bool IsOwnTemporaryName(std::string_view name);
 
+// Whether such a name was given by another process that is still there: the file is its own yet.
+bool IsOfAnotherProcess(std::string_view ownTemporaryName);
+
 // Whether a relative path stays in its folder: no element is empty, "." or "..".
 bool StaysInside(std::string_view path);
 

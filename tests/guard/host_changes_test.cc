@@ -244,11 +244,11 @@ TEST_F(HostChange, FolderToRemoveThatHoldsSomething_Stays) {
 }
 
 TEST_F(HostChange, Leftovers_GoToTheTrash) {
-  folder.File("host/d/.quorbix-1-2-3.tmp", "half way");
+  folder.File("host/d/.quorbix-1-7fffffff-3.tmp", "half way");
   Look();
   EXPECT_TRUE(Changes().SweepLeftovers(view.leftovers).IsDone());
   EXPECT_EQ(OnHost(), Tree{});
-  EXPECT_EQ(Trashed(), (Tree{{"left over d/.quorbix-1-2-3.tmp", "half way"}}));
+  EXPECT_EQ(Trashed(), (Tree{{"left over d/.quorbix-1-7fffffff-3.tmp", "half way"}}));
 }
 
 }  // namespace

@@ -5,6 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <ios>
+#include <sstream>
+
 #include "guard/clock.h"
 #include "guard/vocabulary.h"
 #include "support/child_process.h"
@@ -119,9 +122,9 @@ TEST(LookAtHost, ImageAndState_TakeNoPart) {
 
 TEST(LookAtHost, LeftoverOfACutOffPass_IsCollected) {
   TempFolder folder;
-  folder.File("d/.quorbix-1-2-3.tmp", "x");
+  folder.File("d/.quorbix-1-7fffffff-3.tmp", "x");
   const HostView view = Look(folder.Path());
-  EXPECT_THAT(view.leftovers, ElementsAre("d/.quorbix-1-2-3.tmp"));
+  EXPECT_THAT(view.leftovers, ElementsAre("d/.quorbix-1-7fffffff-3.tmp"));
   EXPECT_THAT(view.leftOut, IsEmpty());  // it keeps no folder alive
 }
 
@@ -241,6 +244,17 @@ TEST(LookAtHost, FileStampedInTheFuture_IsNotWaitedFor) {
   ::nanosleep(&second, nullptr);
   EXPECT_EQ(Look(HostLook{.folder = folder.Path(), .settleNanoseconds = 1}).result,
             HostView::Result::kComplete);
+}
+
+TEST(LookAtHost, TemporaryFileOfARunningProcess_IsNoLeftover) {
+  TempFolder folder;
+  // The second number is the process's, in hexadecimal digits.
+  std::ostringstream name;
+  name << ".quorbix-1a2b-" << std::hex << ::getppid() << "-1.tmp";
+  folder.File(name.str()).File(".quorbix-1a2b-7fffffff-1.tmp");
+  const HostView view = Look(folder.Path());
+  EXPECT_THAT(view.leftOut, ElementsAre(name.str()));
+  EXPECT_THAT(view.leftovers, ElementsAre(".quorbix-1a2b-7fffffff-1.tmp"));
 }
 
 TEST(LookAtHost, StopFlag_EndsIt) {

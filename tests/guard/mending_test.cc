@@ -43,9 +43,9 @@ class OldImageBesideABackup : public GuardedPair {
     ASSERT_EQ(LoadState(StateFolder(), state, err), StateLoad::kLoaded) << err;
     state.pending = Pending{.memory = state.memory,
                             .volumeId = state.image->volumeId ^ 1,
-                            .wholeImage = ".quorbix-1-2-3.tmp"};
+                            .wholeImage = ".quorbix-1-7fffffff-3.tmp"};
     ASSERT_TRUE(SaveState(StateFolder(), state, err)) << err;
-    std::filesystem::copy_file(Image(), folder / ".quorbix-1-2-3.tmp");
+    std::filesystem::copy_file(Image(), folder / ".quorbix-1-7fffffff-3.tmp");
   }
 };
 
@@ -53,7 +53,7 @@ TEST_F(OldImageBesideABackup, GoesToTheTrash) {
   const GuardedReport report = Pass();
   EXPECT_EQ(report.outcome, kDone) << report.message;
   EXPECT_THAT(NotesOf(report), ElementsAre(HasSubstr("the image that it left behind")));
-  EXPECT_FALSE(folder.Exists(".quorbix-1-2-3.tmp"));
+  EXPECT_FALSE(folder.Exists(".quorbix-1-7fffffff-3.tmp"));
   EXPECT_EQ(InTrash(), (FileTree{{"image replaced DISK.IMG", test::ReadWholeFile(Image())}}));
   EXPECT_EQ(Pass().outcome, kNothingToDo);
 }
@@ -66,7 +66,7 @@ TEST_F(OldImageBesideABackup, StaysWhenItIsStoppedMeanwhile) {
     if (progress.work == GuardedWork::kReadDisk) stop = ++imagesRead == 2;
   };
   EXPECT_EQ(Sync()->Pass().outcome, kStopped);
-  EXPECT_TRUE(folder.Exists(".quorbix-1-2-3.tmp"));
+  EXPECT_TRUE(folder.Exists(".quorbix-1-7fffffff-3.tmp"));
   EXPECT_EQ(InTrash(), FileTree{});
 }
 
@@ -91,7 +91,7 @@ class TornImage : public GuardedPair {
     state.pending = Pending{.memory = state.memory,
                             .volumeId = state.image->volumeId,
                             .tornId = kTornId,
-                            .wholeImage = ".quorbix-1-2-3.tmp"};
+                            .wholeImage = ".quorbix-1-7fffffff-3.tmp"};
     state.image = before.image;
     state.memory.pairs.at(0).agreed = before.memory.pairs.at(0).agreed;
     ASSERT_TRUE(SaveState(StateFolder(), state, err)) << err;
@@ -101,7 +101,7 @@ class TornImage : public GuardedPair {
     test::WriteWholeFile(Image(), torn);
   }
 
-  std::filesystem::path Whole() const { return StateFolder() / ".quorbix-1-2-3.tmp"; }
+  std::filesystem::path Whole() const { return StateFolder() / ".quorbix-1-7fffffff-3.tmp"; }
 
   std::string old;
   std::string whole;
@@ -162,11 +162,11 @@ class Leftover : public GuardedPair {};
 TEST_F(Leftover, OfTheFolder_IsToldOnce) {
   folder.File("host/d/a.txt", "a");
   BuildAndAgree();
-  folder.File("host/d/.quorbix-1-2-3.tmp", "half way");
+  folder.File("host/d/.quorbix-1-7fffffff-3.tmp", "half way");
   const GuardedReport report = Pass();
   EXPECT_EQ(report.outcome, kDone) << report.message;
-  EXPECT_THAT(NotesOf(report), ElementsAre(HasSubstr("d/.quorbix-1-2-3.tmp: left over")));
-  EXPECT_EQ(InTrash(), (FileTree{{"left over d/.quorbix-1-2-3.tmp", "half way"}}));
+  EXPECT_THAT(NotesOf(report), ElementsAre(HasSubstr("d/.quorbix-1-7fffffff-3.tmp: left over")));
+  EXPECT_EQ(InTrash(), (FileTree{{"left over d/.quorbix-1-7fffffff-3.tmp", "half way"}}));
   const GuardedReport next = Pass();
   EXPECT_EQ(next.outcome, kNothingToDo);
   EXPECT_THAT(NotesOf(next), IsEmpty());
