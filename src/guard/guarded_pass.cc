@@ -15,7 +15,6 @@
 #include "guard/image_change.h"
 #include "guard/new_image.h"
 #include "guard/paths.h"
-#include "guard/system_text.h"
 #include "guard/writers.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -111,7 +110,7 @@ Progress GuardedPass::MendCutOff() {
     return MoveToTrash(AT_FDCWD, whole.string(), placesInTrash.front(), monitor);
   }
   if (::unlink(whole.c_str()) == 0) return {};
-  return Progress::Failed("cannot remove " + whole.string() + " (" + SystemText() + ")");
+  return Cannot("remove", whole);
 }
 
 Progress GuardedPass::SavePending() {
@@ -170,7 +169,7 @@ Progress GuardedPass::ChangeImage() {
   if (progress.IsDone() && options.inPlace) {
     progress = change.WriteInPlace(whole, pending->tornId);
     if (progress.IsDone() && ::unlink(whole.c_str()) != 0) {
-      progress = Progress::Failed("cannot remove " + whole.string() + " (" + SystemText() + ")");
+      progress = Cannot("remove", whole);
     }
   } else if (progress.IsDone()) {
     const std::string writer = FindWriter(places.image);

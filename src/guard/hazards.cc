@@ -139,20 +139,24 @@ void CheckImage(const Facts& facts, Collector& found) {
   }
 }
 
+std::string NestingText(const Facts& facts) {
+  if (facts.nesting.imageInFolder) {
+    return "the image " + facts.image +
+           " lies in the folder that it is kept in step with: it would have to hold itself. Put it "
+           "elsewhere, or accept that it takes no part";
+  }
+  if (facts.nesting.stateInFolder) {
+    return "the state's folder " + facts.stateFolder +
+           " lies in the folder: name another one, or accept that it takes no part";
+  }
+  return "the folder " + facts.folder + " lies in the state's folder " + facts.stateFolder +
+         ": name another one for the state";
+}
+
 void CheckNesting(const Facts& facts, Collector& found) {
   const NestingFacts& nesting = facts.nesting;
   if (nesting.imageInFolder || nesting.stateInFolder || nesting.folderInState) {
-    found.Add(
-        kNested, !nesting.folderInState,
-        nesting.imageInFolder
-            ? "the image " + facts.image +
-                  " lies in the folder that it is kept in step with: "
-                  "it would have to hold itself. Put it elsewhere, or accept that it takes no part"
-        : nesting.stateInFolder ? "the state's folder " + facts.stateFolder +
-                                      " lies in the folder: name another "
-                                      "one, or accept that it takes no part"
-                                : "the folder " + facts.folder + " lies in the state's folder " +
-                                      facts.stateFolder + ": name another one for the state");
+    found.Add(kNested, !nesting.folderInState, NestingText(facts));
   }
 }
 

@@ -14,7 +14,6 @@
 #include "guard/host_view.h"
 #include "guard/paths.h"
 #include "guard/renames.h"
-#include "guard/system_text.h"
 #include "sync/hash_bytes.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -26,10 +25,6 @@ namespace {
 constexpr std::size_t kManyFiles = 16;
 // Who may read, write and run it, without the bits that give rights to whoever runs it.
 constexpr ::mode_t kPlainMode = 0777;
-
-Progress Failed(const std::string& what, const std::string& path) {
-  return Progress::Failed("cannot " + what + ' ' + path + " (" + SystemText() + ")");
-}
 
 Progress Busy(const std::string& path) {
   return Progress::Busy(path + " has changed since it was looked at");
@@ -52,7 +47,7 @@ Progress HostChanges::SweepLeftovers(const std::vector<std::string>& paths) {
   }
   for (std::size_t i = 0; i < paths.size(); ++i) {
     const Descriptor folder = OpenFolder(ParentOf(paths[i]));
-    if (!folder) return Failed("open the folder of", paths[i]);
+    if (!folder) return Cannot("open the folder of", paths[i]);
     const std::string name = NameOf(paths[i]);
     // The mending of a pass that was cut off may have taken it away.
     if (::faccessat(folder.Get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) continue;
@@ -66,9 +61,9 @@ Progress HostChanges::SweepLeftovers(const std::vector<std::string>& paths) {
 Progress HostChanges::MakeFolders(const std::vector<std::string>& paths) {
   for (const std::string& path : paths) {
     const Descriptor folder = OpenFolder(ParentOf(path));
-    if (!folder) return Failed("open the folder of", path);
+    if (!folder) return Cannot("open the folder of", path);
     if (::mkdirat(folder.Get(), NameOf(path).c_str(), 0777) != 0) {
-      return errno == EEXIST ? Busy(path) : Failed("make the folder", path);
+      return errno == EEXIST ? Busy(path) : Cannot("make the folder", path);
     }
     touched.insert(ParentOf(path));
     changed.insert(path);
@@ -131,7 +126,7 @@ Progress HostChanges::RemoveFolders(const std::vector<std::string>& paths) {
     const bool removed =
         folder && ::unlinkat(folder.Get(), NameOf(path).c_str(), AT_REMOVEDIR) == 0;
     if (!removed && (errno == ENOTEMPTY || errno == EEXIST || errno == ENOENT)) return Busy(path);
-    if (!removed) return Failed("remove the folder", path);
+    if (!removed) return Cannot("remove the folder", path);
     touched.insert(ParentOf(path));
     touched.erase(path);
     changed.insert(path);
@@ -156,7 +151,7 @@ Descriptor HostChanges::OpenFolder(const std::string& path) const {
 Progress HostChanges::WriteTemporary(const HostWrite& write, const DiskContents& contents,
                                      bool flushes, NewFile& file) {
   const Descriptor folder = OpenFolder(ParentOf(write.host));
-  if (!folder) return Failed("open the folder of", write.host);
+  if (!folder) return Cannot("open the folder of", write.host);
   struct ::stat old {};
   if (write.replaces && ::fstatat(folder.Get(), NameOf(write.host).c_str(), &old, 0) != 0) {
     return Busy(write.host);
@@ -165,7 +160,7 @@ Progress HostChanges::WriteTemporary(const HostWrite& write, const DiskContents&
   const ::mode_t mode = write.replaces ? 0600 : 0666;
   const Descriptor out(::openat(folder.Get(), file.temporary.c_str(),
                                 O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
-  if (!out) return Failed("write beside", write.host);
+  if (!out) return Cannot("write beside", write.host);
   if (write.replaces) {
     // Where the file system, or the process's rights, do not let it, the file is as it would be
     // new. What a guest has written never runs with the rights of the program it replaces.
@@ -181,17 +176,17 @@ Progress HostChanges::WriteTemporary(const HostWrite& write, const DiskContents&
     monitor.Add(bytes.size());
     return isWritten && !monitor.IsStopped();
   });
-  if (!isWritten) return Failed("write", write.host);
+  if (!isWritten) return Cannot("write", write.host);
   if (monitor.IsStopped()) return Progress::Stopped();
   if (!progress.IsDone()) return progress;
   if (content != write.content) return Progress::Busy("the image has changed meanwhile");
-  if (flushes && ::fdatasync(out.Get()) != 0) return Failed("write out", write.host);
+  if (flushes && ::fdatasync(out.Get()) != 0) return Cannot("write out", write.host);
   return {};
 }
 
 Progress HostChanges::FlushAll() const {
   const Descriptor folder = OpenFolder("");
-  return folder && ::syncfs(folder.Get()) == 0 ? Progress{} : Failed("write out", root.string());
+  return folder && ::syncfs(folder.Get()) == 0 ? Progress{} : Cannot("write out", root.string());
 }
 
 // Those that have their names by now are not there any more.
@@ -229,7 +224,7 @@ Progress HostChanges::NameFiles(std::vector<NewFile>& files) {
 Progress HostChanges::NameNew(int folder, const NewFile& file) {
   const std::string name = NameOf(file.write->host);
   if (RenameIfFree(folder, file.temporary.c_str(), folder, name.c_str())) return {};
-  return errno == EEXIST ? Busy(file.write->host) : Failed("name", file.write->host);
+  return errno == EEXIST ? Busy(file.write->host) : Cannot("name", file.write->host);
 }
 
 // Both change names in one step, so that there is a file under the name at every moment, and what
@@ -240,7 +235,7 @@ Progress HostChanges::Replace(int folder, NewFile& file, const fs::path& place) 
   const char* temporary = file.temporary.c_str();
   if (!IsAsSeen(folder, name, path)) return Busy(path);
   if (!ExchangeNames(folder, temporary, name.c_str())) {
-    if (errno != EINVAL) return errno == ENOENT ? Busy(path) : Failed("replace", path);
+    if (errno != EINVAL) return errno == ENOENT ? Busy(path) : Cannot("replace", path);
     // In two steps, where the file system has no such one. What is cut off between them is copied
     // from the disk once more.
     const std::string aside = NewTemporaryName();
@@ -258,7 +253,7 @@ Progress HostChanges::Replace(int folder, NewFile& file, const fs::path& place) 
                           ? MoveToTrash(folder, file.temporary, place, monitor)
                           : Busy(path);
   if (progress.IsDone()) return progress;
-  if (!ExchangeNames(folder, temporary, name.c_str())) return Failed("put back", path);
+  if (!ExchangeNames(folder, temporary, name.c_str())) return Cannot("put back", path);
   file.holdsOld = false;
   return progress;
 }
@@ -268,21 +263,15 @@ Progress HostChanges::SetAside(int folder, const std::string& path,
                                const std::string& aside) const {
   const std::string name = NameOf(path);
   if (!IsAsSeen(folder, name, path)) return Busy(path);
-  if (!RenameIfFree(folder, name.c_str(), folder, aside.c_str())) return Failed("move", path);
+  if (!RenameIfFree(folder, name.c_str(), folder, aside.c_str())) return Cannot("move", path);
   if (IsAsSeen(folder, aside, path)) return {};
   static_cast<void>(RenameIfFree(folder, aside.c_str(), folder, name.c_str()));
   return Busy(path);
 }
 
-// A rename changes no more of a stamp than the time at which something about the file has changed.
 bool HostChanges::IsAsSeen(int folder, const std::string& name, const std::string& path) const {
-  struct ::stat status;
   const auto seen = stamps.find(path);
-  if (seen == stamps.end()) return false;
-  if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
-  Stamp now = StampOf(status);
-  now.changed = seen->second.changed;
-  return now == seen->second;
+  return seen != stamps.end() && IsStill(folder, name, seen->second);
 }
 
 void HostChanges::NoteWritten(int folder, const HostWrite& write) {
@@ -297,7 +286,7 @@ Progress HostChanges::FlushFolders() const {
   for (const std::string& path : touched) {
     const Descriptor folder = OpenFolder(path);
     if (folder && ::fsync(folder.Get()) != 0 && errno != EINVAL) {
-      return Failed("write out the folder", path.empty() ? root.string() : path);
+      return Cannot("write out the folder", path.empty() ? root.string() : path);
     }
   }
   return {};

@@ -267,6 +267,15 @@ std::optional<Stamp> StampAt(const fs::path& path) {
   return StampOf(status);
 }
 
+// A rename changes no more of a stamp than the time at which something about the file has changed.
+bool IsStill(int folder, const fs::path& name, const Stamp& seen) {
+  struct ::stat status;
+  if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  Stamp now = StampOf(status);
+  now.changed = seen.changed;
+  return now == seen;
+}
+
 HostView LookAtHost(const HostLook& look, WorkMonitor& monitor) {
   return HostLooker(look, monitor).Run();
 }

@@ -17,7 +17,6 @@
 #include "guard/disk_view.h"
 #include "guard/host_view.h"
 #include "guard/renames.h"
-#include "guard/system_text.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace fs = std::filesystem;
@@ -28,10 +27,6 @@ constexpr std::size_t kCopiedAtOnce = std::size_t{1} << 20;
 // The master boot record and the boot sector, which every image made here has behind it.
 constexpr std::size_t kHeadBytes = std::size_t{2} * kSectorBytes;
 constexpr std::size_t kVolumeIdAt = std::size_t{kSectorBytes} + boot_sector::kVolumeId;
-
-Progress Failed(const std::string& what, const fs::path& path) {
-  return Progress::Failed("cannot " + what + ' ' + path.string() + " (" + SystemText() + ")");
-}
 
 Progress ImageChanged(const fs::path& image) {
   return Progress::Busy("the image " + image.string() + " has changed since it was looked at");
@@ -60,7 +55,7 @@ ImageChange::ImageChange(const fs::path& image, const Stamp& old, TrashRun& tras
 Progress ImageChange::Save(const Fat16Image& made, const fs::path& whole,
                            const std::map<std::string, DiskItem>& expected) {
   Descriptor file = OpenHostPath(whole.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
-  if (!file) return Failed("make the new image", whole);
+  if (!file) return Cannot("make the new image", whole);
   Progress progress = SaveTo(file, made, whole);
   if (progress.IsDone()) progress = Verify(whole, expected);
   // It would take the room that the next pass needs.
@@ -76,7 +71,7 @@ Progress ImageChange::SaveTo(Descriptor& file, const Fat16Image& made, const fs:
   });
   if (monitor.IsStopped()) return Progress::Stopped();
   if (!written || !TakeAfter(file.Get(), path) || ::fsync(file.Get()) != 0 || !file.Close()) {
-    return Failed("write the new image", whole);
+    return Cannot("write the new image", whole);
   }
   return {};
 }
@@ -98,14 +93,7 @@ Progress ImageChange::Verify(const fs::path& whole,
   return Progress::Failed("the new image " + whole.string() + " does not hold what was planned");
 }
 
-// A rename changes no more of a stamp than the time at which something about the file has changed.
-bool ImageChange::IsAsSeen(const fs::path& file) const {
-  struct ::stat status;
-  if (::lstat(file.c_str(), &status) != 0) return false;
-  Stamp now = StampOf(status);
-  now.changed = seen.changed;
-  return now == seen;
-}
+bool ImageChange::IsAsSeen(const fs::path& file) const { return IsStill(AT_FDCWD, file, seen); }
 
 Progress ImageChange::Rename(const fs::path& whole) {
   std::vector<fs::path> places;
@@ -116,36 +104,36 @@ Progress ImageChange::Rename(const fs::path& whole) {
   if (!IsAsSeen(path)) return ImageChanged(path);
   if (!ExchangeNames(AT_FDCWD, whole.c_str(), path.c_str())) {
     if (errno == EINVAL) return RenameByLink(whole, places.front());
-    return errno == ENOENT ? ImageChanged(path) : Failed("replace the image", path);
+    return errno == ENOENT ? ImageChanged(path) : Cannot("replace the image", path);
   }
   if (!IsAsSeen(whole)) {
     // Somebody was quicker: what he has written is the image.
-    if (!ExchangeNames(AT_FDCWD, whole.c_str(), path.c_str())) return Failed("put back", path);
+    if (!ExchangeNames(AT_FDCWD, whole.c_str(), path.c_str())) return Cannot("put back", path);
     return ImageChanged(path);
   }
-  if (!FlushFolder(path.parent_path())) return Failed("write out the folder of", path);
+  if (!FlushFolder(path.parent_path())) return Cannot("write out the folder of", path);
   // From here on the new image is the image; the old one keeps its name beside it until it has
   // found its place.
   monitor.Begin(GuardedWork::kKeep, seen.size);
   Progress kept = MoveToTrash(AT_FDCWD, whole.string(), places.front(), monitor);
   if (!kept.IsDone()) return kept;
   if (!trash.Flush(err)) return Progress::Failed(err);
-  return FlushFolder(path.parent_path()) ? Progress{} : Failed("write out the folder of", path);
+  return FlushFolder(path.parent_path()) ? Progress{} : Cannot("write out the folder of", path);
 }
 
 // For file systems that cannot exchange names.
 Progress ImageChange::RenameByLink(const fs::path& whole, const fs::path& place) {
   if (::link(path.c_str(), place.c_str()) != 0) {
     const Descriptor old = OpenHostPath(path.c_str(), O_RDONLY | O_NOFOLLOW);
-    if (!old) return Failed("read", path);
+    if (!old) return Cannot("read", path);
     Progress copied = CopyToTrash(old.Get());
     if (!copied.IsDone()) return copied;
   }
   std::string err;
   if (!trash.Flush(err)) return Progress::Failed(err);
   if (!IsAsSeen(path)) return ImageChanged(path);
-  if (::rename(whole.c_str(), path.c_str()) != 0) return Failed("replace the image", path);
-  return FlushFolder(path.parent_path()) ? Progress{} : Failed("write out the folder of", path);
+  if (::rename(whole.c_str(), path.c_str()) != 0) return Cannot("replace the image", path);
+  return FlushFolder(path.parent_path()) ? Progress{} : Cannot("write out the folder of", path);
 }
 
 Progress ImageChange::CopyToTrash(int from) {
@@ -159,7 +147,7 @@ Progress ImageChange::CopyToTrash(int from) {
   // What somebody wrote while it was copied would be a mixture.
   if (progress.IsDone() && !IsAsSeen(path)) progress = ImageChanged(path);
   if (progress.IsDone() && ::rename(part.c_str(), places.front().c_str()) != 0) {
-    progress = Failed("name", places.front());
+    progress = Cannot("name", places.front());
   }
   if (!progress.IsDone()) {
     ::unlink(part.c_str());
@@ -170,27 +158,27 @@ Progress ImageChange::CopyToTrash(int from) {
 
 Progress ImageChange::CopyTo(const fs::path& copy, int from) {
   const Descriptor to = OpenHostPath(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
-  if (!to || !TakeAfter(to.Get(), path)) return Failed("write", copy);
+  if (!to || !TakeAfter(to.Get(), path)) return Cannot("write", copy);
   monitor.Begin(GuardedWork::kKeep, seen.size);
   std::vector<std::uint8_t> buffer(kCopiedAtOnce);
   for (;;) {
     if (monitor.IsStopped()) return Progress::Stopped();
     const std::ptrdiff_t got = ReadFully(from, buffer);
-    if (got < 0) return Failed("read", path);
+    if (got < 0) return Cannot("read", path);
     if (got == 0) break;
     if (!WriteFully(to.Get(), std::span(buffer).first(static_cast<std::size_t>(got)))) {
-      return Failed("write", copy);
+      return Cannot("write", copy);
     }
     monitor.Add(static_cast<std::size_t>(got));
   }
-  return ::fsync(to.Get()) == 0 ? Progress{} : Failed("write out", copy);
+  return ::fsync(to.Get()) == 0 ? Progress{} : Cannot("write out", copy);
 }
 
 Progress ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId) {
   const Descriptor from = OpenHostPath(whole.c_str(), O_RDONLY | O_NOFOLLOW);
-  if (!from) return Failed("read the new image", whole);
+  if (!from) return Cannot("read the new image", whole);
   const Descriptor to = OpenHostFile(path.c_str(), O_RDWR | O_NOFOLLOW);
-  if (!to) return Failed("write to the image", path);
+  if (!to) return Cannot("write to the image", path);
   Progress copied = CopyToTrash(to.Get());
   if (!copied.IsDone()) return copied;
   if (!IsAsSeen(path)) return ImageChanged(path);
@@ -203,24 +191,24 @@ Progress ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId) 
 Progress ImageChange::CopyOver(int from, int to, std::uint32_t tornId) {
   std::vector<std::uint8_t> head(kHeadBytes);
   if (ReadFully(from, head) != static_cast<std::ptrdiff_t>(head.size()))
-    return Failed("read", path);
+    return Cannot("read", path);
   std::vector<std::uint8_t> torn = head;
   StoreU32(torn.data() + kVolumeIdAt, tornId);
-  if (!WriteAt(to, 0, torn) || ::fsync(to) != 0) return Failed("write to the image", path);
+  if (!WriteAt(to, 0, torn) || ::fsync(to) != 0) return Cannot("write to the image", path);
   monitor.Begin(GuardedWork::kWriteDisk, seen.size);
   monitor.Add(torn.size());
   std::vector<std::uint8_t> buffer(kCopiedAtOnce);
   for (;;) {
     const std::ptrdiff_t got = ReadFully(from, buffer);
-    if (got < 0) return Failed("read the new image for", path);
+    if (got < 0) return Cannot("read the new image for", path);
     if (got == 0) break;
     if (!WriteFully(to, std::span(buffer).first(static_cast<std::size_t>(got)))) {
-      return Failed("write to the image", path);
+      return Cannot("write to the image", path);
     }
     monitor.Add(static_cast<std::size_t>(got));
   }
   if (::fsync(to) != 0 || !WriteAt(to, 0, head) || ::fsync(to) != 0) {
-    return Failed("write to the image", path);
+    return Cannot("write to the image", path);
   }
   return {};
 }

@@ -17,7 +17,6 @@
 #include "browser/volume_index.h"
 #include "common/host_file.h"
 #include "guard/disk_names.h"
-#include "guard/system_text.h"
 #include "sync/hash_bytes.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -173,13 +172,13 @@ class ImageMaker {
     const Descriptor file = OpenRegularFile((parts.folder / entry.host).c_str(), status);
     if (!file && (errno == ENOENT || errno == ENOTDIR)) return FileChanged(entry.host);
     if (!file) {
-      return Progress::Failed("cannot read " + entry.host + " (" + SystemText() + ")");
+      return Cannot("read", entry.host);
     }
     std::uint64_t hash = kEmptyHash;
     for (auto part = writer.Next(kReadAtOnce); !part.empty(); part = writer.Next(kReadAtOnce)) {
       const std::ptrdiff_t got = ReadFully(file.Get(), part);
       if (got < 0) {
-        return Progress::Failed("cannot read " + entry.host + " (" + SystemText() + ")");
+        return Cannot("read", entry.host);
       }
       if (static_cast<std::size_t>(got) < part.size()) return FileChanged(entry.host);
       hash = HashBytes(part, hash);

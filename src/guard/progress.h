@@ -1,8 +1,11 @@
 #ifndef QUORBIX_VIRTDISK_GUARD_PROGRESS_H_
 #define QUORBIX_VIRTDISK_GUARD_PROGRESS_H_
 
+#include <filesystem>
 #include <string>
 #include <utility>
+
+#include "guard/system_text.h"
 
 namespace quorbix::virtdisk::internal::guard {
 
@@ -23,6 +26,12 @@ struct Progress {
 
   bool IsDone() const { return result == Result::kDone; }
 };
+
+// What the host has refused, with what the system says about the error in errno:
+// "cannot read a.txt (Permission denied)".
+inline Progress Cannot(const std::string& doWhat, const std::filesystem::path& path) {
+  return Progress::Failed("cannot " + doWhat + ' ' + path.native() + " (" + SystemText() + ")");
+}
 
 }  // namespace quorbix::virtdisk::internal::guard
 
