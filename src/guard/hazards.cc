@@ -140,17 +140,18 @@ void CheckImage(const Facts& facts, Collector& found) {
 }
 
 std::string NestingText(const Facts& facts) {
+  // What cannot be accepted first.
+  if (facts.nesting.folderInState) {
+    return "the folder " + facts.folder + " lies in the state's folder " + facts.stateFolder +
+           ": name another one for the state";
+  }
   if (facts.nesting.imageInFolder) {
     return "the image " + facts.image +
            " lies in the folder that it is kept in step with: it would have to hold itself. Put it "
            "elsewhere, or accept that it takes no part";
   }
-  if (facts.nesting.stateInFolder) {
-    return "the state's folder " + facts.stateFolder +
-           " lies in the folder: name another one, or accept that it takes no part";
-  }
-  return "the folder " + facts.folder + " lies in the state's folder " + facts.stateFolder +
-         ": name another one for the state";
+  return "the state's folder " + facts.stateFolder +
+         " lies in the folder: name another one, or accept that it takes no part";
 }
 
 void CheckNesting(const Facts& facts, Collector& found) {

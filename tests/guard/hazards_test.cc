@@ -106,6 +106,15 @@ INSTANTIATE_TEST_SUITE_P(
                             [](Facts& f) { f.state.isWritable = false; }}),
     [](const auto& row) { return row.param.name; });
 
+TEST(HazardsOfSides, NestingThatCannotBeAccepted_IsToldFirst) {
+  Facts facts = Sound();
+  facts.nesting = {.imageInFolder = true, .stateInFolder = true, .folderInState = true};
+  const Hazards hazards = HazardsOfSides(facts);
+  ASSERT_EQ(hazards.size(), 1u);
+  EXPECT_FALSE(hazards[0].canBeAccepted);
+  EXPECT_THAT(hazards[0].text, Not(HasSubstr("accept")));
+}
+
 // What a plan of these sides meets.
 Hazards Found(const Observation& seen, const Memory& memory, const PlanFacts& planFacts = {},
               const HazardLimits& limits = {}) {
