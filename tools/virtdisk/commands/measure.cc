@@ -115,7 +115,7 @@ int RunMeasure(Console& console, const MeasureOptions& options) {
                             {"bytes", bytes},
                             {"copiedBytes", preview.fileBytes},
                             {"autoSize", smallest == 0 ? Json(nullptr) : Json(smallest)},
-                            {"files", preview.files},
+                            {"files", preview.files - dropped},
                             {"directories", preview.directories},
                             {"leftOut", preview.leftOut},
                             {"dropped", dropped},
