@@ -59,6 +59,18 @@ TEST_F(TreeCommand, Utf8Locale_GetsDrawnLines) {
   EXPECT_THAT(Tree().out, HasSubstr("  \xE2\x94\x9C\xE2\x94\x80\xE2\x94\x80 EMPTY/\n"));
 }
 
+TEST_F(TreeCommand, Utf8LocaleInAnySpelling_GetsDrawnLines) {
+  for (const char* locale : {"de_DE.UTF8", "en_US.utf-8", "de_DE.utf8", "C.UTF-8@x", "C.Utf-8"}) {
+    ::setenv("LC_ALL", locale, 1);
+    EXPECT_THAT(Tree().out, HasSubstr("\xE2\x94\x80 EMPTY/\n")) << locale;
+  }
+  for (const char* locale :
+       {"POSIX", "de_DE", "de_DE@UTF-8", "de_DE.ISO-8859-1", "C.UTF-16", "x."}) {
+    ::setenv("LC_ALL", locale, 1);
+    EXPECT_THAT(Tree().out, HasSubstr("|-- EMPTY/\n")) << locale;
+  }
+}
+
 TEST_F(TreeCommand, Directory_IsDrawnAlone) {
   EXPECT_EQ(Tree({"sub/in"}).out,
             "1,000 bytes  sub/in\n"

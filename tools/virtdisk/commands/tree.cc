@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "commands/commands.h"
+#include "common/ascii.h"
 #include "disk/image_file.h"
 #include "disk/image_tree.h"
 #include "disk/opened_image.h"
@@ -60,12 +62,21 @@ constexpr Lines kPlainLines{"|   ", "|-- ", "`-- "};
 constexpr Lines kDrawnLines{"\xE2\x94\x82   ", "\xE2\x94\x9C\xE2\x94\x80\xE2\x94\x80 ",
                             "\xE2\x94\x94\xE2\x94\x80\xE2\x94\x80 "};
 
+// Of a name such as "de_DE.UTF-8@euro", where the letter case and the dash may differ.
+bool NamesUtf8(std::string_view locale) {
+  locale = locale.substr(0, locale.find('@'));
+  std::string charset;
+  for (const char c : locale.substr(std::min(locale.find('.'), locale.size()))) {
+    if (c != '-' && c != '.') charset += internal::ToAsciiUpper(c);
+  }
+  return charset == "UTF8";
+}
+
 bool LocaleIsUtf8() {
   for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
     const char* value = std::getenv(name);
     if (value == nullptr || *value == '\0') continue;
-    const std::string_view text = value;
-    return text.ends_with("UTF-8") || text.ends_with("utf8");
+    return NamesUtf8(value);
   }
   return false;
 }
