@@ -164,17 +164,46 @@ TEST_F(MapPage, AddressWithAPath_ChoosesTheFile) {
   EXPECT_THAT(Said("say(told());", "#/SMALL.TXT"), HasSubstr("/SMALL.TXT\n3 bytes"));
 }
 
-TEST_F(MapPage, ChosenFileBeyondTheList_IsShownFirst) {
+// F0 to F309, the largest first, in clusters 2 to 311.
+std::string PageOf310Files() {
   ImageCrafter crafter({.rootEntryCount = 512, .sectorsPerFat = 2, .clusters = 400});
   for (std::uint16_t i = 0; i < 310; ++i) {
     const auto cluster = static_cast<std::uint16_t>(2 + i);
     crafter.File("F" + std::to_string(i), {.firstCluster = cluster, .size = 500u - i});
     crafter.Chain({cluster});
   }
+  return DrawHtml(Map(crafter), "DISK", "disk.img");
+}
+
+// In this window, of 800 by 600, the list lies below the map.
+TEST_F(MapPage, ChosenCell_ScrollsTheListAndNotThePage) {
+  EXPECT_EQ(Said("key('End'); for (let i = 0; i < 100 + 89; ++i) key('ArrowLeft'); key('Enter');"
+                 "const list = document.getElementById('list');"
+                 "const button = list.querySelector('[aria-pressed=true]');"
+                 "const box = list.getBoundingClientRect(), at = button.getBoundingClientRect();"
+                 "say([button.querySelector('span').textContent, scrollY, list.scrollTop > 0,"
+                 "at.top >= box.top && at.bottom <= box.bottom].join());",
+                 "", PageOf310Files()),
+            "/F210,0,true,true");
+}
+
+TEST_F(MapPage, ChosenCellAboveWhatTheListShows_ScrollsItBack) {
+  EXPECT_EQ(Said("const list = document.getElementById('list');"
+                 "list.scrollTop = list.scrollHeight;"
+                 "key('Home'); for (let i = 0; i < 38; ++i) key('ArrowRight'); key('Enter');"
+                 "const button = list.querySelector('[aria-pressed=true]');"
+                 "const box = list.getBoundingClientRect(), at = button.getBoundingClientRect();"
+                 "say([button.querySelector('span').textContent,"
+                 "at.top >= box.top && at.bottom <= box.bottom].join());",
+                 "", PageOf310Files()),
+            "/F0,true");
+}
+
+TEST_F(MapPage, ChosenFileBeyondTheList_IsShownFirst) {
   EXPECT_EQ(Said("const names = [...document.querySelectorAll('#list button')];"
                  "say(names.length + ' ' + names[0].querySelector('span').textContent + ' ' +"
                  "names[0].getAttribute('aria-pressed'));",
-                 "#/F309", DrawHtml(Map(crafter), "DISK", "disk.img")),
+                 "#/F309", PageOf310Files()),
             "301 /F309 true");
 }
 

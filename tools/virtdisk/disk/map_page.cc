@@ -150,6 +150,13 @@ const std::string_view kPageScript = R"('use strict';
     return shape;
   };
 
+  // Within the list's own box, to its top: the page stays where it is, with the map in sight.
+  const scrollListTo = (button) => {
+    const box = list.getBoundingClientRect(), at = button.getBoundingClientRect();
+    const isInSight = at.top >= box.top && at.bottom <= box.bottom;
+    if (!isInSight) list.scrollTop += Math.floor(at.top - box.top);
+  };
+
   const choose = (owner, scroll) => {
     chosen = owner;
     for (const group of cells.querySelectorAll('.lit')) group.classList.remove('lit');
@@ -162,7 +169,7 @@ const std::string_view kPageScript = R"('use strict';
     for (const button of list.querySelectorAll('button')) {
       const isChosen = Number(button.dataset.number) === owner;
       button.setAttribute('aria-pressed', isChosen);
-      if (isChosen && scroll) button.scrollIntoView({block: 'nearest'});
+      if (isChosen && scroll) scrollListTo(button);
     }
     tellState();
   };
