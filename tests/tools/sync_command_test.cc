@@ -433,6 +433,23 @@ TEST_F(SyncCommand, RestoreOfAWholeImage_GivesTheOldDisk) {
   EXPECT_EQ(ReadWholeFile(target), before);
 }
 
+TEST_F(SyncCommand, RestoreAsJson_HasTimesLikeTheOthersAndWhereTheItemWent) {
+  Sync();
+  GuestWrites("SUB/B.TXT", "of the guest");
+  Sync();
+  const auto listed = RunVirtdisk({"restore", Image(), "--json"}).JsonLines();
+  ASSERT_THAT(listed, SizeIs(1));
+  EXPECT_THAT(listed[0]["time"].get<std::string>(),
+              MatchesRegex("....-..-.. [0-9][0-9]:[0-9][0-9]:[0-9][0-9]"));
+  EXPECT_TRUE(listed[0].contains("restoredTo"));
+  EXPECT_EQ(listed[0]["restoredTo"], nullptr);
+  const std::string target = (folder / "old.txt").string();
+  nlohmann::json expected = listed[0];
+  expected["restoredTo"] = target;
+  EXPECT_EQ(RunVirtdisk({"restore", Image(), listed[0]["id"], "--to", target, "--json"}).Json(),
+            expected);
+}
+
 TEST_F(SyncCommand, Restore_ListsAndBringsBack) {
   Sync();
   GuestWrites("SUB/B.TXT", "of the guest");

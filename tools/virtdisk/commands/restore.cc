@@ -30,14 +30,22 @@ std::string ItemLine(const TrashedItem& item) {
          FormatBytes(item.bytes) + "  " + Printable(item.path);
 }
 
-Json ItemObject(const TrashedItem& item) {
-  return {{"id", item.id},     {"time", item.time}, {"side", item.side},
-          {"path", item.path}, {"why", item.why},   {"bytes", item.bytes}};
+// `restoredTo` is empty where nothing is brought back.
+Json ItemObject(const TrashedItem& item, const fs::path& restoredTo) {
+  std::string time = item.time;
+  std::replace(time.begin(), time.end(), '.', ':');  // as every other time in JSON is written
+  return {{"id", item.id},
+          {"time", time},
+          {"side", item.side},
+          {"path", item.path},
+          {"why", item.why},
+          {"bytes", item.bytes},
+          {"restoredTo", restoredTo.empty() ? Json() : Json(restoredTo.string())}};
 }
 
 int List(Console& console, const RestoreOptions& options, const std::vector<TrashedItem>& items) {
   for (const TrashedItem& item : items) {
-    console.out << (options.json ? OneLine(ItemObject(item)) : ItemLine(item)) << "\n";
+    console.out << (options.json ? OneLine(ItemObject(item, {})) : ItemLine(item)) << "\n";
   }
   if (items.empty() && !options.json) console.out << "The trash is empty.\n";
   return kDone;
@@ -78,9 +86,7 @@ int BringBack(Console& console, const RestoreOptions& options,
     return Fail(console, err, "--to FILE gives it another name.");
   }
   if (options.json) {
-    Json object = ItemObject(*item);
-    object["restoredTo"] = target.string();
-    console.out << OneLine(object) << "\n";
+    console.out << OneLine(ItemObject(*item, target)) << "\n";
   } else if (!console.quiet) {
     console.out << "Restored " << Printable(target.string()) << ", " << FormatBytes(item->bytes)
                 << "; it stays in the trash as well.\n";
