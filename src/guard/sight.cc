@@ -1,9 +1,6 @@
 #include "guard/sight.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -17,6 +14,7 @@
 #include "guard/disk_names.h"
 #include "guard/first_meeting.h"
 #include "guard/pairing.h"
+#include "guard/room.h"
 #include "guard/system_text.h"
 #include "guard/writers.h"
 
@@ -45,26 +43,6 @@ bool IsBelowOrSame(const fs::path& path, const fs::path& folder) {
   return text == prefix || (text.starts_with(prefix) && text[prefix.size()] == '/');
 }
 
-bool MayChange(const fs::path& folder) {
-  return ::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
-}
-
-bool MayWrite(const fs::path& file) {
-  return ::faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) == 0;
-}
-
-std::optional<std::uint64_t> FreeBytes(const fs::path& folder) {
-  struct ::statvfs status;
-  if (::statvfs(folder.c_str(), &status) != 0) return std::nullopt;
-  return std::uint64_t{status.f_bavail} * status.f_frsize;
-}
-
-bool IsOnSameFileSystem(const fs::path& one, const fs::path& other) {
-  const auto a = StampAt(one);
-  const auto b = StampAt(other);
-  return a && b && a->identity.device == b->identity.device;
-}
-
 // The names that a pass had in mind that was cut off, for what it may have made of them already.
 void AddNames(const Memory& pending, Memory& memory) {
   std::set<std::string> hosts;
@@ -86,12 +64,6 @@ void DoubtDeletions(const std::map<std::string, DiskItem>& disk, Memory& memory)
   for (Pair& pair : memory.pairs) {
     if (!disk.contains(DiskKey(pair.disk))) pair.agreed.reset();
   }
-}
-
-// The folder, or the nearest one above it that exists.
-fs::path Existing(fs::path folder) {
-  while (!StampAt(folder) && folder.has_relative_path()) folder = folder.parent_path();
-  return folder;
 }
 
 class Looker {
@@ -131,7 +103,7 @@ class Looker {
     StateFacts& state = sight.facts.state;
     state.isDamaged = remembered.load == StateLoad::kDamaged;
     state.error = remembered.error;
-    state.isWritable = remembered.canBeSaved && MayChange(Existing(places.stateFolder));
+    state.isWritable = remembered.canBeSaved && MayWriteInto(places.stateFolder);
   }
 
   void CheckNesting() {
@@ -342,66 +314,13 @@ class Looker {
   }
 
   PlanFacts FactsOfPlan() {
-    PlanFacts facts;
-    if (sight.plan.IsEmpty()) return facts;
-    MeasureTrashOnce();
-    std::set<std::string> folders;
-    const auto add = [&](const std::string& path) {
-      const std::string folder = ParentOf(path);
-      if (folder.empty() || sight.seen.host.contains(folder)) folders.insert(folder);
-    };
-    for (const HostWrite& write : sight.plan.hostWrites) add(write.host);
-    for (const auto* paths :
-         {&sight.plan.hostFolders, &sight.plan.hostDeletions, &sight.plan.hostRemovals}) {
-      std::for_each(paths->begin(), paths->end(), add);
-    }
-    const bool isMissing = sight.facts.onHost.state == FolderFacts::State::kMissing;
-    for (const std::string& folder : folders) {
-      if (!isMissing && !MayChange(places.folder / folder))
-        facts.unwritableFolders.push_back(folder);
-    }
-    const fs::path beside = places.image.parent_path();
-    facts.isImageWritable = MayWrite(places.image) && (options.inPlace || MayChange(beside));
-    const fs::path newImages = options.inPlace ? places.stateFolder : beside;
-    facts.freeForFolder = FreeBytes(places.folder);
-    facts.freeForImage = FreeBytes(newImages);
-    facts.isSameFileSystem = IsOnSameFileSystem(places.folder, newImages);
-    const std::uint64_t leftover = BytesOfLeftover(newImages);
-    if (facts.freeForImage) *facts.freeForImage += leftover;
-    if (facts.freeForFolder && facts.isSameFileSystem) *facts.freeForFolder += leftover;
-    facts.imageCopies = options.inPlace ? 2 : 1;
-    const fs::path state = Existing(places.stateFolder);
-    facts.freeForTrash = FreeBytes(state);
-    facts.areFilesCopied = !IsOnSameFileSystem(places.folder, state);
-    facts.isImageCopied = !options.inPlace && !IsOnSameFileSystem(beside, state);
-    facts.isTrashBesideFolder = !facts.areFilesCopied;
-    facts.isTrashBesideImage = IsOnSameFileSystem(newImages, state);
-    CountTrash(facts);
-    return facts;
-  }
-
-  // What is beyond the trash's bound goes before anything is written.
-  void CountTrash(PlanFacts& facts) const {
-    facts.trashBytes = sight.trash->held;
-    const auto add = [&](std::optional<std::uint64_t>& free) {
-      if (free) *free += sight.trash->spare;
-    };
-    add(facts.freeForTrash);
-    if (facts.isTrashBesideFolder) add(facts.freeForFolder);
-    if (facts.isTrashBesideImage) add(facts.freeForImage);
+    if (!sight.plan.IsEmpty()) MeasureTrashOnce();
+    return LookForRoom(places, options, sight);
   }
 
   void MeasureTrashOnce() {
     if (sight.trash) return;
     sight.trash = MeasureTrash(places.stateFolder, options.trashPasses, options.trashBytes);
-  }
-
-  // What a pass that was cut off has left of its new image is removed before another is made.
-  std::uint64_t BytesOfLeftover(const fs::path& newImages) const {
-    struct ::stat status;
-    const bool isThere = sight.pending && !sight.pending->wholeImage.empty() &&
-                         ::lstat((newImages / sight.pending->wholeImage).c_str(), &status) == 0;
-    return isThere ? RoomOf(status) : 0;
   }
 
   void NoteWhatIsLeft(const Pairing& pairing) {
