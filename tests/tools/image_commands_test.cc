@@ -245,6 +245,51 @@ TEST_F(FindCommand, Json_IsOneObjectALine) {
   EXPECT_EQ(lines[1]["path"], "/SUB/B.TXT");
 }
 
+ImageCrafter DiskWithADotFolder() {
+  ImageCrafter crafter;
+  crafter.File("CONFIG.SYS", {.firstCluster = 2, .size = 1}).Chain({2});
+  crafter.RawSlot("        GIT", {.attributes = 0x10, .firstCluster = 3}).Chain({3});
+  crafter.InCluster(3).DotEntries(3, 0).File("CONFIG", {.firstCluster = 4, .size = 1}).Chain({4});
+  return crafter;
+}
+
+TEST_F(FindCommand, HiddenEntries_AreFoundUnderAllOnly) {
+  Write(DiskWithADotFolder());
+  EXPECT_EQ(RunVirtdisk({"find", Image(), "Conf"}).out, "/CONFIG.SYS\n");
+  EXPECT_EQ(RunVirtdisk({"find", Image(), "Conf", "--all"}).out, "/.GIT/CONFIG\n/CONFIG.SYS\n");
+  EXPECT_EQ(RunVirtdisk({"find", Image(), "git/C", "-a"}).out, "/.GIT/CONFIG\n");
+  const auto lines = RunVirtdisk({"find", Image(), "conf", "--all", "--json"}).JsonLines();
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0]["hidden"], true);
+  EXPECT_EQ(lines[1]["hidden"], false);
+  EXPECT_THAT(RunVirtdisk({"find", Image(), "", "--all"}).err, HasSubstr("empty query\n"));
+}
+
+TEST_F(CatCommand, HiddenFile_IsToldWithTheWayToIt) {
+  Write(DiskWithADotFolder());
+  const ProgramRun run = RunVirtdisk({"cat", Image(), "/.git/config"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "virtdisk: file not found\n  /.git/config in " + Image() +
+                         " is in no listing: `virtdisk get --all` copies it.\n");
+}
+
+TEST_F(CatCommand, MissingFileBesideHiddenOnes_IsToldWithAll) {
+  Write(DiskWithADotFolder());
+  EXPECT_THAT(RunVirtdisk({"cat", Image(), "/NOPE"}).err,
+              HasSubstr(": `virtdisk find --all` and `virtdisk ls --all` show what there is.\n"));
+  Write(DatedDisk());
+  EXPECT_THAT(RunVirtdisk({"cat", Image(), "/NOPE"}).err,
+              HasSubstr(": `virtdisk find` and `virtdisk ls` show what there is.\n"));
+}
+
+TEST_F(CatCommand, Root_IsADirectory) {
+  for (const char* root : {"/", "\\", "//"}) {
+    const ProgramRun run = RunVirtdisk({"cat", Image(), root});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.err, HasSubstr("virtdisk: path is a directory\n"));
+  }
+}
+
 TEST_F(CatCommand, File_IsWrittenByteForByte) {
   const ProgramRun run = RunVirtdisk({"cat", Image(), "/sub/b.txt"});
   EXPECT_EQ(run.status, 0);

@@ -196,6 +196,7 @@ class CommandLine {
                         "find games.img maze", [this] { return RunFind(console, find); });
     sub->add_option("IMAGE", find.image, kImageHelp)->required();
     sub->add_option("TEXT", find.text, "Text to look for, in any letter case")->required();
+    sub->add_flag("-a,--all", find.all, kAllHelp);
     sub->add_flag("--force", find.force, kForceHelp);
     sub->add_flag("--json", find.json, "Print a JSON object a line");
   }

@@ -54,6 +54,7 @@ int RunList(Console& console, const ListOptions& options);
 struct FindOptions {
   std::filesystem::path image;
   std::string text;
+  bool all = false;
   bool force = false;
   bool json = false;
 };

@@ -6,7 +6,30 @@
 
 namespace quorbix::virtdisk::tool {
 
+namespace {
+
 namespace fs = std::filesystem;
+
+using internal::VolumeIndex;
+
+constexpr char kNotFound[] = "file not found";
+constexpr char kIsDirectory[] = "path is a directory";
+
+// Looks at the volume once more, this time for what no listing shows.
+std::string HintForMissing(const OpenedImage& image, const std::string& path,
+                           const fs::path& imagePath) {
+  VolumeIndex index(image.Source());
+  std::string unknown;
+  const bool isRead = index.Parse(unknown, VolumeIndex::Hidden::kCollect);
+  if (!isRead || index.HiddenEntries().empty()) return HintFor(kNotFound, path, imagePath);
+  const std::string what = Within(path, imagePath);
+  if (ImageTree tree(index); tree.Find(path) != nullptr) {
+    return what + " is in no listing: `virtdisk get --all` copies it.";
+  }
+  return what + ": `virtdisk find --all` and `virtdisk ls --all` show what there is.";
+}
+
+}  // namespace
 
 std::optional<Fat16FsEntry> FindFile(Console& console, const OpenedImage& image,
                                      const std::string& path, const fs::path& imagePath,
@@ -14,21 +37,21 @@ std::optional<Fat16FsEntry> FindFile(Console& console, const OpenedImage& image,
   std::string err;
   const internal::EntryRecord* record = image.Index().FindFile(path, err);
   if (record != nullptr) return record->Entry(image.Index().PathOf(*record));
-  if (hiddenToo) {
-    const ImageTree tree(image.Index());
-    const Fat16FsEntry* entry = tree.Find(path);
-    if (entry != nullptr && !entry->isDirectory) return *entry;
-  }
-  Fail(console, err, HintFor(err, path, imagePath));
+  const ImageTree tree(image.Index());
+  const Fat16FsEntry* entry = hiddenToo ? tree.Find(path) : nullptr;
+  if (entry != nullptr && !entry->isDirectory) return *entry;
+  if (tree.IsDirectory(path)) err = kIsDirectory;  // also the root, which has no entry to look up
+  Fail(console, err,
+       err == kNotFound ? HintForMissing(image, path, imagePath) : HintFor(err, path, imagePath));
   return std::nullopt;
 }
 
 std::string HintFor(const std::string& message, const std::string& path, const fs::path& image) {
   const std::string what = Within(path, image);
-  if (message == "file not found") {
+  if (message == kNotFound) {
     return what + ": `virtdisk find` and `virtdisk ls` show what there is.";
   }
-  if (message == "path is a directory") {
+  if (message == kIsDirectory) {
     return what + ": `virtdisk ls` lists it, `virtdisk get` copies all of it.";
   }
   if (message.starts_with("image could not be read")) return what + " could not be read whole.";
