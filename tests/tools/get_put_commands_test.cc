@@ -467,6 +467,16 @@ TEST_F(PutCommand, MissingFileInTheImage_Fails) {
   EXPECT_THAT(Put("/NOPE", "x").err, HasSubstr("virtdisk: file not found\n"));
 }
 
+TEST_F(GetCommand, DeviceAsTheNewFile_IsRefused) {
+  test::WriteBytes(folder / "disk.img", SmallDisk().Bytes());
+  for (const char* force : {"--quiet", "--force"}) {
+    const ProgramRun run =
+        RunVirtdisk({"get", (folder / "disk.img").string(), "/A.TXT", "/dev/null", force});
+    EXPECT_EQ(run.status, 3);
+    EXPECT_THAT(run.err, HasSubstr("/dev/null is no regular file"));
+  }
+}
+
 TEST_F(PutCommand, MissingFileOnTheHost_Fails) {
   const ProgramRun run =
       RunVirtdisk({"put", (folder / "disk.img").string(), "/A.TXT", "/nonexistent"});
@@ -477,8 +487,9 @@ TEST_F(PutCommand, MissingFileOnTheHost_Fails) {
 TEST_F(PutCommand, HostDiskFull_LeavesTheOldImageAndNothingElse) {
   folder.File("new", "hello");
   const int status = test::RunInChild({.fileSizeLimit = 4096}, [&] {
-    return RunVirtdisk({"put", (folder / "disk.img").string(), "/A.TXT", (folder / "new").string()})
-        .status;
+    const ProgramRun run =
+        RunVirtdisk({"put", (folder / "disk.img").string(), "/A.TXT", (folder / "new").string()});
+    return run.err.find("Nothing was written to") != std::string::npos ? run.status : 99;
   });
   EXPECT_EQ(status, 1);
   EXPECT_EQ(test::ReadBytes(folder / "disk.img"), SmallDisk().Bytes());

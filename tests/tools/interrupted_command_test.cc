@@ -201,6 +201,17 @@ TEST_F(InterruptedCommand, Put_LeavesTheOldImageOrTheNewOne) {
   EXPECT_GE(calls, 4);
 }
 
+TEST_F(InterruptedCommand, PutWithoutRoomForACopy_TellsOfTheOtherWay) {
+  WriteWholeFile(Path("new"), "new");
+  const int status = RunInChild({}, [&] {
+    isDiskFull = true;
+    callsBeforeTheEnd = 1;
+    const ProgramRun run = RunVirtdisk({"put", Path("old.img"), "A.TXT", Path("new")});
+    return run.err.find("--in-place needs no room for a copy.") != std::string::npos ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+}
+
 TEST_F(InterruptedCommand, Build_LeavesTheOldImageOrTheNewOne) {
   const auto begin = [&] {
     fs::copy_file(Path("old.img"), Path("disk.img"), fs::copy_options::overwrite_existing);

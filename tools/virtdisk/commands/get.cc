@@ -7,9 +7,9 @@
 #include "disk/extraction.h"
 #include "disk/extractor.h"
 #include "disk/file_lookup.h"
-#include "disk/image_file.h"
 #include "disk/image_tree.h"
 #include "disk/opened_image.h"
+#include "host/output_place.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
 
@@ -20,11 +20,6 @@ namespace fs = std::filesystem;
 
 ExtractionSettings SettingsOf(const GetOptions& options) {
   return {options.image, options.destination, options.force};
-}
-
-int RefuseFile(Console& console, const std::string& message, const char* hint) {
-  Fail(console, message, hint);
-  return kRefused;
 }
 
 void GetFile(Console& console, const OpenedImage& image, const GetOptions& options,
@@ -47,10 +42,15 @@ void GetFile(Console& console, const OpenedImage& image, const GetOptions& optio
     }
     target /= entry->name;
   }
+  if (LookAtOutput(target) == OutputKind::kNoRegularFile) {
+    outcome.status = Refuse(console, target.string() + " is no regular file",
+                            "`virtdisk cat` writes to the standard output.");
+    return;
+  }
   if (IsSameFile(target, options.image)) {
-    outcome.status = RefuseFile(
-        console, options.path + " would take the image's place: " + options.image.string(),
-        "Give another destination.");
+    outcome.status =
+        Refuse(console, options.path + " would take the image's place: " + options.image.string(),
+               "Give another destination.");
     return;
   }
   outcome.status = kDone;
@@ -58,7 +58,7 @@ void GetFile(Console& console, const OpenedImage& image, const GetOptions& optio
     return;
   outcome.failed.push_back({entry->path, ExtractionOutcome::kExists});
   outcome.status =
-      RefuseFile(console, target.string() + " exists", "--force replaces it; nothing was written.");
+      Refuse(console, target.string() + " exists", "--force replaces it; nothing was written.");
 }
 
 void GetDirectory(Console& console, const OpenedImage& image, const ImageTree& tree,

@@ -2,10 +2,10 @@
 
 #include "commands/commands.h"
 #include "disk/entry_line.h"
-#include "disk/image_file.h"
 #include "disk/image_tree.h"
 #include "disk/opened_image.h"
 #include "terminal/exit_status.h"
+#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

@@ -13,7 +13,6 @@
 #include "browser/file_source.h"
 #include "check/volume_claim.h"
 #include "commands/commands.h"
-#include "disk/image_file.h"
 #include "disk/image_tree.h"
 #include "disk/map_html.h"
 #include "disk/map_svg.h"
@@ -87,22 +86,19 @@ int WritePicture(Console& console, const MapOptions& options, const std::string&
     return kDone;
   }
   if (IsSameFile(options.picture, options.image)) {
-    Fail(console, "the picture would take the image's place: " + options.image.string(),
-         "Give another path with -o.");
-    return kRefused;
+    return Refuse(console, "the picture would take the image's place: " + options.image.string(),
+                  "Give another path with -o.");
   }
   const OutputKind kind = LookAtOutput(options.picture);
   if (kind == OutputKind::kFolder || kind == OutputKind::kNoRegularFile) {
-    Fail(console,
-         options.picture.string() +
-             (kind == OutputKind::kFolder ? " is a folder" : " is no regular file"),
-         "Give the path of a file with -o, or - for the standard output.");
-    return kRefused;
+    return Refuse(console,
+                  options.picture.string() +
+                      (kind == OutputKind::kFolder ? " is a folder" : " is no regular file"),
+                  "Give the path of a file with -o, or - for the standard output.");
   }
   if (!options.force && IsSomethingElse(options.picture)) {
-    Fail(console, options.picture.string() + " exists, and is no picture or page",
-         "Give another path with -o, or --force to have the file replaced.");
-    return kRefused;
+    return Refuse(console, options.picture.string() + " exists, and is no picture or page",
+                  "Give another path with -o, or --force to have the file replaced.");
   }
   std::string err;
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(drawn.data());

@@ -16,7 +16,6 @@
 #include "commands/commands.h"
 #include "common/host_file.h"
 #include "disk/file_rewrite.h"
-#include "disk/image_file.h"
 #include "disk/opened_image.h"
 #include "host/host_file.h"
 #include "host/new_file.h"
@@ -63,8 +62,8 @@ class Rewrite {
         OpenedImage::Open(console, options.image, {.force = options.force, .whole = true}, status);
     if (!image) return status;
     if (!options.inPlace && !options.force && IsDenied(target, W_OK)) {
-      Fail(console, target.string() + " is write-protected", "--force replaces it all the same.");
-      return kRefused;
+      return Refuse(console, target.string() + " is write-protected",
+                    "--force replaces it all the same.");
     }
     internal::RewritePlan plan;
     if (!internal::PlanRewrite(image->Index(), options.path, newBytes, plan, err)) {
@@ -134,6 +133,7 @@ class Rewrite {
   }
 
   bool FailToDo(const char* what) {
+    hasNoRoom = errno == ENOSPC;
     err = what + target.string() + ": " + SystemText(errno);
     return false;
   }
@@ -141,10 +141,14 @@ class Rewrite {
   int FailToRead() { return Fail(console, err, "Give the path of the file with the new content."); }
 
   int FailToWrite() {
-    return Fail(console, err,
-                options.inPlace && isTouched
-                    ? Within(options.path, options.image) + " may be half written; put it again."
-                    : "Nothing was written to " + options.image.string() + ".");
+    if (options.inPlace && isTouched) {
+      return Fail(console, err,
+                  Within(options.path, options.image) + " may be half written; put it again.");
+    }
+    const std::string hint = "Nothing was written to " + options.image.string() + ".";
+    return Fail(
+        console, err,
+        hasNoRoom && !options.inPlace ? hint + " --in-place needs no room for a copy." : hint);
   }
 
   std::string HintFor(const internal::VolumeIndex& index, std::uint64_t newBytes) const {
@@ -168,6 +172,7 @@ class Rewrite {
   std::vector<std::uint8_t> content;
   std::string err;
   bool isTouched = false;
+  bool hasNoRoom = false;
 };
 
 }  // namespace

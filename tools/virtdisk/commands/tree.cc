@@ -9,7 +9,6 @@
 
 #include "commands/commands.h"
 #include "common/ascii.h"
-#include "disk/image_file.h"
 #include "disk/image_tree.h"
 #include "disk/opened_image.h"
 #include "terminal/columns.h"

@@ -5,7 +5,7 @@
 
 #include "browser/content_reader.h"
 #include "disk/file_lookup.h"
-#include "disk/image_file.h"
+#include "host/output_place.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {

@@ -1,6 +1,5 @@
 #include "disk/file_lookup.h"
 
-#include "disk/image_file.h"
 #include "disk/image_tree.h"
 #include "terminal/text.h"
 

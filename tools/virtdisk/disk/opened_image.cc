@@ -58,9 +58,8 @@ int TellUnreadable(Console& console, const std::filesystem::path& path, const Fa
                                         " holds no FAT16 volume that can be read; is it the right "
                                         "file, and whole?");
   }
-  Fail(console, path.string() + " holds a FAT32 volume",
-       "virtdisk reads FAT16 only; mtools and 7-Zip read others.");
-  return kRefused;
+  return Refuse(console, path.string() + " holds a FAT32 volume",
+                "virtdisk reads FAT16 only; mtools and 7-Zip read others.");
 }
 
 }  // namespace
@@ -132,9 +131,9 @@ std::unique_ptr<internal::FileSource> OpenSource(Console& console,
 bool RefuseMisread(Console& console, const Fat16FsInfo& info, const std::filesystem::path& image,
                    bool force) {
   if (force || !internal::WouldBeMisread(internal::ClaimOf(info))) return false;
-  Fail(console,
-       "the volume in " + image.string() + " " + ReasonOf(info) + ": its files would be misread",
-       "mtools and 7-Zip read it; --force takes it for FAT16 all the same.");
+  Refuse(console,
+         "the volume in " + image.string() + " " + ReasonOf(info) + ": its files would be misread",
+         "mtools and 7-Zip read it; --force takes it for FAT16 all the same.");
   return true;
 }
 

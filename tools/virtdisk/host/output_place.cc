@@ -63,6 +63,11 @@ bool IsDenied(const fs::path& path, int access) {
   return ::faccessat(AT_FDCWD, path.c_str(), access, AT_EACCESS) != 0 && errno == EACCES;
 }
 
+bool IsSameFile(const fs::path& a, const fs::path& b) {
+  std::error_code unknown;
+  return fs::equivalent(a, b, unknown) && !unknown;
+}
+
 bool LiesWithin(const fs::path& path, const fs::path& folder) {
   std::error_code failed;
   const fs::path place = fs::weakly_canonical(fs::absolute(internal::FollowLinks(path)), failed);

@@ -16,6 +16,9 @@ enum class OutputKind {
 
 OutputKind LookAtOutput(const std::filesystem::path& path);
 
+// Whether both paths lead to one existing file.
+bool IsSameFile(const std::filesystem::path& a, const std::filesystem::path& b);
+
 // Whether something is there that the process has no right to: R_OK to read it, W_OK to write it.
 bool IsDenied(const std::filesystem::path& path, int access);
 

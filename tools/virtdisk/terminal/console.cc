@@ -58,6 +58,11 @@ int Fail(Console& console, std::string_view message, std::string_view hint) {
   return kFailed;
 }
 
+int Refuse(Console& console, std::string_view message, std::string_view hint) {
+  Fail(console, message, hint);
+  return kRefused;
+}
+
 void Warn(Console& console, std::string_view message) {
   if (!console.quiet) Print(console, "virtdisk: warning: " + Printable(message) + "\n");
 }

@@ -221,4 +221,8 @@ std::string PathKey(std::string_view path) {
   return key;
 }
 
+std::string Within(const std::string& name, const std::filesystem::path& image) {
+  return name + " in " + image.string();
+}
+
 }  // namespace quorbix::virtdisk::tool

@@ -2,6 +2,7 @@
 #define QUORBIX_VIRTDISK_TOOL_TEXT_H_
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,6 +39,9 @@ std::string WhyNoLabel(std::string_view text);
 // The form in which two paths inside an image mean the same entry: "/" in front, separators of
 // either kind single, none at the end, ASCII letters lower-case.
 std::string PathKey(std::string_view path);
+
+// "NAME in IMAGE", for messages.
+std::string Within(const std::string& name, const std::filesystem::path& image);
 
 }  // namespace quorbix::virtdisk::tool
 
