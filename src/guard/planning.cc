@@ -258,6 +258,7 @@ class Planner {
     const bool isNewOrOnBoth = (row.onHost && row.onDisk) || !row.agreed;
     if (!isNewOrOnBoth && !lively.contains(row.host)) return RemoveFolder(row);
     NoteLife(row.host);
+    if (row.agreed && row.onHost && !row.onDisk) plan.keptFolders.push_back(row.host);
     plan.tree.push_back({row.disk, row.host, EntryType::kFolder, {}, false});
     plan.after.pairs.push_back({row.host, row.disk, EntryType::kFolder, Content{}});
     if (!row.onHost) {

@@ -49,7 +49,8 @@ struct Plan {
   std::vector<std::string> conflicts{};   // host paths
   std::vector<std::string> lostOnDisk{};  // disk paths of files that cannot be read there, and that
                                           // the host does not have
-  std::size_t deletedOnHost = 0;          // files
+  std::vector<std::string> keptFolders{};  // of the host: removed on the disk, and not empty here
+  std::size_t deletedOnHost = 0;           // files
   std::size_t deletedOnDisk = 0;
 
   bool IsEmpty() const { return steps.empty() && !needsImage; }

@@ -329,6 +329,9 @@ class Looker {
     for (const std::string& path : pairing.unnamed) {
       sight.notes.push_back({path, "is on the host alone: the disk has no short name left for it"});
     }
+    for (const std::string& path : sight.plan.keptFolders) {
+      sight.notes.push_back({path, "stays, and is on the disk again: it holds something yet"});
+    }
     for (const std::string& path : sight.plan.lostOnDisk) {
       sight.notes.push_back(
           {'/' + path, "cannot be read on the disk: what is left of it stays in the old image"});

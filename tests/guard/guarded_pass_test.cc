@@ -444,6 +444,22 @@ TEST_F(GuardedPassTest, WorkInPlace_IsToldWithTheCopyThatIsKept) {
                         {kWriteDisk, kImageBytes, kImageBytes}}));
 }
 
+TEST_F(GuardedPassTest, RemovedFolderThatHoldsMore_StaysAndIsTold) {
+  folder.File("host/PICS/a.txt", "a").File("host/b.txt", "b");
+  BuildAndAgree();
+  folder.File("host/PICS/.DS_Store", "s");
+  GuestRemoves("PICS/A.TXT");
+  GuestRemoves("PICS");
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kDone);
+  EXPECT_TRUE(std::any_of(report.notes.begin(), report.notes.end(), [](const GuardedNote& note) {
+    return note.path == "PICS" &&
+           note.text == "stays, and is on the disk again: it holds something yet";
+  }));
+  EXPECT_EQ(OnHost(), (FileTree{{"PICS/.DS_Store", "s"}, {"b.txt", "b"}}));
+  EXPECT_TRUE(test::GuestEditor(Image()).Exists("PICS"));
+}
+
 TEST_F(GuardedPassTest, ImageInsideTheFolder_IsRefusedAndLeftOutWhenAccepted) {
   folder.File("host/a.txt", "a");
   BuildImage();
