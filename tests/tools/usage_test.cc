@@ -48,6 +48,22 @@ TEST(Usage, HelpAsACommand_IsTheOption) {
   }
 }
 
+TEST(Usage, MisspeltOption_IsCorrected) {
+  const ProgramRun run = RunVirtdisk({"build", "a", "b.img", "--sise=64M"});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_THAT(run.err, HasSubstr("Did you mean `--size`? "));
+  EXPECT_THAT(RunVirtdisk({"ls", "b.img", "--transmogrify"}).err, Not(HasSubstr("Did you mean")));
+}
+
+TEST(Usage, Quiet_MayStandBeforeTheCommand) {
+  test::TempFolder folder;
+  folder.File("DISK/A.TXT", "a");
+  const ProgramRun run =
+      RunVirtdisk({"-q", "build", (folder / "DISK").string(), (folder / "disk.img").string()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out + run.err, IsEmpty());
+}
+
 TEST(Usage, Version_IsOneLine) {
   const ProgramRun run = RunVirtdisk({"--version"});
   EXPECT_EQ(run.status, 0);

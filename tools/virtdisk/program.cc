@@ -122,17 +122,28 @@ class CommandLine {
     return kDone;
   }
 
+  // For the first option that the command does not have. Empty when there is none like it.
+  std::string MeantOption() {
+    for (CLI::App* sub : app.get_subcommands()) {
+      std::vector<std::string> known;
+      for (const CLI::Option* option : sub->get_options()) {
+        for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
+      }
+      for (const std::string& left : sub->remaining()) {
+        if (left.starts_with("--")) return Suggest(left.substr(0, left.find('=')), known);
+      }
+    }
+    return {};
+  }
+
   int FailToParse(const CLI::ParseError& error, const std::string& unknownCommand) {
     std::string name = app.get_name();
     for (const CLI::App* sub : app.get_subcommands()) name += " " + sub->get_name();
     const std::string help = "`" + name + " --help` tells the arguments.";
-    if (unknownCommand.empty()) {
-      Fail(console, error.what(), help);
-    } else {
-      const std::string meant = Suggest(unknownCommand, Commands());
-      Fail(console, "there is no command `" + unknownCommand + "`",
-           meant.empty() ? help : "Did you mean `" + meant + "`? " + help);
-    }
+    const bool isCommand = !unknownCommand.empty();
+    const std::string meant = isCommand ? Suggest(unknownCommand, Commands()) : MeantOption();
+    Fail(console, isCommand ? "there is no command `" + unknownCommand + "`" : error.what(),
+         meant.empty() ? help : "Did you mean `" + meant + "`? " + help);
     return kUsage;
   }
 
