@@ -91,6 +91,8 @@ Progress GuardedPass::MendCutOff() {
     ImageChange change(places.image, *torn, trash, monitor);
     Progress progress = change.WriteInPlace(whole, cut.tornId);
     if (!progress.IsDone()) return progress;
+    mended = StampAt(places.image);
+    if (!mended) return Progress::Busy("the image is gone");
   }
   if (!StampAt(whole)) return {};
   // Beside an image that has been replaced lies the one that was; so it does when somebody has put
@@ -164,7 +166,7 @@ Progress GuardedPass::ChangeImage() {
   if (!progress.IsDone()) return progress;
   const fs::path folder = options.inPlace ? places.stateFolder : places.image.parent_path();
   const fs::path whole = folder / pending->wholeImage;
-  ImageChange change(places.image, sight.disk.stamp, trash, monitor);
+  ImageChange change(places.image, mended.value_or(sight.disk.stamp), trash, monitor);
   progress = change.Save(image, whole, Apply(sight.plan, sight.seen).disk);
   if (progress.IsDone() && options.inPlace) {
     progress = change.WriteInPlace(whole, pending->tornId);
@@ -211,8 +213,8 @@ Progress GuardedPass::Finish() {
                        !sight.facts.onDisk.isTakenForFat12 &&
                        sight.facts.onDisk.otherPartitions == 0;
   after.image->isAsRemembered = isSound && IsAsRemembered(sight.disk.items, after.memory);
-  if (isImageDone || sight.cutOff == CutOff::kTorn) {
-    const auto status = StampAt(places.image);
+  if (isImageDone || mended) {
+    const auto status = isImageDone ? StampAt(places.image) : mended;
     if (!status) return Progress::Busy("the image is gone");
     after.image->stamp = *status;
     after.image->taken = now;

@@ -54,6 +54,7 @@ class GuardedPass {
   TrashRun trash;
   HostChanges host;
   std::optional<Pending> pending;  // of this pass
+  std::optional<Stamp> mended;     // of an image that was torn, now that it is whole
   bool isImageDone = false;
   State after;
 };

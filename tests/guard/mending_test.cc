@@ -118,6 +118,14 @@ TEST_F(TornImage, IsWrittenToItsEndAndThatIsTold) {
   EXPECT_THAT(NotesOf(next), IsEmpty());
 }
 
+TEST_F(TornImage, IsWrittenToItsEndBeforeItIsMadeAnew) {
+  folder.File("host/b.txt", "b");
+  GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kDone) << report.message;
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "edited"}, {"B.TXT", "b"}}));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
 TEST_F(TornImage, WithoutTheWholeOne_IsToldForWhatItIs) {
   std::filesystem::remove(Whole());
   const GuardedReport report = Pass();
