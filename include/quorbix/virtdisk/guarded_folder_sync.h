@@ -68,8 +68,8 @@ struct GuardedHazardReport {
   std::string text;                // what would be lost or cannot be done, why, and what to do
   std::vector<std::string> paths;  // that it is about: some of them, when they are very many; "."
                                    // is the folder itself
-  std::size_t pathCount = 0;  // how many there are in all; of an image's damages no more
-                              // than 1,000 of a kind count
+  std::size_t pathCount = 0;       // how many there are in all; of an image's damages no more
+                                   // than 1,000 of a kind count
 };
 
 // One thing that a pass does, or would do.
