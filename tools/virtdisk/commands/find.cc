@@ -11,13 +11,15 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
+using internal::TextMatcher;
+
 // As the library searches, in the hidden entries too.
 void PrintAll(Console& console, const OpenedImage& image, const FindOptions& options,
               const EntryStyle& style) {
-  const internal::TextMatcher matcher(options.text);
+  const TextMatcher matcher(options.text);
   const ImageTree tree(image.Index());
   for (const Fat16FsEntry& entry : tree.Entries()) {
-    if (!matcher.IsMatch(matcher.Advance(matcher.kStart, entry.path))) continue;
+    if (!matcher.IsMatch(matcher.Advance(TextMatcher::kStart, entry.path))) continue;
     PrintEntry(console, entry, style, tree.IsHidden(entry));
   }
 }
