@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <tuple>
 
 #include "terminal/console.h"
 
@@ -16,7 +17,9 @@ struct FailureSort {
   std::string action;
   std::string reason;
 
-  auto operator<=>(const FailureSort&) const = default;
+  bool operator<(const FailureSort& other) const {
+    return std::tie(action, reason) < std::tie(other.action, other.reason);
+  }
 };
 
 // Tells the console of failures, of the first ten of each sort one by one.
