@@ -126,6 +126,16 @@ TEST_F(SyncCommand, Refusal_NamesOnlyWhatIsNotAccepted) {
                              Not(HasSubstr("--accept folder-replaced"))));
 }
 
+TEST_F(SyncCommand, Refusal_CountsThePathsThatItDoesNotName) {
+  for (int i = 10; i < 23; ++i) folder.File("DISK/F" + std::to_string(i), "x");
+  ASSERT_EQ(Sync().status, 0);
+  for (int i = 10; i < 23; ++i) folder.Remove("DISK/F" + std::to_string(i));
+  EXPECT_THAT(Sync().err, HasSubstr("  /F14\n  and 8 others\n"));
+  const auto record = Sync({"--once", "--json"}).JsonLines().at(0);
+  EXPECT_EQ(record["hazards"][0]["name"], "many-deletions");
+  EXPECT_EQ(record["hazards"][0]["pathCount"], 13);
+}
+
 TEST_F(SyncCommand, FirstMeeting_IsToldWhereItBringsSomethingBack) {
   EXPECT_THAT(Sync().err, IsEmpty());
   fs::remove_all(folder / "disk.img.sync");

@@ -145,7 +145,8 @@ Json ReportObject(const GuardedReport& report, std::string_view time) {
     object["hazards"].push_back({{"name", GuardedHazardName(hazard.hazard)},
                                  {"canBeAccepted", hazard.canBeAccepted},
                                  {"text", hazard.text},
-                                 {"paths", hazard.paths}});
+                                 {"paths", hazard.paths},
+                                 {"pathCount", hazard.pathCount}});
   }
   object["notes"] = Json::array();
   for (const GuardedNote& note : report.notes) {
@@ -172,8 +173,9 @@ void PrintRefusal(Console& console, const GuardedReport& report,
     for (std::size_t i = 0; i < std::min(hazard.paths.size(), kMostPathsShown); ++i) {
       console.err << "  " << Printable(hazard.paths[i]) << "\n";
     }
-    if (hazard.paths.size() > kMostPathsShown) {
-      console.err << "  and " << hazard.paths.size() - kMostPathsShown << " or more others\n";
+    if (hazard.pathCount > kMostPathsShown) {
+      console.err << "  and " << Count(hazard.pathCount - kMostPathsShown, "other", "others")
+                  << "\n";
     }
   }
   console.err.flush();
