@@ -334,23 +334,23 @@ ImageContents::ImageContents(const fs::path& image, const DiskView& diskView)
 
 ImageContents::~ImageContents() = default;
 
-Progress ImageContents::Read(const std::string& diskPath, const Sink& sink) {
+Ending ImageContents::Read(const std::string& diskPath, const Sink& sink) {
   std::string err;
   if (!opened) {
     auto source = FileSource::Open(path, err);
-    if (!source) return Progress::Failed(err);
+    if (!source) return Ending::Failed(err);
     opened = std::make_unique<Opened>(std::move(source));
-    if (!opened->index.Parse(err)) return Progress::Busy(err);
+    if (!opened->index.Parse(err)) return Ending::Busy(err);
   }
   const std::string key = DiskKey(diskPath);
   const auto item = view.items.find(key);
-  if (item == view.items.end()) return Progress::Busy(diskPath + " is not on the disk");
+  if (item == view.items.end()) return Ending::Busy(diskPath + " is not on the disk");
   ContentReader reader =
       opened->index.Open(view.entries.at(key).firstCluster, item->second.content.size);
   std::span<const std::uint8_t> piece;
   for (;;) {
     if (!reader.Next(piece, err))
-      return Progress::Failed(std::string(diskPath).append(": ").append(err));
+      return Ending::Failed(std::string(diskPath).append(": ").append(err));
     if (piece.empty() || !sink(piece)) return {};
   }
 }

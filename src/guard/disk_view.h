@@ -61,7 +61,7 @@ class ImageContents {
   ImageContents(const ImageContents&) = delete;
   ImageContents& operator=(const ImageContents&) = delete;
 
-  Progress Read(const std::string& diskPath, const Sink& sink);
+  Ending Read(const std::string& diskPath, const Sink& sink);
 
  private:
   struct Opened;

@@ -41,15 +41,15 @@ GuardedOutcome OutcomeOf(Sight::Result result) {
   return GuardedOutcome::kFailed;
 }
 
-GuardedOutcome OutcomeOf(Progress::Result result) {
+GuardedOutcome OutcomeOf(Ending::Result result) {
   switch (result) {
-    case Progress::Result::kDone:
+    case Ending::Result::kDone:
       return GuardedOutcome::kDone;
-    case Progress::Result::kBusy:
+    case Ending::Result::kBusy:
       return GuardedOutcome::kNotNow;
-    case Progress::Result::kFailed:
+    case Ending::Result::kFailed:
       return GuardedOutcome::kFailed;
-    case Progress::Result::kStopped:
+    case Ending::Result::kStopped:
       return GuardedOutcome::kStopped;
   }
   return GuardedOutcome::kFailed;
@@ -159,11 +159,11 @@ class GuardedFolderSync final : public IGuardedFolderSync {
   void CarryOut(const Places& places, const Sight& sight, WorkMonitor& monitor,
                 GuardedReport& report) const {
     GuardedPass pass(places, options, sight, monitor);
-    const Progress progress = pass.Run();
+    const Ending ending = pass.Run();
     for (GuardedStep& step : report.steps) step.isDone = pass.IsDone(step);
-    if (!progress.IsDone()) {
-      report.outcome = OutcomeOf(progress.result);
-      report.message = progress.text;
+    if (!ending.IsDone()) {
+      report.outcome = OutcomeOf(ending.result);
+      report.message = ending.text;
       return;
     }
     report.lastReadInFull = pass.After().lastReadInFull;

@@ -43,17 +43,17 @@ GuardedPass::GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsO
       trash(itsPlaces.stateFolder, when),
       host(itsPlaces.folder, whatIsSeen.host.entryStamps, trash, workMonitor) {}
 
-Progress GuardedPass::Run() {
+Ending GuardedPass::Run() {
   const bool hasToAct = !sight.plan.IsEmpty();
   const bool hasSpare = sight.trash && sight.trash->spare > 0;
   if ((hasToAct || sight.hasToMend) && hasSpare) TrimToBound();
-  Progress progress = KeepDamagedState();
-  if (progress.IsDone()) progress = MendCutOff();
-  if (progress.IsDone() && hasToAct) progress = SavePending();
-  if (progress.IsDone()) progress = ChangeHost();
-  if (progress.IsDone() && sight.plan.needsImage) progress = ChangeImage();
-  if (progress.IsDone()) progress = Finish();
-  return progress;
+  Ending ending = KeepDamagedState();
+  if (ending.IsDone()) ending = MendCutOff();
+  if (ending.IsDone() && hasToAct) ending = SavePending();
+  if (ending.IsDone()) ending = ChangeHost();
+  if (ending.IsDone() && sight.plan.needsImage) ending = ChangeImage();
+  if (ending.IsDone()) ending = Finish();
+  return ending;
 }
 
 bool GuardedPass::IsDone(const GuardedStep& step) const {
@@ -73,40 +73,40 @@ bool GuardedPass::IsDone(const GuardedStep& step) const {
 }
 
 // Under another name: it may be somebody else's file.
-Progress GuardedPass::KeepDamagedState() {
+Ending GuardedPass::KeepDamagedState() {
   std::string err;
   if (!sight.facts.state.isDamaged || SetStateAside(places.stateFolder, when, err)) return {};
-  return Progress::Failed(err);
+  return Ending::Failed(err);
 }
 
 // Ends what a pass had begun that was cut off, or takes away what it had made.
-Progress GuardedPass::MendCutOff() {
+Ending GuardedPass::MendCutOff() {
   if (!sight.pending || sight.pending->wholeImage.empty()) return {};
   const Pending& cut = *sight.pending;
   const bool isInPlace = cut.tornId != 0;
   const fs::path whole = WholeImageOf(places, cut);
   if (sight.cutOff == CutOff::kTorn) {
     const auto torn = StampAt(places.image);
-    if (!torn) return Progress::Busy("the image is gone");
+    if (!torn) return Ending::Busy("the image is gone");
     ImageChange change(places.image, *torn, trash, monitor);
-    Progress progress = change.WriteInPlace(whole, cut.tornId);
-    if (!progress.IsDone()) return progress;
+    Ending ending = change.WriteInPlace(whole, cut.tornId);
+    if (!ending.IsDone()) return ending;
     mended = StampAt(places.image);
-    if (!mended) return Progress::Busy("the image is gone");
+    if (!mended) return Ending::Busy("the image is gone");
   }
   if (!StampAt(whole)) return {};
   // Beside an image that has been replaced lies the one that was; so it does when somebody has put
   // yet another one in its place since.
   const bool isKnown = sight.cutOff == CutOff::kReplaced;
   const DiskView view = isKnown ? DiskView() : LookAtDisk(whole, GuardedWork::kReadDisk, monitor);
-  if (view.result == DiskView::Result::kStopped) return Progress::Stopped();
+  if (view.result == DiskView::Result::kStopped) return Ending::Stopped();
   const bool holdsOld = isKnown || IsAnother(view.facts, cut.volumeId);
   if (holdsOld && !isInPlace) {
     std::vector<fs::path> placesInTrash;
     std::string err;
     const std::string name = places.image.filename().string();
     if (!trash.Announce({{"disk", name, "image replaced"}}, placesInTrash, err)) {
-      return Progress::Failed(err);
+      return Ending::Failed(err);
     }
     monitor.Begin(GuardedWork::kKeep, sight.disk.stamp.size);
     return MoveToTrash(AT_FDCWD, whole.string(), placesInTrash.front(), monitor);
@@ -115,7 +115,7 @@ Progress GuardedPass::MendCutOff() {
   return Cannot("remove", whole);
 }
 
-Progress GuardedPass::SavePending() {
+Ending GuardedPass::SavePending() {
   pending.emplace();
   pending->memory = sight.plan.after;
   if (sight.plan.needsImage) {
@@ -131,69 +131,69 @@ Progress GuardedPass::SavePending() {
   return Save(state);
 }
 
-Progress GuardedPass::ChangeHost() {
+Ending GuardedPass::ChangeHost() {
   if (sight.facts.onHost.state == FolderFacts::State::kMissing) {
     std::error_code failed;
     fs::create_directories(places.folder, failed);
     if (failed) {
-      return Progress::Failed("cannot make " + places.folder.string() + " (" + failed.message() +
-                              ")");
+      return Ending::Failed("cannot make " + places.folder.string() + " (" + failed.message() +
+                            ")");
     }
   }
   const Plan& plan = sight.plan;
-  Progress progress = host.SweepLeftovers(sight.host.leftovers);
-  if (progress.IsDone()) progress = host.MakeFolders(plan.hostFolders);
-  if (progress.IsDone() && !plan.hostWrites.empty()) {
+  Ending ending = host.SweepLeftovers(sight.host.leftovers);
+  if (ending.IsDone()) ending = host.MakeFolders(plan.hostFolders);
+  if (ending.IsDone() && !plan.hostWrites.empty()) {
     ImageContents contents(places.image, sight.disk);
-    progress = host.WriteFiles(plan.hostWrites, [&](const std::string& path, const Sink& sink) {
+    ending = host.WriteFiles(plan.hostWrites, [&](const std::string& path, const Sink& sink) {
       return contents.Read(path, sink);
     });
   }
-  if (progress.IsDone()) progress = host.DeleteFiles(plan.hostDeletions);
-  if (progress.IsDone()) progress = host.RemoveFolders(plan.hostRemovals);
-  return progress;
+  if (ending.IsDone()) ending = host.DeleteFiles(plan.hostDeletions);
+  if (ending.IsDone()) ending = host.RemoveFolders(plan.hostRemovals);
+  return ending;
 }
 
-Progress GuardedPass::ChangeImage() {
+Ending GuardedPass::ChangeImage() {
   ImageContents oldContents(places.image, sight.disk);
   Fat16Image image;
-  Progress progress = MakeImage({.tree = sight.plan.tree,
-                                 .folder = places.folder,
-                                 .old = sight.disk,
-                                 .oldContents = oldContents,
-                                 .volumeId = pending->volumeId},
-                                image, monitor);
-  if (!progress.IsDone()) return progress;
+  Ending ending = MakeImage({.tree = sight.plan.tree,
+                             .folder = places.folder,
+                             .old = sight.disk,
+                             .oldContents = oldContents,
+                             .volumeId = pending->volumeId},
+                            image, monitor);
+  if (!ending.IsDone()) return ending;
   const fs::path folder = options.inPlace ? places.stateFolder : places.image.parent_path();
   const fs::path whole = folder / pending->wholeImage;
   ImageChange change(places.image, mended.value_or(sight.disk.stamp), trash, monitor);
-  progress = change.Save(image, whole, Apply(sight.plan, sight.seen).disk);
-  if (progress.IsDone() && options.inPlace) {
-    progress = change.WriteInPlace(whole, pending->tornId);
-    if (progress.IsDone() && ::unlink(whole.c_str()) != 0) {
-      progress = Cannot("remove", whole);
+  ending = change.Save(image, whole, Apply(sight.plan, sight.seen).disk);
+  if (ending.IsDone() && options.inPlace) {
+    ending = change.WriteInPlace(whole, pending->tornId);
+    if (ending.IsDone() && ::unlink(whole.c_str()) != 0) {
+      ending = Cannot("remove", whole);
     }
-  } else if (progress.IsDone()) {
+  } else if (ending.IsDone()) {
     const std::string writer = FindWriter(places.image);
     if (writer.empty()) {
-      progress = change.Rename(whole);
+      ending = change.Rename(whole);
     } else {
       ::unlink(whole.c_str());
-      progress = Progress::Busy(writer + " has the image open for writing");
+      ending = Ending::Busy(writer + " has the image open for writing");
     }
   }
-  isImageDone = progress.IsDone();
-  return progress;
+  isImageDone = ending.IsDone();
+  return ending;
 }
 
-Progress GuardedPass::Finish() {
+Ending GuardedPass::Finish() {
   const auto folder = StampAt(places.folder);
   const FolderFacts& seen = sight.facts.onHost;
   const bool wasThere = seen.state == FolderFacts::State::kPresent;
   // What was agreed on is about the folder that was looked at and about no other, whatever has been
   // mounted or renamed into its place meanwhile.
   if (!folder || (wasThere && !(folder->identity == seen.identity))) {
-    return Progress::Busy("the folder " + places.folder.string() + " has been replaced");
+    return Ending::Busy("the folder " + places.folder.string() + " has been replaced");
   }
   const std::int64_t now = NowNanoseconds();
   after = {.memory = sight.plan.after,
@@ -215,7 +215,7 @@ Progress GuardedPass::Finish() {
   after.image->isAsRemembered = isSound && IsAsRemembered(sight.disk.items, after.memory);
   if (isImageDone || mended) {
     const auto status = isImageDone ? StampAt(places.image) : mended;
-    if (!status) return Progress::Busy("the image is gone");
+    if (!status) return Ending::Busy("the image is gone");
     after.image->stamp = *status;
     after.image->taken = now;
   }
@@ -225,18 +225,18 @@ Progress GuardedPass::Finish() {
                                   IsAsRemembered(Apply(sight.plan, sight.seen).disk, after.memory);
   }
   if (after == sight.state && !sight.pending && !pending) return {};
-  Progress progress = Save(after);
-  if (progress.IsDone()) TrimToBound();
-  return progress;
+  Ending ending = Save(after);
+  if (ending.IsDone()) TrimToBound();
+  return ending;
 }
 
 void GuardedPass::TrimToBound() const {
   TrimTrash(places.stateFolder, options.trashPasses, options.trashBytes);
 }
 
-Progress GuardedPass::Save(const State& state) {
+Ending GuardedPass::Save(const State& state) {
   std::string err;
-  return SaveState(places.stateFolder, state, err) ? Progress{} : Progress::Failed(err);
+  return SaveState(places.stateFolder, state, err) ? Ending{} : Ending::Failed(err);
 }
 
 }  // namespace quorbix::virtdisk::internal::guard

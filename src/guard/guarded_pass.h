@@ -28,7 +28,7 @@ class GuardedPass {
   GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsOptions,
               const Sight& whatIsSeen, WorkMonitor& workMonitor);
 
-  [[nodiscard]] Progress Run();
+  [[nodiscard]] Ending Run();
 
   // What to remember after a pass that ended well, and has been saved.
   const State& After() const { return after; }
@@ -37,13 +37,13 @@ class GuardedPass {
   bool IsDone(const GuardedStep& step) const;
 
  private:
-  Progress KeepDamagedState();
-  Progress MendCutOff();
-  Progress SavePending();
-  Progress ChangeHost();
-  Progress ChangeImage();
-  Progress Finish();
-  Progress Save(const State& state);
+  Ending KeepDamagedState();
+  Ending MendCutOff();
+  Ending SavePending();
+  Ending ChangeHost();
+  Ending ChangeImage();
+  Ending Finish();
+  Ending Save(const State& state);
   void TrimToBound() const;
 
   const Places& places;

@@ -26,8 +26,8 @@ constexpr std::size_t kManyFiles = 16;
 // Who may read, write and run it, without the bits that give rights to whoever runs it.
 constexpr ::mode_t kPlainMode = 0777;
 
-Progress Busy(const std::string& path) {
-  return Progress::Busy(path + " has changed since it was looked at");
+Ending Busy(const std::string& path) {
+  return Ending::Busy(path + " has changed since it was looked at");
 }
 
 }  // namespace
@@ -36,14 +36,14 @@ HostChanges::HostChanges(const fs::path& folder, const std::map<std::string, Sta
                          TrashRun& trashRun, WorkMonitor& workMonitor)
     : root(folder), stamps(entryStamps), trash(trashRun), monitor(workMonitor) {}
 
-Progress HostChanges::SweepLeftovers(const std::vector<std::string>& paths) {
+Ending HostChanges::SweepLeftovers(const std::vector<std::string>& paths) {
   std::vector<TrashRequest> requests;
   requests.reserve(paths.size());
   for (const std::string& path : paths) requests.push_back({"folder", path, "left over"});
   std::vector<fs::path> places;
-  Progress progress;
-  if (!trash.Announce(requests, places, progress.text)) {
-    return Progress::Failed(progress.text);
+  Ending ending;
+  if (!trash.Announce(requests, places, ending.text)) {
+    return Ending::Failed(ending.text);
   }
   for (std::size_t i = 0; i < paths.size(); ++i) {
     const Descriptor folder = OpenFolder(ParentOf(paths[i]));
@@ -51,14 +51,14 @@ Progress HostChanges::SweepLeftovers(const std::vector<std::string>& paths) {
     const std::string name = NameOf(paths[i]);
     // The mending of a pass that was cut off may have taken it away.
     if (::faccessat(folder.Get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) continue;
-    progress = MoveToTrash(folder.Get(), name, places[i], monitor);
-    if (!progress.IsDone()) return progress;
+    ending = MoveToTrash(folder.Get(), name, places[i], monitor);
+    if (!ending.IsDone()) return ending;
     touched.insert(ParentOf(paths[i]));
   }
   return FlushFolders();
 }
 
-Progress HostChanges::MakeFolders(const std::vector<std::string>& paths) {
+Ending HostChanges::MakeFolders(const std::vector<std::string>& paths) {
   for (const std::string& path : paths) {
     const Descriptor folder = OpenFolder(ParentOf(path));
     if (!folder) return Cannot("open the folder of", path);
@@ -71,56 +71,55 @@ Progress HostChanges::MakeFolders(const std::vector<std::string>& paths) {
   return FlushFolders();
 }
 
-Progress HostChanges::WriteFiles(const std::vector<HostWrite>& writes,
-                                 const DiskContents& contents) {
+Ending HostChanges::WriteFiles(const std::vector<HostWrite>& writes, const DiskContents& contents) {
   std::vector<NewFile> files;
   const bool flushesEach = writes.size() < kManyFiles;
   std::uint64_t bytes = 0;
   for (const HostWrite& write : writes) bytes += write.content.size;
   monitor.Begin(GuardedWork::kWriteFolder, bytes);
-  Progress progress;
+  Ending ending;
   for (const HostWrite& write : writes) {
     NewFile file{.write = &write, .temporary = NewTemporaryName()};
-    progress = WriteTemporary(write, contents, flushesEach, file);
+    ending = WriteTemporary(write, contents, flushesEach, file);
     files.push_back(std::move(file));
-    if (!progress.IsDone()) break;
+    if (!ending.IsDone()) break;
   }
-  if (progress.IsDone() && !flushesEach) progress = FlushAll();
-  if (progress.IsDone()) progress = NameFiles(files);
+  if (ending.IsDone() && !flushesEach) ending = FlushAll();
+  if (ending.IsDone()) ending = NameFiles(files);
   Discard(files);
-  const Progress flushed = FlushFolders();
-  return progress.IsDone() ? flushed : progress;
+  const Ending flushed = FlushFolders();
+  return ending.IsDone() ? flushed : ending;
 }
 
-Progress HostChanges::DeleteFiles(const std::vector<std::string>& paths) {
+Ending HostChanges::DeleteFiles(const std::vector<std::string>& paths) {
   std::vector<TrashRequest> requests;
   requests.reserve(paths.size());
   for (const std::string& path : paths) requests.push_back({"folder", path, "deleted"});
   std::vector<fs::path> places;
   std::string err;
-  if (!trash.Announce(requests, places, err)) return Progress::Failed(err);
+  if (!trash.Announce(requests, places, err)) return Ending::Failed(err);
   monitor.Begin(GuardedWork::kKeep);
   for (std::size_t i = 0; i < paths.size(); ++i) {
-    if (monitor.IsStopped()) return Progress::Stopped();
+    if (monitor.IsStopped()) return Ending::Stopped();
     const Descriptor folder = OpenFolder(ParentOf(paths[i]));
     if (!folder) return Busy(paths[i]);
     const std::string aside = NewTemporaryName();
-    Progress progress = SetAside(folder.Get(), paths[i], aside);
-    if (!progress.IsDone()) return progress;
+    Ending ending = SetAside(folder.Get(), paths[i], aside);
+    if (!ending.IsDone()) return ending;
     touched.insert(ParentOf(paths[i]));
-    progress = MoveToTrash(folder.Get(), aside, places[i], monitor);
-    if (!progress.IsDone()) {
+    ending = MoveToTrash(folder.Get(), aside, places[i], monitor);
+    if (!ending.IsDone()) {
       static_cast<void>(
           RenameIfFree(folder.Get(), aside.c_str(), folder.Get(), NameOf(paths[i]).c_str()));
-      return progress;
+      return ending;
     }
     changed.insert(paths[i]);
   }
-  if (!trash.Flush(err)) return Progress::Failed(err);
+  if (!trash.Flush(err)) return Ending::Failed(err);
   return FlushFolders();
 }
 
-Progress HostChanges::RemoveFolders(const std::vector<std::string>& paths) {
+Ending HostChanges::RemoveFolders(const std::vector<std::string>& paths) {
   for (const std::string& path : paths) {
     const Descriptor folder = OpenFolder(ParentOf(path));
     const bool removed =
@@ -148,8 +147,8 @@ Descriptor HostChanges::OpenFolder(const std::string& path) const {
   return folder;
 }
 
-Progress HostChanges::WriteTemporary(const HostWrite& write, const DiskContents& contents,
-                                     bool flushes, NewFile& file) {
+Ending HostChanges::WriteTemporary(const HostWrite& write, const DiskContents& contents,
+                                   bool flushes, NewFile& file) {
   const Descriptor folder = OpenFolder(ParentOf(write.host));
   if (!folder) return Cannot("open the folder of", write.host);
   struct ::stat old {};
@@ -169,7 +168,7 @@ Progress HostChanges::WriteTemporary(const HostWrite& write, const DiskContents&
   }
   Content content{.hash = kEmptyHash, .size = 0};
   bool isWritten = true;
-  Progress progress = contents(write.disk, [&](std::span<const std::uint8_t> bytes) {
+  Ending ending = contents(write.disk, [&](std::span<const std::uint8_t> bytes) {
     content.hash = HashBytes(bytes, content.hash);
     content.size += bytes.size();
     isWritten = WriteFully(out.Get(), bytes);
@@ -177,16 +176,16 @@ Progress HostChanges::WriteTemporary(const HostWrite& write, const DiskContents&
     return isWritten && !monitor.IsStopped();
   });
   if (!isWritten) return Cannot("write", write.host);
-  if (monitor.IsStopped()) return Progress::Stopped();
-  if (!progress.IsDone()) return progress;
-  if (content != write.content) return Progress::Busy("the image has changed meanwhile");
+  if (monitor.IsStopped()) return Ending::Stopped();
+  if (!ending.IsDone()) return ending;
+  if (content != write.content) return Ending::Busy("the image has changed meanwhile");
   if (flushes && ::fdatasync(out.Get()) != 0) return Cannot("write out", write.host);
   return {};
 }
 
-Progress HostChanges::FlushAll() const {
+Ending HostChanges::FlushAll() const {
   const Descriptor folder = OpenFolder("");
-  return folder && ::syncfs(folder.Get()) == 0 ? Progress{} : Cannot("write out", root.string());
+  return folder && ::syncfs(folder.Get()) == 0 ? Ending{} : Cannot("write out", root.string());
 }
 
 // Those that have their names by now are not there any more.
@@ -198,30 +197,30 @@ void HostChanges::Discard(const std::vector<NewFile>& files) const {
   }
 }
 
-Progress HostChanges::NameFiles(std::vector<NewFile>& files) {
+Ending HostChanges::NameFiles(std::vector<NewFile>& files) {
   std::vector<TrashRequest> requests;
   for (const NewFile& file : files) {
     if (file.write->replaces) requests.push_back({"folder", file.write->host, "replaced"});
   }
   std::vector<fs::path> places;
   std::string err;
-  if (!trash.Announce(requests, places, err)) return Progress::Failed(err);
+  if (!trash.Announce(requests, places, err)) return Ending::Failed(err);
   monitor.Begin(GuardedWork::kKeep);
   auto place = places.begin();
   for (NewFile& file : files) {
-    if (monitor.IsStopped()) return Progress::Stopped();
+    if (monitor.IsStopped()) return Ending::Stopped();
     const Descriptor folder = OpenFolder(ParentOf(file.write->host));
     if (!folder) return Busy(file.write->host);
     touched.insert(ParentOf(file.write->host));
-    Progress progress =
+    Ending ending =
         file.write->replaces ? Replace(folder.Get(), file, *place++) : NameNew(folder.Get(), file);
-    if (!progress.IsDone()) return progress;
+    if (!ending.IsDone()) return ending;
     NoteWritten(folder.Get(), *file.write);
   }
-  return trash.Flush(err) ? Progress{} : Progress::Failed(err);
+  return trash.Flush(err) ? Ending{} : Ending::Failed(err);
 }
 
-Progress HostChanges::NameNew(int folder, const NewFile& file) {
+Ending HostChanges::NameNew(int folder, const NewFile& file) {
   const std::string name = NameOf(file.write->host);
   if (RenameIfFree(folder, file.temporary.c_str(), folder, name.c_str())) return {};
   return errno == EEXIST ? Busy(file.write->host) : Cannot("name", file.write->host);
@@ -229,7 +228,7 @@ Progress HostChanges::NameNew(int folder, const NewFile& file) {
 
 // Both change names in one step, so that there is a file under the name at every moment, and what
 // was there is in these hands, whatever anybody did to it until then.
-Progress HostChanges::Replace(int folder, NewFile& file, const fs::path& place) {
+Ending HostChanges::Replace(int folder, NewFile& file, const fs::path& place) {
   const std::string& path = file.write->host;
   const std::string name = NameOf(path);
   const char* temporary = file.temporary.c_str();
@@ -239,28 +238,27 @@ Progress HostChanges::Replace(int folder, NewFile& file, const fs::path& place) 
     // In two steps, where the file system has no such one. What is cut off between them is copied
     // from the disk once more.
     const std::string aside = NewTemporaryName();
-    Progress progress = SetAside(folder, path, aside);
-    if (!progress.IsDone()) return progress;
-    progress = MoveToTrash(folder, aside, place, monitor);
-    if (!progress.IsDone()) {
+    Ending ending = SetAside(folder, path, aside);
+    if (!ending.IsDone()) return ending;
+    ending = MoveToTrash(folder, aside, place, monitor);
+    if (!ending.IsDone()) {
       static_cast<void>(RenameIfFree(folder, aside.c_str(), folder, name.c_str()));
-      return progress;
+      return ending;
     }
     return NameNew(folder, file);
   }
   file.holdsOld = true;
-  Progress progress = IsAsSeen(folder, file.temporary, path)
-                          ? MoveToTrash(folder, file.temporary, place, monitor)
-                          : Busy(path);
-  if (progress.IsDone()) return progress;
+  Ending ending = IsAsSeen(folder, file.temporary, path)
+                      ? MoveToTrash(folder, file.temporary, place, monitor)
+                      : Busy(path);
+  if (ending.IsDone()) return ending;
   if (!ExchangeNames(folder, temporary, name.c_str())) return Cannot("put back", path);
   file.holdsOld = false;
-  return progress;
+  return ending;
 }
 
 // Takes a file away under another name, if it is the one that was looked at.
-Progress HostChanges::SetAside(int folder, const std::string& path,
-                               const std::string& aside) const {
+Ending HostChanges::SetAside(int folder, const std::string& path, const std::string& aside) const {
   const std::string name = NameOf(path);
   if (!IsAsSeen(folder, name, path)) return Busy(path);
   if (!RenameIfFree(folder, name.c_str(), folder, aside.c_str())) return Cannot("move", path);
@@ -282,7 +280,7 @@ void HostChanges::NoteWritten(int folder, const HostWrite& write) {
       .stamp = StampOf(status), .taken = NowNanoseconds(), .content = write.content};
 }
 
-Progress HostChanges::FlushFolders() const {
+Ending HostChanges::FlushFolders() const {
   for (const std::string& path : touched) {
     const Descriptor folder = OpenFolder(path);
     if (folder && ::fsync(folder.Get()) != 0 && errno != EINVAL) {

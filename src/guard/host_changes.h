@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "common/descriptor.h"
+#include "guard/ending.h"
 #include "guard/planning.h"
-#include "guard/progress.h"
 #include "guard/state.h"
 #include "guard/trash.h"
 #include "guard/work_monitor.h"
@@ -21,7 +21,7 @@ namespace quorbix::virtdisk::internal::guard {
 
 // Hands the content of a file of the disk to a function, piece by piece, until that returns false.
 using Sink = std::function<bool(std::span<const std::uint8_t>)>;
-using DiskContents = std::function<Progress(const std::string& diskPath, const Sink& sink)>;
+using DiskContents = std::function<Ending(const std::string& diskPath, const Sink& sink)>;
 
 // Changes the folder as a plan says. Nothing is replaced or deleted that is not what was looked at,
 // and whatever is goes to the trash; a process that is killed leaves the old file or the new one
@@ -32,18 +32,18 @@ class HostChanges {
               TrashRun& trashRun, WorkMonitor& workMonitor);
 
   // Puts what passes before this one left behind into the trash.
-  [[nodiscard]] Progress SweepLeftovers(const std::vector<std::string>& paths);
+  [[nodiscard]] Ending SweepLeftovers(const std::vector<std::string>& paths);
 
-  [[nodiscard]] Progress MakeFolders(const std::vector<std::string>& paths);
+  [[nodiscard]] Ending MakeFolders(const std::vector<std::string>& paths);
 
   // Writes all files beside their targets first, and gives them their names when all of that has
   // succeeded and is on the disk.
-  [[nodiscard]] Progress WriteFiles(const std::vector<HostWrite>& writes,
-                                    const DiskContents& contents);
+  [[nodiscard]] Ending WriteFiles(const std::vector<HostWrite>& writes,
+                                  const DiskContents& contents);
 
-  [[nodiscard]] Progress DeleteFiles(const std::vector<std::string>& paths);
+  [[nodiscard]] Ending DeleteFiles(const std::vector<std::string>& paths);
   // Folders that hold something by now stay.
-  [[nodiscard]] Progress RemoveFolders(const std::vector<std::string>& paths);
+  [[nodiscard]] Ending RemoveFolders(const std::vector<std::string>& paths);
 
   // The files that were written, as they are now.
   const std::map<std::string, SeenFile>& Written() const { return written; }
@@ -58,17 +58,17 @@ class HostChanges {
   };
 
   Descriptor OpenFolder(const std::string& path) const;
-  Progress WriteTemporary(const HostWrite& write, const DiskContents& contents, bool flushes,
-                          NewFile& file);
-  Progress FlushAll() const;
+  Ending WriteTemporary(const HostWrite& write, const DiskContents& contents, bool flushes,
+                        NewFile& file);
+  Ending FlushAll() const;
   void Discard(const std::vector<NewFile>& files) const;
-  Progress NameFiles(std::vector<NewFile>& files);
-  static Progress NameNew(int folder, const NewFile& file);
-  Progress Replace(int folder, NewFile& file, const std::filesystem::path& place);
-  Progress SetAside(int folder, const std::string& path, const std::string& aside) const;
+  Ending NameFiles(std::vector<NewFile>& files);
+  static Ending NameNew(int folder, const NewFile& file);
+  Ending Replace(int folder, NewFile& file, const std::filesystem::path& place);
+  Ending SetAside(int folder, const std::string& path, const std::string& aside) const;
   bool IsAsSeen(int folder, const std::string& name, const std::string& path) const;
   void NoteWritten(int folder, const HostWrite& write);
-  Progress FlushFolders() const;
+  Ending FlushFolders() const;
 
   const std::filesystem::path root;
   const std::map<std::string, Stamp>& stamps;

@@ -28,8 +28,8 @@ constexpr std::size_t kCopiedAtOnce = std::size_t{1} << 20;
 constexpr std::size_t kHeadBytes = std::size_t{2} * kSectorBytes;
 constexpr std::size_t kVolumeIdAt = std::size_t{kSectorBytes} + boot_sector::kVolumeId;
 
-Progress ImageChanged(const fs::path& image) {
-  return Progress::Busy("the image " + image.string() + " has changed since it was looked at");
+Ending ImageChanged(const fs::path& image) {
+  return Ending::Busy("the image " + image.string() + " has changed since it was looked at");
 }
 
 bool WriteAt(int file, std::size_t offset, std::span<const std::uint8_t> bytes) {
@@ -52,34 +52,33 @@ ImageChange::ImageChange(const fs::path& image, const Stamp& old, TrashRun& tras
                          WorkMonitor& workMonitor)
     : path(image), seen(old), trash(trashRun), monitor(workMonitor) {}
 
-Progress ImageChange::Save(const Fat16Image& made, const fs::path& whole,
-                           const std::map<std::string, DiskItem>& expected) {
+Ending ImageChange::Save(const Fat16Image& made, const fs::path& whole,
+                         const std::map<std::string, DiskItem>& expected) {
   Descriptor file = OpenHostPath(whole.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
   if (!file) return Cannot("make the new image", whole);
-  Progress progress = SaveTo(file, made, whole);
-  if (progress.IsDone()) progress = Verify(whole, expected);
+  Ending ending = SaveTo(file, made, whole);
+  if (ending.IsDone()) ending = Verify(whole, expected);
   // It would take the room that the next pass needs.
-  if (!progress.IsDone()) ::unlink(whole.c_str());
-  return progress;
+  if (!ending.IsDone()) ::unlink(whole.c_str());
+  return ending;
 }
 
-Progress ImageChange::SaveTo(Descriptor& file, const Fat16Image& made, const fs::path& whole) {
+Ending ImageChange::SaveTo(Descriptor& file, const Fat16Image& made, const fs::path& whole) {
   monitor.Begin(GuardedWork::kWriteDisk, made.Bytes().size());
   const bool written = made.WriteTo(file.Get(), [this](std::size_t bytes) {
     monitor.Add(bytes);
     return !monitor.IsStopped();
   });
-  if (monitor.IsStopped()) return Progress::Stopped();
+  if (monitor.IsStopped()) return Ending::Stopped();
   if (!written || !TakeAfter(file.Get(), path) || ::fsync(file.Get()) != 0 || !file.Close()) {
     return Cannot("write the new image", whole);
   }
   return {};
 }
 
-Progress ImageChange::Verify(const fs::path& whole,
-                             const std::map<std::string, DiskItem>& expected) {
+Ending ImageChange::Verify(const fs::path& whole, const std::map<std::string, DiskItem>& expected) {
   const DiskView view = LookAtDisk(whole, GuardedWork::kCheckDisk, monitor);
-  if (view.result == DiskView::Result::kStopped) return Progress::Stopped();
+  if (view.result == DiskView::Result::kStopped) return Ending::Stopped();
   const auto isAsPlanned = [](const auto& planned, const auto& read) {
     const DiskItem& a = planned.second;
     const DiskItem& b = read.second;
@@ -90,16 +89,16 @@ Progress ImageChange::Verify(const fs::path& whole,
   const bool isSame = isSound && std::equal(expected.begin(), expected.end(), view.items.begin(),
                                             view.items.end(), isAsPlanned);
   if (isSame) return {};
-  return Progress::Failed("the new image " + whole.string() + " does not hold what was planned");
+  return Ending::Failed("the new image " + whole.string() + " does not hold what was planned");
 }
 
 bool ImageChange::IsAsSeen(const fs::path& file) const { return IsStill(AT_FDCWD, file, seen); }
 
-Progress ImageChange::Rename(const fs::path& whole) {
+Ending ImageChange::Rename(const fs::path& whole) {
   std::vector<fs::path> places;
   std::string err;
   if (!trash.Announce({{"disk", path.filename().string(), "image replaced"}}, places, err)) {
-    return Progress::Failed(err);
+    return Ending::Failed(err);
   }
   if (!IsAsSeen(path)) return ImageChanged(path);
   if (!ExchangeNames(AT_FDCWD, whole.c_str(), path.c_str())) {
@@ -115,54 +114,54 @@ Progress ImageChange::Rename(const fs::path& whole) {
   // From here on the new image is the image; the old one keeps its name beside it until it has
   // found its place.
   monitor.Begin(GuardedWork::kKeep, seen.size);
-  Progress kept = MoveToTrash(AT_FDCWD, whole.string(), places.front(), monitor);
+  Ending kept = MoveToTrash(AT_FDCWD, whole.string(), places.front(), monitor);
   if (!kept.IsDone()) return kept;
-  if (!trash.Flush(err)) return Progress::Failed(err);
-  return FlushFolder(path.parent_path()) ? Progress{} : Cannot("write out the folder of", path);
+  if (!trash.Flush(err)) return Ending::Failed(err);
+  return FlushFolder(path.parent_path()) ? Ending{} : Cannot("write out the folder of", path);
 }
 
 // For file systems that cannot exchange names.
-Progress ImageChange::RenameByLink(const fs::path& whole, const fs::path& place) {
+Ending ImageChange::RenameByLink(const fs::path& whole, const fs::path& place) {
   if (::link(path.c_str(), place.c_str()) != 0) {
     const Descriptor old = OpenHostPath(path.c_str(), O_RDONLY | O_NOFOLLOW);
     if (!old) return Cannot("read", path);
-    Progress copied = CopyToTrash(old.Get());
+    Ending copied = CopyToTrash(old.Get());
     if (!copied.IsDone()) return copied;
   }
   std::string err;
-  if (!trash.Flush(err)) return Progress::Failed(err);
+  if (!trash.Flush(err)) return Ending::Failed(err);
   if (!IsAsSeen(path)) return ImageChanged(path);
   if (::rename(whole.c_str(), path.c_str()) != 0) return Cannot("replace the image", path);
-  return FlushFolder(path.parent_path()) ? Progress{} : Cannot("write out the folder of", path);
+  return FlushFolder(path.parent_path()) ? Ending{} : Cannot("write out the folder of", path);
 }
 
-Progress ImageChange::CopyToTrash(int from) {
+Ending ImageChange::CopyToTrash(int from) {
   std::vector<fs::path> places;
   std::string err;
   if (!trash.Announce({{"disk", path.filename().string(), "image replaced"}}, places, err)) {
-    return Progress::Failed(err);
+    return Ending::Failed(err);
   }
   const fs::path part = PartOf(places.front());
-  Progress progress = CopyTo(part, from);
+  Ending ending = CopyTo(part, from);
   // What somebody wrote while it was copied would be a mixture.
-  if (progress.IsDone() && !IsAsSeen(path)) progress = ImageChanged(path);
-  if (progress.IsDone() && ::rename(part.c_str(), places.front().c_str()) != 0) {
-    progress = Cannot("name", places.front());
+  if (ending.IsDone() && !IsAsSeen(path)) ending = ImageChanged(path);
+  if (ending.IsDone() && ::rename(part.c_str(), places.front().c_str()) != 0) {
+    ending = Cannot("name", places.front());
   }
-  if (!progress.IsDone()) {
+  if (!ending.IsDone()) {
     ::unlink(part.c_str());
-    return progress;
+    return ending;
   }
-  return trash.Flush(err) ? Progress{} : Progress::Failed(err);
+  return trash.Flush(err) ? Ending{} : Ending::Failed(err);
 }
 
-Progress ImageChange::CopyTo(const fs::path& copy, int from) {
+Ending ImageChange::CopyTo(const fs::path& copy, int from) {
   const Descriptor to = OpenHostPath(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
   if (!to || !TakeAfter(to.Get(), path)) return Cannot("write", copy);
   monitor.Begin(GuardedWork::kKeep, seen.size);
   std::vector<std::uint8_t> buffer(kCopiedAtOnce);
   for (;;) {
-    if (monitor.IsStopped()) return Progress::Stopped();
+    if (monitor.IsStopped()) return Ending::Stopped();
     const std::ptrdiff_t got = ReadFully(from, buffer);
     if (got < 0) return Cannot("read", path);
     if (got == 0) break;
@@ -171,15 +170,15 @@ Progress ImageChange::CopyTo(const fs::path& copy, int from) {
     }
     monitor.Add(static_cast<std::size_t>(got));
   }
-  return ::fsync(to.Get()) == 0 ? Progress{} : Cannot("write out", copy);
+  return ::fsync(to.Get()) == 0 ? Ending{} : Cannot("write out", copy);
 }
 
-Progress ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId) {
+Ending ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId) {
   const Descriptor from = OpenHostPath(whole.c_str(), O_RDONLY | O_NOFOLLOW);
   if (!from) return Cannot("read the new image", whole);
   const Descriptor to = OpenHostFile(path.c_str(), O_RDWR | O_NOFOLLOW);
   if (!to) return Cannot("write to the image", path);
-  Progress copied = CopyToTrash(to.Get());
+  Ending copied = CopyToTrash(to.Get());
   if (!copied.IsDone()) return copied;
   if (!IsAsSeen(path)) return ImageChanged(path);
   // From here on it goes on to the end: half of an image is of no use to anybody.
@@ -188,7 +187,7 @@ Progress ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId) 
 
 // The volume id is the last thing that the image gets from the new one: a pass that finds the id of
 // a torn one knows that it has to be written once more.
-Progress ImageChange::CopyOver(int from, int to, std::uint32_t tornId) {
+Ending ImageChange::CopyOver(int from, int to, std::uint32_t tornId) {
   std::vector<std::uint8_t> head(kHeadBytes);
   if (ReadFully(from, head) != static_cast<std::ptrdiff_t>(head.size()))
     return Cannot("read", path);

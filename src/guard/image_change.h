@@ -25,26 +25,26 @@ class ImageChange {
 
   // Writes the image to `whole`, a name that nobody has, with the old one's mode and owner, and
   // reads it back: it has to hold `expected`, and to be sound.
-  [[nodiscard]] Progress Save(const Fat16Image& made, const std::filesystem::path& whole,
-                              const std::map<std::string, DiskItem>& expected);
+  [[nodiscard]] Ending Save(const Fat16Image& made, const std::filesystem::path& whole,
+                            const std::map<std::string, DiskItem>& expected);
 
   // Gives `whole`, which lies beside the image, the image's name. There is an image under that name
   // at every moment.
-  [[nodiscard]] Progress Rename(const std::filesystem::path& whole);
+  [[nodiscard]] Ending Rename(const std::filesystem::path& whole);
 
   // Copies `whole` over the image's own bytes, after a copy of these to the trash. As long as that
   // lasts the image has the volume id `tornId`.
-  [[nodiscard]] Progress WriteInPlace(const std::filesystem::path& whole, std::uint32_t tornId);
+  [[nodiscard]] Ending WriteInPlace(const std::filesystem::path& whole, std::uint32_t tornId);
 
  private:
   bool IsAsSeen(const std::filesystem::path& file) const;
-  Progress SaveTo(Descriptor& file, const Fat16Image& made, const std::filesystem::path& whole);
-  Progress Verify(const std::filesystem::path& whole,
-                  const std::map<std::string, DiskItem>& expected);
-  Progress RenameByLink(const std::filesystem::path& whole, const std::filesystem::path& place);
-  Progress CopyToTrash(int from);
-  Progress CopyTo(const std::filesystem::path& copy, int from);
-  Progress CopyOver(int from, int to, std::uint32_t tornId);
+  Ending SaveTo(Descriptor& file, const Fat16Image& made, const std::filesystem::path& whole);
+  Ending Verify(const std::filesystem::path& whole,
+                const std::map<std::string, DiskItem>& expected);
+  Ending RenameByLink(const std::filesystem::path& whole, const std::filesystem::path& place);
+  Ending CopyToTrash(int from);
+  Ending CopyTo(const std::filesystem::path& copy, int from);
+  Ending CopyOver(int from, int to, std::uint32_t tornId);
 
   const std::filesystem::path path;
   const Stamp seen;

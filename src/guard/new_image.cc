@@ -26,8 +26,8 @@ constexpr std::uint64_t kLargestFile = std::numeric_limits<std::uint32_t>::max()
 constexpr std::size_t kBootCode = boot_sector::kFileSystemType + boot_sector::kFileSystemTypeSize;
 constexpr std::size_t kReadAtOnce = std::size_t{4} << 20;
 
-Progress FileChanged(const std::string& path) {
-  return Progress::Busy(path + " has changed since it was looked at");
+Ending FileChanged(const std::string& path) {
+  return Ending::Busy(path + " has changed since it was looked at");
 }
 
 // The bytes of a chain, run after run.
@@ -63,17 +63,17 @@ class ImageMaker {
   ImageMaker(const ImageParts& imageParts, Fat16Image& madeImage, WorkMonitor& workMonitor)
       : parts(imageParts), image(madeImage), monitor(workMonitor) {}
 
-  Progress Run() {
+  Ending Run() {
     monitor.Begin(GuardedWork::kMakeDisk, ContentBytes());
-    if (!image.Init(parts.old.facts.bytes, err)) return Progress::Failed(err);
+    if (!image.Init(parts.old.facts.bytes, err)) return Ending::Failed(err);
     const auto bootLabel = Label(parts.old.boot, boot_sector::kVolumeLabel);
     image.WriteBootSector(bootLabel, parts.volumeId);
     if (!parts.old.rootLabel.empty()) image.SetVolumeLabel(parts.old.rootLabel);
     image.WriteMbr();
     KeepBootCode();
-    Progress progress = AddEntries();
-    if (progress.IsDone()) progress = KeepMarks();
-    return progress;
+    Ending ending = AddEntries();
+    if (ending.IsDone()) ending = KeepMarks();
+    return ending;
   }
 
  private:
@@ -103,7 +103,7 @@ class ImageMaker {
   }
 
   // Directory by directory, so that what lies in the root comes first in the clusters as well.
-  Progress AddEntries() {
+  Ending AddEntries() {
     std::map<std::string, std::vector<const TreeEntry*>> byDirectory;
     for (const TreeEntry& entry : parts.tree) {
       byDirectory[ParentOf(DiskKey(entry.disk))].push_back(&entry);
@@ -117,10 +117,10 @@ class ImageMaker {
         return SlotBefore(*a) < SlotBefore(*b);
       });
       for (const TreeEntry* entry : entries) {
-        if (monitor.IsStopped()) return Progress::Stopped();
+        if (monitor.IsStopped()) return Ending::Stopped();
         std::uint32_t added = 0;
-        Progress progress = Add(*entry, cluster, added);
-        if (!progress.IsDone()) return progress;
+        Ending ending = Add(*entry, cluster, added);
+        if (!ending.IsDone()) return ending;
         if (entry->type == EntryType::kFolder)
           directories.emplace_back(DiskKey(entry->disk), added);
       }
@@ -134,7 +134,7 @@ class ImageMaker {
                                              : before->second.slotOffset;
   }
 
-  Progress Add(const TreeEntry& entry, std::uint32_t directory, std::uint32_t& added) {
+  Ending Add(const TreeEntry& entry, std::uint32_t directory, std::uint32_t& added) {
     const std::string shortName = ShortNameFor(entry);
     if (entry.type == EntryType::kFolder) {
       added = image.AddDirectory(directory, shortName, err);
@@ -143,7 +143,7 @@ class ImageMaker {
     } else {
       return AddContent(entry, directory, shortName);
     }
-    return added != 0 ? Progress{} : Progress::Failed(err);
+    return added != 0 ? Ending{} : Ending::Failed(err);
   }
 
   // As the machine has stored it, where it has.
@@ -153,21 +153,20 @@ class ImageMaker {
                                            : ShortNameOf(NameOf(entry.disk));
   }
 
-  Progress AddContent(const TreeEntry& entry, std::uint32_t directory,
-                      const std::string& shortName) {
-    if (entry.content.size > kLargestFile) return Progress::Failed(entry.host + " is too large");
+  Ending AddContent(const TreeEntry& entry, std::uint32_t directory, const std::string& shortName) {
+    if (entry.content.size > kLargestFile) return Ending::Failed(entry.host + " is too large");
     const auto size = static_cast<std::uint32_t>(entry.content.size);
     const auto chain = image.TakeChain(size);
-    if (!chain) return Progress::Failed("the disk is full");
+    if (!chain) return Ending::Failed("the disk is full");
     ChainWriter writer(image, *chain, size);
-    Progress progress =
+    Ending ending =
         entry.isFromOldImage ? FillFromDisk(entry, writer) : FillFromHost(entry, writer);
-    if (!progress.IsDone()) return progress;
+    if (!ending.IsDone()) return ending;
     const bool added = image.AddTakenFile(directory, shortName, *chain, size, err) != 0;
-    return added ? Progress{} : Progress::Failed(err);
+    return added ? Ending{} : Ending::Failed(err);
   }
 
-  Progress FillFromHost(const TreeEntry& entry, ChainWriter& writer) {
+  Ending FillFromHost(const TreeEntry& entry, ChainWriter& writer) {
     struct ::stat status;
     const Descriptor file = OpenRegularFile((parts.folder / entry.host).c_str(), status);
     if (!file && (errno == ENOENT || errno == ENOTDIR)) return FileChanged(entry.host);
@@ -183,37 +182,36 @@ class ImageMaker {
       if (static_cast<std::size_t>(got) < part.size()) return FileChanged(entry.host);
       hash = HashBytes(part, hash);
       monitor.Add(part.size());
-      if (monitor.IsStopped()) return Progress::Stopped();
+      if (monitor.IsStopped()) return Ending::Stopped();
     }
     std::array<std::uint8_t, 1> beyond{};
     const bool isSame = hash == entry.content.hash && ReadFully(file.Get(), beyond) == 0;
-    return isSame ? Progress{} : FileChanged(entry.host);
+    return isSame ? Ending{} : FileChanged(entry.host);
   }
 
-  Progress FillFromDisk(const TreeEntry& entry, ChainWriter& writer) {
+  Ending FillFromDisk(const TreeEntry& entry, ChainWriter& writer) {
     std::uint64_t hash = kEmptyHash;
-    Progress progress =
-        parts.oldContents.Read(entry.disk, [&](std::span<const std::uint8_t> bytes) {
-          hash = HashBytes(bytes, hash);
-          monitor.Add(bytes.size());
-          while (!bytes.empty()) {
-            const auto part = writer.Next(bytes.size());
-            if (part.empty()) return false;
-            std::copy_n(bytes.begin(), part.size(), part.begin());
-            bytes = bytes.subspan(part.size());
-          }
-          return !monitor.IsStopped();
-        });
-    if (monitor.IsStopped()) return Progress::Stopped();
-    if (!progress.IsDone()) return progress;
-    return hash == entry.content.hash ? Progress{} : FileChanged("the image");
+    Ending ending = parts.oldContents.Read(entry.disk, [&](std::span<const std::uint8_t> bytes) {
+      hash = HashBytes(bytes, hash);
+      monitor.Add(bytes.size());
+      while (!bytes.empty()) {
+        const auto part = writer.Next(bytes.size());
+        if (part.empty()) return false;
+        std::copy_n(bytes.begin(), part.size(), part.begin());
+        bytes = bytes.subspan(part.size());
+      }
+      return !monitor.IsStopped();
+    });
+    if (monitor.IsStopped()) return Ending::Stopped();
+    if (!ending.IsDone()) return ending;
+    return hash == entry.content.hash ? Ending{} : FileChanged("the image");
   }
 
   // The writer knows no attributes and no times: they are put where it has made the entries.
-  Progress KeepMarks() {
+  Ending KeepMarks() {
     MemorySource source(image.Bytes());
     VolumeIndex index(source);
-    if (!index.Parse(err)) return Progress::Failed(err);
+    if (!index.Parse(err)) return Ending::Failed(err);
     std::map<std::string, const TreeEntry*> planned;
     for (const TreeEntry& entry : parts.tree) planned.emplace(DiskKey(entry.disk), &entry);
     for (const EntryRecord& record : index.Records()) {
@@ -242,7 +240,7 @@ class ImageMaker {
 
 }  // namespace
 
-Progress MakeImage(const ImageParts& parts, Fat16Image& image, WorkMonitor& monitor) {
+Ending MakeImage(const ImageParts& parts, Fat16Image& image, WorkMonitor& monitor) {
   return ImageMaker(parts, image, monitor).Run();
 }
 

@@ -7,9 +7,9 @@
 
 #include "fat16/fat16_image.h"
 #include "guard/disk_view.h"
+#include "guard/ending.h"
 #include "guard/host_changes.h"
 #include "guard/planning.h"
-#include "guard/progress.h"
 #include "guard/work_monitor.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -29,7 +29,7 @@ struct ImageParts {
 // From the old image it takes the label, the boot code, and for every entry that stays as it was
 // its attributes and times and its place among the others: machines start from files that come
 // first.
-[[nodiscard]] Progress MakeImage(const ImageParts& parts, Fat16Image& image, WorkMonitor& monitor);
+[[nodiscard]] Ending MakeImage(const ImageParts& parts, Fat16Image& image, WorkMonitor& monitor);
 
 }  // namespace quorbix::virtdisk::internal::guard
 

@@ -268,13 +268,13 @@ bool TrashRun::MakeFolder(std::string& err) {
   return Fail(err, CannotMake(trash, failed));
 }
 
-Progress MoveToTrash(int folder, const std::string& name, const fs::path& place,
-                     WorkMonitor& monitor) {
+Ending MoveToTrash(int folder, const std::string& name, const fs::path& place,
+                   WorkMonitor& monitor) {
   if (::renameat(folder, name.c_str(), AT_FDCWD, place.c_str()) == 0) return {};
   if (errno == EXDEV && CopyAndRemove(folder, name, place, monitor)) return {};
-  if (errno == ECANCELED) return Progress::Stopped();
-  return Progress::Failed("cannot move " + name + " to the trash " + place.string() + " (" +
-                          SystemText() + ")");
+  if (errno == ECANCELED) return Ending::Stopped();
+  return Ending::Failed("cannot move " + name + " to the trash " + place.string() + " (" +
+                        SystemText() + ")");
 }
 
 TrashSize MeasureTrash(const fs::path& stateFolder, std::size_t passes, std::uint64_t bytes) {
@@ -340,7 +340,7 @@ bool CopyOut(const fs::path& source, const fs::path& temporary, WorkMonitor& mon
   if (copied) return true;
   const std::string why = SystemText();
   ::unlink(temporary.c_str());
-  if (monitor.IsStopped()) return Fail(err, Progress::Stopped().text);
+  if (monitor.IsStopped()) return Fail(err, Ending::Stopped().text);
   return Fail(err, "cannot write " + temporary.string() + " (" + why + ")");
 }
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "guard/progress.h"
+#include "guard/ending.h"
 #include "guard/work_monitor.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -50,8 +50,8 @@ std::filesystem::path PartOf(const std::filesystem::path& place);
 // Moves the entry `name` of an open folder to `place`; copies it, with its mode and times, where
 // that is on another file system. Unless that is done, the entry is
 // where it was.
-[[nodiscard]] Progress MoveToTrash(int folder, const std::string& name,
-                                   const std::filesystem::path& place, WorkMonitor& monitor);
+[[nodiscard]] Ending MoveToTrash(int folder, const std::string& name,
+                                 const std::filesystem::path& place, WorkMonitor& monitor);
 
 // How much room a trash takes, in bytes of its file system.
 struct TrashSize {

@@ -16,7 +16,7 @@ namespace quorbix::virtdisk::internal::guard {
 namespace {
 
 namespace fs = std::filesystem;
-using Result = Progress::Result;
+using Result = Ending::Result;
 using test::TempFolder;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -38,12 +38,12 @@ class HostChange : public testing::Test {
     return {host, host, ContentOf(text), folder.Exists("host/" + host)};
   }
 
-  Progress WriteAll(const std::vector<HostWrite>& writes) {
+  Ending WriteAll(const std::vector<HostWrite>& writes) {
     return Changes().WriteFiles(writes, [&](const std::string& path, const Sink& sink) {
       if (beforeRead) beforeRead();
       const std::string& text = disk.at(path);
       sink(std::vector<std::uint8_t>(text.begin(), text.end()));
-      return Progress{};
+      return Ending{};
     });
   }
 
@@ -74,8 +74,8 @@ class HostChange : public testing::Test {
 TEST_F(HostChange, LeftoverThatIsGone_IsNoFailure) {
   folder.File("host/.quorbix-there.tmp", "t");
   Look();
-  const Progress progress = Changes().SweepLeftovers({".quorbix-gone.tmp", ".quorbix-there.tmp"});
-  EXPECT_TRUE(progress.IsDone()) << progress.text;
+  const Ending ending = Changes().SweepLeftovers({".quorbix-gone.tmp", ".quorbix-there.tmp"});
+  EXPECT_TRUE(ending.IsDone()) << ending.text;
   EXPECT_THAT(OnHost(), IsEmpty());
 }
 
@@ -120,9 +120,9 @@ TEST_F(HostChange, FileEditedSinceTheLook_IsLeftAlone) {
   Look();
   const std::vector<HostWrite> writes{Write("a", "new"), Write("b", "new")};
   beforeRead = [&] { folder.File("host/b", "edited meanwhile"); };
-  const Progress progress = WriteAll(writes);
-  EXPECT_EQ(progress.result, Result::kBusy);
-  EXPECT_EQ(progress.text, "b has changed since it was looked at");
+  const Ending ending = WriteAll(writes);
+  EXPECT_EQ(ending.result, Result::kBusy);
+  EXPECT_EQ(ending.text, "b has changed since it was looked at");
   EXPECT_EQ(OnHost(), (Tree{{"a", "new"}, {"b", "edited meanwhile"}}));
   EXPECT_EQ(Trashed(), (Tree{{"replaced a", "old"}}));
 }
@@ -150,9 +150,9 @@ TEST_F(HostChange, DiskThatSaysSomethingElseByNow_ChangesNothing) {
   Look();
   HostWrite write = Write("a", "new");
   disk["a"] = "newer";
-  const Progress progress = WriteAll({write});
-  EXPECT_EQ(progress.result, Result::kBusy);
-  EXPECT_EQ(progress.text, "the image has changed meanwhile");
+  const Ending ending = WriteAll({write});
+  EXPECT_EQ(ending.result, Result::kBusy);
+  EXPECT_EQ(ending.text, "the image has changed meanwhile");
   EXPECT_EQ(OnHost(), (Tree{{"a", "old"}}));
 }
 
@@ -161,9 +161,9 @@ TEST_F(HostChange, FullDisk_ChangesNothingAndLeavesNothing) {
   Look();
   const std::vector<HostWrite> writes{Write("a", "n"), Write("b", std::string(5000, 'n'))};
   const int status = test::RunInChild({.fileSizeLimit = 1000}, [&] {
-    const Progress progress = WriteAll(writes);
-    if (progress.result != Result::kFailed) return 1;
-    return progress.text == "cannot write b (File too large)" ? 0 : 2;
+    const Ending ending = WriteAll(writes);
+    if (ending.result != Result::kFailed) return 1;
+    return ending.text == "cannot write b (File too large)" ? 0 : 2;
   });
   EXPECT_EQ(status, 0);
   EXPECT_EQ(OnHost(), (Tree{{"a", "old"}, {"b", "old"}}));
@@ -204,9 +204,9 @@ TEST_F(HostChange, StopFlag_LeavesNothingBehind) {
 TEST_F(HostChange, TrashThatCannotBeMade_LeavesTheOldFile) {
   folder.File("host/a", "old").File("state/trash", "a file");
   Look();
-  const Progress progress = WriteAll({Write("a", "new")});
-  EXPECT_EQ(progress.result, Result::kFailed);
-  EXPECT_THAT(progress.text, testing::HasSubstr("cannot make the trash"));
+  const Ending ending = WriteAll({Write("a", "new")});
+  EXPECT_EQ(ending.result, Result::kFailed);
+  EXPECT_THAT(ending.text, testing::HasSubstr("cannot make the trash"));
   EXPECT_EQ(OnHost(), (Tree{{"a", "old"}}));
 }
 
