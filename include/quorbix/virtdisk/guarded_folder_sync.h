@@ -190,8 +190,8 @@ class QUORBIX_VIRTDISK_EXPORT IGuardedFolderSync {
  public:
   virtual ~IGuardedFolderSync() = default;
 
-  // Tells what Pass would do now with these hazards accepted. Touches nothing, neither the two sides
-  // nor the state.
+  // Tells what Pass would do now with these hazards accepted. Touches nothing, neither the two
+  // sides nor the state.
   virtual GuardedReport Preview(const std::vector<GuardedHazard>& accepted = {}) = 0;
 
   // Looks as Preview does. Then, unless a hazard stands that is not among `accepted`, carries out
