@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -66,6 +67,17 @@ class Background {
   }
   Background(const Background&) = delete;
   Background& operator=(const Background&) = delete;
+
+  // Whether it has got as far as to handle this signal, and so is past the loading of libraries.
+  bool Handles(int signal) const {
+    std::ifstream status("/proc/" + std::to_string(child) + "/status");
+    const std::string label = "SigCgt:";
+    for (std::string line; std::getline(status, line);) {
+      if (!line.starts_with(label)) continue;
+      return (std::stoull(line.substr(label.size()), nullptr, 16) >> (signal - 1) & 1) != 0;
+    }
+    return false;
+  }
 
   int End(int signal) {
     ::kill(child, signal);

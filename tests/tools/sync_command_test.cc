@@ -384,6 +384,7 @@ class LargeSync : public SyncCommand {
 
 TEST_F(LargeSync, SignalWhileTheFolderIsRead_EndsIt) {
   Background sync({"sync", Image(), Folder(), "--settle", "0", "--once"}, folder / "log");
+  ASSERT_TRUE(WaitFor([&] { return sync.Handles(SIGTERM); }));
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   ExpectEndedSoon(sync);
 }
