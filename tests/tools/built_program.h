@@ -55,6 +55,8 @@ class Background {
     argv.push_back(nullptr);
     child = ::fork();
     if (child != 0) return;
+    // Of a script's background, where they are ignored, the program would leave them so.
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) ::signal(signal, SIG_DFL);
     if (::freopen(output.c_str(), "w", stdout) == nullptr) ::_exit(126);
     if (::freopen((output.string() + ".err").c_str(), "w", stderr) == nullptr) ::_exit(126);
     ::execv(argv[0], argv.data());
