@@ -166,6 +166,7 @@ class Scenario {
       case 8:
         if (!entry.empty() && !fs::exists(fs::symlink_status(target))) {
           fs::create_symlink(entry, target, ignored);
+          hasHadLinks = true;
         }
         return;
       case 9:
@@ -279,7 +280,8 @@ class Scenario {
     ExpectAllIn(before, Everywhere());
     ExpectQuiet(report);
     if (isLookedAtQuickly) ExpectVerified();
-    if (Below(4) == 0) ExpectToMeetAgain();
+    // What a build has made of links to folders is new at another meeting when these are gone.
+    if (Below(4) == 0 && !hasHadLinks) ExpectToMeetAgain();
   }
 
   // A copy of the folder in its place is in step as the folder was: every name is known.
@@ -380,6 +382,7 @@ class Scenario {
   std::mt19937 random;
   const bool isLookedAtQuickly;
   unsigned contents = 0;
+  bool hasHadLinks = false;
   GuardedSyncOptions options;
   std::unique_ptr<IGuardedFolderSync> sync;
 };
