@@ -8,27 +8,46 @@
 
 #include <array>
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <span>
 #include <system_error>
 
+#include "common/host_file.h"
 #include "host/host_file.h"
-#include "host/stop_signals.h"
 
 namespace quorbix::virtdisk::tool {
 namespace fs = std::filesystem;
 
 namespace {
 
+// A new folder whose name takes the place of the last letters; empty with the cause in errno.
+std::string MakeLike(std::string name) {
+  return ::mkdtemp(name.data()) == nullptr ? std::string() : name;
+}
+
+// What the remover answers with: how making the folder ended, before its name.
+struct Made {
+  int error = 0;
+  std::array<char, 4096> path{};
+};
+
 // Outlives the signals that end the process, and holds none of its streams: who reads what that
 // prints is not to wait for this.
-[[noreturn]] void RemoveAfterwards(int otherLife, const fs::path& folder) {
+[[noreturn]] void MakeAndRemoveAfterwards(int otherLife, int answer, const std::string& name) {
   ::setsid();
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) ::signal(signal, SIG_IGN);
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::close(stream);
+  Made made;
+  const std::string path = MakeLike(name);
+  if (path.empty()) made.error = errno;
+  path.copy(made.path.data(), made.path.size() - 1);
   char byte = 0;
-  while (::read(otherLife, &byte, 1) < 0 && errno == EINTR) {
+  const bool isTold = ::write(answer, &made, sizeof made) == sizeof made;
+  while (isTold && ::read(otherLife, &byte, 1) < 0 && errno == EINTR) {
   }
   std::error_code ignored;
-  fs::remove_all(folder, ignored);
+  if (!path.empty()) fs::remove_all(path, ignored);
   ::_exit(0);
 }
 
@@ -36,40 +55,47 @@ namespace {
 
 bool ScratchFolder::Make(const std::string& beginning, bool keeps, std::string& err) {
   std::error_code unknown;
-  std::string name = (fs::temp_directory_path(unknown) / (beginning + "XXXXXX")).string();
-  const SignalsHeld held;
-  if (unknown || ::mkdtemp(name.data()) == nullptr) {
-    err = "cannot make a folder like " + name + ": " +
-          (unknown ? unknown.message() : SystemText(errno));
-    return false;
-  }
-  path = name;
+  const fs::path parent = fs::temp_directory_path(unknown);
+  const std::string name = (parent / (beginning + "XXXXXX")).string();
   isKept = keeps;
-  if (!isKept) LeaveToRemover();
-  return true;
+  if (!unknown) path = isKept ? MakeLike(name) : MakeByRemover(name);
+  if (!path.empty()) return true;
+  err = "cannot make a folder like " + name + ": " +
+        (unknown ? unknown.message() : SystemText(errno));
+  return false;
 }
 
-// Without it the folder still goes with the object.
-void ScratchFolder::LeaveToRemover() {
-  std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) return;
-  const internal::Descriptor waiting(ends[0]);
-  life = internal::Descriptor(ends[1]);
+// The other process makes it, so that there is no moment at which it is left to itself.
+std::string ScratchFolder::MakeByRemover(const std::string& name) {
+  std::array<int, 2> lifeEnds{};
+  std::array<int, 2> answerEnds{};
+  if (::pipe2(lifeEnds.data(), O_CLOEXEC) != 0) return {};
+  const internal::Descriptor otherLife(lifeEnds[0]);
+  life = internal::Descriptor(lifeEnds[1]);
+  if (::pipe2(answerEnds.data(), O_CLOEXEC) != 0) return {};
+  const internal::Descriptor answer(answerEnds[0]);
+  internal::Descriptor answering(answerEnds[1]);
   remover = ::fork();
-  if (remover != 0) return;
-  ::close(ends[1]);
-  RemoveAfterwards(ends[0], path);
+  if (remover < 0) return {};
+  if (remover == 0) {
+    ::close(lifeEnds[1]);
+    MakeAndRemoveAfterwards(lifeEnds[0], answerEnds[1], name);
+  }
+  answering = internal::Descriptor();
+  Made made;
+  auto* const bytes = reinterpret_cast<std::uint8_t*>(&made);
+  const bool isTold = internal::ReadFully(answer.Get(), std::span(bytes, sizeof made)) ==
+                      static_cast<std::ptrdiff_t>(sizeof made);
+  if (made.error != 0) errno = made.error;
+  return isTold && made.error == 0 ? std::string(made.path.data()) : std::string();
 }
 
 ScratchFolder::~ScratchFolder() {
-  if (path.empty() || isKept) return;
   life = internal::Descriptor();
   if (remover > 0) {
     while (::waitpid(remover, nullptr, 0) < 0 && errno == EINTR) {
     }
   }
-  std::error_code ignored;
-  fs::remove_all(path, ignored);
 }
 
 }  // namespace quorbix::virtdisk::tool

@@ -26,7 +26,7 @@ class ScratchFolder {
   const std::filesystem::path& Path() const { return path; }
 
  private:
-  void LeaveToRemover();
+  std::string MakeByRemover(const std::string& name);  // empty on failure
 
   std::filesystem::path path;
   bool isKept = false;
