@@ -155,6 +155,13 @@ TEST_F(SyncCommand, ExchangedArguments_AreUnderstood) {
   EXPECT_THAT(run.err, HasSubstr("took " + Image() + " for the image"));
 }
 
+TEST_F(SyncCommand, ImageInThePlaceOfAFolderThatIsGone_IsUnderstood) {
+  const ProgramRun run =
+      RunVirtdisk({"sync", (folder / "gone").string(), Image(), "--once", "--settle", "0"});
+  EXPECT_EQ(run.status, 3);
+  EXPECT_THAT(run.err, AllOf(HasSubstr("for the image and"), HasSubstr("gone is not there")));
+}
+
 TEST_F(SyncCommand, MissingImage_IsRefused) {
   const ProgramRun run = RunVirtdisk({"sync", "/nonexistent.img", Folder(), "--once"});
   EXPECT_EQ(run.status, 3);
@@ -273,6 +280,31 @@ TEST_F(SyncCommand, FileThatIsBeingWritten_IsNoTroubleForARunningSync) {
   ASSERT_TRUE(WaitFor([&] { return folder.Read("log").find("NEW.TXT") != std::string::npos; }));
   EXPECT_THAT(folder.Read("log.err"), Not(HasSubstr("NEW.TXT is being")));
   EXPECT_EQ(sync.End(SIGTERM), 143);
+}
+
+// Otherwise the image would be read whole twice a second, for hours.
+TEST_F(SyncCommand, ImageThatStaysOpen_IsLookedAtMoreAndMoreSeldom) {
+  Sync();
+  folder.File("DISK/C.TXT", "new\n");
+  const int writer = ::open(Image().c_str(), O_WRONLY | O_CLOEXEC);
+  Background sync({"sync", Image(), Folder(), "--settle", "0", "--json"}, folder / "log");
+  std::this_thread::sleep_for(std::chrono::seconds(3));
+  EXPECT_EQ(sync.End(SIGTERM), 143);
+  ::close(writer);
+  const std::string passes = folder.Read("log");
+  EXPECT_THAT(passes, HasSubstr("not now"));
+  // At once, and after 0.5, 1.5 and 3.5 seconds.
+  EXPECT_LE(std::count(passes.begin(), passes.end(), '\n'), 4);
+}
+
+// What it has begun to write is no change that calls for another pass.
+TEST_F(SyncCommand, PassThatFails_IsTriedMoreAndMoreSeldom) {
+  Sync();
+  GuestWrites("LARGE.BIN", std::string(300'000, 'x'));
+  const CommandResult run = RunInShell("ulimit -f 200; timeout 3 virtdisk sync " + Image() + " " +
+                                       Folder() + " --settle 0 --json");
+  EXPECT_THAT(run.out, HasSubstr("\"outcome\":\"failed\""));
+  EXPECT_LE(std::count(run.out.begin(), run.out.end(), '\n'), 4);
 }
 
 TEST_F(SyncCommand, PairThatAnotherProcessKeeps_IsWaitedForInWords) {

@@ -33,13 +33,15 @@ using std::chrono::milliseconds;
 constexpr milliseconds kPatience{10'000};  // for both sides to be quiet
 constexpr milliseconds kLookEvery{5'000};  // where the kernel does not tell of changes
 constexpr milliseconds kRetryAfter{500};
+constexpr milliseconds kLongestRetry{30'000};
 constexpr std::size_t kMostNotes = 10;
 
-// The two paths the right way round: an image is never a folder.
+// The two paths the right way round: an image is never a folder, nor a folder a file.
 std::pair<fs::path, fs::path> InOrder(Console& console, const SyncOptions& options) {
   std::error_code unknown;
   const bool isExchanged =
-      fs::is_directory(options.image, unknown) && !fs::is_directory(options.folder, unknown);
+      (fs::is_directory(options.image, unknown) && !fs::is_directory(options.folder, unknown)) ||
+      (fs::is_regular_file(options.folder, unknown) && !fs::exists(options.image, unknown));
   if (!isExchanged) return {options.image, options.folder};
   Remark(console, "took " + options.folder.string() + " for the image and " +
                       options.image.string() + " for the folder");
@@ -123,7 +125,15 @@ class Synchroniser {
         wasInStep = true;
         std::erase_if(accepted, IsEvent);
       }
-      if (!StopFlag::IsSet()) Wait(report.outcome == GuardedOutcome::kNotNow);
+      if (StopFlag::IsSet()) break;
+      const bool isInVain =
+          report.outcome == GuardedOutcome::kNotNow || report.outcome == GuardedOutcome::kFailed;
+      if (isInVain) {
+        WaitToRetry();
+      } else {
+        retryAfter = kRetryAfter;
+        Wait();
+      }
     }
     return StopFlag::IsSet() ? StopFlag::ExitStatus() : kFailed;
   }
@@ -170,13 +180,17 @@ class Synchroniser {
     }
   }
 
+  // Twice as long each time that it was in vain: a machine may have the image open for hours, and a
+  // disk stay full. What changes meanwhile is no reason to hurry: a pass that fails half way
+  // changes the folder itself.
+  void WaitToRetry() {
+    StopFlag::WaitFor(-1, std::min(milliseconds(options.intervalMs), retryAfter));
+    retryAfter = std::min(2 * retryAfter, kLongestRetry);
+  }
+
   // Until something changes and both sides have settled, or it is time for a look anyway.
-  void Wait(bool isRetry) {
+  void Wait() {
     const milliseconds interval(options.intervalMs);
-    if (isRetry) {
-      StopFlag::WaitFor(-1, std::min(interval, kRetryAfter));
-      return;
-    }
     if (watch.Descriptor() < 0) {
       StopFlag::WaitFor(-1, std::min(interval, kLookEvery));
       return;
@@ -290,6 +304,7 @@ class Synchroniser {
   std::set<std::pair<std::string, std::string>> toldNotes;
   std::string toldTrouble;
   bool wasInStep = false;
+  milliseconds retryAfter = kRetryAfter;
   std::optional<std::chrono::steady_clock::time_point> waitsSince;
 };
 
