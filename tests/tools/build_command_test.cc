@@ -393,7 +393,8 @@ TEST(BuildCommand, FolderThatMayNotBeListed_ReplacesNothing) {
     const ProgramRun plain = Build(folder);
     const ProgramRun inPlace = Build(folder, {"--in-place"});
     const ProgramRun measure = RunVirtdisk({"measure", (folder / "DISK").string()});
-    for (const ProgramRun& run : {plain, inPlace, measure}) {
+    const ProgramRun demo = RunVirtdisk({"demo", (folder / "DISK").string()});
+    for (const ProgramRun& run : {plain, inPlace, measure, demo}) {
       if (run.status != 1 || run.err.find("DISK: Permission denied") == std::string::npos) return 1;
     }
     return 0;

@@ -194,6 +194,21 @@ TEST(BrokenDirectory, OtherFilesAreRead) {
   }
 }
 
+TEST(BrokenDirectory, JsonTellsOfItToo) {
+  TempFolder folder;
+  const std::string image = (folder / "disk.img").string();
+  WriteBytes(image, DiskWithABrokenDirectory());
+  const std::string error = "/SUB in " + image + " cannot be read";
+  for (const char* command : {"info", "map"}) {
+    EXPECT_EQ(RunVirtdisk({command, image, "--json"}).Json()["error"], error) << command;
+  }
+  for (const char* command : {"ls", "tree"}) {
+    const auto lines = RunVirtdisk({command, image, "--json"}).JsonLines();
+    EXPECT_EQ(lines.front()["path"], "/SUB") << command;
+    EXPECT_EQ(lines.back()["error"], error) << command;
+  }
+}
+
 TEST(BrokenDirectory, NothingIsWrittenBeside) {
   TempFolder folder;
   const std::string image = (folder / "disk.img").string();

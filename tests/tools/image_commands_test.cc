@@ -265,6 +265,19 @@ TEST_F(FindCommand, HiddenEntries_AreFoundUnderAllOnly) {
   EXPECT_THAT(RunVirtdisk({"find", Image(), "", "--all"}).err, HasSubstr("empty query\n"));
 }
 
+TEST_F(LsCommand, HiddenEntries_AreListedUnderAllOnly) {
+  Write(DiskWithADotFolder());
+  EXPECT_EQ(RunVirtdisk({"ls", Image(), "-R"}).out, "/CONFIG.SYS\n");
+  EXPECT_EQ(RunVirtdisk({"ls", Image(), "-R", "--all"}).out, "/.GIT/\n/.GIT/CONFIG\n/CONFIG.SYS\n");
+}
+
+TEST_F(MapCommand, HiddenEntries_AreNoDamage) {
+  Write(DiskWithADotFolder());
+  const auto record = RunVirtdisk({"map", Image(), "--json"}).Json();
+  EXPECT_EQ(record["hidden"], 2);
+  EXPECT_EQ(record["lostOrBroken"], 0);
+}
+
 TEST_F(CatCommand, HiddenFile_IsToldWithTheWayToIt) {
   Write(DiskWithADotFolder());
   const ProgramRun run = RunVirtdisk({"cat", Image(), "/.git/config"});

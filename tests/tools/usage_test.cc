@@ -16,8 +16,9 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-constexpr const char* kCommands[] = {"build", "measure", "info", "ls",   "find",    "cat",
-                                     "get",   "put",     "map",  "sync", "restore", "demo"};
+constexpr const char* kCommands[] = {"build",  "measure", "info",    "ls",  "tree",
+                                     "find",   "cat",     "get",     "put", "map",
+                                     "verify", "sync",    "restore", "demo"};
 
 TEST(Usage, Help_ListsEveryCommand) {
   const ProgramRun run = RunVirtdisk({"--help"});

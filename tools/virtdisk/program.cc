@@ -424,7 +424,7 @@ int RunProgram(Console& console, std::vector<std::string> arguments) {
   int status = RunCaught(console, std::move(arguments));
   // Who was told of an error does not have everything he asked for.
   if (status == kDone && !console.error.empty()) status = kFailed;
-  if (isJson && !watch.HasPrinted() && !console.error.empty()) {
+  if (isJson && !console.isErrorInJson && !console.error.empty()) {
     const std::string& hint = console.errorHint;
     console.out << OneLine({{"error", console.error}, {"hint", hint.empty() ? Json() : Json(hint)}})
                 << "\n";

@@ -15,13 +15,12 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
-void PrintContent(const Console& console, const Fat16FsEntry& entry,
+void PrintContent(Console& console, const Fat16FsEntry& entry,
                   std::span<const std::uint8_t> content) {
   Json record = EntryRecord(entry);
   record["bytes"] = content.size();
   record["contentBase64"] = Base64(content);
-  record["error"] = console.error.empty() ? Json() : Json(console.error);
-  record["hint"] = console.errorHint.empty() ? Json() : Json(console.errorHint);
+  AddError(console, record);
   console.out << OneLine(record) << "\n";
 }
 

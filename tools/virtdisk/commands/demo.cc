@@ -16,6 +16,7 @@
 #include "commands/auto_size.h"
 #include "commands/commands.h"
 #include "commands/demo_sample.h"
+#include "commands/shown_preview.h"
 #include "commands/sync_report.h"
 #include "disk/image_tree.h"
 #include "disk/map.h"
@@ -52,10 +53,10 @@ void Load(const fs::path& file, Fat16FsImage& image) {
   if (!ReadHostFile(file, bytes, err) || !image.LoadFromBytes(bytes, err)) throw StepFailed(err);
 }
 
-BuildPreview Preview(const fs::path& folder) {
+BuildPreview Preview(Console& console, const fs::path& folder) {
   BuildPreview preview;
   std::string err;
-  if (!PreviewBuild(folder, preview, err)) throw StepFailed(err);
+  if (!PreviewWithProgress(console, folder, preview, err)) throw StepFailed(err);
   return preview;
 }
 
@@ -106,7 +107,7 @@ class Demonstration {
       WriteSample(folder);
       return Say("Made a sample folder, " + folder.string());
     }
-    const BuildPreview preview = Preview(options.folder);
+    const BuildPreview preview = Preview(console, options.folder);
     if (preview.isEndless) throw StepFailed(options.folder.string() + " is too large for a disk");
     CopyFolder(options.folder, preview, folder);
     Say("Copied " + options.folder.string() + " to " + folder.string());
@@ -114,7 +115,7 @@ class Demonstration {
 
   // One size up from the smallest, so that files can grow.
   void BuildDisk() {
-    const BuildPreview preview = Preview(folder);
+    const BuildPreview preview = Preview(console, folder);
     const std::uint64_t smallest = AutoSize(preview);
     const std::uint64_t size = smallest == 0 ? 0 : AutoSize(preview, smallest);
     if (size == 0) throw StepFailed("no disk can hold a copy of " + options.folder.string());
@@ -181,7 +182,7 @@ class Demonstration {
 
   // The name that the build has given it.
   std::string DiskPathOf(const std::string& hostPath) const {
-    const BuildPreview preview = Preview(folder);
+    const BuildPreview preview = Preview(console, folder);
     for (const BuildPreviewEntry& entry : preview.entries) {
       if (entry.hostPath == hostPath) return entry.imagePath;
     }
@@ -242,7 +243,6 @@ int RunDemo(Console& console, const DemoOptions& options) {
     return kDone;
   } catch (const std::exception& error) {
     Fail(console, error.what(), "The demonstration stopped there.");
-    if (options.json) console.out << OneLine({{"error", console.error}}) << "\n";
     return kFailed;
   }
 }

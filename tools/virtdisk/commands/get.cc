@@ -74,22 +74,21 @@ void GetDirectory(Console& console, const OpenedImage& image, const ImageTree& t
   }
 }
 
-Json OutcomeRecord(const Console& console, const GetOptions& options,
-                   const ExtractionOutcome& outcome) {
+Json OutcomeRecord(Console& console, const GetOptions& options, const ExtractionOutcome& outcome) {
   Json failed = Json::array();
   for (const ExtractionOutcome::Failure& failure : outcome.failed) {
     failed.push_back({{"path", failure.path}, {"reason", failure.reason}});
   }
-  return {{"image", options.image.string()},
-          {"path", options.path},
-          {"destination", options.destination.string()},
-          {"files", outcome.files},
-          {"directories", outcome.directories},
-          {"bytes", outcome.bytes},
-          {"short", outcome.shortFiles},
-          {"failed", failed},
-          {"error", console.error.empty() ? Json() : Json(console.error)},
-          {"hint", console.errorHint.empty() ? Json() : Json(console.errorHint)}};
+  Json record{{"image", options.image.string()},
+              {"path", options.path},
+              {"destination", options.destination.string()},
+              {"files", outcome.files},
+              {"directories", outcome.directories},
+              {"bytes", outcome.bytes},
+              {"short", outcome.shortFiles},
+              {"failed", failed}};
+  AddError(console, record);
+  return record;
 }
 
 }  // namespace

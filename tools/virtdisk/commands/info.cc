@@ -226,7 +226,9 @@ int RunInfo(Console& console, const InfoOptions& options) {
   if (!view) return Fail(console, err, "Nothing was told of " + options.image.string() + ".");
   const Summary summary = Summarize(*image, *view);
   if (options.json) {
-    console.out << OneLine(Record(options, *image, *view, summary)) << "\n";
+    Json record = Record(options, *image, *view, summary);
+    AddError(console, record);
+    console.out << OneLine(record) << "\n";
   } else {
     PrintText(console, options, *image, *view, summary);
   }

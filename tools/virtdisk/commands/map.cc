@@ -126,7 +126,9 @@ int RunMap(Console& console, const MapOptions& options) {
   const std::string name = options.image.filename().string();
   const std::string& label = image->Info().volumeLabel;
   if (options.json) {
-    console.out << OneLine(Record(options, map)) << "\n";
+    Json record = Record(options, map);
+    AddError(console, record);
+    console.out << OneLine(record) << "\n";
     return kDone;
   }
   if (options.picture.empty()) {

@@ -20,6 +20,7 @@ struct Console {
   bool quiet = false;               // the user wants errors and data, nothing else
   std::string error{};              // what Fail was told first
   std::string errorHint{};          // likewise
+  bool isErrorInJson = false;       // an object that was printed has it
   std::size_t progressColumns = 0;  // that a progress line takes at the moment
 };
 

@@ -24,6 +24,12 @@ std::string Base64(std::span<const std::uint8_t> bytes) {
   return text;
 }
 
+void AddError(Console& console, Json& object) {
+  object["error"] = console.error.empty() ? Json() : Json(console.error);
+  object["hint"] = console.errorHint.empty() ? Json() : Json(console.errorHint);
+  console.isErrorInJson = true;
+}
+
 Json EntryRecord(const Fat16FsEntry& entry) {
   const std::string date = FormatFatDate(entry.writeDate, entry.writeTime);
   const bool known = !date.empty() && date != kInvalidDate;

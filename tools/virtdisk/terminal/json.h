@@ -9,6 +9,8 @@
 
 #include <quorbix/virtdisk/fat16_fs_image.h>
 
+#include "terminal/console.h"
+
 namespace quorbix::virtdisk::tool {
 
 // Keeps the order in which the members are put in.
@@ -19,6 +21,10 @@ std::string OneLine(const Json& value);
 
 // Content in JSON, which knows no bytes: as RFC 4648 tells it, with "=" at the end.
 std::string Base64(std::span<const std::uint8_t> bytes);
+
+// Puts what was told first of what failed into an object, as `error` and `hint`; `null` for
+// nothing.
+void AddError(Console& console, Json& object);
 
 // The record of one entry, as `ls --json` and `find --json` print it.
 Json EntryRecord(const Fat16FsEntry& entry);

@@ -7,7 +7,7 @@
 
 namespace quorbix::virtdisk::tool {
 
-// Knows, while it lives, whether anything was printed to a stream, and why that failed.
+// Knows, while it lives, why printing to a stream has failed.
 class OutputWatch {
  public:
   explicit OutputWatch(std::ostream& watched)
@@ -20,8 +20,6 @@ class OutputWatch {
   OutputWatch(const OutputWatch&) = delete;
   OutputWatch& operator=(const OutputWatch&) = delete;
 
-  bool HasPrinted() const { return passing.hasPrinted; }
-
   // The errno of the first write that failed; 0 for none.
   int Error() const { return passing.error; }
 
@@ -29,19 +27,16 @@ class OutputWatch {
   class PassingOn : public std::streambuf {
    public:
     explicit PassingOn(std::streambuf* passedTo) : target(passedTo) {}
-    bool hasPrinted = false;
     int error = 0;
 
    protected:
     int_type overflow(int_type c) override {
       if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
-      hasPrinted = true;
       const int_type put = target->sputc(traits_type::to_char_type(c));
       NoteIf(traits_type::eq_int_type(put, traits_type::eof()));
       return put;
     }
     std::streamsize xsputn(const char* text, std::streamsize count) override {
-      hasPrinted = hasPrinted || count > 0;
       const std::streamsize put = target->sputn(text, count);
       NoteIf(put < count);
       return put;
