@@ -60,8 +60,10 @@ TEST_F(SyncWorker, SyncNowBeforeStart_DoesNothing) {
   EXPECT_FALSE(manager->IsRunning());
 }
 
+// A change in the middle of the first pass counts as agreed; later ones only look.
 TEST_F(SyncWorker, ChangeInTheImage_ArrivesOnTheHost) {
   Start(5);
+  manager->SyncNow();
   GuestEditor guest(folder / "DISK.IMG");
   ASSERT_TRUE(guest.Write("A.TXT", "from the image"));
   guest.Save();
@@ -70,6 +72,7 @@ TEST_F(SyncWorker, ChangeInTheImage_ArrivesOnTheHost) {
 
 TEST_F(SyncWorker, ChangeOnTheHost_ArrivesInTheImage) {
   Start(5);
+  manager->SyncNow();
   folder.File("host/NEW.TXT", "from the host");
   EXPECT_TRUE(WaitUntil([&] { return ImageHas("NEW.TXT", "from the host"); }));
 }
