@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 #include <thread>
@@ -358,6 +359,78 @@ TEST_F(GuardedPassTest, DifferingFats_AreRefused) {
   const GuardedReport report = Pass();
   EXPECT_THAT(HazardsOf(report), testing::Contains(GuardedHazard::kImageUnsound));
   EXPECT_EQ(report.outcome, kRefused);
+}
+
+// Behind the first cluster of a file that has three.
+TEST_F(GuardedPassTest, DamagedChains_AreRefused) {
+  folder.File("host/a.bin", std::string(1200, 'a')).File("host/b.bin", "b");
+  BuildAndAgree();
+  const std::vector<std::uint8_t> sound = test::ReadBytes(Image());
+  const std::size_t fatBytes = std::size_t{512} * LoadU16(&sound[512 + 22]);
+  const auto firstOf = [&](const std::string& name) {
+    const auto slot = std::search(sound.begin(), sound.end(), name.begin(), name.end());
+    return slot == sound.end() ? std::uint16_t{0} : LoadU16(&*slot + 26);
+  };
+  const std::uint16_t first = firstOf("A       BIN");
+  const std::uint16_t ofOther = firstOf("B       BIN");
+  ASSERT_TRUE(first != 0 && ofOther != 0);
+  const std::map<std::string, std::uint16_t> nexts{{"loop", first},       {"free", 0},
+                                                   {"bad", 0xFFF7},       {"outside", 0xFFE0},
+                                                   {"early end", 0xFFFF}, {"meets", ofOther}};
+  for (const auto& [damage, next] : nexts) {
+    SCOPED_TRACE(damage);
+    std::vector<std::uint8_t> bytes = sound;
+    for (const std::size_t fat : {std::size_t{1024}, 1024 + fatBytes}) {
+      StoreU16(&bytes[fat + 2 * std::size_t{first}], next);
+    }
+    test::WriteBytes(Image(), bytes);
+    const GuardedReport report = Pass();
+    EXPECT_EQ(report.outcome, kRefused);
+    EXPECT_THAT(HazardsOf(report), testing::Contains(GuardedHazard::kImageUnsound));
+    EXPECT_THAT(OnHost(), SizeIs(2));
+  }
+}
+
+TEST_F(GuardedPassTest, StateInsideTheFolder_IsRefusedAndLeftOutWhenAccepted) {
+  folder.File("host/a.txt", "a");
+  BuildImage();
+  options.stateFolder = Host() / "state";
+  EXPECT_THAT(HazardsOf(Sync()->Pass()), ElementsAre(GuardedHazard::kNested));
+  EXPECT_FALSE(folder.Exists("host/state"));
+  EXPECT_EQ(Sync()->Pass({GuardedHazard::kNested}).outcome, kNothingToDo);
+  EXPECT_EQ(Sync()->Pass({GuardedHazard::kNested}).files, 1u);
+}
+
+TEST_F(GuardedPassTest, FolderInsideTheState_IsRefusedWhateverIsAccepted) {
+  folder.File("host/a.txt", "a");
+  BuildImage();
+  options.stateFolder = folder.Path();
+  const GuardedReport report = Sync()->Pass({GuardedHazard::kNested});
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(HazardsOf(report), testing::Contains(GuardedHazard::kNested));
+  EXPECT_FALSE(folder.Exists("state"));
+}
+
+TEST_F(GuardedPassTest, FoldersThatMayNotBeWritten_AreNamed) {
+  folder.File("host/in/a.txt", "a");
+  BuildAndAgree();
+  GuestWrites("IN/B.TXT", "b");
+  for (const std::filesystem::path& place : {folder.Path(), Host(), StateFolder()}) {
+    std::filesystem::permissions(place, std::filesystem::perms{0777});
+  }
+  for (const std::filesystem::path& file : {Image(), StateFolder() / "state"}) {
+    std::filesystem::permissions(file, std::filesystem::perms{0666});
+  }
+  std::filesystem::permissions(Host() / "in", std::filesystem::perms{0555});
+  const int status = test::RunInChild({.dropRoot = true}, [&] {
+    const GuardedReport report = Sync()->Preview();
+    for (const GuardedHazardReport& hazard : report.hazards) {
+      const bool isIt = hazard.hazard == GuardedHazard::kFolderNotWritable;
+      if (isIt && hazard.paths == std::vector<std::string>{"in"}) return 0;
+    }
+    return 1;
+  });
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(GuardedPassTest, WhatABrokenDirectoryHeld_IsTakenFromTheFolderWhenAccepted) {
