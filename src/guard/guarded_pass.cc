@@ -44,6 +44,12 @@ GuardedPass::GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsO
       host(itsPlaces.folder, whatIsSeen.host.entryStamps, trash, workMonitor) {}
 
 Ending GuardedPass::Run() {
+  Ending ending = CarryOut();
+  trash.DropIfEmpty();
+  return ending;
+}
+
+Ending GuardedPass::CarryOut() {
   const bool hasToAct = !sight.plan.IsEmpty();
   const bool hasSpare = sight.trash && sight.trash->spare > 0;
   if ((hasToAct || sight.hasToMend) && hasSpare) TrimToBound();
@@ -86,10 +92,11 @@ Ending GuardedPass::MendCutOff() {
   const bool isInPlace = cut.tornId != 0;
   const fs::path whole = WholeImageOf(places, cut);
   if (sight.cutOff == CutOff::kTorn) {
+    imageTaken = NowNanoseconds();
     const auto torn = StampAt(places.image);
     if (!torn) return Ending::Busy("the image is gone");
     ImageChange change(places.image, *torn, trash, monitor);
-    Ending ending = change.WriteInPlace(whole, cut.tornId);
+    Ending ending = change.WriteInPlace(whole, cut.tornId, "half written");
     if (!ending.IsDone()) return ending;
     mended = StampAt(places.image);
     if (!mended) return Ending::Busy("the image is gone");
@@ -123,12 +130,20 @@ Ending GuardedPass::SavePending() {
     if (options.inPlace) pending->tornId = GenerateVolumeId();
     pending->wholeImage = NewTemporaryName();
   }
+  pending->trashBefore =
+      sight.pending ? sight.pending->trashBefore : LatestPassIn(places.stateFolder);
+  return Save(StateBegun());
+}
+
+State GuardedPass::StateBegun() const {
   State state = sight.state;
   if (sight.facts.onHost.state == FolderFacts::State::kPresent) {
     state.folder = sight.facts.onHost.identity;
+  } else if (const auto made = StampAt(places.folder)) {
+    state.folder = made->identity;
   }
   state.pending = pending;
-  return Save(state);
+  return state;
 }
 
 Ending GuardedPass::ChangeHost() {
@@ -139,6 +154,9 @@ Ending GuardedPass::ChangeHost() {
       return Ending::Failed("cannot make " + places.folder.string() + " (" + failed.message() +
                             ")");
     }
+    // From now on it is the folder that is known, however far this pass comes.
+    Ending saved = Save(StateBegun());
+    if (!saved.IsDone()) return saved;
   }
   const Plan& plan = sight.plan;
   Ending ending = host.SweepLeftovers(sight.host.leftovers);
@@ -155,21 +173,24 @@ Ending GuardedPass::ChangeHost() {
 }
 
 Ending GuardedPass::ChangeImage() {
+  imageTaken = NowNanoseconds();
   ImageContents oldContents(places.image, sight.disk);
   Fat16Image image;
+  std::string suspect;
   Ending ending = MakeImage({.tree = sight.plan.tree,
                              .folder = places.folder,
                              .old = sight.disk,
                              .oldContents = oldContents,
                              .volumeId = pending->volumeId},
-                            image, monitor);
+                            image, suspect, monitor);
+  if (!suspect.empty()) Doubt(suspect);
   if (!ending.IsDone()) return ending;
   const fs::path folder = options.inPlace ? places.stateFolder : places.image.parent_path();
   const fs::path whole = folder / pending->wholeImage;
   ImageChange change(places.image, mended.value_or(sight.disk.stamp), trash, monitor);
   ending = change.Save(image, whole, Apply(sight.plan, sight.seen).disk);
   if (ending.IsDone() && options.inPlace) {
-    ending = change.WriteInPlace(whole, pending->tornId);
+    ending = change.WriteInPlace(whole, pending->tornId, "image replaced");
     if (ending.IsDone() && ::unlink(whole.c_str()) != 0) {
       ending = Cannot("remove", whole);
     }
@@ -184,6 +205,12 @@ Ending GuardedPass::ChangeImage() {
   }
   isImageDone = ending.IsDone();
   return ending;
+}
+
+// A program that has a file mapped can change it without its times: the next look has to read it.
+void GuardedPass::Doubt(const std::string& path) {
+  State state = StateBegun();
+  if (state.seen.erase(path) != 0) static_cast<void>(Save(state));
 }
 
 Ending GuardedPass::Finish() {
@@ -217,21 +244,49 @@ Ending GuardedPass::Finish() {
     const auto status = isImageDone ? StampAt(places.image) : mended;
     if (!status) return Ending::Busy("the image is gone");
     after.image->stamp = *status;
-    after.image->taken = now;
+    // Whoever was quicker than the look at its status has changed it since.
+    after.image->taken = imageTaken;
   }
   if (isImageDone) {
     after.image->volumeId = pending->volumeId;
     after.image->isAsRemembered = !sight.facts.onDisk.isTakenForFat12 &&
                                   IsAsRemembered(Apply(sight.plan, sight.seen).disk, after.memory);
   }
-  if (after == sight.state && !sight.pending && !pending) return {};
+  KeepEarlierLooks();
+  if (!IsNews()) return {};
   Ending ending = Save(after);
   if (ending.IsDone()) TrimToBound();
   return ending;
 }
 
+// One more look at what has not changed is worth remembering only where its times could not tell
+// before, and can now: else a file whose time lies in the future had every pass write the state.
+void GuardedPass::KeepEarlierLooks() {
+  const auto keep = [](const auto& before, auto& now) {
+    const bool tells =
+        !IsTrustworthy(before.stamp, before.taken) && IsTrustworthy(now.stamp, now.taken);
+    if (before.stamp == now.stamp && !tells) now.taken = before.taken;
+  };
+  if (sight.state.image) keep(*sight.state.image, *after.image);
+  for (auto& [path, file] : after.seen) {
+    const auto before = sight.state.seen.find(path);
+    const bool isSame = before != sight.state.seen.end() && before->second.content == file.content;
+    if (isSame) keep(before->second, file);
+  }
+}
+
+bool GuardedPass::IsNews() {
+  if (sight.pending || pending) return true;
+  // That everything was read, for it had to be, is told and need not be remembered.
+  const std::int64_t readInFull = after.lastReadInFull;
+  if (!options.verify) after.lastReadInFull = sight.state.lastReadInFull;
+  const bool isNews = !(after == sight.state);
+  after.lastReadInFull = readInFull;
+  return isNews;
+}
+
 void GuardedPass::TrimToBound() const {
-  TrimTrash(places.stateFolder, options.trashPasses, options.trashBytes);
+  TrimTrash(places.stateFolder, BoundOf(options, sight.pending));
 }
 
 Ending GuardedPass::Save(const State& state) {

@@ -1,6 +1,7 @@
 #ifndef QUORBIX_VIRTDISK_GUARD_GUARDED_PASS_H_
 #define QUORBIX_VIRTDISK_GUARD_GUARDED_PASS_H_
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -37,12 +38,17 @@ class GuardedPass {
   bool IsDone(const GuardedStep& step) const;
 
  private:
+  Ending CarryOut();
   Ending KeepDamagedState();
   Ending MendCutOff();
   Ending SavePending();
+  State StateBegun() const;
   Ending ChangeHost();
   Ending ChangeImage();
   Ending Finish();
+  void Doubt(const std::string& path);
+  void KeepEarlierLooks();
+  bool IsNews();
   Ending Save(const State& state);
   void TrimToBound() const;
 
@@ -55,6 +61,7 @@ class GuardedPass {
   HostChanges host;
   std::optional<Pending> pending;  // of this pass
   std::optional<Stamp> mended;     // of an image that was torn, now that it is whole
+  std::int64_t imageTaken = 0;     // when either of them was not written yet
   bool isImageDone = false;
   State after;
 };

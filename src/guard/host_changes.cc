@@ -124,6 +124,7 @@ Ending HostChanges::RemoveFolders(const std::vector<std::string>& paths) {
     const Descriptor folder = OpenFolder(ParentOf(path));
     const bool removed =
         folder && ::unlinkat(folder.Get(), NameOf(path).c_str(), AT_REMOVEDIR) == 0;
+    if (!removed && folder && errno == EBUSY) continue;
     if (!removed && (errno == ENOTEMPTY || errno == EEXIST || errno == ENOENT)) return Busy(path);
     if (!removed) return Cannot("remove the folder", path);
     touched.insert(ParentOf(path));
@@ -180,6 +181,10 @@ Ending HostChanges::WriteTemporary(const HostWrite& write, const DiskContents& c
   if (!ending.IsDone()) return ending;
   if (content != write.content) return Ending::Busy("the image has changed meanwhile");
   if (flushes && ::fdatasync(out.Get()) != 0) return Cannot("write out", write.host);
+  struct ::stat status;
+  if (::fstat(out.Get(), &status) != 0) return Cannot("look at", write.host);
+  file.stamp = StampOf(status);
+  file.taken = NowNanoseconds();
   return {};
 }
 
@@ -215,7 +220,7 @@ Ending HostChanges::NameFiles(std::vector<NewFile>& files) {
     Ending ending =
         file.write->replaces ? Replace(folder.Get(), file, *place++) : NameNew(folder.Get(), file);
     if (!ending.IsDone()) return ending;
-    NoteWritten(folder.Get(), *file.write);
+    NoteWritten(folder.Get(), file);
   }
   return trash.Flush(err) ? Ending{} : Ending::Failed(err);
 }
@@ -272,12 +277,15 @@ bool HostChanges::IsAsSeen(int folder, const std::string& name, const std::strin
   return seen != stamps.end() && IsStill(folder, name, seen->second);
 }
 
-void HostChanges::NoteWritten(int folder, const HostWrite& write) {
+// What somebody has made of it since it has its name is his, and news to the next pass.
+void HostChanges::NoteWritten(int folder, const NewFile& file) {
+  const HostWrite& write = *file.write;
   changed.insert(write.host);
   struct ::stat status;
   if (::fstatat(folder, NameOf(write.host).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return;
-  written[write.host] = {
-      .stamp = StampOf(status), .taken = NowNanoseconds(), .content = write.content};
+  const Stamp stamp = StampOf(status);
+  if (!IsSameButForItsName(stamp, file.stamp)) return;
+  written[write.host] = {.stamp = stamp, .taken = file.taken, .content = write.content};
 }
 
 Ending HostChanges::FlushFolders() const {

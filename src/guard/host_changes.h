@@ -42,7 +42,8 @@ class HostChanges {
                                   const DiskContents& contents);
 
   [[nodiscard]] Ending DeleteFiles(const std::vector<std::string>& paths);
-  // Folders that hold something by now stay.
+  // Folders that hold something by now are left to the next pass, and so are those on which
+  // something is mounted.
   [[nodiscard]] Ending RemoveFolders(const std::vector<std::string>& paths);
 
   // The files that were written, as they are now.
@@ -54,7 +55,9 @@ class HostChanges {
   struct NewFile {
     const HostWrite* write = nullptr;
     std::string temporary;
-    bool holdsOld = false;  // under the temporary name lies what was replaced: not to be discarded
+    Stamp stamp{};           // when it was written
+    std::int64_t taken = 0;  // just after that
+    bool holdsOld = false;   // under the temporary name lies what was replaced: not to be discarded
   };
 
   Descriptor OpenFolder(const std::string& path) const;
@@ -67,7 +70,7 @@ class HostChanges {
   Ending Replace(int folder, NewFile& file, const std::filesystem::path& place);
   Ending SetAside(int folder, const std::string& path, const std::string& aside) const;
   bool IsAsSeen(int folder, const std::string& name, const std::string& path) const;
-  void NoteWritten(int folder, const HostWrite& write);
+  void NoteWritten(int folder, const NewFile& file);
   Ending FlushFolders() const;
 
   const std::filesystem::path root;

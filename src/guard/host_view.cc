@@ -15,6 +15,7 @@
 #include "guard/clock.h"
 #include "guard/host_content.h"
 #include "guard/paths.h"
+#include "guard/rights.h"
 #include "guard/system_text.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -92,8 +93,11 @@ class HostLooker {
 
   void TakeEntry(const std::string& path, const std::string& name, int folder) {
     const bool isOwn = IsOwnTemporaryName(name) && !IsFolder(name, folder);
-    // Of a synchroniser of the folder above, or of one in it.
-    if (isOwn && IsOfAnotherProcess(name)) return LeaveOut(path, kTemporary);
+    // Of a synchroniser of the folder above, or of one in it; or nobody's to take away but another
+    // user's.
+    if (isOwn && (IsOfAnotherProcess(name) || !MayTakeAway(folder, name))) {
+      return LeaveOut(path, kTemporary);
+    }
     if (isOwn) {
       view.leftovers.push_back(path);
       return;
@@ -267,13 +271,15 @@ std::optional<Stamp> StampAt(const fs::path& path) {
   return StampOf(status);
 }
 
-// A rename changes no more of a stamp than the time at which something about the file has changed.
+bool IsSameButForItsName(Stamp now, const Stamp& before) {
+  now.changed = before.changed;
+  return now == before;
+}
+
 bool IsStill(int folder, const fs::path& name, const Stamp& seen) {
   struct ::stat status;
   if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
-  Stamp now = StampOf(status);
-  now.changed = seen.changed;
-  return now == seen;
+  return IsSameButForItsName(StampOf(status), seen);
 }
 
 HostView LookAtHost(const HostLook& look, WorkMonitor& monitor) {

@@ -28,6 +28,9 @@ std::uint64_t RoomOf(const struct ::stat& status);
 // That of what lies at `path`, links followed; nothing when nothing does, with the cause in errno.
 std::optional<Stamp> StampAt(const std::filesystem::path& path);
 
+// A rename changes no more of a stamp than the time at which something about the file has changed.
+bool IsSameButForItsName(Stamp now, const Stamp& before);
+
 // Whether the entry `name` of an open folder is the one that had the stamp `seen`, unchanged, under
 // whatever name.
 bool IsStill(int folder, const std::filesystem::path& name, const Stamp& seen);

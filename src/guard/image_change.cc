@@ -23,6 +23,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr char kReplaced[] = "image replaced";
 constexpr std::size_t kCopiedAtOnce = std::size_t{1} << 20;
 // The master boot record and the boot sector, which every image made here has behind it.
 constexpr std::size_t kHeadBytes = std::size_t{2} * kSectorBytes;
@@ -44,6 +45,12 @@ bool TakeAfter(int file, const fs::path& old) {
   static_cast<void>(::fchown(file, status.st_uid, status.st_gid));
   static_cast<void>(::fchmod(file, status.st_mode & 07777));
   return true;
+}
+
+bool IsSameFile(const fs::path& one, const fs::path& other) {
+  const auto a = StampAt(one);
+  const auto b = StampAt(other);
+  return a && b && a->identity == b->identity;
 }
 
 }  // namespace
@@ -97,9 +104,11 @@ bool ImageChange::IsAsSeen(const fs::path& file) const { return IsStill(AT_FDCWD
 Ending ImageChange::Rename(const fs::path& whole) {
   std::vector<fs::path> places;
   std::string err;
-  if (!trash.Announce({{"disk", path.filename().string(), "image replaced"}}, places, err)) {
+  if (!trash.Announce({{"disk", path.filename().string(), kReplaced}}, places, err)) {
     return Ending::Failed(err);
   }
+  const auto made = StampAt(whole);
+  if (!made) return Cannot("find the new image", whole);
   if (!IsAsSeen(path)) return ImageChanged(path);
   if (!ExchangeNames(AT_FDCWD, whole.c_str(), path.c_str())) {
     if (errno == EINVAL) return RenameByLink(whole, places.front());
@@ -115,9 +124,23 @@ Ending ImageChange::Rename(const fs::path& whole) {
   // found its place.
   monitor.Begin(GuardedWork::kKeep, seen.size);
   Ending kept = MoveToTrash(AT_FDCWD, whole.string(), places.front(), monitor);
-  if (!kept.IsDone()) return kept;
+  if (!kept.IsDone()) return TakeBack(whole, *made, std::move(kept));
   if (!trash.Flush(err)) return Ending::Failed(err);
   return FlushFolder(path.parent_path()) ? Ending{} : Cannot("write out the folder of", path);
+}
+
+// A trash that is full today is full at the next pass: without its place in it the old image stays
+// the image. Unless somebody has written into the new one: then the next pass goes on.
+Ending ImageChange::TakeBack(const fs::path& whole, const Stamp& made, Ending why) const {
+  if (!IsStill(AT_FDCWD, path, made)) return why;
+  if (!ExchangeNames(AT_FDCWD, whole.c_str(), path.c_str())) return why;
+  if (!IsStill(AT_FDCWD, whole, made)) {
+    static_cast<void>(ExchangeNames(AT_FDCWD, whole.c_str(), path.c_str()));
+    return why;
+  }
+  ::unlink(whole.c_str());
+  static_cast<void>(FlushFolder(path.parent_path()));
+  return why;
 }
 
 // For file systems that cannot exchange names.
@@ -125,20 +148,27 @@ Ending ImageChange::RenameByLink(const fs::path& whole, const fs::path& place) {
   if (::link(path.c_str(), place.c_str()) != 0) {
     const Descriptor old = OpenHostPath(path.c_str(), O_RDONLY | O_NOFOLLOW);
     if (!old) return Cannot("read", path);
-    Ending copied = CopyToTrash(old.Get());
+    Ending copied = CopyToTrash(old.Get(), kReplaced);
     if (!copied.IsDone()) return copied;
   }
   std::string err;
   if (!trash.Flush(err)) return Ending::Failed(err);
-  if (!IsAsSeen(path)) return ImageChanged(path);
-  if (::rename(whole.c_str(), path.c_str()) != 0) return Cannot("replace the image", path);
+  Ending ending = IsAsSeen(path) ? Ending{} : ImageChanged(path);
+  if (ending.IsDone() && ::rename(whole.c_str(), path.c_str()) != 0) {
+    ending = Cannot("replace the image", path);
+  }
+  if (!ending.IsDone()) {
+    // The image itself under a second name is no old one.
+    if (IsSameFile(path, place)) ::unlink(place.c_str());
+    return ending;
+  }
   return FlushFolder(path.parent_path()) ? Ending{} : Cannot("write out the folder of", path);
 }
 
-Ending ImageChange::CopyToTrash(int from) {
+Ending ImageChange::CopyToTrash(int from, const std::string& why) {
   std::vector<fs::path> places;
   std::string err;
-  if (!trash.Announce({{"disk", path.filename().string(), "image replaced"}}, places, err)) {
+  if (!trash.Announce({{"disk", path.filename().string(), why}}, places, err)) {
     return Ending::Failed(err);
   }
   const fs::path part = PartOf(places.front());
@@ -173,12 +203,13 @@ Ending ImageChange::CopyTo(const fs::path& copy, int from) {
   return ::fsync(to.Get()) == 0 ? Ending{} : Cannot("write out", copy);
 }
 
-Ending ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId) {
+Ending ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId,
+                                 const std::string& why) {
   const Descriptor from = OpenHostPath(whole.c_str(), O_RDONLY | O_NOFOLLOW);
   if (!from) return Cannot("read the new image", whole);
   const Descriptor to = OpenHostFile(path.c_str(), O_RDWR | O_NOFOLLOW);
   if (!to) return Cannot("write to the image", path);
-  Ending copied = CopyToTrash(to.Get());
+  Ending copied = CopyToTrash(to.Get(), why);
   if (!copied.IsDone()) return copied;
   if (!IsAsSeen(path)) return ImageChanged(path);
   // From here on it goes on to the end: half of an image is of no use to anybody.

@@ -29,12 +29,13 @@ class ImageChange {
                             const std::map<std::string, DiskItem>& expected);
 
   // Gives `whole`, which lies beside the image, the image's name. There is an image under that name
-  // at every moment.
+  // at every moment; the old one when the trash does not take it.
   [[nodiscard]] Ending Rename(const std::filesystem::path& whole);
 
   // Copies `whole` over the image's own bytes, after a copy of these to the trash. As long as that
-  // lasts the image has the volume id `tornId`.
-  [[nodiscard]] Ending WriteInPlace(const std::filesystem::path& whole, std::uint32_t tornId);
+  // lasts the image has the volume id `tornId`. `why` is what the trash says of the copy.
+  [[nodiscard]] Ending WriteInPlace(const std::filesystem::path& whole, std::uint32_t tornId,
+                                    const std::string& why);
 
  private:
   bool IsAsSeen(const std::filesystem::path& file) const;
@@ -42,7 +43,8 @@ class ImageChange {
   Ending Verify(const std::filesystem::path& whole,
                 const std::map<std::string, DiskItem>& expected);
   Ending RenameByLink(const std::filesystem::path& whole, const std::filesystem::path& place);
-  Ending CopyToTrash(int from);
+  Ending TakeBack(const std::filesystem::path& whole, const Stamp& made, Ending why) const;
+  Ending CopyToTrash(int from, const std::string& why);
   Ending CopyTo(const std::filesystem::path& copy, int from);
   Ending CopyOver(int from, int to, std::uint32_t tornId);
 

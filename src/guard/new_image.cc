@@ -60,8 +60,9 @@ class ChainWriter {
 
 class ImageMaker {
  public:
-  ImageMaker(const ImageParts& imageParts, Fat16Image& madeImage, WorkMonitor& workMonitor)
-      : parts(imageParts), image(madeImage), monitor(workMonitor) {}
+  ImageMaker(const ImageParts& imageParts, Fat16Image& madeImage, std::string& suspectFile,
+             WorkMonitor& workMonitor)
+      : parts(imageParts), image(madeImage), suspect(suspectFile), monitor(workMonitor) {}
 
   Ending Run() {
     monitor.Begin(GuardedWork::kMakeDisk, ContentBytes());
@@ -179,14 +180,19 @@ class ImageMaker {
       if (got < 0) {
         return Cannot("read", entry.host);
       }
-      if (static_cast<std::size_t>(got) < part.size()) return FileChanged(entry.host);
+      if (static_cast<std::size_t>(got) < part.size()) return HostChanged(entry.host);
       hash = HashBytes(part, hash);
       monitor.Add(part.size());
       if (monitor.IsStopped()) return Ending::Stopped();
     }
     std::array<std::uint8_t, 1> beyond{};
     const bool isSame = hash == entry.content.hash && ReadFully(file.Get(), beyond) == 0;
-    return isSame ? Ending{} : FileChanged(entry.host);
+    return isSame ? Ending{} : HostChanged(entry.host);
+  }
+
+  Ending HostChanged(const std::string& path) {
+    suspect = path;
+    return FileChanged(path);
   }
 
   Ending FillFromDisk(const TreeEntry& entry, ChainWriter& writer) {
@@ -234,14 +240,17 @@ class ImageMaker {
 
   const ImageParts& parts;
   Fat16Image& image;
+  std::string& suspect;
   WorkMonitor& monitor;
   std::string err;
 };
 
 }  // namespace
 
-Ending MakeImage(const ImageParts& parts, Fat16Image& image, WorkMonitor& monitor) {
-  return ImageMaker(parts, image, monitor).Run();
+Ending MakeImage(const ImageParts& parts, Fat16Image& image, std::string& suspect,
+                 WorkMonitor& monitor) {
+  suspect.clear();
+  return ImageMaker(parts, image, suspect, monitor).Run();
 }
 
 }  // namespace quorbix::virtdisk::internal::guard

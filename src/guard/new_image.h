@@ -29,7 +29,11 @@ struct ImageParts {
 // From the old image it takes the label, the boot code, and for every entry that stays as it was
 // its attributes and times and its place among the others: machines start from files that come
 // first.
-[[nodiscard]] Ending MakeImage(const ImageParts& parts, Fat16Image& image, WorkMonitor& monitor);
+//
+// `suspect` is the file of the host that was read and is not what was planned, if that is why it
+// ends; else empty.
+[[nodiscard]] Ending MakeImage(const ImageParts& parts, Fat16Image& image, std::string& suspect,
+                               WorkMonitor& monitor);
 
 }  // namespace quorbix::virtdisk::internal::guard
 

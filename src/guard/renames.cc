@@ -10,9 +10,11 @@
 namespace quorbix::virtdisk::internal::guard {
 namespace {
 
-bool IsUnsupported(int error) {
-  return error == EINVAL || error == ENOSYS || error == ENOTSUP || error == EPERM;
-}
+bool IsUnsupported(int error) { return error == EINVAL || error == ENOSYS || error == ENOTSUP; }
+
+// Which link(2) says of a file system without hard links, and rename(2) of a file that is not ours
+// to rename, in a folder that all may write: a second name for it could not be taken away again.
+bool HasNoLinks(int error) { return IsUnsupported(error) || error == EPERM; }
 
 }  // namespace
 
@@ -21,7 +23,7 @@ bool RenameIfFree(int fromFolder, const char* from, int toFolder, const char* to
   if (!IsUnsupported(errno)) return false;
   // A second name and then one less does the same, where files can have two.
   if (::linkat(fromFolder, from, toFolder, to, 0) == 0) return ::unlinkat(fromFolder, from, 0) == 0;
-  if (!IsUnsupported(errno)) return false;
+  if (!HasNoLinks(errno)) return false;
   struct ::stat status;
   if (::fstatat(toFolder, to, &status, AT_SYMLINK_NOFOLLOW) == 0) {
     errno = EEXIST;

@@ -13,19 +13,12 @@
 #include <vector>
 
 #include "guard/host_view.h"
+#include "guard/rights.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace fs = std::filesystem;
 
 namespace {
-
-bool MayChange(const fs::path& folder) {
-  return ::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
-}
-
-bool MayWrite(const fs::path& file) {
-  return ::faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) == 0;
-}
 
 std::optional<std::uint64_t> FreeBytes(const fs::path& folder) {
   struct ::statvfs status;
@@ -50,22 +43,28 @@ fs::path Existing(fs::path folder) {
 }
 
 std::vector<std::string> UnwritableFolders(const Places& places, const Sight& sight) {
-  std::vector<std::string> unwritable;
-  if (sight.facts.onHost.state == FolderFacts::State::kMissing) return unwritable;
+  if (sight.facts.onHost.state == FolderFacts::State::kMissing) return {};
   std::set<std::string> folders;
+  std::set<std::string> unwritable;
   const auto add = [&](const std::string& path) {
     const std::string folder = ParentOf(path);
     if (folder.empty() || sight.seen.host.contains(folder)) folders.insert(folder);
   };
+  const auto takeAway = [&](const std::string& path) {
+    add(path);
+    const std::string whole = places.folder / path;
+    if (StampAt(whole) && !MayTakeAway(AT_FDCWD, whole)) unwritable.insert(ParentOf(path));
+  };
   const Plan& plan = sight.plan;
-  for (const HostWrite& write : plan.hostWrites) add(write.host);
-  for (const auto* paths : {&plan.hostFolders, &plan.hostDeletions, &plan.hostRemovals}) {
-    std::for_each(paths->begin(), paths->end(), add);
-  }
+  for (const HostWrite& write : plan.hostWrites)
+    write.replaces ? takeAway(write.host) : add(write.host);
+  std::for_each(plan.hostFolders.begin(), plan.hostFolders.end(), add);
+  std::for_each(plan.hostDeletions.begin(), plan.hostDeletions.end(), takeAway);
+  std::for_each(plan.hostRemovals.begin(), plan.hostRemovals.end(), takeAway);
   for (const std::string& folder : folders) {
-    if (!MayChange(places.folder / folder)) unwritable.push_back(folder);
+    if (!MayChange(places.folder / folder)) unwritable.insert(folder);
   }
-  return unwritable;
+  return {unwritable.begin(), unwritable.end()};
 }
 
 // What a pass that was cut off has left of its new image is removed before another is made.

@@ -320,7 +320,7 @@ class Looker {
 
   void MeasureTrashOnce() {
     if (sight.trash) return;
-    sight.trash = MeasureTrash(places.stateFolder, options.trashPasses, options.trashBytes);
+    sight.trash = MeasureTrash(places.stateFolder, BoundOf(options, sight.pending));
   }
 
   void NoteWhatIsLeft(const Pairing& pairing) {
@@ -402,6 +402,12 @@ class Looker {
 Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered,
            WorkMonitor& monitor) {
   return Looker(places, options, remembered, monitor).Run();
+}
+
+TrashBound BoundOf(const GuardedSyncOptions& options, const std::optional<Pending>& cutOff) {
+  TrashBound bound{.passes = options.trashPasses, .bytes = options.trashBytes};
+  if (cutOff) bound.keepAfter = cutOff->trashBefore;
+  return bound;
 }
 
 fs::path WholeImageOf(const Places& places, const Pending& pending) {

@@ -62,6 +62,9 @@ struct Sight {
 Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered,
            WorkMonitor& monitor);
 
+// Of the trash, while a pass has to be ended that was cut off, if one has.
+TrashBound BoundOf(const GuardedSyncOptions& options, const std::optional<Pending>& cutOff);
+
 // Where a pass that was cut off had the new image, or the old one after both had changed names.
 std::filesystem::path WholeImageOf(const Places& places, const Pending& pending);
 

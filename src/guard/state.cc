@@ -14,6 +14,7 @@ namespace {
 constexpr std::string_view kTitle = "virtdisk sync state 1\n";
 constexpr std::string_view kTitleOfAnyVersion = "virtdisk sync state ";
 constexpr std::string_view kNothing = "-";
+constexpr std::string_view kTrashBeforeLine = "trash-before-pending";
 
 // Some file systems tell times to two seconds only.
 constexpr std::int64_t kCoarsestTick = 2'000'000'000;
@@ -101,6 +102,8 @@ bool ReadLine(std::string_view text, State& state) {
     state.pending->tornId = line.Number<std::uint32_t>(16);
     state.pending->wholeImage = line.Path();
     if (!IsWholeImageName(state.pending->wholeImage)) return false;
+  } else if (kind == kTrashBeforeLine && state.pending) {
+    state.pending->trashBefore = line.Path();
   } else {
     return false;
   }
@@ -143,6 +146,9 @@ std::string FormatState(const State& state) {
   if (state.pending) {
     writer.Line("pending", Hex(state.pending->volumeId), Hex(state.pending->tornId),
                 Escaped(state.pending->wholeImage));
+    if (!state.pending->trashBefore.empty()) {
+      writer.Line(std::string(kTrashBeforeLine), Escaped(state.pending->trashBefore));
+    }
     WriteMemory(state.pending->memory, "pending-", writer);
   }
   return Sealed(kTitle, writer.Take());

@@ -58,6 +58,8 @@ struct Pending {
   // new one, and the file in the state's folder that holds the new one meanwhile.
   std::uint32_t tornId = 0;
   std::string wholeImage{};
+  // The latest pass in the trash when it began; empty: there was none.
+  std::string trashBefore{};
   bool operator==(const Pending&) const = default;
 };
 

@@ -73,6 +73,16 @@ bool IsEarlierPass(const std::string& a, const std::string& b) {
   return a.size() != b.size() ? a.size() < b.size() : a < b;
 }
 
+// `name`, or what comes next to `last` when that is not earlier: the first in the trash are the
+// first to go, also when a clock was set back, and when those before it in one second are gone.
+std::string NameAfter(const std::string& last, std::string name) {
+  if (IsEarlierPass(last, name)) return name;
+  const std::string time = last.substr(0, kTimeShape.size());
+  const bool isFirst = last.size() == time.size();
+  const int number = isFirst ? 1 : std::stoi(last.substr(time.size() + 1));
+  return time + '#' + std::to_string(number + 1);
+}
+
 // The passes in the trash, the oldest first.
 std::vector<std::string> PassesIn(const fs::path& trash, std::error_code& error) {
   FolderListing listing = ListFolder(trash.native());
@@ -123,14 +133,18 @@ std::string CannotMake(const fs::path& trash, const std::error_code& why) {
   return "cannot make the trash " + trash.string() + " (" + why.message() + ")";
 }
 
+constexpr std::string_view kPartEnding = ".part";
+
 struct PassSize {
   std::uint64_t bytes = 0;  // of what the files say
   std::uint64_t room = 0;   // that goes back to the file system with them
+  bool isEmpty = true;      // nothing has come into it that is whole
 };
 
 PassSize SizeOf(const fs::path& folder) {
   PassSize size;
   for (const ListedEntry& entry : ListFolder(folder.native()).entries) {
+    if (entry.name != kManifestName && !entry.name.ends_with(kPartEnding)) size.isEmpty = false;
     struct ::stat status;
     const bool isFile =
         ::lstat((folder / entry.name).c_str(), &status) == 0 && S_ISREG(status.st_mode);
@@ -143,18 +157,22 @@ PassSize SizeOf(const fs::path& folder) {
 
 // Calls `visit` with each pass, the latest first, its size, and whether it is one too many.
 template <class Visit>
-void VisitPasses(const fs::path& trash, std::size_t passes, std::uint64_t bytes,
-                 const Visit& visit) {
+void VisitPasses(const fs::path& trash, const TrashBound& bound, const Visit& visit) {
   std::error_code ignored;
   const std::vector<std::string> names = PassesIn(trash, ignored);
   std::uint64_t kept = 0;
   std::size_t count = 0;
   for (auto name = names.rbegin(); name != names.rend(); ++name) {
     const PassSize size = SizeOf(trash / *name);
+    if (size.isEmpty) {
+      visit(trash / *name, size, true);
+      continue;
+    }
     kept += size.bytes;
     const bool isLatest = count == 0;
-    const bool isBeyond = ++count > passes || kept > bytes;
-    visit(trash / *name, size, isBeyond && !isLatest);
+    const bool isBeyond = ++count > bound.passes || kept > bound.bytes;
+    const bool isUnfinished = bound.keepAfter && IsEarlierPass(*bound.keepAfter, *name);
+    visit(trash / *name, size, isBeyond && !isLatest && !isUnfinished);
   }
 }
 
@@ -216,7 +234,7 @@ bool CopyAndRemove(int folder, const std::string& name, const fs::path& place,
 
 }  // namespace
 
-fs::path PartOf(const fs::path& place) { return place.native() + ".part"; }
+fs::path PartOf(const fs::path& place) { return place.native() + std::string(kPartEnding); }
 
 TrashRun::TrashRun(const fs::path& stateFolder, const std::string& whenItRuns)
     : trash(stateFolder / kTrashName), when(whenItRuns) {}
@@ -249,21 +267,27 @@ bool TrashRun::Flush(std::string& err) const {
          Fail(err, "cannot write out " + folder.string() + " (" + SystemText() + ")");
 }
 
+void TrashRun::DropIfEmpty() const {
+  if (folder.empty() || !SizeOf(folder).isEmpty) return;
+  std::error_code ignored;
+  fs::remove_all(folder, ignored);
+}
+
 bool TrashRun::MakeFolder(std::string& err) {
   std::error_code failed;
   fs::create_directories(trash, failed);
   if (failed) return Fail(err, CannotMake(trash, failed));
-  // After a clock was set back, too, a pass comes behind those before it: the first are trimmed.
   const std::vector<std::string> before = PassesIn(trash, failed);
   std::string name = FolderNameOf(when);
-  if (!before.empty()) name = std::max(name, before.back().substr(0, kTimeShape.size()));
-  for (int n = 1; !failed; ++n) {
-    fs::path candidate = trash / (n == 1 ? name : name + '#' + std::to_string(n));
+  if (!before.empty()) name = NameAfter(before.back(), std::move(name));
+  while (!failed) {
+    fs::path candidate = trash / name;
     if (::mkdir(candidate.c_str(), 0700) == 0) {
       folder = std::move(candidate);
       return FlushFolder(trash) || Fail(err, "cannot write out " + trash.string());
     }
     if (errno != EEXIST) failed.assign(errno, std::generic_category());
+    name = NameAfter(name, name);
   }
   return Fail(err, CannotMake(trash, failed));
 }
@@ -277,9 +301,9 @@ Ending MoveToTrash(int folder, const std::string& name, const fs::path& place,
                         SystemText() + ")");
 }
 
-TrashSize MeasureTrash(const fs::path& stateFolder, std::size_t passes, std::uint64_t bytes) {
+TrashSize MeasureTrash(const fs::path& stateFolder, const TrashBound& bound) {
   TrashSize trash;
-  VisitPasses(stateFolder / kTrashName, passes, bytes,
+  VisitPasses(stateFolder / kTrashName, bound,
               [&](const fs::path&, const PassSize& size, bool isTooMuch) {
                 trash.held += size.room;
                 if (isTooMuch) trash.spare += size.room;
@@ -287,12 +311,18 @@ TrashSize MeasureTrash(const fs::path& stateFolder, std::size_t passes, std::uin
   return trash;
 }
 
-void TrimTrash(const fs::path& stateFolder, std::size_t passes, std::uint64_t bytes) {
-  VisitPasses(stateFolder / kTrashName, passes, bytes,
+void TrimTrash(const fs::path& stateFolder, const TrashBound& bound) {
+  VisitPasses(stateFolder / kTrashName, bound,
               [](const fs::path& pass, const PassSize&, bool isTooMuch) {
                 std::error_code ignored;
                 if (isTooMuch) fs::remove_all(pass, ignored);
               });
+}
+
+std::string LatestPassIn(const fs::path& stateFolder) {
+  std::error_code ignored;
+  const std::vector<std::string> names = PassesIn(stateFolder / kTrashName, ignored);
+  return names.empty() ? std::string() : names.back();
 }
 
 }  // namespace internal::guard

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,10 @@ class TrashRun {
   // Writes the entries of the folder out to the disk.
   [[nodiscard]] bool Flush(std::string& err) const;
 
+  // Takes the folder away again if nothing has come into it: a pass that fails, and is tried again
+  // and again, takes nobody's place.
+  void DropIfEmpty() const;
+
  private:
   bool MakeFolder(std::string& err);
 
@@ -58,11 +63,23 @@ struct TrashSize {
   std::uint64_t held = 0;
   std::uint64_t spare = 0;  // of these, what TrimTrash would give back
 };
-TrashSize MeasureTrash(const std::filesystem::path& stateFolder, std::size_t passes,
-                       std::uint64_t bytes);
 
-// Deletes the oldest passes until no more than `passes` and `bytes` are left; the latest one stays.
-void TrimTrash(const std::filesystem::path& stateFolder, std::size_t passes, std::uint64_t bytes);
+struct TrashBound {
+  std::size_t passes = 0;
+  std::uint64_t bytes = 0;
+  // What a pass that was cut off has thrown away, and those that end it, stays until that is done:
+  // all that is later than this pass, the name of a folder; empty: all.
+  std::optional<std::string> keepAfter{};
+};
+
+TrashSize MeasureTrash(const std::filesystem::path& stateFolder, const TrashBound& bound);
+
+// Deletes the oldest passes until no more than the bound is left; the latest one stays. What was
+// announced and never came counts as nothing.
+void TrimTrash(const std::filesystem::path& stateFolder, const TrashBound& bound);
+
+// The name of the latest pass's folder; empty when there is none.
+std::string LatestPassIn(const std::filesystem::path& stateFolder);
 
 }  // namespace quorbix::virtdisk::internal::guard
 

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/types.h>
@@ -12,11 +13,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -49,6 +52,7 @@ bool hasLeases = true;
 std::function<void()> whenTrashIsWrittenOut;  // these once
 std::function<void()> whenCopiedToTrash;
 std::function<void()> beforeStatusOfA;
+std::string mountPoint;          // the name of a folder that cannot be removed
 bool diesBesideTheDisk = false;  // when something made there is written out
 std::uint64_t freeBytes = ~std::uint64_t{0};
 std::string fullPlace;  // a part of the paths that have so little; empty: all
@@ -94,6 +98,14 @@ extern "C" int fstatat(int folder, const char* path, struct stat* status, int fl
   return NextOf<int(int, const char*, struct stat*, int)>("fstatat")(folder, path, status, flags);
 }
 
+extern "C" int unlinkat(int folder, const char* path, int flags) noexcept {
+  if (!mountPoint.empty() && path == mountPoint && flags == AT_REMOVEDIR) {
+    errno = EBUSY;
+    return -1;
+  }
+  return NextOf<int(int, const char*, int)>("unlinkat")(folder, path, flags);
+}
+
 extern "C" int fsync(int file) {
   if (diesBesideTheDisk && PathOf(file).find("/.quorbix") != std::string::npos) ::raise(SIGKILL);
   const bool isTrash = PathOf(file).find("/trash/") != std::string::npos;
@@ -132,6 +144,7 @@ class ImageFault : public GuardedPair {
     whenTrashIsWrittenOut = nullptr;
     whenCopiedToTrash = nullptr;
     beforeStatusOfA = nullptr;
+    mountPoint.clear();
     freeBytes = ~std::uint64_t{0};
     fullPlace.clear();
   }
@@ -225,6 +238,129 @@ TEST_F(ImageFault, FileWrittenWhileItIsCopiedIntoTheTrash_StaysWhereItIs) {
   EXPECT_FALSE(whenCopiedToTrash);
   EXPECT_EQ(report.outcome, kFailed) << report.message;
   EXPECT_EQ(OnHost().at("b.txt"), std::string(10'000, 'b') + "more");
+  // It takes no place among the passes that have thrown something away.
+  EXPECT_TRUE(std::filesystem::is_empty(options.stateFolder / "trash"));
+}
+
+// A trash on another file system, with an old file and an old image to be copied into it: that
+// takes a while.
+class SlowTrash : public ImageFault {
+ protected:
+  void SetUp() override {
+    if (!memory.Usable()) GTEST_SKIP() << "no other file system";
+    folder.File("host/a.txt", "a");
+    options.stateFolder = memory.Path() / "state";
+    BuildImage();
+    ASSERT_EQ(Sync()->Pass().outcome, kNothingToDo);
+  }
+
+  static std::ptrdiff_t EntriesOf(const std::filesystem::path& place) {
+    return std::distance(std::filesystem::directory_iterator(place), {});
+  }
+
+  // So late that the times of what happened just now seem to tell.
+  static void LetTimePass() { test::secondsAhead = 10; }
+
+  test::MemoryFolder memory;
+};
+
+TEST_F(SlowTrash, EditOfAFileThatWasJustReplaced_IsNotAgreedOnUnseen) {
+  GuestWrites("A.TXT", "guest's");
+  whenCopiedToTrash = [this] {
+    test::WriteWholeFile(Host() / "a.txt", "user's!");
+    LetTimePass();
+  };
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
+  EXPECT_FALSE(whenCopiedToTrash);
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
+  EXPECT_EQ(OnDisk().at("A.TXT"), "user's!");
+}
+
+TEST_F(SlowTrash, EditOfAnImageThatWasJustReplaced_IsNotAgreedOnUnseen) {
+  folder.File("host/a.txt", "user's");
+  whenCopiedToTrash = [this] {
+    GuestWrites("GUEST.TXT", "g");
+    LetTimePass();
+  };
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
+  EXPECT_FALSE(whenCopiedToTrash);
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
+  EXPECT_EQ(OnHost(), (FileTree{{"GUEST.TXT", "g"}, {"a.txt", "user's"}}));
+}
+
+// Every later pass would find no room for it either.
+TEST_F(SlowTrash, ThatDoesNotTakeTheOldImage_LeavesItInItsPlace) {
+  const std::string old = test::ReadWholeFile(Image());
+  folder.File("host/a.txt", "edited");
+  for (int i = 0; i < 2; ++i) {
+    const int status = test::RunInChild({}, [&] {
+      whenCopiedToTrash = [&] {
+        const ::rlimit limit{kImageBytes / 2, kImageBytes / 2};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+      };
+      return Sync()->Pass({GuardedHazard::kNoRoom}).outcome == kFailed ? 0 : 1;
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(test::ReadWholeFile(Image()) == old);
+    EXPECT_EQ(EntriesOf(folder.Path()), 2);
+  }
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
+  EXPECT_EQ(OnDisk().at("A.TXT"), "edited");
+}
+
+TEST_F(ImageFault, RemovedFolderOnWhichSomethingIsMounted_StaysAndKeepsNothingFromBeingDone) {
+  folder.File("host/a.txt", "a").Folder("host/mnt");
+  BuildAndAgree();
+  GuestRemoves("MNT");
+  folder.File("host/b.txt", "b");
+  mountPoint = "mnt";
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
+  EXPECT_TRUE(OnDisk().contains("B.TXT"));
+  EXPECT_TRUE(folder.Exists("host/mnt"));
+  Pass();
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+// Accepted, that is no folder to be accepted once more.
+TEST_F(ImageFault, MissingFolderThatWasMadeByAPassThatFailed_IsFilledByTheNext) {
+  folder.File("host/a.txt", std::string(20'000, 'a'));
+  BuildAndAgree();
+  const FileTree before = OnHost();
+  for (int reads = 0;; ++reads) {
+    std::filesystem::remove_all(Host());
+    readsBeforeError = reads;
+    const GuardedReport report = Sync()->Pass({GuardedHazard::kFolderMissing});
+    readsBeforeError = -1;
+    if (report.outcome == kRefused) continue;
+    ASSERT_THAT(report.message, EndsWith("Input/output error"));
+    break;
+  }
+  ASSERT_TRUE(folder.Exists("host"));
+  const GuardedReport next = Pass();
+  EXPECT_EQ(next.outcome, kDone) << next.message;
+  // Under its name of old: "host" is known by what the disk says alone.
+  ASSERT_EQ(OnHost().size(), 1u);
+  EXPECT_EQ(OnHost().begin()->second, before.begin()->second);
+}
+
+// A file with a time in the future can never be trusted; what is seen of it is no news all the
+// same.
+TEST_F(ImageFault, FileOfTheFuture_LetsTheStateRest) {
+  folder.File("host/a.txt", "a");
+  std::filesystem::last_write_time(
+      Host() / "a.txt", std::filesystem::file_time_type::clock::now() + std::chrono::hours(24));
+  BuildAndAgree();
+  test::secondsAhead = 10;
+  Pass();
+  const auto inode = [&] {
+    struct ::stat status;
+    EXPECT_EQ(::lstat((StateFolder() / "state").c_str(), &status), 0);
+    return status.st_ino;
+  };
+  const auto before = inode();
+  test::secondsAhead = 20;
+  Pass();
+  EXPECT_EQ(inode(), before);
 }
 
 TEST_F(ImageFault, TrashOnAnotherFileSystem_NeedsRoomThere) {

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -12,6 +13,7 @@
 #include "common/byte_order.h"
 #include "guard/guarded_pair.h"
 #include "guard/state_file.h"
+#include "support/child_process.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace {
@@ -126,6 +128,18 @@ TEST_F(TornImage, IsWrittenToItsEndBeforeItIsMadeAnew) {
   EXPECT_EQ(Pass().outcome, kNothingToDo);
 }
 
+// What the pass threw away that was cut off, and what the one throws away that ends it, belong
+// together: neither pushes the other out.
+TEST_F(TornImage, PushesNothingOutOfTheTrash) {
+  options.trashPasses = 1;
+  ASSERT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(InTrash().at("image replaced DISK.IMG"), old);
+  EXPECT_EQ(InTrash().at("half written DISK.IMG").size(), old.size());
+  folder.File("host/b.txt", "b");
+  ASSERT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(InTrash(), (FileTree{{"image replaced DISK.IMG", whole}}));
+}
+
 TEST_F(TornImage, WithoutTheWholeOne_IsToldForWhatItIs) {
   std::filesystem::remove(Whole());
   const GuardedReport report = Pass();
@@ -166,6 +180,32 @@ TEST_F(TornImage, GivesWayToAnyOtherOneThatIsAccepted) {
 }
 
 class Leftover : public GuardedPair {};
+
+TEST_F(Leftover, ThatMayNotBeTakenAway_IsLeftAlone) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs another user";
+  namespace fs = std::filesystem;
+  folder.File("host/d/a.txt", "a");
+  BuildAndAgree();
+  folder.File("host/d/.quorbix-1-7fffffff-3.tmp", "half way");
+  folder.File("host/b.txt", "b");
+  for (const fs::path& place : {folder.Path(), Host(), StateFolder()}) {
+    fs::permissions(place, fs::perms{0777});
+  }
+  for (const fs::path& file : {Image(), StateFolder() / "state", StateFolder() / "lock"}) {
+    fs::permissions(file, fs::perms{0666});
+  }
+  fs::permissions(Host() / "d", fs::perms{0555});
+  const int status = test::RunInChild({.dropRoot = true}, [&] {
+    const GuardedReport report = Sync()->Pass();
+    const bool isTold = std::any_of(
+        report.notes.begin(), report.notes.end(),
+        [](const GuardedNote& note) { return note.path == "d/.quorbix-1-7fffffff-3.tmp"; });
+    if (report.outcome != kDone || !isTold) return 1;
+    return Sync()->Pass().outcome == kNothingToDo ? 0 : 2;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(folder.Exists("host/d/.quorbix-1-7fffffff-3.tmp"));
+}
 
 TEST_F(Leftover, OfTheFolder_IsToldOnce) {
   folder.File("host/d/a.txt", "a");

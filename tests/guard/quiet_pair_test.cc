@@ -291,6 +291,34 @@ TEST(Verify, FileWrittenThroughAMapping_IsFound) {
   EXPECT_EQ(test::GuestEditor(image).Files().at("A.TXT"), "new");
 }
 
+// Such a file is no reason to wait for ever: the next pass reads it.
+TEST(MappedFile, WhoseTimesDoNotTell_IsReadOnceItIsFoundToDiffer) {
+  const auto memory = test::MemoryFolder::OrOnDisk();
+  const fs::path host = memory.Path() / "host";
+  const fs::path image = memory.Path() / "DISK.IMG";
+  fs::create_directory(host);
+  test::WriteWholeFile(host / "a.txt", "...");
+  const Descriptor file = OpenHostPath((host / "a.txt").c_str(), O_RDWR);
+  void* bytes = ::mmap(nullptr, 3, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
+  ASSERT_NE(bytes, MAP_FAILED);
+  std::memcpy(bytes, "old", 3);
+  ASSERT_TRUE(CreateFat16Builder()->Build(host, image, std::uint64_t{3} << 20));
+  GuardedSyncOptions options;
+  options.settle = std::chrono::milliseconds(0);
+  test::secondsAhead = 10;
+  EXPECT_EQ(CreateGuardedFolderSync(image, host, options)->Pass().outcome, kNothingToDo);
+  std::memcpy(bytes, "new", 3);
+  test::WriteWholeFile(host / "b.txt", "b");
+  const GuardedReport first = CreateGuardedFolderSync(image, host, options)->Pass();
+  const GuardedReport second = CreateGuardedFolderSync(image, host, options)->Pass();
+  test::secondsAhead = 0;
+  ::munmap(bytes, 3);
+  EXPECT_EQ(first.outcome, kNotNow);
+  EXPECT_EQ(first.message, "a.txt has changed since it was looked at");
+  EXPECT_EQ(second.outcome, kDone) << second.message;
+  EXPECT_EQ(test::GuestEditor(image).Files().at("A.TXT"), "new");
+}
+
 // Times cannot tell whether such a file is changed once more.
 TEST_F(QuietPair, SidesThatWereChangedJustNow_AreLookedAtWhole) {
   test::secondsAhead = 0;

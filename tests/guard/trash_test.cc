@@ -4,11 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "common/host_file.h"
 #include "guard/host_view.h"
 #include "guard/paths.h"
 #include "guard/renames.h"
+#include "guard/rights.h"
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 #include "support/child_process.h"
 #include "support/memory_folder.h"
@@ -307,7 +309,7 @@ TEST_F(Trash, TooManyPasses_LoseTheOldest) {
     folder.File("a" + std::to_string(i), "12345");
     Throw("a" + std::to_string(i), "2026-11-21 17.20.0" + std::to_string(i));
   }
-  TrimTrash(StateFolder(), 3, 1'000'000);
+  TrimTrash(StateFolder(), {3, 1'000'000});
   EXPECT_THAT(ListedPaths(), ElementsAre("a3", "a4", "a5"));
 }
 
@@ -316,32 +318,84 @@ TEST_F(Trash, TooManyBytes_LoseTheOldestButNeverTheLatest) {
     folder.File("a" + std::to_string(i), std::string(1000, 'x'));
     Throw("a" + std::to_string(i), "2026-11-21 17.20.0" + std::to_string(i));
   }
-  TrimTrash(StateFolder(), 50, 3000);  // the manifests count as well
+  TrimTrash(StateFolder(), {50, 3000});  // the manifests count as well
   EXPECT_THAT(ListedPaths(), ElementsAre("a3", "a4"));
-  TrimTrash(StateFolder(), 50, 10);
+  TrimTrash(StateFolder(), {50, 10});
+  EXPECT_THAT(ListedPaths(), ElementsAre("a4"));
+}
+
+TEST_F(Trash, PassesThatCameToNothing_TakeNobodysPlace) {
+  folder.File("a", "12345");
+  Throw("a", "2026-11-21 17.20.01");
+  for (int i = 2; i <= 5; ++i) {
+    // As a kill leaves it, with a copy that was not whole yet.
+    TrashRun run(StateFolder(), "2026-11-21 17.20.0" + std::to_string(i));
+    std::vector<fs::path> places;
+    std::string err;
+    ASSERT_TRUE(run.Announce({{"folder", "b", "deleted"}}, places, err)) << err;
+    test::WriteWholeFile(PartOf(places.at(0)), std::string(100'000, 'x'));
+  }
+  EXPECT_GT(MeasureTrash(StateFolder(), {1, 10}).spare, 100'000u);
+  TrimTrash(StateFolder(), {1, 10});
+  EXPECT_THAT(ListedPaths(), ElementsAre("a"));
+  EXPECT_EQ(LatestPassIn(StateFolder()), "2026-11-21_17.20.01");
+}
+
+TEST_F(Trash, RunThatCameToNothing_LeavesNothing) {
+  TrashRun run(StateFolder(), kWhen);
+  run.DropIfEmpty();
+  std::vector<fs::path> places;
+  std::string err;
+  ASSERT_TRUE(run.Announce({{"folder", "a", "deleted"}}, places, err)) << err;
+  EXPECT_TRUE(fs::exists(places.at(0).parent_path()));
+  run.DropIfEmpty();
+  EXPECT_FALSE(fs::exists(places.at(0).parent_path()));
+}
+
+TEST_F(Trash, RunThatHoldsSomething_Stays) {
+  TrashRun run(StateFolder(), kWhen);
+  std::vector<fs::path> places;
+  std::string err;
+  ASSERT_TRUE(run.Announce({{"folder", "a", "deleted"}}, places, err)) << err;
+  test::WriteWholeFile(places.at(0), "a");
+  run.DropIfEmpty();
+  EXPECT_THAT(ListedPaths(), ElementsAre("a"));
+}
+
+TEST_F(Trash, WhatAnUnfinishedPassHasThrownAway_Stays) {
+  for (int i = 1; i <= 4; ++i) {
+    folder.File("a" + std::to_string(i), "12345");
+    Throw("a" + std::to_string(i), "2026-11-21 17.20.0" + std::to_string(i));
+  }
+  TrimTrash(StateFolder(), {1, 10, "2026-11-21_17.20.02"});
+  EXPECT_THAT(ListedPaths(), ElementsAre("a3", "a4"));
+  TrimTrash(StateFolder(), {1, 10, ""});
+  EXPECT_THAT(ListedPaths(), ElementsAre("a3", "a4"));
+  EXPECT_EQ(MeasureTrash(StateFolder(), {1, 10, ""}).spare, 0u);
+  TrimTrash(StateFolder(), {1, 10});
   EXPECT_THAT(ListedPaths(), ElementsAre("a4"));
 }
 
 TEST_F(Trash, Size_IsWhatAFileSystemWouldGetBack) {
-  EXPECT_EQ(MeasureTrash(StateFolder(), 50, 10).held, 0u);
+  EXPECT_EQ(MeasureTrash(StateFolder(), {50, 10}).held, 0u);
   for (int i = 1; i <= 3; ++i) {
     folder.File("a" + std::to_string(i), std::string(100'000, 'x'));
     Throw("a" + std::to_string(i), "2026-11-21 17.20.0" + std::to_string(i));
   }
-  EXPECT_EQ(MeasureTrash(StateFolder(), 50, 1'000'000).spare, 0u);
-  const TrashSize before = MeasureTrash(StateFolder(), 50, 10);
+  EXPECT_EQ(MeasureTrash(StateFolder(), {50, 1'000'000}).spare, 0u);
+  const TrashSize before = MeasureTrash(StateFolder(), {50, 10});
   EXPECT_GE(before.spare, 200'000u);
   EXPECT_GE(before.held, before.spare + 100'000);
-  TrimTrash(StateFolder(), 50, 10);
-  EXPECT_EQ(MeasureTrash(StateFolder(), 50, 10).held, before.held - before.spare);
-  EXPECT_EQ(MeasureTrash(StateFolder(), 50, 10).spare, 0u);
+  TrimTrash(StateFolder(), {50, 10});
+  EXPECT_EQ(MeasureTrash(StateFolder(), {50, 10}).held, before.held - before.spare);
+  EXPECT_EQ(MeasureTrash(StateFolder(), {50, 10}).spare, 0u);
 }
 
 TEST_F(Trash, FileThatHasAnotherNameToo_GivesNothingBack) {
   folder.File("a", std::string(100'000, 'x')).File("b", "b");
   fs::create_hard_link(folder / "a", folder / "other");
   Throw("a");
-  EXPECT_LT(MeasureTrash(StateFolder(), 50, 1'000'000).held, 100'000u);
+  EXPECT_LT(MeasureTrash(StateFolder(), {50, 1'000'000}).held, 100'000u);
 }
 
 TEST_F(Trash, PassAfterTheClockWasSetBack_IsTheLatest) {
@@ -350,8 +404,20 @@ TEST_F(Trash, PassAfterTheClockWasSetBack_IsTheLatest) {
   folder.File("new", "12345");
   Throw("new", "2026-11-21 16.20.05");
   EXPECT_THAT(ListedPaths(), ElementsAre("old", "new"));
-  TrimTrash(StateFolder(), 1, 1'000'000);
+  TrimTrash(StateFolder(), {1, 1'000'000});
   EXPECT_THAT(ListedPaths(), ElementsAre("new"));
+}
+
+TEST_F(Trash, PassInTheSecondOfOneThatIsGone_IsTheLatest) {
+  for (const char* name : {"a", "b"}) {
+    folder.File(name, "1");
+    Throw(name);
+  }
+  TrimTrash(StateFolder(), {1, 1'000'000});
+  folder.File("c", "1");
+  Throw("c");
+  TrimTrash(StateFolder(), {1, 1'000'000});
+  EXPECT_THAT(ListedPaths(), ElementsAre("c"));
 }
 
 TEST_F(Trash, MoreThanNinePassesInOneSecond_StayInTheirOrder) {
@@ -359,7 +425,7 @@ TEST_F(Trash, MoreThanNinePassesInOneSecond_StayInTheirOrder) {
     folder.File("a" + std::to_string(i), "12345");
     Throw("a" + std::to_string(i));
   }
-  TrimTrash(StateFolder(), 2, 1'000'000);
+  TrimTrash(StateFolder(), {2, 1'000'000});
   EXPECT_THAT(ListedPaths(), ElementsAre("a10", "a11"));
 }
 
@@ -370,7 +436,7 @@ TEST_F(Trash, FoldersOfOtherNames_AreNeitherListedNorTrimmed) {
   }
   folder.File("state/trash/2026/photo", "x").File("state/trash/a/photo", "x");
   folder.File("state/trash/2026-11-21_17.20.05#x/photo", "x");
-  TrimTrash(StateFolder(), 1, 1'000'000);
+  TrimTrash(StateFolder(), {1, 1'000'000});
   EXPECT_THAT(ListedPaths(), ElementsAre("a2"));
   EXPECT_TRUE(folder.Exists("state/trash/2026/photo"));
   EXPECT_TRUE(folder.Exists("state/trash/a/photo"));
@@ -406,6 +472,24 @@ TEST_F(Renames, NameOfSomebodyElse_IsLeftAlone) {
   EXPECT_FALSE(RenameIfFree(top.Get(), "a", top.Get(), "b"));
   EXPECT_EQ(errno, EEXIST);
   EXPECT_EQ(folder.Read("b"), "2");
+}
+
+// In a folder that all may write, a file of somebody else's can get a second name and not lose one.
+TEST_F(Renames, FileOfAnotherUserInAStickyFolder_GetsNoSecondName) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs another user";
+  folder.File("a", "1");
+  fs::permissions(folder / "a", fs::perms{0666});
+  fs::permissions(folder.Path(), fs::perms{01777});
+  const int status = test::RunInChild({.dropRoot = true}, [&] {
+    const Descriptor top = Top();
+    if (MayTakeAway(top.Get(), "a") || MayTakeAway(AT_FDCWD, folder / "a")) return 1;
+    if (RenameIfFree(top.Get(), "a", top.Get(), "b")) return 2;
+    test::WriteWholeFile(folder / "own", "2");
+    return MayTakeAway(top.Get(), "own") ? 0 : 3;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_FALSE(folder.Exists("b"));
+  EXPECT_EQ(folder.Read("a"), "1");
 }
 
 TEST_F(Renames, Exchange_SwapsBoth) {

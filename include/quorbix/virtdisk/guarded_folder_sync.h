@@ -168,7 +168,7 @@ struct GuardedSyncOptions {
   std::size_t mostDeletions = 10;
   double mostDeletedShare = 0.5;
   // The trash keeps no more than this many passes and this many bytes; the oldest go first, and the
-  // latest stays whatever its size.
+  // latest stays whatever its size. One that was cut off and the one that ends it count as one.
   std::size_t trashPasses = 50;
   std::uint64_t trashBytes = std::uint64_t{4} << 30;
   // Writes a new image over the old one's bytes, for a machine that has the file open, instead of
@@ -224,7 +224,7 @@ struct TrashedItem {
   std::string time;  // of the pass that put it there: "2026-11-21 17.20.05"
   std::string side;  // "folder" or "disk"
   std::string path;  // where it was: relative to the folder; a whole image's is its file name
-  std::string why;   // "replaced", "deleted", "image replaced", "left over"
+  std::string why;   // "replaced", "deleted", "image replaced", "half written", "left over"
   std::uint64_t bytes = 0;
 };
 

@@ -261,7 +261,8 @@ class Synchroniser {
     if (report.outcome == GuardedOutcome::kRefused) return PrintRefusal(console, report, accepted);
     if (report.outcome == GuardedOutcome::kFailed) {
       Fail(console, report.message,
-           "Nothing is lost: what was replaced is in the trash, see `virtdisk restore`.");
+           "Nothing is lost: what was replaced is in the trash, see `virtdisk restore`, or comes "
+           "there with the next pass.");
     } else if (IsKeptInStep()) {
       Remark(console, "waiting: " + report.message);
     } else {

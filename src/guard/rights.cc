@@ -1,0 +1,36 @@
+#include "guard/rights.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "guard/paths.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace fs = std::filesystem;
+
+bool MayChange(const fs::path& folder) {
+  return ::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+bool MayWrite(const fs::path& file) {
+  return ::faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
+// In a folder with the sticky bit an entry is its owner's to take away, and the folder's owner's.
+bool MayTakeAway(int folder, const std::string& name) {
+  const std::string parent = ParentOf(name);
+  const std::string in = parent.empty() ? "." : parent;
+  if (::faccessat(folder, in.c_str(), W_OK | X_OK, AT_EACCESS) != 0) return false;
+  struct ::stat above;
+  struct ::stat entry;
+  if (::fstatat(folder, in.c_str(), &above, 0) != 0 ||
+      ::fstatat(folder, name.c_str(), &entry, AT_SYMLINK_NOFOLLOW) != 0) {
+    return false;
+  }
+  const ::uid_t self = ::geteuid();
+  return (above.st_mode & S_ISVTX) == 0 || self == 0 || self == above.st_uid ||
+         self == entry.st_uid;
+}
+
+}  // namespace quorbix::virtdisk::internal::guard
