@@ -4,6 +4,7 @@
 #include <optional>
 #include <utility>
 
+#include "guard/folder_lock.h"
 #include "guard/guarded_pass.h"
 #include "guard/quiet_sides.h"
 #include "guard/sight.h"
@@ -94,6 +95,10 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     GuardedReport locked;
     bool canBeSaved = true;
     if (!TakeLockIfKnown(places, canBeSaved, locked)) return locked;
+    if (!folderLock.Take(places.folder, locked.message)) {
+      locked.outcome = GuardedOutcome::kNotNow;
+      return locked;
+    }
     if (isFirst && !options.verify) quiet = QuietSides::Load(places);
     if (quiet && lock.IsHeld() && quiet->AreStill(places)) return quiet->Report();
     quiet.reset();
@@ -173,6 +178,7 @@ class GuardedFolderSync final : public IGuardedFolderSync {
   const std::filesystem::path folder;
   const GuardedSyncOptions options;
   StateLock lock;
+  FolderLock folderLock;
   std::optional<QuietSides> quiet;  // after a pass that had nothing to do
 };
 

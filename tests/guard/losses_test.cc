@@ -28,7 +28,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using testing::Pair;
 using testing::SizeIs;
 using enum GuardedOutcome;
 using enum GuardedHazard;
@@ -87,8 +86,8 @@ TEST_F(Losses, DeletionWhileNothingRan_GuardedCarriesItOver) {
   Pass();
   folder.Remove("host/A.TXT");
   EXPECT_EQ(Pass().outcome, kDone);
-  EXPECT_THAT(OnHost(), Not(Contains(Pair("A.TXT", "a"))));
-  EXPECT_THAT(OnDisk(), Not(Contains(Pair("A.TXT", "a"))));
+  EXPECT_THAT(OnHost(), Not(Contains(testing::Pair("A.TXT", "a"))));
+  EXPECT_THAT(OnDisk(), Not(Contains(testing::Pair("A.TXT", "a"))));
 }
 
 // The FATs and the directories are there, the files are not.
@@ -100,7 +99,7 @@ TEST_F(Losses, ImageCutShort_PlainDeletesTheFolder) {
   PlainPass();
   fs::resize_file(Image(), kCutBytes);
   PlainPass();
-  EXPECT_THAT(OnHost(), Not(Contains(Pair("A.TXT", std::string(200000, 'a')))));
+  EXPECT_THAT(OnHost(), Not(Contains(testing::Pair("A.TXT", std::string(200000, 'a')))));
 }
 
 TEST_F(Losses, ImageCutShort_GuardedRefuses) {
@@ -271,7 +270,7 @@ TEST_F(Losses, LongName_PlainMakesTwins) {
   folder.File("host/Long File Name.txt", "long");
   BuildImage();
   PlainPass();
-  EXPECT_THAT(OnHost(), Contains(Pair("LONG_FIL.TXT", "long")));
+  EXPECT_THAT(OnHost(), Contains(testing::Pair("LONG_FIL.TXT", "long")));
 }
 
 TEST_F(Losses, LongName_GuardedKeepsItsName) {
@@ -324,7 +323,7 @@ TEST_F(Losses, Conflict_GuardedKeepsBoth) {
   GuestWrites("A.TXT", "of the guest");
   EXPECT_EQ(Pass().outcome, kDone);
   EXPECT_EQ(OnHost().at("A.TXT"), "of the host");
-  EXPECT_THAT(OnHost(), Contains(Pair(testing::StartsWith("A (disk 2"), "of the guest")));
+  EXPECT_THAT(OnHost(), Contains(testing::Pair(testing::StartsWith("A (disk 2"), "of the guest")));
 }
 
 // A builder that reads the folder, and before it writes the image somebody else's turn comes.
@@ -365,8 +364,8 @@ TEST_F(Losses, TwoSyncsOnOnePair_PlainDeletesWhatTheOtherBrought) {
   RunSyncPass(Image(), Host(), plainState,
               [&] { return std::make_unique<HeldUpBuilder>(otherBringsFile); });
   RunSyncPass(Image(), Host(), other);
-  EXPECT_THAT(OnHost(), Not(Contains(Pair("GUEST.TXT", "of the guest"))));
-  EXPECT_THAT(OnDisk(), Not(Contains(Pair("GUEST.TXT", "of the guest"))));
+  EXPECT_THAT(OnHost(), Not(Contains(testing::Pair("GUEST.TXT", "of the guest"))));
+  EXPECT_THAT(OnDisk(), Not(Contains(testing::Pair("GUEST.TXT", "of the guest"))));
 }
 
 TEST_F(Losses, TwoSyncsOnOnePair_GuardedTellsTheSecondWhoIsFirst) {
@@ -508,7 +507,7 @@ TEST_F(Losses, FilesBehindALinkToAFolder_GuardedKeepsTheGuestsEdit) {
   BuildAndAgree();
   GuestWrites("LINK/L.TXT", "of the guest");
   EXPECT_EQ(Pass().outcome, kDone);
-  EXPECT_THAT(OnHost(), Contains(Pair(HasSubstr("L.TXT"), "of the guest")));
+  EXPECT_THAT(OnHost(), Contains(testing::Pair(HasSubstr("L.TXT"), "of the guest")));
   EXPECT_EQ(folder.Read("elsewhere/L.TXT"), "l");
 }
 

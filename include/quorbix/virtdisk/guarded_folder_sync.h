@@ -202,8 +202,9 @@ class QUORBIX_VIRTDISK_EXPORT IGuardedFolderSync {
   // no content is lost, and the next one goes on from there. What changes while a pass runs is left
   // for the next one.
   //
-  // The first call takes the lock of the state's folder, which this object then keeps; it is
-  // kNotNow while another one has it.
+  // The first call takes the lock of the state's folder and that of the folder itself, which this
+  // object then keeps; it is kNotNow while another one has either. Both are those of flock(2); a
+  // folder on a file system without them is kept in step all the same.
   virtual GuardedReport Pass(const std::vector<GuardedHazard>& accepted = {}) = 0;
 };
 

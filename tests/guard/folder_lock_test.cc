@@ -1,0 +1,120 @@
+// Two that work on one folder of the host and remember it in different places.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "guard/guarded_pair.h"
+#include "support/child_process.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::Not;
+using enum GuardedOutcome;
+
+class TwoOnOneFolder : public GuardedPair {
+ protected:
+  void SetUp() override {
+    folder.File("host/a.txt", "a").File("host/b.txt", "b");
+    BuildImage();
+    fs::copy_file(Image(), folder / "OTHER.IMG");
+    first = Sync();
+    ASSERT_EQ(first->Pass().outcome, kNothingToDo);
+  }
+
+  // Of the same folder, with an image and a state folder of its own.
+  std::unique_ptr<IGuardedFolderSync> Other(const std::string& host = "host") const {
+    return CreateGuardedFolderSync(folder / "OTHER.IMG", folder / host, options);
+  }
+
+  std::string HeldBy(::pid_t process) const {
+    return "process " + std::to_string(process) + " keeps the folder " + Host().string() +
+           " in step already, and remembers it elsewhere";
+  }
+
+  std::unique_ptr<IGuardedFolderSync> first;
+};
+
+TEST_F(TwoOnOneFolder, Second_IsToldWhoIsFirst) {
+  const auto second = Other();
+  const GuardedReport report = second->Pass();
+  EXPECT_EQ(report.outcome, kNotNow);
+  EXPECT_EQ(report.message, HeldBy(::getpid()));
+  folder.File("host/a.txt", "edited");
+  EXPECT_EQ(second->Pass().outcome, kNotNow);
+  EXPECT_EQ(first->Pass().outcome, kDone);
+  first.reset();
+  EXPECT_EQ(second->Pass().outcome, kDone);
+}
+
+TEST_F(TwoOnOneFolder, SecondOfTheSameImage_IsToldAsWell) {
+  GuardedSyncOptions elsewhere = options;
+  elsewhere.stateFolder = folder / "state";
+  const auto second = CreateGuardedFolderSync(Image(), Host(), elsewhere);
+  EXPECT_EQ(second->Pass().message, HeldBy(::getpid()));
+  EXPECT_FALSE(folder.Exists("state"));
+  first.reset();
+  EXPECT_EQ(second->Pass().outcome, kNothingToDo);
+}
+
+TEST_F(TwoOnOneFolder, SecondInAnotherProcess_IsToldWhoIsFirst) {
+  const ::pid_t self = ::getpid();
+  const int status = test::RunInChild({}, [&] {
+    const GuardedReport report = Other()->Pass();
+    return report.outcome == kNotNow && report.message == HeldBy(self) ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(TwoOnOneFolder, Preview_IsNobodysBusiness) {
+  EXPECT_EQ(Other()->Preview().outcome, kNothingToDo);
+  const auto second = Other();
+  ASSERT_EQ(second->Preview().outcome, kNothingToDo);
+  EXPECT_EQ(first->Pass().outcome, kNothingToDo);
+}
+
+TEST_F(TwoOnOneFolder, FolderInTheOthersPlace_BelongsToWhoeverComesFirst) {
+  fs::rename(Host(), folder / "moved");
+  fs::copy(folder / "moved", Host());
+  auto second = Other();
+  EXPECT_EQ(second->Pass().outcome, kNothingToDo);
+  EXPECT_EQ(first->Pass().message, HeldBy(::getpid()));
+  second.reset();
+  EXPECT_THAT(HazardsOf(first->Pass()), testing::ElementsAre(GuardedHazard::kFolderReplaced));
+  // The one that was there before is let go.
+  GuardedSyncOptions elsewhere = options;
+  elsewhere.stateFolder = folder / "state";
+  const auto third = CreateGuardedFolderSync(folder / "OTHER.IMG", folder / "moved", elsewhere);
+  EXPECT_THAT(third->Pass().message, Not(HasSubstr("keeps the folder")));
+}
+
+TEST_F(TwoOnOneFolder, FolderThatIsGone_IsLetGo) {
+  fs::rename(Host(), folder / "moved");
+  EXPECT_THAT(Other("moved")->Pass().message, HasSubstr("keeps the folder"));
+  EXPECT_EQ(first->Pass().outcome, kRefused);
+  EXPECT_EQ(Other("moved")->Pass().outcome, kNothingToDo);
+}
+
+// Nobody locks the image: its id tells.
+TEST_F(TwoOnOneFolder, OneImageWithTwoFolders_IsFoundReplaced) {
+  folder.File("elsewhere/a.txt", "a").File("elsewhere/b.txt", "b");
+  GuardedSyncOptions others = options;
+  others.stateFolder = folder / "state";
+  const auto second = CreateGuardedFolderSync(Image(), folder / "elsewhere", others);
+  ASSERT_EQ(second->Pass().outcome, kNothingToDo);
+  folder.File("host/a.txt", "edited");
+  ASSERT_EQ(first->Pass().outcome, kDone);
+  folder.File("elsewhere/b.txt", "edited");
+  EXPECT_THAT(HazardsOf(second->Pass()), testing::ElementsAre(GuardedHazard::kImageReplaced));
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "edited"}, {"B.TXT", "b"}}));
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal::guard
