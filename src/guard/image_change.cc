@@ -53,6 +53,21 @@ bool IsSameFile(const fs::path& one, const fs::path& other) {
   return a && b && a->identity == b->identity;
 }
 
+// Whether what was read back says what was made about everything but contents: both boot sectors,
+// and of each entry the attributes, times and dates.
+bool HasMarksOf(const Fat16Image& made, const DiskView& view) {
+  const auto bytes = made.Bytes();
+  const auto isAt = [&](std::uint64_t offset, const auto& read) {
+    return std::equal(read.begin(), read.end(),
+                      bytes.begin() + static_cast<std::ptrdiff_t>(offset));
+  };
+  return view.facts.bytes == bytes.size() && isAt(0, view.masterBoot) &&
+         isAt(kSectorBytes, view.boot) &&
+         std::all_of(view.entries.begin(), view.entries.end(), [&](const auto& entry) {
+           return isAt(entry.second.slotOffset + dir_entry::kAttributes, entry.second.marks);
+         });
+}
+
 }  // namespace
 
 ImageChange::ImageChange(const fs::path& image, const Stamp& old, TrashRun& trashRun,
@@ -64,7 +79,7 @@ Ending ImageChange::Save(const Fat16Image& made, const fs::path& whole,
   Descriptor file = OpenHostPath(whole.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
   if (!file) return Cannot("make the new image", whole);
   Ending ending = SaveTo(file, made, whole);
-  if (ending.IsDone()) ending = Verify(whole, expected);
+  if (ending.IsDone()) ending = Verify(made, whole, expected);
   // It would take the room that the next pass needs.
   if (!ending.IsDone()) ::unlink(whole.c_str());
   return ending;
@@ -83,7 +98,8 @@ Ending ImageChange::SaveTo(Descriptor& file, const Fat16Image& made, const fs::p
   return {};
 }
 
-Ending ImageChange::Verify(const fs::path& whole, const std::map<std::string, DiskItem>& expected) {
+Ending ImageChange::Verify(const Fat16Image& made, const fs::path& whole,
+                           const std::map<std::string, DiskItem>& expected) {
   const DiskView view = LookAtDisk(whole, GuardedWork::kCheckDisk, monitor);
   if (view.result == DiskView::Result::kStopped) return Ending::Stopped();
   const auto isAsPlanned = [](const auto& planned, const auto& read) {
@@ -95,7 +111,7 @@ Ending ImageChange::Verify(const fs::path& whole, const std::map<std::string, Di
   const bool isSound = view.facts.state == ImageFacts::State::kPresent && view.facts.damage.empty();
   const bool isSame = isSound && std::equal(expected.begin(), expected.end(), view.items.begin(),
                                             view.items.end(), isAsPlanned);
-  if (isSame) return {};
+  if (isSame && HasMarksOf(made, view)) return {};
   return Ending::Failed("the new image " + whole.string() + " does not hold what was planned");
 }
 

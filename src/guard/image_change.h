@@ -40,7 +40,7 @@ class ImageChange {
  private:
   bool IsAsSeen(const std::filesystem::path& file) const;
   Ending SaveTo(Descriptor& file, const Fat16Image& made, const std::filesystem::path& whole);
-  Ending Verify(const std::filesystem::path& whole,
+  Ending Verify(const Fat16Image& made, const std::filesystem::path& whole,
                 const std::map<std::string, DiskItem>& expected);
   Ending RenameByLink(const std::filesystem::path& whole, const std::filesystem::path& place);
   Ending TakeBack(const std::filesystem::path& whole, const Stamp& made, Ending why) const;

@@ -1,0 +1,435 @@
+// Calls of the system that fail under a pass, one kind at a time, and bytes that are read back as
+// others than were written.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "guard/contents.h"
+#include "guard/guarded_pair.h"
+#include "quorbix/virtdisk/fat16_fs_image.h"
+#include "support/next_function.h"
+
+namespace {
+
+using quorbix::virtdisk::test::NextOf;
+
+// Is asked before each call: the error with which it fails, or 0. Its own calls are not asked
+// about.
+using Answer = std::function<int(std::string_view call, const std::string& path)>;
+Answer answer;
+std::set<std::size_t> flippedBytes;  // offsets in new images, whose lowest bit is read as another
+
+bool IsRefused(std::string_view call, const std::string& path) {
+  if (!answer) return false;
+  Answer asked;
+  asked.swap(answer);
+  const int error = asked(call, path);
+  asked.swap(answer);
+  if (error != 0) errno = error;
+  return error != 0;
+}
+
+std::string PathOf(int file) {
+  std::array<char, 4096> path{};
+  const std::string link = "/proc/self/fd/" + std::to_string(file);
+  const ssize_t length = ::readlink(link.c_str(), path.data(), path.size());
+  return length < 0 ? "" : std::string(path.data(), static_cast<std::size_t>(length));
+}
+
+std::string PathIn(int folder, const char* path) {
+  return *path == '/' || folder == AT_FDCWD ? path : PathOf(folder) + '/' + path;
+}
+
+bool IsRefused(std::string_view call, int file) { return answer && IsRefused(call, PathOf(file)); }
+
+bool IsNewImage(const std::string& path) { return path.find("/.quorbix-") != std::string::npos; }
+
+}  // namespace
+
+// These stand in front of the C library's functions for the whole program.
+
+extern "C" int openat(int folder, const char* path, int flags, ...) {
+  std::va_list rest;
+  va_start(rest, flags);
+  const int mode = va_arg(rest, int);
+  va_end(rest);
+  const bool isMade = (flags & O_CREAT) != 0;
+  if (isMade && answer && IsRefused("openat", PathIn(folder, path))) return -1;
+  return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
+}
+
+extern "C" ssize_t write(int file, const void* bytes, size_t size) {
+  if (IsRefused("write", file)) return -1;
+  return NextOf<ssize_t(int, const void*, size_t)>("write")(file, bytes, size);
+}
+
+extern "C" ssize_t pread(int file, void* buffer, size_t size, off_t offset) {
+  const ssize_t got =
+      NextOf<ssize_t(int, void*, size_t, off_t)>("pread")(file, buffer, size, offset);
+  if (flippedBytes.empty() || !IsNewImage(PathOf(file))) return got;
+  for (const std::size_t flipped : flippedBytes) {
+    const auto begin = static_cast<std::size_t>(offset);
+    const bool isRead = flipped >= begin && flipped < begin + static_cast<std::size_t>(got);
+    if (isRead) static_cast<std::uint8_t*>(buffer)[flipped - begin] ^= 1;
+  }
+  return got;
+}
+
+extern "C" int fsync(int file) {
+  return IsRefused("fsync", file) ? -1 : NextOf<int(int)>("fsync")(file);
+}
+
+extern "C" int fdatasync(int file) {
+  return IsRefused("fdatasync", file) ? -1 : NextOf<int(int)>("fdatasync")(file);
+}
+
+extern "C" int syncfs(int file) noexcept {
+  return IsRefused("syncfs", file) ? -1 : NextOf<int(int)>("syncfs")(file);
+}
+
+extern "C" int flock(int file, int operation) noexcept {
+  return IsRefused("flock", file) ? -1 : NextOf<int(int, int)>("flock")(file, operation);
+}
+
+extern "C" int mkdir(const char* path, mode_t mode) noexcept {
+  return IsRefused("mkdir", path) ? -1 : NextOf<int(const char*, mode_t)>("mkdir")(path, mode);
+}
+
+extern "C" int renameat2(int fromFolder, const char* from, int toFolder, const char* to,
+                         unsigned flags) noexcept {
+  if (answer && IsRefused("renameat2", PathIn(toFolder, to))) return -1;
+  return NextOf<int(int, const char*, int, const char*, unsigned)>("renameat2")(
+      fromFolder, from, toFolder, to, flags);
+}
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+using enum GuardedOutcome;
+
+class RefusedCall : public GuardedPair {
+ protected:
+  ~RefusedCall() override {
+    answer = nullptr;
+    flippedBytes.clear();
+  }
+
+  static std::vector<std::string> NamesIn(const fs::path& place) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(place)) {
+      names.push_back(entry.path().filename());
+    }
+    return names;
+  }
+
+  bool IsOfHost(const std::string& path) const {
+    return path == Host() || path.starts_with(Host().string() + '/');
+  }
+};
+
+// --- the new image
+
+struct Spot {
+  const char* name;
+  std::function<std::set<std::size_t>(const std::vector<std::uint8_t>& image)> bytes;
+};
+
+std::size_t OffsetOf(const std::vector<std::uint8_t>& image, std::string_view text) {
+  const auto found = std::search(image.begin(), image.end(), text.begin(), text.end());
+  EXPECT_NE(found, image.end()) << text;
+  return static_cast<std::size_t>(found - image.begin());
+}
+
+constexpr std::string_view kSlot = "LONG    TXT";
+
+// Of each FAT, the word of the first cluster of LONG.TXT.
+std::array<std::size_t, 2> ChainOf(const std::vector<std::uint8_t>& bytes) {
+  Fat16FsImage image;
+  std::string err;
+  EXPECT_TRUE(image.LoadFromBytes(bytes, err)) << err;
+  const std::size_t slot = OffsetOf(bytes, kSlot);
+  const std::size_t cluster = bytes[slot + 26] + 256u * bytes[slot + 27];
+  const std::size_t first = image.Info().fatStartSector * std::size_t{512} + 2 * cluster;
+  return {first, first + image.Info().sectorsPerFat * std::size_t{512}};
+}
+
+const Spot kSpots[] = {
+    {"Content", [](const auto& image) { return std::set{OffsetOf(image, "long text") + 1000}; }},
+    {"FirstFat", [](const auto& image) { return std::set{ChainOf(image)[0]}; }},
+    {"SecondFat", [](const auto& image) { return std::set{ChainOf(image)[1]}; }},
+    {"BothFats",
+     [](const auto& image) {
+       return std::set{ChainOf(image)[0], ChainOf(image)[1]};
+     }},
+    {"Name", [](const auto& image) { return std::set{OffsetOf(image, kSlot)}; }},
+    {"Size", [](const auto& image) { return std::set{OffsetOf(image, kSlot) + 28}; }},
+    {"FirstCluster", [](const auto& image) { return std::set{OffsetOf(image, kSlot) + 26}; }},
+    {"Attributes", [](const auto& image) { return std::set{OffsetOf(image, kSlot) + 11}; }},
+    {"Date", [](const auto& image) { return std::set{OffsetOf(image, kSlot) + 24}; }},
+    {"VolumeId", [](const auto&) { return std::set<std::size_t>{512 + 39}; }},
+    {"BootCode", [](const auto&) { return std::set<std::size_t>{100}; }},
+};
+
+class NewImageReadBack : public RefusedCall, public testing::WithParamInterface<bool> {
+ protected:
+  void SetUp() override {
+    options.inPlace = GetParam();
+    folder.File("host/long.txt", "long text" + std::string(9000, 'l')).File("host/a.txt", "a");
+    BuildAndAgree();
+    // A build may lay its clusters out in another way; the new images of passes are alike.
+    folder.File("host/a.txt", "b");
+    ASSERT_EQ(Pass().outcome, kDone);
+    fs::remove_all(StateFolder() / "trash");
+    folder.File("host/a.txt", "c");
+  }
+};
+
+TEST_P(NewImageReadBack, FlippedBit_KeepsTheOldOneAndLeavesNothingElse) {
+  const std::vector<std::uint8_t> before = test::ReadBytes(Image());
+  const auto inStateBefore = NamesIn(StateFolder());
+  for (const Spot& spot : kSpots) {
+    SCOPED_TRACE(spot.name);
+    flippedBytes = spot.bytes(before);
+    const GuardedReport report = Sync()->Pass();
+    flippedBytes.clear();
+    EXPECT_EQ(report.outcome, kFailed);
+    EXPECT_THAT(report.message, HasSubstr("does not hold what was planned"));
+    EXPECT_EQ(test::ReadBytes(Image()), before);
+    EXPECT_THAT(NamesIn(folder.Path()), UnorderedElementsAre("host", "DISK.IMG", "DISK.IMG.sync"));
+    EXPECT_THAT(NamesIn(StateFolder()), testing::UnorderedElementsAreArray(inStateBefore));
+    EXPECT_FALSE(report.steps.at(0).isDone);
+  }
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnDisk().at("A.TXT"), "c");
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, NewImageReadBack, testing::Bool(),
+                         [](const auto& way) { return way.param ? "InPlace" : "Renamed"; });
+
+// --- copies to the host
+
+struct Refusal {
+  const char* name;
+  const char* call;
+  int error;
+  bool isBeforeAnything = true;  // otherwise the files have been written by then
+};
+
+// Something of every sort is to be done.
+class CopyToTheHost : public RefusedCall, public testing::WithParamInterface<Refusal> {
+ protected:
+  void SetUp() override {
+    folder.File("host/edit.txt", "c").File("host/drop.txt", "d").File("host/sub/gone", "s");
+    folder.File("host/mine.txt", "m").File("host/gone.txt", "g");
+    BuildAndAgree();
+    GuestWrites("EDIT.TXT", "of the guest");
+    GuestWrites("NEW.TXT", "new");
+    GuestRemoves("DROP.TXT");
+    GuestRemoves("SUB/GONE");
+    GuestRemoves("SUB");
+    folder.File("host/mine.txt", "of the host").Remove("host/gone.txt");
+  }
+};
+
+TEST_P(CopyToTheHost, ThatFails_KeepsEverythingFromBeingDeletedAndTheImageFromBeingMade) {
+  const FileTree host = OnHost();
+  const auto image = test::ReadBytes(Image());
+  answer = [&](std::string_view call, const std::string& path) {
+    return call == GetParam().call && IsOfHost(path) ? GetParam().error : 0;
+  };
+  const GuardedReport report = Sync()->Pass();
+  answer = nullptr;
+  EXPECT_EQ(report.outcome, kFailed) << report.message;
+  for (const GuardedStep& step : report.steps) {
+    const bool isWritten = step.kind == GuardedStep::Kind::kWriteOnHost;
+    EXPECT_EQ(step.isDone, isWritten && !GetParam().isBeforeAnything) << step.hostPath;
+  }
+  EXPECT_EQ(test::ReadBytes(Image()), image);
+  FileTree expected = host;
+  if (!GetParam().isBeforeAnything) {
+    expected["edit.txt"] = "of the guest";
+    expected["NEW.TXT"] = "new";
+  }
+  EXPECT_EQ(OnHost(), expected);
+  EXPECT_THAT(NamesIn(folder.Path()), UnorderedElementsAre("host", "DISK.IMG", "DISK.IMG.sync"));
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(
+      OnHost(),
+      (FileTree{{"edit.txt", "of the guest"}, {"NEW.TXT", "new"}, {"mine.txt", "of the host"}}));
+  EXPECT_EQ(
+      OnDisk(),
+      (FileTree{{"EDIT.TXT", "of the guest"}, {"MINE.TXT", "of the host"}, {"NEW.TXT", "new"}}));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+INSTANTIATE_TEST_SUITE_P(Refusals, CopyToTheHost,
+                         testing::Values(Refusal{"MakingIt", "openat", ENOSPC},
+                                         Refusal{"FullDisk", "write", ENOSPC},
+                                         Refusal{"FailingDisk", "write", EIO},
+                                         Refusal{"FlushOfTheFile", "fdatasync", EIO},
+                                         Refusal{"Naming", "renameat2", EIO},
+                                         Refusal{"FlushOfTheFolder", "fsync", EIO, false}),
+                         [](const auto& refusal) { return refusal.param.name; });
+
+// One call writes out all of them.
+TEST_F(RefusedCall, FlushOfManyFiles_KeepsTheirNamesAsTheyWere) {
+  folder.File("host/a.txt", "a").File("host/drop.txt", "d");
+  BuildAndAgree();
+  for (int i = 10; i < 30; ++i) GuestWrites("F" + std::to_string(i), "f");
+  GuestRemoves("DROP.TXT");
+  bool wasCalled = false;
+  answer = [&](std::string_view call, const std::string&) {
+    wasCalled = wasCalled || call == "syncfs";
+    return call == "syncfs" ? EIO : 0;
+  };
+  const GuardedReport report = Sync()->Pass();
+  answer = nullptr;
+  EXPECT_TRUE(wasCalled);
+  EXPECT_EQ(report.outcome, kFailed);
+  EXPECT_THAT(report.message, HasSubstr("cannot write out"));
+  EXPECT_EQ(OnHost(), (FileTree{{"a.txt", "a"}, {"drop.txt", "d"}}));
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost().size(), 21u);
+}
+
+// --- flushes, wherever they are
+
+class RefusedFlush : public RefusedCall, public testing::WithParamInterface<bool> {};
+
+TEST_P(RefusedFlush, AtEveryPlace_LosesNothingAndIsEndedByTheNextPass) {
+  options.inPlace = GetParam();
+  int place = 0;
+  for (bool wasRefused = true; wasRefused && !HasFailure(); ++place) {
+    SCOPED_TRACE("at flush " + std::to_string(place));
+    fs::remove_all(folder.Path());
+    folder.File("host/edit.txt", "c1").File("host/drop.txt", "d").File("host/mine.txt", "m1");
+    BuildAndAgree();
+    GuestWrites("EDIT.TXT", "c2");
+    GuestRemoves("DROP.TXT");
+    folder.File("host/mine.txt", "m2");
+    Contents before{"c1", "c2", "d", "m1", "m2"};
+    int flushes = 0;
+    answer = [&](std::string_view call, const std::string&) {
+      const bool isFlush = call == "fsync" || call == "fdatasync" || call == "syncfs";
+      return isFlush && flushes++ == place ? EIO : 0;
+    };
+    const GuardedReport report = Sync()->Pass();
+    answer = nullptr;
+    wasRefused = flushes > place;
+    EXPECT_EQ(report.outcome, wasRefused ? kFailed : kDone) << report.message;
+    const GuardedReport next = Pass();
+    EXPECT_TRUE(next.outcome == kDone || next.outcome == kNothingToDo) << next.message;
+    EXPECT_EQ(Pass().outcome, kNothingToDo);
+    EXPECT_EQ(OnHost(), (FileTree{{"edit.txt", "c2"}, {"mine.txt", "m2"}}));
+    EXPECT_EQ(OnDisk(), (FileTree{{"EDIT.TXT", "c2"}, {"MINE.TXT", "m2"}}));
+    EXPECT_THAT(NamesIn(folder.Path()), UnorderedElementsAre("host", "DISK.IMG", "DISK.IMG.sync"));
+    Contents after;
+    AddFolder(Host(), after);
+    AddTrash(StateFolder(), after);
+    ExpectAllIn(before, after);
+  }
+  EXPECT_GE(place, 10);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, RefusedFlush, testing::Bool(),
+                         [](const auto& way) { return way.param ? "InPlace" : "Renamed"; });
+
+// --- locks
+
+// As on network file systems.
+TEST_F(RefusedCall, FolderThatCannotBeLocked_IsKeptInStepAllTheSame) {
+  folder.File("host/a.txt", "a");
+  BuildImage();
+  for (const int error : {ENOLCK, EOPNOTSUPP, EINVAL, EBADF}) {
+    answer = [&](std::string_view call, const std::string& path) {
+      return call == "flock" && path == Host() ? error : 0;
+    };
+    EXPECT_EQ(Sync()->Pass().outcome, kNothingToDo) << error;
+  }
+}
+
+// --- restoring
+
+class RefusedRestore : public RefusedCall {
+ protected:
+  void SetUp() override {
+    folder.File("host/a.txt", "old");
+    BuildAndAgree();
+    GuestWrites("A.TXT", "new");
+    ASSERT_EQ(Pass().outcome, kDone);
+    std::vector<TrashedItem> items;
+    ASSERT_TRUE(ListTrash(StateFolder(), items, err)) << err;
+    ASSERT_EQ(items.size(), 1u);
+    id = items[0].id;
+  }
+
+  bool Restore() {
+    const bool done = RestoreTrashed(StateFolder(), id, folder / "made/deep/old.txt", err);
+    answer = nullptr;
+    return done;
+  }
+
+  // Just before it is made.
+  static void Precede(const std::string& place, const std::function<void()>& other,
+                      const Answer& otherwise = {}) {
+    answer = [=](std::string_view call, const std::string& path) {
+      if (call == "mkdir" && path == place) other();
+      return otherwise ? otherwise(call, path) : 0;
+    };
+  }
+
+  std::string id;
+  std::string err;
+};
+
+TEST_F(RefusedRestore, FolderThatSomebodyElseMakesMeanwhile_IsUsed) {
+  Precede(folder / "made", [&] { folder.File("made/theirs", "t"); });
+  EXPECT_TRUE(Restore()) << err;
+  EXPECT_EQ(folder.Files("made"), (FileTree{{"deep/old.txt", "old"}, {"theirs", "t"}}));
+}
+
+TEST_F(RefusedRestore, FolderThatSomebodyElseMakesMeanwhile_IsNotTakenAwayAgain) {
+  Precede(
+      folder / "made", [&] { folder.Folder("made"); },
+      [](std::string_view call, const std::string&) { return call == "openat" ? ENOSPC : 0; });
+  EXPECT_FALSE(Restore());
+  EXPECT_THAT(err, HasSubstr("No space left on device"));
+  EXPECT_TRUE(folder.Exists("made"));
+  EXPECT_FALSE(folder.Exists("made/deep"));
+}
+
+TEST_F(RefusedRestore, FileThatSomebodyElsePutsInTheWay_Stays) {
+  Precede(folder / "made/deep", [&] { folder.File("made/deep", "theirs"); });
+  EXPECT_FALSE(Restore());
+  EXPECT_THAT(err, HasSubstr("Not a directory"));
+  EXPECT_EQ(folder.Read("made/deep"), "theirs");
+  EXPECT_THAT(NamesIn(folder / "made"), ElementsAre("deep"));
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal::guard
