@@ -1,6 +1,8 @@
 #include "guard/image_change.h"
 
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -205,18 +207,26 @@ Ending ImageChange::CopyTo(const fs::path& copy, int from) {
   const Descriptor to = OpenHostPath(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
   if (!to || !TakeAfter(to.Get(), path)) return Cannot("write", copy);
   monitor.Begin(GuardedWork::kKeep, seen.size);
+  // Where the file system can, both share their room until the image is written over.
+  const bool isShared = ::ioctl(to.Get(), FICLONE, from) == 0;
+  if (isShared) monitor.Add(seen.size);
+  Ending ending = isShared ? Ending{} : CopyBytes(from, to.Get(), copy);
+  if (ending.IsDone() && ::fsync(to.Get()) != 0) ending = Cannot("write out", copy);
+  return ending;
+}
+
+Ending ImageChange::CopyBytes(int from, int to, const fs::path& copy) {
   std::vector<std::uint8_t> buffer(kCopiedAtOnce);
   for (;;) {
     if (monitor.IsStopped()) return Ending::Stopped();
     const std::ptrdiff_t got = ReadFully(from, buffer);
     if (got < 0) return Cannot("read", path);
-    if (got == 0) break;
-    if (!WriteFully(to.Get(), std::span(buffer).first(static_cast<std::size_t>(got)))) {
+    if (got == 0) return {};
+    if (!WriteFully(to, std::span(buffer).first(static_cast<std::size_t>(got)))) {
       return Cannot("write", copy);
     }
     monitor.Add(static_cast<std::size_t>(got));
   }
-  return ::fsync(to.Get()) == 0 ? Ending{} : Cannot("write out", copy);
 }
 
 Ending ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId,

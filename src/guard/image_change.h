@@ -46,6 +46,7 @@ class ImageChange {
   Ending TakeBack(const std::filesystem::path& whole, const Stamp& made, Ending why) const;
   Ending CopyToTrash(int from, const std::string& why);
   Ending CopyTo(const std::filesystem::path& copy, int from);
+  Ending CopyBytes(int from, int to, const std::filesystem::path& copy);
   Ending CopyOver(int from, int to, std::uint32_t tornId);
 
   const std::filesystem::path path;

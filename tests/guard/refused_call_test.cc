@@ -4,7 +4,9 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -37,6 +39,8 @@ using quorbix::virtdisk::test::NextOf;
 using Answer = std::function<int(std::string_view call, const std::string& path)>;
 Answer answer;
 std::set<std::size_t> flippedBytes;  // offsets in new images, whose lowest bit is read as another
+bool sharesFiles = false;            // whether the file system has FICLONE
+int shared = 0;
 
 bool IsRefused(std::string_view call, const std::string& path) {
   if (!answer) return false;
@@ -121,6 +125,22 @@ extern "C" int renameat2(int fromFolder, const char* from, int toFolder, const c
       fromFolder, from, toFolder, to, flags);
 }
 
+extern "C" int ioctl(int file, unsigned long request, ...) noexcept {
+  std::va_list rest;
+  va_start(rest, request);
+  void* argument = va_arg(rest, void*);
+  va_end(rest);
+  if (!sharesFiles || request != FICLONE) {
+    return NextOf<int(int, unsigned long, ...)>("ioctl")(file, request, argument);
+  }
+  ++shared;
+  off64_t from = 0;
+  off64_t to = 0;
+  const int source = static_cast<int>(reinterpret_cast<std::intptr_t>(argument));
+  while (::copy_file_range(source, &from, file, &to, std::size_t{1} << 20, 0) > 0) continue;
+  return 0;
+}
+
 namespace quorbix::virtdisk::internal::guard {
 namespace {
 
@@ -136,6 +156,8 @@ class RefusedCall : public GuardedPair {
   ~RefusedCall() override {
     answer = nullptr;
     flippedBytes.clear();
+    sharesFiles = false;
+    shared = 0;
   }
 
   static std::vector<std::string> NamesIn(const fs::path& place) {
@@ -371,6 +393,33 @@ TEST_F(RefusedCall, FolderThatCannotBeLocked_IsKeptInStepAllTheSame) {
     };
     EXPECT_EQ(Sync()->Pass().outcome, kNothingToDo) << error;
   }
+}
+
+// --- the copy that a pass in place keeps
+
+TEST_F(RefusedCall, ImageOnAFileSystemThatSharesFiles_IsKeptWithoutBeingWritten) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  const std::string before = test::ReadWholeFile(Image());
+  folder.File("host/a.txt", "b");
+  options.inPlace = true;
+  GuardedProgress kept;
+  options.onProgress = [&](const GuardedProgress& told) {
+    if (told.work == GuardedWork::kKeep) kept = told;
+  };
+  sharesFiles = true;
+  bool wasWritten = false;
+  answer = [&](std::string_view call, const std::string& path) {
+    wasWritten = wasWritten || (call == "write" && path.ends_with(".part"));
+    return 0;
+  };
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
+  EXPECT_EQ(shared, 1);
+  EXPECT_FALSE(wasWritten);
+  EXPECT_EQ(kept.bytes, kImageBytes);
+  EXPECT_EQ(kept.total, kImageBytes);
+  EXPECT_EQ(InTrash(), (FileTree{{"image replaced DISK.IMG", before}}));
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "b"}}));
 }
 
 // --- restoring
