@@ -104,6 +104,12 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     quiet.reset();
     KnownState known = Recall(places);
     known.canBeSaved = canBeSaved;
+    // Nothing is remembered of what lies there: that is no first meeting.
+    if (lock.IsHeld() && !lock.IsHeldIn(places.stateFolder)) {
+      locked.message = "the folder " + places.stateFolder.string() + " has gone just now";
+      locked.outcome = GuardedOutcome::kNotNow;
+      return locked;
+    }
     WorkMonitor monitor(options.stop, options.onProgress);
     const Sight sight = Look(places, options, known, monitor);
     GuardedReport report = ReportOf(sight);

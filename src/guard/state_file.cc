@@ -110,6 +110,8 @@ bool StateLock::IsStillAt(const fs::path& path) const {
          held.st_dev == there.st_dev && held.st_ino == there.st_ino;
 }
 
+bool StateLock::IsHeldIn(const fs::path& folder) const { return IsStillAt(folder / kLockName); }
+
 StateLock::Result StateLock::Take(const fs::path& folder, std::string& err) {
   const fs::path path = folder / kLockName;
   if (IsStillAt(path)) return Result::kTaken;

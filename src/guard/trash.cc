@@ -275,8 +275,10 @@ void TrashRun::DropIfEmpty() const {
 
 bool TrashRun::MakeFolder(std::string& err) {
   std::error_code failed;
-  fs::create_directories(trash, failed);
-  if (failed) return Fail(err, CannotMake(trash, failed));
+  // In the state's folder alone: one that has gone is not to be made anew beside the old one.
+  if (::mkdir(trash.c_str(), 0777) != 0 && errno != EEXIST) {
+    return Fail(err, CannotMake(trash, {errno, std::generic_category()}));
+  }
   const std::vector<std::string> before = PassesIn(trash, failed);
   std::string name = FolderNameOf(when);
   if (!before.empty()) name = NameAfter(before.back(), std::move(name));

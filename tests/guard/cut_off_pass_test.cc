@@ -33,6 +33,7 @@ using quorbix::virtdisk::test::NextOf;
 int callsBeforeTheEnd = -1;       // negative: nothing happens
 std::function<int()> atThatCall;  // what happens then; an error, with which the call fails, or 0
 bool canExchange = true;
+bool countsOpenings = false;  // those that make nothing as well
 
 // Whether this call is the one that fails.
 bool IsRefused() {
@@ -57,7 +58,7 @@ extern "C" int openat(int folder, const char* path, int flags, ...) {
   va_start(rest, flags);
   const int mode = va_arg(rest, int);
   va_end(rest);
-  if ((flags & O_CREAT) != 0 && IsRefused()) return -1;
+  if (((flags & O_CREAT) != 0 || countsOpenings) && IsRefused()) return -1;
   return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
 }
 
@@ -66,7 +67,7 @@ extern "C" int open(const char* path, int flags, ...) {
   va_start(rest, flags);
   const int mode = va_arg(rest, int);
   va_end(rest);
-  if ((flags & O_CREAT) != 0 && IsRefused()) return -1;
+  if (((flags & O_CREAT) != 0 || countsOpenings) && IsRefused()) return -1;
   return NextOf<int(const char*, int, ...)>("open")(path, flags, mode);
 }
 
@@ -178,6 +179,7 @@ class CutOffPass : public testing::TestWithParam<Way> {
   void Begin() {
     fs::remove_all(Root());
     fs::create_directories(Host() / "gone");
+    fs::create_directories(Image().parent_path());
     Write("changed by the host", "h1");
     Write("changed by the guest", "g1");
     Write("conflict", "c1");
@@ -268,7 +270,7 @@ class CutOffPass : public testing::TestWithParam<Way> {
 
   // The old image has a temporary name between its two places.
   void AddImagesUnderWay(Contents& contents) const {
-    for (const auto& entry : fs::directory_iterator(Root())) {
+    for (const auto& entry : fs::directory_iterator(Image().parent_path())) {
       const bool isImage = entry.path().filename().string().starts_with(".quorbix") &&
                            entry.file_size() == fs::file_size(Image());
       if (isImage) AddDisk(entry.path(), contents);
@@ -280,9 +282,9 @@ class CutOffPass : public testing::TestWithParam<Way> {
     for (const auto& entry : fs::recursive_directory_iterator(Host())) {
       EXPECT_FALSE(entry.path().filename().string().starts_with(".")) << entry.path();
     }
-    for (const auto& entry : fs::directory_iterator(Root())) {
+    for (const auto& entry : fs::directory_iterator(Image().parent_path())) {
       const std::string name = entry.path().filename();
-      EXPECT_TRUE(name == "host" || name == "DISK.IMG" || name == "DISK.IMG.sync") << name;
+      EXPECT_TRUE(name == "DISK.IMG" || name == "DISK.IMG.sync") << name;
     }
     for (const auto& entry : fs::directory_iterator(StateFolder())) {
       const std::string name = entry.path().filename();
@@ -308,10 +310,29 @@ class CutOffPass : public testing::TestWithParam<Way> {
     return calls;
   }
 
+  // Looks count as well: it may vanish before anything was done.
+  void VanishAtEveryCall(const fs::path& place) {
+    const fs::path away = Root() / "away";
+    std::error_code ignored;
+    countsOpenings = true;
+    const int calls = CutAtEveryCall(
+        [&] {
+          fs::rename(place, away, ignored);
+          return 0;
+        },
+        [&] {
+          EXPECT_FALSE(fs::exists(place) && fs::exists(away)) << "made anew: " << place;
+          if (fs::exists(away)) fs::rename(away, place);
+        });
+    EXPECT_GE(calls, 50);
+  }
+
   fs::path Root() const { return memory.Path() / "pair"; }
   fs::path Host() const { return Root() / "host"; }
-  fs::path Image() const { return Root() / "DISK.IMG"; }
-  fs::path StateFolder() const { return Root() / "DISK.IMG.sync"; }
+  fs::path Image() const { return Root() / "disk/DISK.IMG"; }
+  fs::path StateFolder() const {
+    return options.stateFolder.empty() ? Root() / "disk/DISK.IMG.sync" : options.stateFolder;
+  }
 
   void Write(const std::string& path, const std::string& content) const {
     test::WriteWholeFile(Host() / path, content);
@@ -383,18 +404,20 @@ TEST_P(CutOffPass, StopAtAnyCall_LosesNothingAndIsEndedByTheNext) {
             50);
 }
 
-TEST_P(CutOffPass, FolderThatVanishesAtAnyCall_LosesNothing) {
-  const fs::path away = Root() / "away";
-  std::error_code ignored;
-  EXPECT_GE(CutAtEveryCall(
-                [&] {
-                  fs::rename(Host(), away, ignored);
-                  return 0;
-                },
-                [&] {
-                  if (fs::exists(away)) fs::rename(away, Host());
-                }),
-            50);
+// As on a stick that is pulled out: it is back before the next pass.
+TEST_P(CutOffPass, FolderThatVanishesAtAnyCall_LosesNothing) { VanishAtEveryCall(Host()); }
+
+TEST_P(CutOffPass, ImagesFolderThatVanishesAtAnyCall_LosesNothing) {
+  options.stateFolder = Root() / "state";
+  VanishAtEveryCall(Image().parent_path());
+}
+
+TEST_P(CutOffPass, StatesFolderThatVanishesAtAnyCall_LosesNothing) {
+  VanishAtEveryCall(StateFolder());
+}
+
+TEST_P(CutOffPass, ImageAndStateThatVanishAtAnyCall_LoseNothing) {
+  VanishAtEveryCall(Image().parent_path());
 }
 
 TEST_P(CutOffPass, EditsAtAnyCall_AreLeftForTheNextPass) {

@@ -25,6 +25,8 @@ using Tree = std::map<std::string, std::string>;
 // A folder "host" that has been looked at, and a disk that says of each file what is told here.
 class HostChange : public testing::Test {
  protected:
+  HostChange() { folder.Folder("state"); }
+
   void Look() { view = LookAtHost({.folder = folder / "host"}, monitor); }
 
   HostChanges& Changes() {

@@ -28,6 +28,8 @@ constexpr char kWhen[] = "2026-11-21 17.20.05";
 
 class Trash : public testing::Test {
  protected:
+  Trash() { folder.Folder("state"); }
+
   fs::path StateFolder() const { return folder / "state"; }
 
   // Moves a file of the folder to the trash of a pass at `when`.
@@ -78,8 +80,19 @@ TEST_F(Trash, NothingThrownAway_MakesNoFolder) {
   std::string err;
   EXPECT_TRUE(run.Announce({}, places, err));
   EXPECT_TRUE(run.Flush(err));
-  EXPECT_FALSE(folder.Exists("state"));
+  EXPECT_FALSE(folder.Exists("state/trash"));
   EXPECT_THAT(Listed(), IsEmpty());
+}
+
+TEST_F(Trash, StateFolderThatIsGone_IsNotMadeAnew) {
+  folder.Remove("state");
+  TrashRun run(StateFolder(), kWhen);
+  std::vector<fs::path> places;
+  std::string err;
+  EXPECT_FALSE(run.Announce({{"folder", "a", "deleted"}}, places, err));
+  EXPECT_EQ(err, "cannot make the trash " + (StateFolder() / "trash").string() +
+                     " (No such file or directory)");
+  EXPECT_FALSE(folder.Exists("state"));
 }
 
 TEST_F(Trash, AnnouncedAndNeverMoved_IsNotListed) {
