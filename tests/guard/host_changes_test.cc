@@ -100,6 +100,21 @@ TEST_F(HostChange, ReplacedFile_GoesToTheTrashAndHandsItsModeOn) {
   EXPECT_EQ(static_cast<unsigned>(fs::status(folder / "host/d/a").permissions()), 0640u);
 }
 
+TEST_F(HostChange, ReplacedFileOfSomebodyElse_StaysHis) {
+  if (::geteuid() != 0) GTEST_SKIP() << "nobody but root may give files away";
+  folder.File("host/a", "old");
+  ASSERT_EQ(::chown((folder / "host/a").c_str(), 12345, 23456), 0);
+  fs::permissions(folder / "host/a", fs::perms{0600});
+  Look();
+  EXPECT_TRUE(WriteAll({Write("a", "new")}).IsDone());
+  struct ::stat status {};
+  ASSERT_EQ(::stat((folder / "host/a").c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, 12345u);
+  EXPECT_EQ(status.st_gid, 23456u);
+  EXPECT_EQ(status.st_mode & 07777u, 0600u);
+  EXPECT_EQ(folder.Read("host/a"), "new");
+}
+
 TEST_F(HostChange, ReplacedProgramWithSpecialRights_HandsThemOnToNobody) {
   folder.File("host/a", "old");
   fs::permissions(folder / "host/a", fs::perms{06755});
