@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "guard/foretold.h"
 #include "quorbix/virtdisk/fat_image_builder.h"
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 #include "support/guest_editor.h"
@@ -123,13 +124,9 @@ class GuardedPair : public testing::Test {
   GuardedSyncOptions options{.settle = std::chrono::milliseconds(0)};
 
  private:
-  // A pass does what its preview told, but for the time in the names of kept versions.
+  // A pass does what its preview told.
   static void ExpectPreviewed(const GuardedReport& preview, const GuardedReport& pass) {
-    EXPECT_EQ(HazardsOf(preview), HazardsOf(pass));
-    EXPECT_EQ(preview.steps.size(), pass.steps.size());
-    EXPECT_EQ(preview.files, pass.files);
-    EXPECT_EQ(preview.bytes, pass.bytes);
-    EXPECT_EQ(preview.outcome, pass.outcome) << pass.message;
+    EXPECT_EQ(Foretold(preview), Foretold(pass));
     if (pass.outcome == GuardedOutcome::kDone) {
       for (const GuardedStep& step : pass.steps) EXPECT_TRUE(step.isDone) << step.hostPath;
     }

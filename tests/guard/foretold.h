@@ -1,0 +1,38 @@
+#ifndef QUORBIX_VIRTDISK_TESTS_GUARD_FORETOLD_H_
+#define QUORBIX_VIRTDISK_TESTS_GUARD_FORETOLD_H_
+
+#include <regex>
+#include <string>
+
+#include "quorbix/virtdisk/guarded_folder_sync.h"
+
+namespace quorbix::virtdisk::internal::guard {
+
+// All that a report tells of what a pass comes to before it begins, a line a fact: what a preview
+// and the pass after it have in common. The time in the names of kept versions is left out.
+inline std::string Foretold(const GuardedReport& report) {
+  static const std::regex kTime(R"(\d{4}-\d\d-\d\d \d\d\.\d\d\.\d\d)");
+  std::string text =
+      "outcome " + std::to_string(static_cast<int>(report.outcome)) + ' ' + report.message + '\n';
+  for (const GuardedHazardReport& hazard : report.hazards) {
+    text += std::string("hazard ") + GuardedHazardName(hazard.hazard) +
+            (hazard.canBeAccepted ? ": " : "! ") + hazard.text + '\n';
+    for (const std::string& path : hazard.paths) text += "  " + path + '\n';
+    text += "  of " + std::to_string(hazard.pathCount) + '\n';
+  }
+  for (const GuardedStep& step : report.steps) {
+    text += "step " + std::to_string(static_cast<int>(step.kind)) + " because of " +
+            std::to_string(static_cast<int>(step.reason)) + ": " + step.hostPath + " = " +
+            step.diskPath + ", " + std::to_string(step.bytes) + '\n';
+  }
+  for (const GuardedNote& note : report.notes) {
+    text += "note " + note.path + ": " + note.text + '\n';
+  }
+  text += (report.isFirstMeeting ? "first meeting, " : "") + std::to_string(report.files) +
+          " files, " + std::to_string(report.bytes) + " bytes\n";
+  return std::regex_replace(text, kTime, "TIME");
+}
+
+}  // namespace quorbix::virtdisk::internal::guard
+
+#endif  // QUORBIX_VIRTDISK_TESTS_GUARD_FORETOLD_H_
