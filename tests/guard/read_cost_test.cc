@@ -1,0 +1,242 @@
+// What a pass opens and reads of both sides: every call of this process that reads is counted.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "guard/guarded_pair.h"
+#include "support/clock_ahead.h"
+#include "support/next_function.h"
+#include "sync/sync_pass.h"
+
+namespace {
+
+using quorbix::virtdisk::test::NextOf;
+
+struct Counted {
+  std::set<std::string> opened;               // paths
+  std::map<std::string, std::uint64_t> read;  // bytes by path
+};
+Counted* counted = nullptr;  // null: nothing is counted
+
+std::string PathOf(int file) {
+  std::array<char, 4096> path{};
+  const std::string link = "/proc/self/fd/" + std::to_string(file);
+  const ssize_t length = ::readlink(link.c_str(), path.data(), path.size());
+  return length < 0 ? "" : std::string(path.data(), static_cast<std::size_t>(length));
+}
+
+int Opened(int file) {
+  if (counted != nullptr && file >= 0) counted->opened.insert(PathOf(file));
+  return file;
+}
+
+ssize_t Read(int file, ssize_t got) {
+  if (counted != nullptr && got > 0) counted->read[PathOf(file)] += static_cast<std::uint64_t>(got);
+  return got;
+}
+
+}  // namespace
+
+// These stand in front of the C library's functions for the whole program, the C++ library
+// included.
+
+extern "C" int open(const char* path, int flags, ...) {
+  std::va_list rest;
+  va_start(rest, flags);
+  const int mode = va_arg(rest, int);
+  va_end(rest);
+  return Opened(NextOf<int(const char*, int, ...)>("open")(path, flags, mode));
+}
+
+extern "C" int openat(int folder, const char* path, int flags, ...) {
+  std::va_list rest;
+  va_start(rest, flags);
+  const int mode = va_arg(rest, int);
+  va_end(rest);
+  return Opened(NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode));
+}
+
+extern "C" ssize_t read(int file, void* buffer, size_t size) {
+  return Read(file, NextOf<ssize_t(int, void*, size_t)>("read")(file, buffer, size));
+}
+
+extern "C" ssize_t pread(int file, void* buffer, size_t size, off_t offset) {
+  return Read(file,
+              NextOf<ssize_t(int, void*, size_t, off_t)>("pread")(file, buffer, size, offset));
+}
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::IsEmpty;
+using enum GuardedOutcome;
+
+constexpr std::uint64_t kBytesOfA = 300'000;
+constexpr std::uint64_t kBytesOfB = 500'000;
+constexpr std::uint64_t kBytesOfC = 700'000;
+// Boot sectors, FATs, the top directory, and the ends of clusters: less than any of the files.
+constexpr std::uint64_t kBesideContents = 200'000;
+
+class ReadCost : public GuardedPair {
+ protected:
+  ReadCost() {
+    folder.File("host/a.bin", std::string(kBytesOfA, 'a'));
+    folder.File("host/b.bin", std::string(kBytesOfB, 'b'));
+    folder.File("host/sub/c.bin", std::string(kBytesOfC, 'c'));
+    BuildImage();
+    test::secondsAhead = 10;  // everything has been quiet for long
+    EXPECT_EQ(Sync()->Pass().outcome, kNothingToDo);
+  }
+  ~ReadCost() override { test::secondsAhead = 0; }
+
+  static Counted Count(const std::function<void()>& work) {
+    Counted result;
+    counted = &result;
+    work();
+    counted = nullptr;
+    return result;
+  }
+
+  Counted CountPass(GuardedOutcome outcome) {
+    GuardedReport report;
+    const auto sync = Sync();
+    Counted result = Count([&] { report = sync->Pass(); });
+    EXPECT_EQ(report.outcome, outcome) << report.message;
+    return result;
+  }
+
+  std::uint64_t OfHost(const Counted& result, const std::string& path) const {
+    const auto found = result.read.find((Host() / path).string());
+    return found == result.read.end() ? 0 : found->second;
+  }
+
+  std::uint64_t OfImage(const Counted& result) const {
+    const auto found = result.read.find(Image().string());
+    return found == result.read.end() ? 0 : found->second;
+  }
+
+  // Of files with temporary names, in which new images are.
+  static std::uint64_t OfNewImage(const Counted& result) {
+    std::uint64_t bytes = 0;
+    for (const auto& [path, read] : result.read) {
+      if (path.find("/.quorbix-") != path.npos) bytes += read;
+    }
+    return bytes;
+  }
+
+  static std::uint64_t OfAll(const Counted& result) {
+    std::uint64_t bytes = 0;
+    for (const auto& [path, read] : result.read) bytes += read;
+    return bytes;
+  }
+
+  std::set<std::string> OpenedFilesOfHost(const Counted& result) const {
+    std::set<std::string> files;
+    for (const std::string& path : result.opened) {
+      const bool isFile = fs::is_regular_file(path);
+      if (isFile && path.starts_with(Host().string() + '/')) files.insert(path);
+    }
+    return files;
+  }
+
+  void ExpectIdle(const Counted& result) const {
+    EXPECT_THAT(OpenedFilesOfHost(result), IsEmpty());
+    EXPECT_FALSE(result.opened.contains(Image()));
+    EXPECT_EQ(OfImage(result), 0u);
+    EXPECT_TRUE(result.opened.contains(Host()));  // which is listed
+  }
+};
+
+constexpr std::uint64_t kContents = kBytesOfA + kBytesOfB + kBytesOfC;
+
+TEST_F(ReadCost, IdlePass_OpensNoFileAndNoImage) {
+  ExpectIdle(CountPass(kNothingToDo));
+  const auto sync = Sync();
+  ASSERT_EQ(sync->Pass().outcome, kNothingToDo);
+  ExpectIdle(Count([&] { sync->Pass(); }));
+}
+
+// By what is remembered, without the list of a quiet pair.
+TEST_F(ReadCost, IdlePassThatLooksAtEverything_OpensNoFileAndNoImage) {
+  folder.Remove("DISK.IMG.sync/quiet");
+  ExpectIdle(CountPass(kNothingToDo));
+}
+
+TEST_F(ReadCost, IdlePreview_OpensNoFileAndNoImage) {
+  const auto sync = Sync();
+  ExpectIdle(Count([&] { EXPECT_EQ(sync->Preview().outcome, kNothingToDo); }));
+}
+
+TEST_F(ReadCost, PreviewOfAChangeOnTheHost_ReadsTheChangedFileAndTheImageOnce) {
+  folder.File("host/b.bin", std::string(kBytesOfB, 'x'));
+  const auto sync = Sync();
+  const Counted result = Count([&] { EXPECT_EQ(sync->Preview().outcome, kDone); });
+  EXPECT_EQ(OfHost(result, "b.bin"), kBytesOfB);
+  EXPECT_EQ(OfHost(result, "a.bin"), 0u);
+  EXPECT_LE(OfImage(result), kContents + kBesideContents);
+}
+
+// Once to see what it says, and once, as every file, for the new image: what is built has to be
+// what was planned.
+TEST_F(ReadCost, ChangeOnTheHost_ReadsEveryFileOnceAndTheChangedOneTwice) {
+  folder.File("host/b.bin", std::string(kBytesOfB, 'x'));
+  const Counted result = CountPass(kDone);
+  EXPECT_EQ(OfHost(result, "a.bin"), kBytesOfA);
+  EXPECT_EQ(OfHost(result, "b.bin"), 2 * kBytesOfB);
+  EXPECT_EQ(OfHost(result, "sub/c.bin"), kBytesOfC);
+  EXPECT_GE(OfImage(result), kContents);
+  EXPECT_LE(OfImage(result), kContents + kBesideContents);
+  EXPECT_GE(OfNewImage(result), kContents);
+  EXPECT_LE(OfNewImage(result), kContents + kBesideContents);
+}
+
+TEST_F(ReadCost, ChangeInTheImage_ReadsEveryFileOfTheImageOnceAndTheChangedOneTwice) {
+  GuestWrites("B.BIN", std::string(kBytesOfB, 'x'));
+  const Counted result = CountPass(kDone);
+  EXPECT_GE(OfImage(result), kContents + kBytesOfB);
+  EXPECT_LE(OfImage(result), kContents + kBytesOfB + kBesideContents);
+  EXPECT_EQ(OfNewImage(result), 0u);
+  for (const char* path : {"a.bin", "b.bin", "sub/c.bin"}) EXPECT_EQ(OfHost(result, path), 0u);
+}
+
+TEST_F(ReadCost, FirstMeeting_ReadsBothSidesOnce) {
+  fs::remove_all(StateFolder());
+  const Counted result = CountPass(kNothingToDo);
+  EXPECT_EQ(OfHost(result, "a.bin"), kBytesOfA);
+  EXPECT_EQ(OfHost(result, "b.bin"), kBytesOfB);
+  EXPECT_EQ(OfHost(result, "sub/c.bin"), kBytesOfC);
+  EXPECT_LE(OfImage(result), kContents + kBesideContents);
+}
+
+// The plain pass reads the folder at its beginning, too.
+TEST_F(ReadCost, ChangeOnTheHost_IsLessToReadThanForAPlainPass) {
+  fs::copy(Host(), folder / "plain", fs::copy_options::recursive);
+  fs::copy_file(Image(), folder / "PLAIN.IMG");
+  SyncState state;
+  RunSyncPass(folder / "PLAIN.IMG", folder / "plain", state);
+  for (const char* side : {"host/b.bin", "plain/b.bin"}) {
+    folder.File(side, std::string(kBytesOfB, 'x'));
+  }
+  const std::uint64_t plain =
+      OfAll(Count([&] { RunSyncPass(folder / "PLAIN.IMG", folder / "plain", state); }));
+  EXPECT_GE(plain, 4 * kContents);  // otherwise it reads by other ways than those that are counted
+  EXPECT_LT(OfAll(CountPass(kDone)), plain);
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal::guard
