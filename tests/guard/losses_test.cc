@@ -273,6 +273,52 @@ TEST_F(Losses, LongName_PlainMakesTwins) {
   EXPECT_THAT(OnHost(), Contains(testing::Pair("LONG_FIL.TXT", "long")));
 }
 
+TEST_F(Losses, LongNameAtEachRestart_PlainMakesAnotherTwin) {
+  folder.File("host/Long File Name.txt", "long");
+  BuildImage();
+  for (std::size_t twins = 1; twins <= 4; ++twins) {
+    RestartPlain();
+    PlainPass();  // which brings the disk's names to the folder
+    EXPECT_THAT(OnHost(), SizeIs(twins + 1));
+    // Whatever the host changes lets the disk be built with names for all of them.
+    folder.File("host/OTHER.TXT", std::to_string(twins));
+    PlainPass();
+    folder.Remove("host/OTHER.TXT");
+    PlainPass();
+  }
+}
+
+TEST_F(Losses, LongNameAtEachRestart_GuardedKeepsItsName) {
+  folder.File("host/Long File Name.txt", "long");
+  BuildAndAgree();
+  for (int restart = 0; restart < 4; ++restart) {
+    folder.File("host/OTHER.TXT", std::to_string(restart));
+    EXPECT_EQ(Pass().outcome, kDone);
+    folder.Remove("host/OTHER.TXT");
+    EXPECT_EQ(Pass().outcome, kDone);
+    EXPECT_EQ(OnHost(), (FileTree{{"Long File Name.txt", "long"}}));
+    EXPECT_EQ(OnDisk(), (FileTree{{"LONG_FIL.TXT", "long"}}));
+  }
+}
+
+TEST_F(Losses, GuestsEditOfALongName_PlainPutsItUnderAnotherName) {
+  folder.File("host/Long File Name.txt", "long");
+  BuildImage();
+  PlainPass();
+  GuestWrites("LONG_FIL.TXT", "of the guest");
+  PlainPass();
+  EXPECT_EQ(OnHost().at("Long File Name.txt"), "long");
+  EXPECT_EQ(OnHost().at("LONG_FIL.TXT"), "of the guest");
+}
+
+TEST_F(Losses, GuestsEditOfALongName_GuardedCarriesItToThatFile) {
+  folder.File("host/Long File Name.txt", "long");
+  BuildAndAgree();
+  GuestWrites("LONG_FIL.TXT", "of the guest");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost(), (FileTree{{"Long File Name.txt", "of the guest"}}));
+}
+
 TEST_F(Losses, LongName_GuardedKeepsItsName) {
   folder.File("host/Long File Name.txt", "long");
   BuildAndAgree();
@@ -509,6 +555,30 @@ TEST_F(Losses, FilesBehindALinkToAFolder_GuardedKeepsTheGuestsEdit) {
   EXPECT_EQ(Pass().outcome, kDone);
   EXPECT_THAT(OnHost(), Contains(testing::Pair(HasSubstr("L.TXT"), "of the guest")));
   EXPECT_EQ(folder.Read("elsewhere/L.TXT"), "l");
+}
+
+TEST_F(Losses, EditBehindALinkToAFolder_PlainLeavesTheDiskStale) {
+  folder.File("elsewhere/L.TXT", "l").File("host/A.TXT", "a").Link("host/LINK", "../elsewhere");
+  BuildImage();
+  PlainPass();
+  folder.File("elsewhere/L.TXT", "edited");
+  PlainPass();
+  EXPECT_EQ(OnDisk().at("LINK/L.TXT"), "l");
+}
+
+// Nothing stale is left, and what takes no part is told.
+TEST_F(Losses, EditBehindALinkToAFolder_GuardedLeavesTheFolderOutAndSaysSo) {
+  folder.File("elsewhere/L.TXT", "l").File("host/A.TXT", "a").Link("host/LINK", "../elsewhere");
+  BuildAndAgree();
+  folder.File("elsewhere/L.TXT", "edited").File("host/A.TXT", "b");
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kDone);
+  EXPECT_THAT(report.notes,
+              Contains(testing::AllOf(
+                  testing::Field(&GuardedNote::path, "LINK"),
+                  testing::Field(&GuardedNote::text, HasSubstr("a link to a folder")))));
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "b"}}));
+  EXPECT_EQ(folder.Read("elsewhere/L.TXT"), "edited");
 }
 
 }  // namespace
