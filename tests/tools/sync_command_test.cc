@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -218,11 +219,89 @@ TEST_F(SyncCommand, Json_IsOneObjectAPass) {
   EXPECT_EQ(report["steps"][0]["done"], true);
 }
 
-TEST_F(SyncCommand, StatusFile_HoldsTheLastReport) {
-  Sync({"--once", "--status", (folder / "status").string()});
-  const auto status = nlohmann::json::parse(folder.Read("status"));
-  EXPECT_EQ(status["outcome"], "nothing to do");
-  EXPECT_EQ(status["files"], 2);
+class StatusFile : public SyncCommand {
+ protected:
+  std::string Path() const { return (folder / "status").string(); }
+  nlohmann::json Read() const { return nlohmann::json::parse(folder.Read("status")); }
+
+  // The first status that fits; a discarded value when there is none in time.
+  nlohmann::json WaitForStatus(const std::function<bool(const nlohmann::json&)>& fits) const {
+    nlohmann::json status;
+    const bool found = WaitFor([&] {
+      status = folder.Exists("status") ? Read() : nlohmann::json();
+      return !status.is_null() && fits(status);
+    });
+    EXPECT_TRUE(found) << status;
+    return status;
+  }
+};
+
+TEST_F(StatusFile, AfterAPass_HoldsEachField) {
+  Sync();
+  folder.File("DISK/C.TXT", "new\n").File("DISK/.profile", "p");
+  ASSERT_EQ(Sync({"--once", "--status", Path()}).status, 0);
+  const nlohmann::json status = Read();
+  EXPECT_THAT(status["time"].get<std::string>(), MatchesRegex("....-..-.. ..:..:.."));
+  EXPECT_EQ(status["outcome"], "done");
+  EXPECT_EQ(status["message"], "");
+  EXPECT_EQ(status["steps"], nlohmann::json::array({{{"to", "disk"},
+                                                     {"action", "write"},
+                                                     {"type", "file"},
+                                                     {"reason", "new"},
+                                                     {"hostPath", "C.TXT"},
+                                                     {"diskPath", "/C.TXT"},
+                                                     {"bytes", 4},
+                                                     {"done", true}}}));
+  EXPECT_EQ(status["hazards"], nlohmann::json::array());
+  EXPECT_EQ(status["notes"],
+            nlohmann::json::array(
+                {{{"path", ".profile"}, {"text", "takes no part: its name begins with \".\""}}}));
+  EXPECT_EQ(status["firstMeeting"], false);
+  EXPECT_EQ(status["files"], 3);
+  EXPECT_EQ(status["bytes"], 6 + 2 + 4);
+  EXPECT_GT(status["lastReadInFull"], 1'700'000'000);
+  EXPECT_EQ(status["stepsDone"], 1);
+  EXPECT_EQ(status["nextLookWithinMs"], 0);
+  EXPECT_EQ(status.size(), 12u);
+}
+
+TEST_F(StatusFile, AfterARefusal_HoldsWhatStandsInTheWay) {
+  Sync();
+  fs::rename(Folder(), folder / "moved");
+  ASSERT_EQ(Sync({"--once", "--status", Path()}).status, 3);
+  const nlohmann::json status = Read();
+  EXPECT_EQ(status["outcome"], "refused");
+  ASSERT_EQ(status["hazards"].size(), 1u);
+  const nlohmann::json& hazard = status["hazards"][0];
+  EXPECT_EQ(hazard["name"], "folder-missing");
+  EXPECT_EQ(hazard["canBeAccepted"], true);
+  EXPECT_EQ(hazard["text"], status["message"]);
+  EXPECT_EQ(hazard["paths"].size(), hazard["pathCount"]);
+  EXPECT_EQ(hazard.size(), 5u);
+  EXPECT_EQ(status["stepsDone"], 0);
+}
+
+TEST_F(StatusFile, OfASyncThatWaits_TellsTheLongestWait) {
+  Background sync(
+      {"sync", Image(), Folder(), "--settle", "200", "--interval", "7000", "--status", Path()},
+      folder / "log");
+  const auto status = WaitForStatus([](const auto& told) { return told["outcome"] != "not now"; });
+  EXPECT_EQ(status["nextLookWithinMs"], 7200);  // a change at its very end has to settle
+}
+
+TEST_F(StatusFile, OfASyncThatTriesAgain_TellsWhenItDoes) {
+  Sync();
+  folder.File("DISK/C.TXT", "new\n");
+  const int writer = ::open(Image().c_str(), O_WRONLY | O_CLOEXEC);
+  Background sync({"sync", Image(), Folder(), "--settle", "0", "--status", Path()}, folder / "log");
+  const auto waiting = WaitForStatus([](const auto& told) { return told["outcome"] == "not now"; });
+  EXPECT_THAT(waiting["nextLookWithinMs"].get<int>(), ::testing::AnyOf(500, 1000, 2000, 4000));
+  ::close(writer);
+  // Long before the minute of the interval.
+  const auto done =
+      WaitForStatus([](const auto& told) { return told["outcome"] == "nothing to do"; });
+  EXPECT_EQ(done["nextLookWithinMs"], 60'000);
+  EXPECT_EQ(GuestEditor(Image()).Files().at("C.TXT"), "new\n");
 }
 
 TEST_F(SyncCommand, StatusInThePlaceOfSomethingElse_IsRefused) {

@@ -126,9 +126,7 @@ class Synchroniser {
         std::erase_if(accepted, IsEvent);
       }
       if (StopFlag::IsSet()) break;
-      const bool isInVain =
-          report.outcome == GuardedOutcome::kNotNow || report.outcome == GuardedOutcome::kFailed;
-      if (isInVain) {
+      if (IsInVain(report)) {
         WaitToRetry();
       } else {
         retryAfter = kRetryAfter;
@@ -180,28 +178,43 @@ class Synchroniser {
     }
   }
 
+  static bool IsInVain(const GuardedReport& report) {
+    return report.outcome == GuardedOutcome::kNotNow || report.outcome == GuardedOutcome::kFailed;
+  }
+
+  milliseconds Interval() const { return milliseconds(options.intervalMs); }
+  milliseconds TimeToRetry() const { return std::min(Interval(), retryAfter); }
+  milliseconds TimeWithoutWatch() const { return std::min(Interval(), kLookEvery); }
+
+  // By when the next pass begins at the latest; 0: there is none.
+  milliseconds NextLookWithin(const GuardedReport& report) const {
+    if (!IsKeptInStep() || StopFlag::IsSet()) return milliseconds(0);
+    if (IsInVain(report)) return TimeToRetry();
+    return watch.Descriptor() < 0 ? TimeWithoutWatch() : Interval() + options.guarded.settle;
+  }
+
   // Twice as long each time that it was in vain: a machine may have the image open for hours, and a
   // disk stay full. What changes meanwhile is no reason to hurry: a pass that fails half way
   // changes the folder itself.
   void WaitToRetry() {
-    StopFlag::WaitFor(-1, std::min(milliseconds(options.intervalMs), retryAfter));
+    StopFlag::WaitFor(-1, TimeToRetry());
     retryAfter = std::min(2 * retryAfter, kLongestRetry);
   }
 
   // Until something changes and both sides have settled, or it is time for a look anyway.
   void Wait() {
-    const milliseconds interval(options.intervalMs);
     if (watch.Descriptor() < 0) {
-      StopFlag::WaitFor(-1, std::min(interval, kLookEvery));
+      StopFlag::WaitFor(-1, TimeWithoutWatch());
       return;
     }
-    const auto deadline = std::chrono::steady_clock::now() + interval;
-    while (!StopFlag::IsSet() && std::chrono::steady_clock::now() < deadline) {
+    const auto deadline = std::chrono::steady_clock::now() + Interval();
+    bool isNews = false;
+    while (!isNews && !StopFlag::IsSet() && std::chrono::steady_clock::now() < deadline) {
       const auto left =
           std::chrono::duration_cast<milliseconds>(deadline - std::chrono::steady_clock::now());
-      if (StopFlag::WaitFor(watch.Descriptor(), left) && watch.TakeNews()) break;
+      isNews = StopFlag::WaitFor(watch.Descriptor(), left) && watch.TakeNews();
     }
-    StopFlag::WaitFor(-1, options.guarded.settle);
+    if (isNews) StopFlag::WaitFor(-1, options.guarded.settle);
   }
 
   void Tell(const GuardedReport& report) {
@@ -285,7 +298,7 @@ class Synchroniser {
     Json object = ReportObject(report, DateAndClockText());
     object["stepsDone"] = std::count_if(report.steps.begin(), report.steps.end(),
                                         [](const GuardedStep& step) { return step.isDone; });
-    object["nextLookWithinMs"] = options.once ? 0 : options.intervalMs;
+    object["nextLookWithinMs"] = NextLookWithin(report).count();
     const std::string text = OneLine(object) + "\n";
     std::string err;
     const std::span bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
