@@ -81,8 +81,15 @@ class Background {
     return false;
   }
 
+  ::pid_t Process() const { return child; }
+
   int End(int signal) {
     ::kill(child, signal);
+    return Wait();
+  }
+
+  // Its status when it has ended by itself, or 256 and the signal's number.
+  int Wait() {
     int status = 0;
     ::waitpid(child, &status, 0);
     child = 0;

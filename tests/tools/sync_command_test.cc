@@ -6,9 +6,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -396,6 +398,19 @@ TEST_F(SyncCommand, PairThatAnotherProcessKeeps_IsWaitedForInWords) {
   }));
 }
 
+TEST_F(SyncCommand, FolderThatAnotherProcessKeeps_IsWaitedForInWordsWhateverTheState) {
+  Background first({"sync", Image(), Folder(), "--settle", "0"}, folder / "log");
+  ASSERT_TRUE(WaitFor([&] { return folder.Exists("disk.img.sync/state"); }));
+  Background second(
+      {"sync", Image(), Folder(), "--settle", "0", "--state", (folder / "elsewhere").string()},
+      folder / "other");
+  const std::string words = "remark: waiting: process " + std::to_string(first.Process()) +
+                            " keeps the folder " + Folder() + " in step already";
+  EXPECT_TRUE(WaitFor([&] {
+    return folder.Exists("other.err") && folder.Read("other.err").find(words) != std::string::npos;
+  }));
+}
+
 TEST_F(SyncCommand, State_LiesWhereItIsAsked) {
   Sync({"--once", "--state", (folder / "elsewhere").string()});
   EXPECT_TRUE(folder.Exists("elsewhere/state"));
@@ -530,14 +545,122 @@ TEST_F(SyncCommand, SecondSyncOfThePair_IsToldWhoIsFirst) {
   EXPECT_THAT(second.message, MatchesRegex("process [0-9]+ keeps this pair in step already"));
 }
 
-TEST_F(SyncCommand, ImageThatStaysOpenForWriting_IsGivenUpAfterAWhile) {
+// Both at once, since each takes its time.
+TEST_F(SyncCommand, SidesThatNeverBecomeQuiet_AreGivenUpAfterTenSeconds) {
+  folder.File("BUSY/A.TXT", "a");
+  const std::string busyImage = (folder / "busy.img").string();
+  ASSERT_EQ(RunVirtdisk({"build", (folder / "BUSY").string(), busyImage}).status, 0);
   Sync();
   folder.File("DISK/C.TXT", "new\n");
   const int writer = ::open(Image().c_str(), O_WRONLY | O_CLOEXEC);
+  const auto began = std::chrono::steady_clock::now();
+  const auto elapsed = [&] { return std::chrono::steady_clock::now() - began; };
+  std::atomic<bool> isOver = false;
+  std::thread editor([&] {
+    for (; !isOver; std::this_thread::sleep_for(std::chrono::milliseconds(50))) {
+      folder.File("BUSY/A.TXT", "edited again");
+    }
+  });
+  Background busy({"sync", busyImage, (folder / "BUSY").string(), "--once", "--settle", "1000"},
+                  folder / "log");
   const ProgramRun run = Sync();
+  EXPECT_GE(elapsed(), std::chrono::seconds(10));
   ::close(writer);
   EXPECT_EQ(run.status, 3);
   EXPECT_THAT(run.err, HasSubstr("has the image open for writing\n  Nothing is lost"));
+  EXPECT_EQ(busy.Wait(), 3);
+  EXPECT_LT(elapsed(), std::chrono::seconds(kInstrumented ? 30 : 15));
+  isOver = true;
+  editor.join();
+  EXPECT_THAT(folder.Read("log.err"), HasSubstr("A.TXT is being written just now\n  Nothing is"));
+  EXPECT_EQ(GuestEditor(busyImage).Files().at("A.TXT"), "a");
+}
+
+TEST_F(SyncCommand, FolderThatBecomesQuiet_IsWaitedFor) {
+  Sync();
+  std::thread editor([&] {
+    for (int i = 0; i < 10; ++i) {
+      folder.File("DISK/SUB/B.TXT", "edit " + std::to_string(i));
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+  });
+  const ProgramRun run =
+      RunVirtdisk({"sync", Image(), Folder(), "--settle", "400", "--once", "--json"});
+  editor.join();
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(GuestEditor(Image()).Files().at("SUB/B.TXT"), "edit 9");
+  EXPECT_EQ(run.Json()["outcome"], "done");
+}
+
+// What is written through another name of the file is no news of the folder.
+TEST_F(SyncCommand, ChangeThatTheKernelDoesNotTellOf_IsFoundAfterTheInterval) {
+  fs::create_hard_link(folder / "DISK/SUB/B.TXT", folder / "elsewhere");
+  Background sync({"sync", Image(), Folder(), "--settle", "0", "--interval", "1000"},
+                  folder / "log");
+  ASSERT_TRUE(WaitFor([&] { return folder.Exists("disk.img.sync/quiet"); }));
+  folder.File("elsewhere", "edited");
+  EXPECT_TRUE(WaitFor([&] { return GuestEditor(Image()).Files().at("SUB/B.TXT") == "edited"; }));
+}
+
+// What it costs while nothing happens: the main thread is not even woken up.
+TEST_F(SyncCommand, RunningSync_DoesNothingWhileNothingChanges) {
+  Background sync({"sync", Image(), Folder(), "--settle", "0"}, folder / "log");
+  ASSERT_TRUE(WaitFor([&] { return folder.Exists("disk.img.sync/state"); }));
+  const std::string process = "/proc/" + std::to_string(sync.Process());
+  const auto work = [&] {
+    std::string lines;
+    for (const char* file : {"/status", "/io"}) {
+      std::ifstream stream(process + file);
+      for (std::string line; std::getline(stream, line);) {
+        const bool isWork = line.find("ctxt_switches") != line.npos || line.starts_with("rchar") ||
+                            line.starts_with("syscr");
+        if (isWork) lines += line + '\n';
+      }
+    }
+    return lines;
+  };
+  const auto isAsleep = [&] {
+    const std::string before = work();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    return work() == before;
+  };
+  ASSERT_TRUE(WaitFor(isAsleep));
+  const std::string before = work();
+  EXPECT_THAT(before, AllOf(HasSubstr("rchar: "), HasSubstr("voluntary_ctxt_switches:")));
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  EXPECT_EQ(work(), before);
+  EXPECT_EQ(sync.End(SIGTERM), 143);
+}
+
+TEST_F(SyncCommand, MoreThanTheDiskHolds_IsRefusedInWords) {
+  Sync();
+  folder.File("DISK/BIG.DAT", std::string(5'000'000, 'x'));
+  const std::string before = ReadWholeFile(Image());
+  const ProgramRun run = Sync();
+  EXPECT_EQ(run.status, 3);
+  EXPECT_THAT(run.err,
+              AllOf(HasSubstr("use an image of 5 MiB or more"), HasSubstr("cannot be accepted")));
+  EXPECT_EQ(ReadWholeFile(Image()), before);
+  EXPECT_TRUE(folder.Exists("DISK/BIG.DAT"));
+}
+
+// Root may write to everything.
+TEST_F(SyncCommand, ReadOnlyImage_IsRefusedInWords) {
+  Sync();
+  folder.File("DISK/C.TXT", "new\n");
+  for (const auto& entry : fs::recursive_directory_iterator(folder.Path())) {
+    ASSERT_EQ(::chown(entry.path().c_str(), 65534, 65534), 0);
+  }
+  ASSERT_EQ(::chown(folder.Path().c_str(), 65534, 65534), 0);
+  fs::permissions(Image(), fs::perms(0444));
+  const int status = RunInChild({.dropRoot = true}, [&] {
+    const ProgramRun run = Sync();
+    const bool isTold =
+        run.err.find("cannot be written to, and the folder has changed") != std::string::npos;
+    return isTold ? run.status : 100;
+  });
+  EXPECT_EQ(status, 3);
+  EXPECT_TRUE(folder.Exists("DISK/C.TXT"));
 }
 
 // --- restore
