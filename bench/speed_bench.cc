@@ -13,9 +13,11 @@
 // alike. Host: one file changed on the host, so that the image is rebuilt. Image: one file changed
 // in the image.
 //
-// GuardedIdle, GuardedAnew and GuardedHost are passes of guarded synchronising: the first two
-// beside `find -printf` of the folder, by an object that has looked before and by a new one, as a
-// process has that runs one pass; the third beside a plain pass that carries the same change.
+// GuardedIdle and GuardedAnew are passes of guarded synchronising beside `find -printf` of the
+// folder, by an object that has looked before and by a new one, as a process has that runs one
+// pass. The other guarded rows stand beside a plain pass that carries the same change: GuardedHost
+// and GuardedImage of one file, GuardedMany of a hundred files each way, and GuardedFirst is the
+// first meeting of two sides that are alike.
 
 #include <sys/resource.h>
 #include <time.h>
@@ -141,26 +143,46 @@ class Disk {
     return CreateGuardedFolderSync(image, host, options);
   }
 
-  void ChangeInTheImage(std::uint8_t value) const {
-    Fat16FsImage disk;
-    std::string err;
-    std::vector<std::uint8_t> content;
-    const bool done =
-        disk.LoadFromBytes(ReadWhole(image), err) && disk.ReadFile("/D0/F0.BIN", content, err) &&
-        (content.assign(content.size(), value), disk.WriteExistingFile("/D0/F0.BIN", content, err));
-    if (!done) throw std::runtime_error(err);
-    WriteWhole(image, disk.ImageBytes());
-  }
+  void ChangeInTheImage(std::uint8_t value) const { ChangeInTheImage({"/D0/F0.BIN"}, value); }
+  void ChangeOnTheHost(std::uint8_t value) const { ChangeOnTheHost("D0/F1.BIN", value); }
 
-  void ChangeOnTheHost(std::uint8_t value) const {
-    const fs::path file = host / "D0" / "F1.BIN";
-    WriteWhole(file, std::vector<std::uint8_t>(fs::file_size(file), value));
+  // A hundred files each, or all in the first two folders where they are fewer.
+  void ChangeManyInTheImage(std::uint8_t value) const {
+    std::vector<std::string> paths;
+    for (std::size_t i = 0; i < Many(); ++i) paths.push_back("/D0/F" + std::to_string(i) + ".BIN");
+    ChangeInTheImage(paths, value);
+  }
+  void ChangeManyOnTheHost(std::uint8_t value) const {
+    for (std::size_t i = 0; i < Many(); ++i) {
+      ChangeOnTheHost("D1/F" + std::to_string(Many() + i) + ".BIN", value);
+    }
   }
 
   BenchFolder folder;
   fs::path host;
   fs::path image;
   Workload workload;
+
+ private:
+  std::size_t Many() const { return std::min<std::size_t>(100, workload.filesPerFolder); }
+
+  void ChangeInTheImage(const std::vector<std::string>& paths, std::uint8_t value) const {
+    Fat16FsImage disk;
+    std::string err;
+    std::vector<std::uint8_t> content;
+    bool done = disk.LoadFromBytes(ReadWhole(image), err);
+    for (const std::string& path : paths) {
+      done = done && disk.ReadFile(path, content, err) &&
+             (content.assign(content.size(), value), disk.WriteExistingFile(path, content, err));
+    }
+    if (!done) throw std::runtime_error(err);
+    WriteWhole(image, disk.ImageBytes());
+  }
+
+  void ChangeOnTheHost(const std::string& path, std::uint8_t value) const {
+    const fs::path file = host / path;
+    WriteWhole(file, std::vector<std::uint8_t>(fs::file_size(file), value));
+  }
 };
 
 // What is timed in one row: something to do before each round, the floor and the job itself.
@@ -277,12 +299,10 @@ void Image(benchmark::State& state, const Workload& workload, double aim) {
        aim);
 }
 
-void PassOrThrow(IGuardedFolderSync& sync) {
+void PassOrThrow(IGuardedFolderSync& sync, GuardedOutcome expected = GuardedOutcome::kNothingToDo) {
   const GuardedReport report = sync.Pass();
-  if (report.outcome == GuardedOutcome::kDone || report.outcome == GuardedOutcome::kNothingToDo) {
-    return;
-  }
-  throw std::runtime_error(report.message);
+  if (report.outcome == expected) return;
+  throw std::runtime_error("a pass came to something else: " + report.message);
 }
 
 void GuardedIdle(benchmark::State& state, const Workload& workload, double aim) {
@@ -305,7 +325,9 @@ void GuardedAnew(benchmark::State& state, const Workload& workload, double aim) 
        aim);
 }
 
-void GuardedHost(benchmark::State& state, const Workload& workload, double aim) {
+// The same change on two disks: of one with a plain pass, of the other with a guarded one.
+void BesidePlain(benchmark::State& state, const Workload& workload, double aim,
+                 const std::function<void(const Disk&, std::uint8_t round)>& change) {
   const Disk plain(workload);
   const Disk guarded(workload);
   const auto manager = plain.NewManager();
@@ -316,11 +338,42 @@ void GuardedHost(benchmark::State& state, const Workload& workload, double aim) 
   Time(state,
        {.prepare =
             [&](std::uint8_t round) {
-              plain.ChangeOnTheHost(round);
-              guarded.ChangeOnTheHost(round);
+              change(plain, round);
+              change(guarded, round);
             },
         .floor = [&] { manager->SyncNow(); },
-        .job = [&] { PassOrThrow(*sync); }},
+        .job = [&] { PassOrThrow(*sync, GuardedOutcome::kDone); }},
+       aim);
+}
+
+void GuardedHost(benchmark::State& state, const Workload& workload, double aim) {
+  BesidePlain(state, workload, aim,
+              [](const Disk& disk, std::uint8_t round) { disk.ChangeOnTheHost(round); });
+}
+
+void GuardedImage(benchmark::State& state, const Workload& workload, double aim) {
+  BesidePlain(state, workload, aim,
+              [](const Disk& disk, std::uint8_t round) { disk.ChangeInTheImage(round); });
+}
+
+void GuardedMany(benchmark::State& state, const Workload& workload, double aim) {
+  BesidePlain(state, workload, aim, [](const Disk& disk, std::uint8_t round) {
+    disk.ChangeManyInTheImage(round);
+    disk.ChangeManyOnTheHost(round);
+  });
+}
+
+void GuardedFirst(benchmark::State& state, const Workload& workload, double aim) {
+  const Disk disk(workload);
+  std::unique_ptr<IFolderSyncManager> manager;
+  Time(state,
+       {.prepare =
+            [&](std::uint8_t) {
+              fs::remove_all(DefaultStateFolder(disk.image));
+              manager = disk.NewManager();
+            },
+        .floor = [&] { manager->SyncNow(); },
+        .job = [&] { PassOrThrow(*disk.NewGuarded()); }},
        aim);
 }
 
@@ -350,6 +403,9 @@ constexpr TableRow kTable[] = {
     {"GuardedIdle", GuardedIdle, k20000, 1.3},
     {"GuardedAnew", GuardedAnew, k20000, 1.3},
     {"GuardedHost", GuardedHost, k3000, 1.2},
+    {"GuardedImage", GuardedImage, k3000, 1.2},
+    {"GuardedMany", GuardedMany, k3000, 1.2},
+    {"GuardedFirst", GuardedFirst, k3000, 1.2},
 };
 
 constexpr TableRow kSmokeTable[] = {
@@ -361,6 +417,9 @@ constexpr TableRow kSmokeTable[] = {
     {"GuardedIdle", GuardedIdle, kSmoke, 1.3},
     {"GuardedAnew", GuardedAnew, kSmoke, 1.3},
     {"GuardedHost", GuardedHost, kSmoke, 1.2},
+    {"GuardedImage", GuardedImage, kSmoke, 1.2},
+    {"GuardedMany", GuardedMany, kSmoke, 1.2},
+    {"GuardedFirst", GuardedFirst, kSmoke, 1.2},
 };
 
 template <std::size_t kCount>
