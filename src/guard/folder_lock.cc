@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr std::size_t kNowhere = std::string_view::npos;
 constexpr char kAllLocks[] = "/proc/locks";
 // Some thousands of lines: of more, the holder may remain unknown.
 constexpr std::size_t kMostBytesOfLocks = std::size_t{256} * 1024;
@@ -30,12 +31,11 @@ constexpr std::size_t kMostBytesOfLocks = std::size_t{256} * 1024;
 // when the line is about another lock, or about somebody who waits for one ("1: -> FLOCK").
 std::string_view HolderInLine(std::string_view line, std::string_view place) {
   const std::size_t at = line.find(place);
-  if (at == line.npos || line.find(" FLOCK ") == line.npos || line.find("->") != line.npos) {
-    return {};
-  }
+  const bool isHeld = line.find(" FLOCK ") != kNowhere && line.find("->") == kNowhere;
+  if (at == kNowhere || !isHeld) return {};
   const std::string_view before = line.substr(0, at);
   const std::string_view holder = before.substr(before.rfind(' ') + 1);
-  const bool isProcess = holder != "0" && holder.find_first_not_of("0123456789") == holder.npos;
+  const bool isProcess = holder != "0" && holder.find_first_not_of("0123456789") == kNowhere;
   return isProcess ? holder : std::string_view();
 }
 
