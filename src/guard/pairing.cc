@@ -231,6 +231,78 @@ class Pairer {
   Pairing pairing;
 };
 
+// Folder by folder, from the top: where a folder's name has changed, its pairs are looked for under
+// the new one, and one that is not there either is gone from there.
+class CaseFollower {
+ public:
+  CaseFollower(const std::map<std::string, HostItem>& hostItems, Memory& known)
+      : host(hostItems), memory(known) {}
+
+  void Run() {
+    std::map<std::string, std::vector<Pair*>> byFolder;  // a folder before those in it
+    std::set<std::string> known;
+    for (Pair& pair : memory.pairs) {
+      byFolder[ParentOf(pair.host)].push_back(&pair);
+      known.insert(pair.host);
+    }
+    for (const auto& [path, item] : host) {
+      if (!known.contains(path)) unknown[InOneCase(path)].push_back(path);
+    }
+    for (const auto& [folder, pairs] : byFolder) FollowIn(folder, pairs);
+  }
+
+ private:
+  // The key of all names of one folder that differ in the case of their letters alone.
+  static std::string InOneCase(const std::string& path) {
+    return Join(ParentOf(path), ToAsciiLower(NameOf(path)));
+  }
+
+  void FollowIn(const std::string& folder, const std::vector<Pair*>& pairs) {
+    const auto moved = followed.find(folder);
+    const std::string& now = moved == followed.end() ? folder : moved->second;
+    std::map<std::string, std::vector<Pair*>> gone;
+    for (Pair* pair : pairs) {
+      const std::string place = Join(now, NameOf(pair->host));
+      if (host.contains(place)) {
+        MoveTo(*pair, place);
+      } else {
+        gone[InOneCase(place)].push_back(pair);
+      }
+    }
+    for (const auto& [key, missing] : gone) {
+      for (Pair* pair : missing) {
+        const std::string* other = missing.size() == 1 ? OtherCase(key, pair->type) : nullptr;
+        MoveTo(*pair, other != nullptr ? *other : Join(now, NameOf(pair->host)));
+      }
+    }
+  }
+
+  // The one new entry that has such a name.
+  const std::string* OtherCase(const std::string& key, EntryType type) const {
+    const auto found = unknown.find(key);
+    if (found == unknown.end()) return nullptr;
+    const std::string* other = nullptr;
+    for (const std::string& path : found->second) {
+      if (taken.contains(path)) continue;
+      if (other != nullptr) return nullptr;
+      other = &path;
+    }
+    return other != nullptr && host.at(*other).type == type ? other : nullptr;
+  }
+
+  void MoveTo(Pair& pair, const std::string& path) {
+    if (!taken.insert(path).second) return;
+    if (pair.type == EntryType::kFolder && pair.host != path) followed.emplace(pair.host, path);
+    pair.host = path;
+  }
+
+  const std::map<std::string, HostItem>& host;
+  Memory& memory;
+  std::unordered_map<std::string, std::vector<std::string>> unknown;  // paths by InOneCase
+  std::map<std::string, std::string> followed;  // folders: the path that was to the one that is
+  std::set<std::string> taken;                  // paths that pairs have by now
+};
+
 bool IsBelow(const std::string& path, const std::string& folder) {
   return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/';
 }
@@ -260,24 +332,9 @@ Observation WithUnseen(Observation observation, const Memory& memory) {
 }
 
 void FollowLetterCase(const std::map<std::string, HostItem>& host, Memory& memory) {
-  std::set<std::string> known;
-  std::unordered_map<std::string, std::vector<Pair*>> gone;  // by path in small letters
-  for (Pair& pair : memory.pairs) {
-    known.insert(pair.host);
-    if (!host.contains(pair.host)) gone[ToAsciiLower(pair.host)].push_back(&pair);
-  }
-  if (gone.empty()) return;
-  std::unordered_map<std::string, std::vector<std::string>> come;
-  for (const auto& [path, item] : host) {
-    if (!known.contains(path)) come[ToAsciiLower(path)].push_back(path);
-  }
-  for (const auto& [path, pairs] : gone) {
-    const auto found = come.find(path);
-    if (pairs.size() != 1 || found == come.end() || found->second.size() != 1) continue;
-    if (host.at(found->second.front()).type == pairs.front()->type) {
-      pairs.front()->host = found->second.front();
-    }
-  }
+  const bool isAllThere = std::all_of(memory.pairs.begin(), memory.pairs.end(),
+                                      [&](const Pair& pair) { return host.contains(pair.host); });
+  if (!isAllThere) CaseFollower(host, memory).Run();
 }
 
 Pairing PairEntries(const Observation& observation, const Memory& memory, const NameHints& hints) {

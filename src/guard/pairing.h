@@ -51,16 +51,17 @@ struct NameHints {
 Observation WithUnseen(Observation observation, const Memory& memory);
 
 // Follows names of the host that have changed in the case of their letters alone: "note.txt" that
-// is gone and "NOTE.TXT" that is new are one file, which has the same name on the disk.
+// is gone and "NOTE.TXT" that is new in the same folder are one file, which has the same name on
+// the disk. A folder takes with it all that it was known to hold.
 void FollowLetterCase(const std::map<std::string, HostItem>& host, Memory& memory);
 
 // Decides which entry of the folder stands for which entry of the disk.
 //
 // What `memory` has paired stays paired. A new entry of the folder takes an entry of the disk that
-// is free and that the hints or its own name lead to, one of the same content before any other;
-// else the next short name that nobody uses. A new entry of the disk gets the name that it had
-// before, or its own, in the folder that stands for its directory; where that is taken, one with "
-// (disk)" behind it.
+// is free and that the hints or its own name lead to, one of the same content before any other, and
+// then what the remembered name leads to; else the next short name that nobody uses. A new entry of
+// the disk gets the name that it had before, or its own, in the folder that stands for its
+// directory; where that is taken, one with " (disk)" behind it.
 Pairing PairEntries(const Observation& observation, const Memory& memory, const NameHints& hints);
 
 }  // namespace quorbix::virtdisk::internal::guard

@@ -279,6 +279,50 @@ TEST_F(GuardedPassTest, RenameInLetterCaseAlone_ChangesNothingOnTheDisk) {
   EXPECT_EQ(OnHost().at("NOTE.TXT"), "of the guest");
 }
 
+TEST_F(GuardedPassTest, DeletionInAFolderRenamedInLetterCase_IsADeletion) {
+  for (const char* number : {"1", "2", "3"}) {
+    folder.File(std::string("host/Docs/Letter number ") + number + ".txt", number);
+  }
+  BuildAndAgree();
+  std::filesystem::rename(Host() / "Docs", Host() / "docs");
+  folder.Remove("host/docs/Letter number 2.txt");
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kDone) << report.message;
+  EXPECT_THAT(StepsOf(report), ElementsAre("delete on disk: docs/Letter number 2.txt = "
+                                           "/DOCS/LETTER~2.TXT"));
+  EXPECT_THAT(OnHost(), SizeIs(2));
+  EXPECT_THAT(OnDisk(), SizeIs(2));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+TEST_F(GuardedPassTest, FolderMergedIntoOneOfAnotherLetterCase_DoesNotComeBack) {
+  folder.File("host/Photos/Holiday 1.jpg", "1").File("host/Photos/Holiday 2.jpg", "2");
+  folder.File("host/photos/other.jpg", "3");
+  BuildAndAgree();
+  for (const char* name : {"Holiday 1.jpg", "Holiday 2.jpg"}) {
+    std::filesystem::rename(Host() / "Photos" / name, Host() / "photos" / name);
+  }
+  std::filesystem::remove(Host() / "Photos");
+  const FileTree host = OnHost();
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost(), host);
+  EXPECT_FALSE(folder.Exists("host/Photos"));
+  EXPECT_THAT(OnDisk(), SizeIs(3));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+TEST_F(GuardedPassTest, NewFolderOfTheNameThatOneHad_HoldsWhatIsInItAlone) {
+  folder.File("host/D/a.txt", "a");
+  BuildAndAgree();
+  std::filesystem::rename(Host() / "D", Host() / "d");
+  folder.File("host/D/new.txt", "n");
+  const FileTree host = OnHost();
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost(), host);
+  EXPECT_THAT(OnDisk(), SizeIs(2));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
 TEST_F(GuardedPassTest, DamagedState_IsRefusedAndMergedWhenAccepted) {
   folder.File("host/a.txt", "a");
   BuildAndAgree();

@@ -184,6 +184,38 @@ TEST(FollowLetterCase, NameThatIsStillThereOrNotClear_IsNotFollowed) {
   EXPECT_THAT(HostsOf(two, Seen({{"NOTE", 'a'}}, {})), ElementsAre("note", "Note"));
 }
 
+TEST(FollowLetterCase, FolderThatIsFollowed_TakesWhatIsGoneFromItAlong) {
+  const Memory memory = Knows({{"Docs/", "DOCS", 'f'},
+                               {"Docs/In/", "DOCS/IN", 'f'},
+                               {"Docs/In/a", "DOCS/IN/A", 'a'},
+                               {"Docs/In/b", "DOCS/IN/B", 'b'},
+                               {"Docs/c", "DOCS/C", 'c'}});
+  EXPECT_THAT(HostsOf(memory, Seen({{"docs/", ' '}, {"docs/in/", ' '}, {"docs/in/B", 'b'}}, {})),
+              ElementsAre("docs", "docs/in", "docs/in/a", "docs/in/B", "docs/c"));
+}
+
+TEST(FollowLetterCase, NeighbourInTheFollowedFolder_IsNotTakenForWhatIsGone) {
+  const Memory memory =
+      Knows({{"Docs/", "DOCS", 'f'}, {"Docs/A", "DOCS/A", 'a'}, {"Docs/a", "DOCS/A     ~1", 'b'}});
+  EXPECT_THAT(HostsOf(memory, Seen({{"docs/", ' '}, {"docs/a", 'b'}}, {})),
+              ElementsAre("docs", "docs/A", "docs/a"));
+}
+
+TEST(FollowLetterCase, FolderThatWasThereBefore_IsNotTheOneThatIsGone) {
+  const Memory memory = Knows({{"Photos/", "PHOTOS", 'f'},
+                               {"Photos/1", "PHOTOS/1", 'a'},
+                               {"photos/", "PHOTOS~1", 'f'},
+                               {"photos/2", "PHOTOS~1/2", 'b'}});
+  EXPECT_THAT(HostsOf(memory, Seen({{"photos/", ' '}, {"photos/1", 'a'}, {"photos/2", 'b'}}, {})),
+              ElementsAre("Photos", "Photos/1", "photos", "photos/2"));
+}
+
+TEST(FollowLetterCase, FolderOfTheKnownNameThatIsThere_KeepsWhatIsGoneFromIt) {
+  const Memory memory = Knows({{"D/", "D", 'f'}, {"D/a", "D/A", 'a'}});
+  EXPECT_THAT(HostsOf(memory, Seen({{"D/", ' '}, {"D/n", 'n'}, {"d/", ' '}, {"d/a", 'a'}}, {})),
+              ElementsAre("D", "D/a"));
+}
+
 TEST(Pairing, FileAndFolderOfOneOwnName_ClashAndBothStay) {
   const Pairing pairing = Paired(Seen({{"DATA", 'a'}}, {{"DATA/", ' '}}));
   ASSERT_THAT(pairing.clashes, SizeIs(1));
