@@ -209,13 +209,16 @@ class Planner {
   }
 
   // What is on the disk stays there as well; a deletion on one side waits until both can be seen.
+  // What cannot be read there either is missing from the next image, and nobody has deleted it.
   void LeaveAlone(const Row& row) {
     NoteLife(row.host);
-    if (row.onDisk && row.onDisk->isReadable) {
+    const bool isLost = row.onDisk && !row.onDisk->isReadable;
+    if (row.onDisk && !isLost) {
       plan.tree.push_back({row.disk, row.host, EntryType::kFile, row.onDisk->content, true});
     }
     if (row.agreed || row.onDisk) {
-      plan.after.pairs.push_back({row.host, row.disk, EntryType::kFile, row.agreed});
+      plan.after.pairs.push_back(
+          {row.host, row.disk, EntryType::kFile, isLost ? std::nullopt : row.agreed});
     }
   }
 

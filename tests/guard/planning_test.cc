@@ -154,6 +154,22 @@ TEST(Planning, FileUnreadableOnTheHost_StaysAsItIsOnBothSides) {
   EXPECT_EQ(plan.after.pairs[0].agreed, Says('a'));  // so that the guest's change is one next time
 }
 
+TEST(Planning, FileUnreadableOnBothSides_IsAgreedOnNoMore) {
+  const Memory memory = Knows({{"a.txt", "A.TXT", 'a'}, {"b.txt", "B.TXT", 'b'}});
+  const Plan plan =
+      Planned(Seen({{"a.txt", '?'}, {"b.txt", 'x'}}, {{"A.TXT", '?'}, {"B.TXT", 'b'}}), memory);
+  const Observation after = Apply(plan, Seen({{"a.txt", 'a'}, {"b.txt", 'x'}}, {}));
+  EXPECT_FALSE(after.disk.contains("a.txt"));
+  EXPECT_THAT(StepsOf(Planned(after, plan.after)), ElementsAre("write disk a.txt /A.TXT new"));
+}
+
+TEST(Planning, FileUnreadableOnTheHostAndGoneOnTheDisk_StaysAgreedOn) {
+  const Memory memory = Knows({{"a.txt", "A.TXT", 'a'}});
+  const Plan plan = Planned(Seen({{"a.txt", '?'}}, {}), memory);
+  EXPECT_TRUE(plan.IsEmpty());
+  EXPECT_EQ(plan.after, memory);
+}
+
 TEST(Planning, NewFileUnreadableOnTheHost_TakesNoPart) {
   const Plan plan = Planned(Seen({{"a.txt", '?'}}, {}), {});
   EXPECT_TRUE(plan.IsEmpty());
