@@ -21,8 +21,10 @@ class Pairer {
     UseAllNames();
     IgnoreWhatIsNoNews();
     TakeRemembered();
-    TakeNamesakes(/*ofSameContent=*/true);
-    TakeNamesakes(/*ofSameContent=*/false);
+    for (const bool ofSameContent : {true, false}) {
+      TakeNamesakes({.ofSameContent = ofSameContent, .ofOld = true});
+      TakeNamesakes({.ofSameContent = ofSameContent, .ofOld = false});
+    }
     NameNewOnHost();
     TakeNewOnDisk();
     return std::move(pairing);
@@ -91,13 +93,20 @@ class Pairer {
     return directory && DiskKey(*directory) == DiskKey(ParentOf(pair.disk));
   }
 
+  // Round by round, the surest first: no path takes by a weaker sign what is another's by a
+  // stronger.
+  struct Wanted {
+    bool ofSameContent = false;
+    bool ofOld = false;  // under the name alone that it had before one of the sides was replaced
+  };
+
   // New entries of the host that the disk has already. The map's order puts a folder before what it
   // holds.
-  void TakeNamesakes(bool ofSameContent) {
+  void TakeNamesakes(const Wanted& wanted) {
     for (const auto& [path, item] : observation.host) {
       if (pairedOnHost.contains(path)) continue;
       const auto directory = DiskFolderFor(ParentOf(path));
-      if (directory) TakeNamesake(path, item, *directory, ofSameContent);
+      if (directory) TakeNamesake(path, item, *directory, wanted);
     }
   }
 
@@ -120,22 +129,22 @@ class Pairer {
 
   // The entry of the disk that is the same one as this, if it is free.
   void TakeNamesake(const std::string& path, const HostItem& item, const std::string& directory,
-                    bool ofSameContent) {
-    for (const std::string& key : NamesakesOf(path, directory)) {
+                    const Wanted& wanted) {
+    for (const std::string& key : NamesakesOf(path, directory, wanted.ofOld)) {
       const auto onDisk = OnDisk(key);
       if (!onDisk || pairedOnDisk.contains(key) || DiskKey(directory) != ParentOf(key)) continue;
       if (onDisk->type != item.type) {
         NoteClash(path, key);
         continue;
       }
-      if (ofSameContent && !IsSame(item, *onDisk)) continue;
+      if (wanted.ofSameContent && !IsSame(item, *onDisk)) continue;
       return Add({path, onDisk->path, item.type, item, onDisk, std::nullopt});
     }
   }
 
   // Keys, the likeliest first.
-  std::vector<std::string> NamesakesOf(const std::string& path,
-                                       const std::string& directory) const {
+  std::vector<std::string> NamesakesOf(const std::string& path, const std::string& directory,
+                                       bool ofOld) const {
     std::vector<std::string> keys;
     const std::string own = DiskKey(Join(directory, NameOf(path)));
     const auto add = [&](const NameHints::Names& names) {
@@ -143,6 +152,7 @@ class Pairer {
       if (found != names.end()) keys.push_back(DiskKey(found->second));
     };
     add(hints.remembered);
+    if (ofOld) return keys;
     // No build gives such a name: a machine has, and the host has it from there.
     const bool isOfMachine = !IsOwnShortName(NameOf(path));
     if (isOfMachine) keys.push_back(own);

@@ -39,8 +39,8 @@ struct Pairing {
 // Which names may belong together at a meeting where nothing is agreed on.
 struct NameHints {
   using Names = std::map<std::string, std::string>;  // host path to disk path
-  // From before one of the sides was replaced: likelier than the other, where the contents do not
-  // tell.
+  // From before one of the sides was replaced: likelier than the other, also where that is of an
+  // earlier path, unless the contents tell otherwise.
   Names remembered{};
   // That a build of the folder would give: a disk that was built from it has them.
   Names built{};

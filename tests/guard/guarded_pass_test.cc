@@ -323,6 +323,18 @@ TEST_F(GuardedPassTest, NewFolderOfTheNameThatOneHad_HoldsWhatIsInItAlone) {
   EXPECT_EQ(Pass().outcome, kNothingToDo);
 }
 
+TEST_F(GuardedPassTest, ReplacedFolderWithANewNeighbour_KeepsTheOldNames) {
+  folder.File("host/a_b.txt", "agreed");
+  BuildAndAgree();
+  std::filesystem::rename(Host(), folder / "moved");
+  folder.File("host/a_b.txt", "of the host").File("host/a+b.txt", "new");
+  GuestWrites("A_B.TXT", "of the guest");
+  options.onConflict = GuardedSyncOptions::ConflictRule::kTakeDisk;
+  EXPECT_EQ(Pass({GuardedHazard::kFolderReplaced}).outcome, kDone);
+  EXPECT_EQ(OnHost(), (FileTree{{"a_b.txt", "of the guest"}, {"a+b.txt", "new"}}));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
 TEST_F(GuardedPassTest, DamagedState_IsRefusedAndMergedWhenAccepted) {
   folder.File("host/a.txt", "a");
   BuildAndAgree();

@@ -250,6 +250,21 @@ TEST(Pairing, FileThatBecameAFolderOnBothSides_IsANewPair) {
   EXPECT_FALSE(pairing.rows[0].agreed);
 }
 
+TEST(Pairing, RememberedName_DecidesBeforeTheBuiltOneOfAnEarlierPath) {
+  const NameHints hints{.remembered = {{"a_b.txt", "A_B.TXT"}},
+                        .built = {{"a+b.txt", "A_B.TXT"}, {"a_b.txt", "A_B   ~1.TXT"}}};
+  const auto pairing =
+      Paired(Seen({{"a+b.txt", 'n'}, {"a_b.txt", 'h'}}, {{"A_B.TXT", 'd'}}), {}, hints);
+  EXPECT_THAT(PairsOf(pairing), ElementsAre("a_b.txt=A_B.TXT", "a+b.txt=A_B   ~1.TXT"));
+}
+
+TEST(Pairing, RememberedNameAmongEqualContents_DecidesBeforeTheBuiltOneOfAnEarlierPath) {
+  const NameHints hints{.remembered = {{"a_b.txt", "A_B.TXT"}}, .built = {{"a+b.txt", "A_B.TXT"}}};
+  const auto pairing =
+      Paired(Seen({{"a+b.txt", 'e'}, {"a_b.txt", 'e'}}, {{"A_B.TXT", 'e'}}), {}, hints);
+  EXPECT_THAT(PairsOf(pairing), ElementsAre("a_b.txt=A_B.TXT", "a+b.txt=A_B   ~1.TXT"));
+}
+
 TEST(Pairing, IgnoredEntryThatIsAsItWas_TakesNoPart) {
   Memory memory;
   memory.ignored = {{"link", {EntryType::kFolder, {}}}, {"link/a", {EntryType::kFile, Says('a')}}};
