@@ -60,6 +60,7 @@ class Planner {
   }
 
   Plan Run() {
+    plan.needsImage = rules.mendsDisk;
     UseAllNames();
     for (const Row& row : pairing.rows) {
       if (row.type == EntryType::kFile) PlanFile(row);

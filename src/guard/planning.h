@@ -17,7 +17,8 @@ using ConflictRule = GuardedSyncOptions::ConflictRule;
 struct PlanRules {
   ConflictRule onConflict = ConflictRule::kKeepBoth;  // kStop plans as this one does
   bool isFirstMeeting = false;
-  std::string when{};  // for the names of kept versions: "2026-11-21 17.20.05"
+  bool mendsDisk = false;  // which is damaged: a new image, whether anything has changed or not
+  std::string when{};      // for the names of kept versions: "2026-11-21 17.20.05"
 };
 
 // A file of the disk that is to be written to the host.

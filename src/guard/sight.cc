@@ -28,6 +28,7 @@ constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
 // something changed, and the next one goes on.
 constexpr int kMostRounds = 4;
 constexpr char kWasStopped[] = "it was stopped";
+constexpr char kDamaged[] = "the disk is damaged: it is made anew";
 constexpr char kTornImage[] =
     "an earlier pass was cut off while it wrote into the image: that is done to its end";
 constexpr char kOldImageBeside[] =
@@ -296,6 +297,7 @@ class Looker {
     }
     const PlanRules rules{.onConflict = options.onConflict,
                           .isFirstMeeting = sight.isFirstMeeting,
+                          .mendsDisk = !sight.facts.onDisk.damage.empty(),
                           .when = LocalTimeText(NowNanoseconds())};
     Pairing pairing;
     bool isNews = true;
@@ -336,6 +338,7 @@ class Looker {
       sight.notes.push_back(
           {'/' + path, "cannot be read on the disk: what is left of it stays in the old image"});
     }
+    if (!sight.facts.onDisk.damage.empty()) sight.notes.push_back({"", kDamaged});
     NoteSize();
     NoteMending();
   }

@@ -1,0 +1,97 @@
+// Damage of the disk that is accepted: what can be read stays, the rest comes from the folder, and
+// the next image is sound.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "common/byte_order.h"
+#include "guard/guarded_pair.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using enum GuardedOutcome;
+using enum GuardedHazard;
+
+class DamagedDisk : public GuardedPair {
+ protected:
+  static constexpr std::size_t kFirstFat = 1024;
+  static constexpr std::size_t kNameInSlot = 11;
+  static constexpr std::size_t kFirstClusterInSlot = 26;
+
+  void Load() { bytes = test::ReadBytes(Image()); }
+  void Save() const { test::WriteBytes(Image(), bytes); }
+
+  std::size_t FatBytes() const { return std::size_t{512} * LoadU16(&bytes[512 + 22]); }
+
+  // Of the first entry that has these eleven bytes.
+  std::uint8_t* Slot(const std::string& name) {
+    const auto slot = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
+    EXPECT_NE(slot, bytes.end()) << name;
+    return &*slot;
+  }
+  std::uint16_t FirstClusterOf(const std::string& name) {
+    return LoadU16(Slot(name) + kFirstClusterInSlot);
+  }
+
+  void SetFatWord(std::uint16_t cluster, std::uint16_t word) {
+    for (const std::size_t fat : {kFirstFat, kFirstFat + FatBytes()}) {
+      StoreU16(&bytes[fat + std::size_t{2} * cluster], word);
+    }
+  }
+
+  void RenameSlot(const std::string& name, const std::string& newName) {
+    ASSERT_EQ(newName.size(), kNameInSlot);
+    std::copy(newName.begin(), newName.end(), Slot(name));
+  }
+
+  static std::vector<std::string> NotesOf(const GuardedReport& report) {
+    std::vector<std::string> notes;
+    for (const GuardedNote& note : report.notes) notes.push_back(note.path + ": " + note.text);
+    return notes;
+  }
+
+  // Refused at first; done when it is accepted, and that is all there was to do.
+  GuardedReport PassRefusedAndAccepted() {
+    EXPECT_EQ(Pass().outcome, kRefused);
+    GuardedReport report = Pass({kImageUnsound});
+    EXPECT_EQ(report.outcome, kDone) << report.message;
+    const GuardedReport next = Pass();
+    EXPECT_EQ(next.outcome, kNothingToDo) << next.message;
+    EXPECT_THAT(next.notes, IsEmpty());
+    return report;
+  }
+
+  std::vector<std::uint8_t> bytes;
+};
+
+TEST_F(DamagedDisk, DifferingFats_AreMadeAlike) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  Load();
+  bytes[kFirstFat + FatBytes() + 100] ^= 1;
+  Save();
+  const GuardedReport report = PassRefusedAndAccepted();
+  EXPECT_THAT(report.steps, IsEmpty());
+  EXPECT_THAT(NotesOf(report), ElementsAre(HasSubstr("made anew")));
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "a"}}));
+  EXPECT_THAT(InTrash(), SizeIs(1));
+  Load();
+  EXPECT_TRUE(std::equal(bytes.begin() + kFirstFat,
+                         bytes.begin() + static_cast<std::ptrdiff_t>(kFirstFat + FatBytes()),
+                         bytes.begin() + static_cast<std::ptrdiff_t>(kFirstFat + FatBytes())));
+}
+
+}  // namespace
+}  // namespace quorbix::virtdisk::internal::guard
