@@ -56,6 +56,7 @@ bool CheckTree(ByteSource& image, const Fat16FsInfo& info, const FatTable& fat, 
   }
   TreeCheck tree(image, info, fat, findings, report.counts);
   if (!tree.Run(err)) return false;
+  report.meetings = tree.Meetings();
   const ClusterClaims::Lost lost = tree.CountLost();
   report.counts.lostClusters = lost.clusters;
   if (lost.clusters > 0) findings.Add(FindingKind::kLostClusters, {lost.clusters, lost.chains});

@@ -48,9 +48,15 @@ struct CheckReport {
   bool isPartitioned = false;
   // False: the volume could be looked at only in part, for a reason that is among the findings.
   bool isWhole = false;
+  // By first cluster: the chains that meet another one, and those that they meet. However many
+  // there are, all are here; empty without any.
+  std::vector<bool> meetings;
 
   bool IsSound() const;  // no damage
   std::uint64_t Found(FindingKind kind) const { return found[static_cast<std::size_t>(kind)]; }
+  bool Meets(std::uint16_t firstCluster) const {
+    return firstCluster < meetings.size() && meetings[firstCluster];
+  }
 };
 
 // Checks the FAT16 volume in `image`, the one that Fat16FsImage would read: partition table, boot

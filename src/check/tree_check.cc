@@ -193,8 +193,17 @@ void TreeCheck::CheckChain(const Node& node, std::uint32_t size) {
     nodes.push_back(node);
     nodes.back().clusters = chain.clusters;
   }
+  if (chain.end == ClusterClaims::End::kTaken) {
+    NoteMeeting(node.start);
+    NoteMeeting(nodes[chain.other].start);
+  }
   if (chain.end != ClusterClaims::End::kMarked) return TellBreak(node, chain);
   if (!node.isDirectory) TellLength(node, chain.clusters, size);
+}
+
+void TreeCheck::NoteMeeting(std::uint16_t firstCluster) {
+  meetings.resize(fat.End());
+  meetings[firstCluster] = true;
 }
 
 void TreeCheck::TellLength(const Node& node, std::uint64_t clusters, std::uint64_t size) {

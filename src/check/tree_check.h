@@ -34,6 +34,7 @@ class TreeCheck {
   [[nodiscard]] bool Run(std::string& err);
 
   ClusterClaims::Lost CountLost() const { return claims.CountLost(); }
+  const std::vector<bool>& Meetings() const { return meetings; }  // of CheckReport
 
  private:
   using RawName = std::array<std::uint8_t, dir_entry::kNameSize>;
@@ -66,6 +67,7 @@ class TreeCheck {
   bool TakeDotSlot(Place& place, std::uint64_t number, const std::uint8_t* slot);
   void CheckEntry(Place& place, const std::uint8_t* slot);
   void CheckChain(const Node& node, std::uint32_t size);
+  void NoteMeeting(std::uint16_t firstCluster);
   void TellLength(const Node& node, std::uint64_t clusters, std::uint64_t size);
   void TellBreak(const Node& node, const ClusterClaims::Chain& chain);
   void TellDuplicates(Place& place);
@@ -80,6 +82,7 @@ class TreeCheck {
   FindingList& findings;
   VolumeCounts& counts;
   std::vector<Node> nodes;
+  std::vector<bool> meetings;
   bool hasLabel = false;  // the root, so far: others do not count
 };
 

@@ -190,7 +190,6 @@ class DiskLooker {
   }
 
   bool Check(ByteSource& source) {
-    CheckReport report;
     std::string err;
     if (!CheckVolume(source, report, err)) {
       Spoil(ImageFacts::State::kUnreadable, err);
@@ -256,6 +255,7 @@ class DiskLooker {
     if (record.IsDirectory()) {
       item.type = EntryType::kFolder;
     } else {
+      item.sharesClusters = report.Meets(record.firstCluster);
       Hash(record, index, item);
       if (!source.Failure().empty()) return false;
     }
@@ -313,6 +313,7 @@ class DiskLooker {
   WorkMonitor& monitor;
   std::vector<std::uint8_t> buffer;
   std::uint64_t left = 0;  // bytes that sound files may still have
+  CheckReport report;
   DiskView view;
 };
 

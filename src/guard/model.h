@@ -40,7 +40,10 @@ struct DiskItem {
   EntryType type = EntryType::kFile;
   Content content{};
   bool isReadable = true;  // false: its chain is broken or too short, and `content` not known
-  bool isDated = false;    // a machine has written it: builds leave the date out
+  // A chain of another entry leads into its own, or the other way round: some of it may be another
+  // file's.
+  bool sharesClusters = false;
+  bool isDated = false;  // a machine has written it: builds leave the date out
 };
 
 // Both sides as they are.

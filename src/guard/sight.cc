@@ -67,6 +67,18 @@ void DoubtDeletions(const std::map<std::string, DiskItem>& disk, Memory& memory)
   }
 }
 
+// Of entries that share clusters nobody can tell whose these are, but for one that says what it
+// said when both sides agreed.
+void DoubtMixtures(const Memory& memory, std::map<std::string, DiskItem>& disk) {
+  for (const Pair& pair : memory.pairs) {
+    const auto item = disk.find(DiskKey(pair.disk));
+    if (item != disk.end() && pair.agreed == item->second.content) {
+      item->second.sharesClusters = false;
+    }
+  }
+  for (auto& [key, item] : disk) item.isReadable = item.isReadable && !item.sharesClusters;
+}
+
 class Looker {
  public:
   Looker(const Places& itsPlaces, const GuardedSyncOptions& itsOptions, const KnownState& known,
@@ -287,7 +299,10 @@ class Looker {
     sight.seen = WithUnseen(
         {.host = sight.host.items, .disk = sight.disk.items, .hostLeftOut = sight.host.leftOut},
         known);
-    if (!sight.facts.onDisk.damage.empty()) DoubtDeletions(sight.seen.disk, known);
+    if (!sight.facts.onDisk.damage.empty()) {
+      DoubtMixtures(known, sight.seen.disk);
+      DoubtDeletions(sight.seen.disk, known);
+    }
     NameHints hints{.remembered = namesBefore, .built = {}};
     if (sight.isFirstMeeting) {
       FirstMeeting meeting = MeetFirst(places.folder, sight.seen, monitor);

@@ -93,5 +93,62 @@ TEST_F(DamagedDisk, DifferingFats_AreMadeAlike) {
                          bytes.begin() + static_cast<std::ptrdiff_t>(kFirstFat + FatBytes())));
 }
 
+// The chain of B.TXT leads into that of A.TXT.
+class MeetingChains : public DamagedDisk {
+ protected:
+  static constexpr std::size_t kLong = 2000;
+
+  void SetUp() override {
+    folder.File("host/a.txt", std::string(kLong, 'a')).File("host/b.txt", std::string(kLong, 'b'));
+    BuildAndAgree();
+  }
+
+  void LetMeet() {
+    Load();
+    SetFatWord(FirstClusterOf("B       TXT"),
+               static_cast<std::uint16_t>(FirstClusterOf("A       TXT") + 1));
+    Save();
+  }
+};
+
+TEST_F(MeetingChains, MixtureOfTwoFiles_IsTakenFromTheFolder) {
+  LetMeet();
+  const FileTree host = OnHost();
+  PassRefusedAndAccepted();
+  EXPECT_EQ(OnHost(), host);
+  EXPECT_EQ(OnDisk(),
+            (FileTree{{"A.TXT", std::string(kLong, 'a')}, {"B.TXT", std::string(kLong, 'b')}}));
+}
+
+TEST_F(MeetingChains, FileThatIsAsAgreed_IsTheOneThatTheClustersBelongTo) {
+  LetMeet();
+  folder.Remove("host/a.txt").File("host/b.txt", "edited");
+  const GuardedReport report = PassRefusedAndAccepted();
+  EXPECT_THAT(StepsOf(report),
+              ElementsAre("delete on disk: a.txt = /A.TXT", "write on disk: b.txt = /B.TXT"));
+  EXPECT_EQ(OnDisk(), (FileTree{{"B.TXT", "edited"}}));
+}
+
+TEST_F(MeetingChains, NeitherIsTrusted_WhereNothingWasAgreedOn) {
+  GuestWrites("B.TXT", std::string(kLong, 'b'));  // dated: what differs is a conflict
+  LetMeet();
+  std::filesystem::remove_all(StateFolder());
+  folder.File("host/a.txt", "older");
+  PassRefusedAndAccepted();
+  EXPECT_EQ(OnHost(), (FileTree{{"a.txt", "older"}, {"b.txt", std::string(kLong, 'b')}}));
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "older"}, {"B.TXT", std::string(kLong, 'b')}}));
+}
+
+TEST_F(MeetingChains, MixtureThatTheFolderDoesNotHave_IsTold) {
+  GuestWrites("NEW.TXT", std::string(kLong, 'n'));
+  Load();
+  SetFatWord(FirstClusterOf("NEW     TXT"), FirstClusterOf("A       TXT"));
+  Save();
+  const GuardedReport report = PassRefusedAndAccepted();
+  EXPECT_THAT(NotesOf(report), Contains(HasSubstr("/NEW.TXT: cannot be read on the disk")));
+  EXPECT_THAT(OnHost(), SizeIs(2));
+  EXPECT_THAT(OnDisk(), SizeIs(2));
+}
+
 }  // namespace
 }  // namespace quorbix::virtdisk::internal::guard
