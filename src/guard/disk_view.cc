@@ -228,6 +228,7 @@ class DiskLooker {
       if (longNames.Has(record)) ++longNamed;
     }
     NoteLongNames(longNamed);
+    NoteDropped();
   }
 
   void NoteLongNames(std::size_t count) {
@@ -242,12 +243,13 @@ class DiskLooker {
   bool TakeRecord(const EntryRecord& record, const VolumeIndex& index, FileSource& source) {
     std::string path = index.PathOf(record);
     const std::string name(record.Name());
-    const bool isBelowDropped =
-        record.parent != VolumeIndex::kNoRecord &&
-        !view.items.contains(DiskKey(index.PathOf(index.Records()[record.parent]).substr(1)));
     const std::string key = DiskKey(std::string_view(path).substr(1));
     // What the check tells of, and what nothing can stand for.
-    if (!IsHostName(name) || isBelowDropped || view.items.contains(key)) return true;
+    if (!IsHostName(name)) return true;
+    if (IsBelowDropped(record, index) || view.items.contains(key)) {
+      ++dropped;
+      return true;
+    }
     DiskItem item{.path = path.substr(1)};
     DiskEntry entry{.slotOffset = record.dirEntryOffset, .firstCluster = record.firstCluster};
     if (!TakeSlot(source, item, entry)) return false;
@@ -262,6 +264,22 @@ class DiskLooker {
     view.items.emplace(key, std::move(item));
     view.entries.emplace(key, entry);
     return true;
+  }
+
+  // Its directory, which may have had the name of a file.
+  bool IsBelowDropped(const EntryRecord& record, const VolumeIndex& index) const {
+    if (record.parent == VolumeIndex::kNoRecord) return false;
+    const auto parent =
+        view.items.find(DiskKey(index.PathOf(index.Records()[record.parent]).substr(1)));
+    return parent == view.items.end() || parent->second.type != EntryType::kFolder;
+  }
+
+  void NoteDropped() {
+    if (dropped == 0) return;
+    view.notes.push_back(
+        {"", std::to_string(dropped) +
+                 (dropped == 1 ? " entry of the disk has" : " entries of the disk have") +
+                 " the name of another one, or lie in one that has: not in the next image"});
   }
 
   bool TakeSlot(ByteSource& source, DiskItem& item, DiskEntry& entry) {
@@ -312,7 +330,8 @@ class DiskLooker {
   const GuardedWork work;
   WorkMonitor& monitor;
   std::vector<std::uint8_t> buffer;
-  std::uint64_t left = 0;  // bytes that sound files may still have
+  std::uint64_t left = 0;   // bytes that sound files may still have
+  std::size_t dropped = 0;  // entries
   CheckReport report;
   DiskView view;
 };

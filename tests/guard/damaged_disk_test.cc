@@ -150,5 +150,19 @@ TEST_F(MeetingChains, MixtureThatTheFolderDoesNotHave_IsTold) {
   EXPECT_THAT(OnDisk(), SizeIs(2));
 }
 
+TEST_F(DamagedDisk, DirectoryThatHasTheNameOfAFile_IsNoReasonToFail) {
+  folder.File("host/file", "f").File("host/sub/in.txt", "in").File("host/z.txt", "z");
+  BuildAndAgree();
+  Load();
+  RenameSlot("SUB        ", "FILE       ");
+  Save();
+  folder.File("host/z.txt", "edited");
+  const GuardedReport report = PassRefusedAndAccepted();
+  EXPECT_THAT(NotesOf(report), Contains(HasSubstr("the name of another")));
+  const FileTree host{{"file", "f"}, {"sub/in.txt", "in"}, {"z.txt", "edited"}};
+  EXPECT_EQ(OnHost(), host);
+  EXPECT_EQ(OnDisk(), (FileTree{{"FILE", "f"}, {"SUB/IN.TXT", "in"}, {"Z.TXT", "edited"}}));
+}
+
 }  // namespace
 }  // namespace quorbix::virtdisk::internal::guard
