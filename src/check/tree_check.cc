@@ -57,12 +57,12 @@ bool IsOddLabelByte(std::uint8_t byte) {
              std::string_view::npos;
 }
 
+}  // namespace
+
 bool IsUnusableName(const std::uint8_t* slot) {
   const std::size_t first = slot[0] == kStandsForE5 ? 1 : 0;
   return std::any_of(slot + first, slot + dir_entry::kNameSize, IsUnusableByte);
 }
-
-}  // namespace
 
 // Breadth first: the nodes are the list of what is still to be read.
 bool TreeCheck::Run(std::string& err) {

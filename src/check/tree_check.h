@@ -15,6 +15,9 @@
 
 namespace quorbix::virtdisk::internal {
 
+// Whether a slot's name has bytes that no system takes.
+bool IsUnusableName(const std::uint8_t* slot);
+
 // Looks at every directory and entry of a volume and gives the clusters to those who have them.
 //
 // A directory is read as far as its chain belongs to it alone, so each cluster is read once. Of the

@@ -17,9 +17,11 @@
 #include "common/byte_order.h"
 #include "fat16/geometry.h"
 #include "guard/clock.h"
+#include "guard/disk_names.h"
 #include "guard/host_view.h"
 #include "guard/long_names.h"
 #include "guard/system_text.h"
+#include "guard/usable_names.h"
 #include "sync/hash_bytes.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -30,6 +32,9 @@ namespace {
 constexpr std::uint32_t kFewestClusters = 4085;  // of a volume that everybody takes for FAT16
 // Directories nested thousands deep have paths of gigabytes in all.
 constexpr std::uint64_t kMostPathBytes = std::uint64_t{64} << 20;
+
+constexpr char kNoUsableName[] = "has a name that no system takes: ";
+constexpr char kInNextImage[] = " in the next image";
 
 // Whether a host takes the name for one entry of a folder, and for no other than it says.
 bool IsHostName(std::string_view name) {
@@ -219,13 +224,19 @@ class DiskLooker {
     }
     left = view.facts.bytes;
     monitor.Begin(work, std::min(contentBytes, left));
+    UsableNames names(index);
+    std::string err;
+    const bool areUsable = report.Found(FindingKind::kUnusableName) == 0;
+    if (!areUsable && !names.Choose(source, err)) {
+      return Spoil(ImageFacts::State::kUnreadable, err);
+    }
     LongNames longNames(index, source);
     std::size_t longNamed = 0;
-    for (const EntryRecord& record : index.Records()) {
+    for (std::size_t number = 0; number < index.Records().size(); ++number) {
       if (monitor.IsStopped()) view.result = DiskView::Result::kStopped;
       if (view.result != DiskView::Result::kComplete) return;
-      if (!TakeRecord(record, index, source)) return;
-      if (longNames.Has(record)) ++longNamed;
+      if (!TakeRecord(number, index, names, source)) return;
+      if (longNames.Has(index.Records()[number])) ++longNamed;
     }
     NoteLongNames(longNamed);
     NoteDropped();
@@ -240,19 +251,24 @@ class DiskLooker {
   }
 
   // False: the image cannot be read any more.
-  bool TakeRecord(const EntryRecord& record, const VolumeIndex& index, FileSource& source) {
-    std::string path = index.PathOf(record);
-    const std::string name(record.Name());
-    const std::string key = DiskKey(std::string_view(path).substr(1));
+  bool TakeRecord(std::size_t number, const VolumeIndex& index, const UsableNames& names,
+                  FileSource& source) {
+    const EntryRecord& record = index.Records()[number];
+    const std::string* chosen = names.ChosenFor(number);
     // What the check tells of, and what nothing can stand for.
-    if (!IsHostName(name)) return true;
-    if (IsBelowDropped(record, index) || view.items.contains(key)) {
+    if (!IsHostName(chosen != nullptr ? *chosen : record.Name())) return true;
+    DiskItem item{.path = names.PathOf(number)};
+    const std::string key = DiskKey(item.path);
+    if (IsBelowDropped(record, names) || view.items.contains(key)) {
       ++dropped;
       return true;
     }
-    DiskItem item{.path = path.substr(1)};
     DiskEntry entry{.slotOffset = record.dirEntryOffset, .firstCluster = record.firstCluster};
     if (!TakeSlot(source, item, entry)) return false;
+    if (chosen != nullptr) {
+      item.shortName = ShortNameOf(*chosen);
+      view.notes.push_back({index.PathOf(record), kNoUsableName + *chosen + kInNextImage});
+    }
     item.isDated = record.writeDate != 0;
     if (record.IsDirectory()) {
       item.type = EntryType::kFolder;
@@ -267,10 +283,9 @@ class DiskLooker {
   }
 
   // Its directory, which may have had the name of a file.
-  bool IsBelowDropped(const EntryRecord& record, const VolumeIndex& index) const {
+  bool IsBelowDropped(const EntryRecord& record, const UsableNames& names) const {
     if (record.parent == VolumeIndex::kNoRecord) return false;
-    const auto parent =
-        view.items.find(DiskKey(index.PathOf(index.Records()[record.parent]).substr(1)));
+    const auto parent = view.items.find(DiskKey(names.PathOf(record.parent)));
     return parent == view.items.end() || parent->second.type != EntryType::kFolder;
   }
 

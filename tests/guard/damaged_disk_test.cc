@@ -164,5 +164,53 @@ TEST_F(DamagedDisk, DirectoryThatHasTheNameOfAFile_IsNoReasonToFail) {
   EXPECT_EQ(OnDisk(), (FileTree{{"FILE", "f"}, {"SUB/IN.TXT", "in"}, {"Z.TXT", "edited"}}));
 }
 
+struct NameRow {
+  const char* name;
+  std::string stored;  // eleven bytes
+  std::string usable;
+};
+
+class UnusableName : public DamagedDisk, public testing::WithParamInterface<NameRow> {
+ protected:
+  void SetUp() override {
+    folder.File("host/a.txt", "a").File("host/fi_le.txt", "another");
+    BuildAndAgree();
+    GuestWrites("GUEST.TXT", "g");
+    GuestMakesFolder("FOLDER");
+    GuestWrites("FOLDER/IN.TXT", "in");
+    Load();
+  }
+};
+
+TEST_P(UnusableName, OfAFile_GetsOneThatCanBeUsed) {
+  RenameSlot("GUEST   TXT", GetParam().stored);
+  Save();
+  const GuardedReport report = PassRefusedAndAccepted();
+  EXPECT_THAT(NotesOf(report), Contains(HasSubstr("no system takes: " + GetParam().usable)));
+  EXPECT_EQ(OnDisk().at(GetParam().usable), "g");
+  EXPECT_EQ(OnHost().at(GetParam().usable), "g");
+  EXPECT_EQ(OnDisk().at("FI_LE.TXT"), "another");
+}
+
+TEST_P(UnusableName, OfADirectory_GetsOneThatCanBeUsed) {
+  RenameSlot("FOLDER     ", GetParam().stored);
+  Save();
+  PassRefusedAndAccepted();
+  EXPECT_EQ(OnDisk().at(GetParam().usable + "/IN.TXT"), "in");
+  EXPECT_EQ(OnHost().at(GetParam().usable + "/IN.TXT"), "in");
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, UnusableName,
+                         testing::Values(NameRow{"Dot", "FI.LE   TXT", "FI_LE ~1.TXT"},
+                                         NameRow{"DotInFront", ".GU     TXT", "_GU.TXT"},
+                                         NameRow{"OnlyDotInFront", ".A         ", "_A"},
+                                         NameRow{"QuestionMark", "A?      TXT", "A_.TXT"},
+                                         NameRow{"Slash", "A/B     TXT", "A_B.TXT"},
+                                         NameRow{"ControlCharacter", "A\x01      TXT", "A_.TXT"},
+                                         NameRow{"Zero", std::string("B\0C     TXT", 11), "B.TXT"},
+                                         NameRow{"ZeroBehindATakenName",
+                                                 std::string("A\0C     TXT", 11), "A     ~1.TXT"}),
+                         [](const auto& row) { return row.param.name; });
+
 }  // namespace
 }  // namespace quorbix::virtdisk::internal::guard
