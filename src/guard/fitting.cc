@@ -30,7 +30,12 @@ Fitting FitTree(const std::vector<TreeEntry>& tree, std::uint64_t imageBytes) {
   const BuildPreview preview = AsBuild(tree);
   const ImageFit fit = FitIntoImage(preview, imageBytes);
   if (fit.holds) return {.fits = true, .message = {}};
-  return {.fits = false, .message = fit.message, .smallestBytes = SmallestImage(preview)};
+  // Larger clusters can hold less: not every image that does is larger.
+  const std::uint64_t larger = SmallestImage(preview, imageBytes);
+  return {.fits = false,
+          .message = fit.message,
+          .isSize = fit.clusters > 0,
+          .bytesThatDo = larger > 0 ? larger : SmallestImage(preview)};
 }
 
 }  // namespace quorbix::virtdisk::internal::guard

@@ -11,8 +11,11 @@ namespace quorbix::virtdisk::internal::guard {
 
 struct Fitting {
   bool fits = false;
-  std::string message;              // why not, in the writer's words
-  std::uint64_t smallestBytes = 0;  // of an image that holds the tree; 0 when none does
+  std::string message;  // why not, in the writer's words
+  bool isSize = true;   // false: no volume has the image's size, whatever it holds
+  // Of an image that holds the tree: the smallest larger one, and where no larger one does, the
+  // smallest. 0 when none does.
+  std::uint64_t bytesThatDo = 0;
 };
 
 // Whether an image of `imageBytes` bytes takes the entries of a tree.

@@ -301,18 +301,30 @@ void CheckPermissions(const Facts& facts, const PlanFacts& planFacts, const Plan
   }
 }
 
+std::string HowToFit(const Fitting& fitting, std::uint64_t imageBytes) {
+  if (fitting.bytesThatDo == 0) {
+    return "No image would hold it: take something out of the folder, or move entries of its top "
+           "into folders, since a disk's top directory holds 511";
+  }
+  const std::string size = std::to_string(fitting.bytesThatDo >> 20) + " MiB";
+  if (fitting.bytesThatDo > imageBytes) {
+    return "Take something out of the folder, or use an image of " + size + " or more";
+  }
+  return "Use a smaller image, such as one of " + size;
+}
+
 void CheckFit(const Facts& facts, const Plan& plan, Collector& found) {
   if (!plan.needsImage) return;
   const Fitting fitting = FitTree(plan.tree, facts.onDisk.bytes);
   if (fitting.fits) return;
-  std::string text = "the folder does not fit into the image " + facts.image + " (" +
-                     fitting.message + "): what has no room there would be missing. ";
-  text += fitting.smallestBytes == 0
-              ? "No image would hold it: take something out of the folder, or move entries of its "
-                "top into folders, since a disk's top directory holds 511"
-              : "Take something out of the folder, or use an image of " +
-                    std::to_string(fitting.smallestBytes >> 20) + " MiB or more";
-  found.Add(kDoesNotFit, false, std::move(text));
+  const bool isTooLarge = !fitting.isSize && fitting.bytesThatDo <= facts.onDisk.bytes;
+  const std::string why =
+      isTooLarge
+          ? "the image " + facts.image + " has " + std::to_string(facts.onDisk.bytes) +
+                " bytes, and so would the next one, which is more than a FAT16 volume takes. "
+          : "the folder does not fit into the image " + facts.image + " (" + fitting.message +
+                "): what has no room there would be missing. ";
+  found.Add(kDoesNotFit, false, why + HowToFit(fitting, facts.onDisk.bytes));
 }
 
 std::uint64_t BytesForTrash(const Facts& facts, const PlanFacts& planFacts, const Plan& plan,

@@ -5,6 +5,7 @@
 
 #include <functional>
 
+#include "guard/fitting.h"
 #include "guard/vocabulary.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -117,11 +118,11 @@ TEST(HazardsOfSides, NestingThatCannotBeAccepted_IsToldFirst) {
 
 // What a plan of these sides meets.
 Hazards Found(const Observation& seen, const Memory& memory, const PlanFacts& planFacts = {},
-              const HazardLimits& limits = {}) {
+              const HazardLimits& limits = {}, const Facts& facts = Sound()) {
   const Observation whole = WithUnseen(seen, memory);
   const Pairing pairing = PairEntries(whole, memory, {});
   const Plan plan = MakePlan(whole, memory, pairing, {.when = "NOW"});
-  return HazardsOfPlan(Sound(), planFacts, whole, memory, pairing, plan, limits);
+  return HazardsOfPlan(facts, planFacts, whole, memory, pairing, plan, limits);
 }
 
 std::vector<GuardedHazard> Kinds(const Hazards& hazards) {
@@ -254,6 +255,30 @@ TEST(HazardsOfPlan, FileLargerThanTheImage_DoesNotFitAndTheSmallestSizeIsTold) {
   const Hazards hazards = Found(seen, {});
   ASSERT_THAT(Kinds(hazards), ElementsAre(GuardedHazard::kDoesNotFit));
   EXPECT_THAT(hazards[0].text, HasSubstr("an image of 6 MiB or more"));
+}
+
+TEST(HazardsOfPlan, ImageLargerThanAnyVolume_IsToldForWhatItIs) {
+  Facts facts = Sound();
+  facts.onDisk.bytes = std::uint64_t{5} << 30;
+  const Hazards hazards = Found(Seen({{"a", 'a'}}, {}), {}, {}, {}, facts);
+  ASSERT_THAT(Kinds(hazards), ElementsAre(GuardedHazard::kDoesNotFit));
+  EXPECT_THAT(hazards[0].text,
+              HasSubstr("the image /home/me/disk.img has 5368709120 bytes, and so would the next"));
+  EXPECT_THAT(hazards[0].text, HasSubstr("Use a smaller image, such as one of 3 MiB"));
+  EXPECT_THAT(hazards[0].text, Not(HasSubstr("or more")));
+}
+
+// Up to about 32 MiB clusters have 2 KiB, and from there on 4 KiB, of which 34 MiB have fewer.
+TEST(FitTree, ImageWhoseLargerClustersHoldLess_IsGivenALargerSizeThatDoes) {
+  std::vector<TreeEntry> tree{{.disk = "D", .type = EntryType::kFolder}};
+  for (int i = 0; i < 10'000; ++i) {
+    tree.push_back({.disk = "D/F" + std::to_string(i), .content = Says('a')});
+  }
+  EXPECT_TRUE(FitTree(tree, std::uint64_t{31} << 20).fits);
+  const Fitting fitting = FitTree(tree, std::uint64_t{34} << 20);
+  EXPECT_FALSE(fitting.fits);
+  EXPECT_EQ(fitting.bytesThatDo, std::uint64_t{40} << 20);
+  EXPECT_TRUE(FitTree(tree, fitting.bytesThatDo).fits);
 }
 
 TEST(HazardsOfPlan, WhatTheDiskNeedNotTake_NeedNotFit) {
