@@ -70,6 +70,7 @@ class HostLooker {
         ListFolder(look.folder.native() + '/' + path, IfLink::kRefuse, folder);
     if (!listing.opened || listing.error) {
       view.items[path].isReadable = false;
+      view.wasAllRead = false;
       view.notes.push_back({path, kUnreadableFolder + listing.error.message()});
       return;
     }
@@ -139,6 +140,7 @@ class HostLooker {
       view.error = why;
       return;
     }
+    view.wasAllRead = false;
     HostItem& item = view.items[path];
     if (std::exchange(item.isReadable, false)) {
       view.notes.push_back({path, kUnreadableFolder + why});
@@ -152,6 +154,7 @@ class HostLooker {
         return LeaveOut(path, kLinkNowhere);
       }
       view.items[path] = {.isReadable = false};
+      view.wasAllRead = false;
       view.notes.push_back({path, kUnreadableFile + SystemText()});
       return;
     }
@@ -218,6 +221,7 @@ class HostLooker {
     if (!opened || !contents.Read(opened.Get(), file.content)) {
       if (contents.IsStopped()) return Stop(HostView::Result::kStopped, path);
       view.items[path] = {.isReadable = false};
+      view.wasAllRead = false;
       view.notes.push_back({path, kUnreadableFile + SystemText()});
       return;
     }

@@ -67,7 +67,7 @@ struct HostView {
   std::map<std::string, Stamp> leftOutTargets{};  // of links that lead somewhere
   FileLinks links{};
   std::vector<std::string> leftovers{};  // of passes that were cut off
-  bool wasAllRead = true;                // no content was taken from `known`
+  bool wasAllRead = true;                // every content, and none was taken from `known`
   std::int64_t latestFolderChange = 0;   // nanoseconds since 1970
 };
 

@@ -147,6 +147,22 @@ TEST(LookAtHost, UnreadableFileAndFolder_AreSeenAsSuch) {
   EXPECT_EQ(status, 0);
 }
 
+TEST(LookAtHost, WithoutWhatCannotBeRead_NotAllIsRead) {
+  TempFolder folder;
+  folder.File("file/secret").Forbidden("file/secret").File("folder/closed/a");
+  folder.Forbidden("folder/closed").File("third/half/a").File("whole/a");
+  folder.Link("links/l", "../folder/closed/a");
+  fs::permissions(folder / "third/half", fs::perms(0744));
+  const int status = RunInChild({.dropRoot = true}, [&] {
+    if (Look(folder / "file").wasAllRead) return 1;
+    if (Look(folder / "folder").wasAllRead) return 2;
+    if (Look(folder / "third").wasAllRead) return 3;
+    if (Look(folder / "links").wasAllRead) return 4;
+    return Look(folder / "whole").wasAllRead ? 0 : 5;
+  });
+  EXPECT_EQ(status, 0);
+}
+
 TEST(LookAtHost, FolderThatMayBeListedAndNotEntered_IsUnreadableNotEmpty) {
   TempFolder folder;
   folder.File("half/a").File("b").Link("link", "half/a");
