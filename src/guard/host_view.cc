@@ -215,9 +215,15 @@ class HostLooker {
   void ReadFile(const std::string& path, const std::string& name, int folder) {
     SeenFile file;
     file.taken = NowNanoseconds();
-    struct ::stat before;
+    struct ::stat before {};
     struct ::stat after;
     const Descriptor opened = OpenRegularFileIn(folder, name.c_str(), before);
+    file.stamp = StampOf(before);
+    if (opened && file.stamp.size > look.mostBytes) {
+      view.items[path] = {.content = {.size = file.stamp.size}};
+      view.wasAllRead = false;
+      return;
+    }
     if (!opened || !contents.Read(opened.Get(), file.content)) {
       if (contents.IsStopped()) return Stop(HostView::Result::kStopped, path);
       view.items[path] = {.isReadable = false};
@@ -225,7 +231,6 @@ class HostLooker {
       view.notes.push_back({path, kUnreadableFile + SystemText()});
       return;
     }
-    file.stamp = StampOf(before);
     const bool isSteady = ::fstat(opened.Get(), &after) == 0 && StampOf(after) == file.stamp &&
                           file.content.size == file.stamp.size;
     if (!isSteady) return Stop(HostView::Result::kBusy, path);

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <limits>
 #include <map>
 #include <optional>
 #include <set>
@@ -42,6 +43,9 @@ struct HostLook {
   std::vector<Identity> leftOut{};
   const std::map<std::string, SeenFile>* known = nullptr;  // contents that need no reading
   bool readsEverything = false;
+  // Larger files have no room on the disk, whatever they say: of their content only the size is
+  // found out.
+  std::uint64_t mostBytes = std::numeric_limits<std::uint64_t>::max();
   std::int64_t settleNanoseconds = 0;
 };
 

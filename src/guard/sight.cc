@@ -144,12 +144,13 @@ class Looker {
       return true;
     }
     facts.identity = status->identity;
-    sight.host = LookAtHost({.folder = places.folder,
-                             .leftOut = OwnParts(),
-                             .known = &sight.state.seen,
-                             .readsEverything = options.verify,
-                             .settleNanoseconds = SettleNanoseconds()},
-                            monitor);
+    HostLook look{.folder = places.folder,
+                  .leftOut = OwnParts(),
+                  .known = &sight.state.seen,
+                  .readsEverything = options.verify,
+                  .settleNanoseconds = SettleNanoseconds()};
+    if (const auto image = StampAt(places.image)) look.mostBytes = image->size;
+    sight.host = LookAtHost(look, monitor);
     switch (sight.host.result) {
       case HostView::Result::kComplete:
         facts.identity = sight.host.identity;

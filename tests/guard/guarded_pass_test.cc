@@ -335,6 +335,22 @@ TEST_F(GuardedPassTest, ReplacedFolderWithANewNeighbour_KeepsTheOldNames) {
   EXPECT_EQ(Pass().outcome, kNothingToDo);
 }
 
+TEST_F(GuardedPassTest, FileLargerThanTheImage_IsRefusedWithoutReadingIt) {
+  BuildAndAgree();
+  folder.File("host/large", "");
+  std::filesystem::resize_file(Host() / "large", kImageBytes + 1);
+  std::uint64_t most = 0;
+  options.onProgress = [&](const GuardedProgress& progress) {
+    if (progress.work == GuardedWork::kReadFolder) most = std::max(most, progress.bytes);
+  };
+  const GuardedReport report = Pass();
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kDoesNotFit));
+  EXPECT_EQ(most, 0u);
+  std::filesystem::resize_file(Host() / "large", kImageBytes / 2);
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(most, kImageBytes / 2);
+}
+
 TEST_F(GuardedPassTest, DamagedState_IsRefusedAndMergedWhenAccepted) {
   folder.File("host/a.txt", "a");
   BuildAndAgree();

@@ -147,6 +147,17 @@ TEST(LookAtHost, UnreadableFileAndFolder_AreSeenAsSuch) {
   EXPECT_EQ(status, 0);
 }
 
+TEST(LookAtHost, FileThatIsTooLarge_IsNotRead) {
+  TempFolder folder;
+  folder.File("fits", "0123456789").File("large", "0123456789a");
+  const HostView view = Look(HostLook{.folder = folder.Path(), .mostBytes = 10});
+  EXPECT_EQ(view.items.at("large").content, (Content{.hash = 0, .size = 11}));
+  EXPECT_TRUE(view.items.at("large").isReadable);
+  EXPECT_THAT(view.seen, ElementsAre(Key("fits")));
+  EXPECT_EQ(view.items.at("fits").content, ContentOf("0123456789"));
+  EXPECT_FALSE(view.wasAllRead);
+}
+
 TEST(LookAtHost, WithoutWhatCannotBeRead_NotAllIsRead) {
   TempFolder folder;
   folder.File("file/secret").Forbidden("file/secret").File("folder/closed/a");
