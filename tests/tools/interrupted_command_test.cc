@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -140,10 +141,26 @@ class InterruptedCommand : public ::testing::Test {
   // none is left for it. `begin` comes before each run, `check` after those that ended so.
   int EndAtEveryCall(const std::vector<std::string>& command, const std::function<void()>& begin,
                      const std::function<void()>& check) {
+    return EndAtEveryCall({false, true}, command, begin, check);
+  }
+
+  // Signals alone.
+  int SignalAtEveryCall(const std::vector<std::string>& command, const std::function<void()>& begin,
+                        const std::function<void()>& check) {
+    return EndAtEveryCall({false}, command, begin, check);
+  }
+
+  const MemoryFolder folder = MemoryFolder::OrOnDisk();
+
+ private:
+  static constexpr int kSilent = 99;
+
+  int EndAtEveryCall(std::initializer_list<bool> ways, const std::vector<std::string>& command,
+                     const std::function<void()>& begin, const std::function<void()>& check) {
     for (int calls = 0;; ++calls) {
       SCOPED_TRACE("at call " + std::to_string(calls));
       int ended = 0;
-      for (const bool isFull : {false, true}) {
+      for (const bool isFull : ways) {
         SCOPED_TRACE(isFull ? "full disk" : "signal");
         begin();
         const int status = RunInChild({}, [&] {
@@ -161,9 +178,6 @@ class InterruptedCommand : public ::testing::Test {
       if (ended == 0 || HasFailure()) return calls;
     }
   }
-
-  static constexpr int kSilent = 99;
-  const MemoryFolder folder = MemoryFolder::OrOnDisk();
 };
 
 TEST_F(InterruptedCommand, Get_LeavesWholeFilesAlone) {
@@ -199,6 +213,28 @@ TEST_F(InterruptedCommand, Put_LeavesTheOldImageOrTheNewOne) {
         EXPECT_TRUE(inside.at("SUB/B.TXT") == std::string(700, 'b'));
       });
   EXPECT_GE(calls, 4);
+}
+
+// What it writes is more than is written at once.
+TEST_F(InterruptedCommand, PutInPlace_LeavesTheOldContentOrTheNewOne) {
+  const std::string content(3'000'000, 'n');
+  WriteWholeFile(Path("new"), content);
+  const Files before = Found();
+  const std::vector<std::string> command{"put", Path("old.img"), "/SUB/LARGE.BIN", Path("new"),
+                                         "--in-place"};
+  const auto begin = [&] { WriteWholeFile(Path("old.img"), before.at("old.img")); };
+  int isOld = 0;
+  int isNew = 0;
+  const int calls = SignalAtEveryCall(command, begin, [&] {
+    Files inside = GuestEditor(Path("old.img")).Files();
+    isOld += inside.at("SUB/LARGE.BIN") == std::string(3'000'000, 'x') ? 1 : 0;
+    isNew += inside.at("SUB/LARGE.BIN") == content ? 1 : 0;
+    EXPECT_EQ(RunVirtdisk({"verify", Path("old.img")}).status, 0);
+    EXPECT_EQ(Found().size(), before.size());
+  });
+  EXPECT_GE(calls, 5);
+  EXPECT_EQ(isOld + isNew, calls);
+  EXPECT_GE(isNew, 4);  // every piece and the size
 }
 
 TEST_F(InterruptedCommand, PutWithoutRoomForACopy_TellsOfTheOtherWay) {

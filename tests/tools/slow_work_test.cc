@@ -3,12 +3,14 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <time.h>
 
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "host/stop_signals.h"
 #include "program.h"
 #include "support/guest_editor.h"
 #include "support/next_function.h"
@@ -75,7 +77,27 @@ TEST_F(SlowWork, Get_TellsHowFarItIs) {
 }
 
 TEST_F(SlowWork, Put_TellsHowFarItIs) {
-  EXPECT_THAT(Shown({"put", Path("disk.img"), "A.TXT", Path("DISK/A.TXT")}), IsLineOf("copying"));
+  const std::string shown = Shown({"put", Path("disk.img"), "A.TXT", Path("DISK/A.TXT")});
+  EXPECT_THAT(shown, HasSubstr("\rreading: 2.9 KiB of 2.9 KiB, 100 %"));
+  EXPECT_THAT(shown, HasSubstr("\rcopying: 3 MiB of 3 MiB, 100 %"));
+  EXPECT_THAT(shown, AllOf(HasSubstr("\rwriting: "), EndsWith(" \r")));
+}
+
+TEST_F(SlowWork, PutInPlace_TellsHowFarItIs) {
+  EXPECT_THAT(Shown({"put", Path("disk.img"), "A.TXT", Path("DISK/A.TXT"), "--in-place"}),
+              IsLineOf("writing"));
+}
+
+TEST_F(SlowWork, PutInPlaceThatASignalWaitsFor_SaysSo) {
+  const tool::SignalsHeld held;
+  ::raise(SIGTERM);
+  EXPECT_THAT(Shown({"put", Path("disk.img"), "A.TXT", Path("DISK/A.TXT"), "--in-place"}),
+              IsLineOf("ending when it is written"));
+  ::sigset_t waiting;
+  ::sigemptyset(&waiting);
+  ::sigaddset(&waiting, SIGTERM);
+  const ::timespec atOnce{};
+  EXPECT_EQ(::sigtimedwait(&waiting, nullptr, &atOnce), SIGTERM);
 }
 
 TEST_F(SlowWork, Cat_TellsHowFarItIsWhereItDoesNotShowTheContent) {

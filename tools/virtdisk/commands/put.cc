@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <vector>
@@ -32,9 +33,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A signal waits for the end of a write in place up to this size, so that it leaves no half of it.
-constexpr std::uint64_t kWrittenAtOnce = std::uint64_t{16} << 20;
-
 // The volume of an image, indexed without loading it.
 struct IndexedImage {
   std::unique_ptr<internal::FileSource> source;
@@ -48,6 +46,11 @@ struct IndexedImage {
     return index->Parse(err);
   }
 };
+
+std::uint64_t BytesOf(const std::vector<ByteRun>& runs) {
+  return std::accumulate(runs.begin(), runs.end(), std::uint64_t{0},
+                         [](std::uint64_t bytes, const ByteRun& run) { return bytes + run.bytes; });
+}
 
 class Rewrite {
  public:
@@ -69,11 +72,17 @@ class Rewrite {
     if (!internal::PlanRewrite(image->Index(), options.path, newBytes, plan, err)) {
       return Fail(console, err, HintFor(image->Index(), newBytes));
     }
-    if (!ReadHostFile(options.file, content, err)) return FailToRead();
+    if (!ReadContent(newBytes)) return FailToRead();
     return options.inPlace ? WriteInPlace() : WriteCopy(image->Bytes());
   }
 
  private:
+  // Before anything is written: what may be slow, or fail, is over by then.
+  bool ReadContent(std::uint64_t bytes) {
+    Progress progress(console, "reading", bytes);
+    return ReadHostFile(options.file, content, err, [&](std::uint64_t n) { progress.Add(n); });
+  }
+
   int WriteCopy(std::uint64_t imageBytes) {
     NewFile copy;
     if (!copy.Create(target, err) || !CopyTo(copy, imageBytes)) return FailToWrite();
@@ -100,8 +109,6 @@ class Rewrite {
       err = "cannot write " + target.string() + ": " + kNotRegular;
       return FailToWrite();
     }
-    std::optional<SignalsHeld> held;
-    if (content.size() <= kWrittenAtOnce) held.emplace();
     return RewriteIn(target, image.Get()) && Flush(image.Get()) ? Done() : FailToWrite();
   }
 
@@ -116,9 +123,21 @@ class Rewrite {
     }
     const std::vector<ByteRun> runs = RunsOf(plan.chain, image.index->Chains());
     if (!MakeRoomFor(file, runs)) return FailToDo("cannot write ");
-    isTouched = true;
-    if (!WriteRuns(file, runs, plan.sizeOffset, content)) return FailToDo("cannot write ");
+    if (!Write(file, runs, plan.sizeOffset)) return FailToDo("cannot write ");
     return image.Open(path, err);
+  }
+
+  // The old content lies where the new one goes: once it is written over, the only way not to leave
+  // half of each is to go on, and a signal waits for it.
+  bool Write(int file, const std::vector<ByteRun>& runs, std::uint64_t sizeOffset) {
+    std::optional<SignalsHeld> held;
+    if (options.inPlace) held.emplace();
+    Progress progress(console, "writing", BytesOf(runs));
+    isTouched = true;
+    return WriteRuns(file, runs, sizeOffset, content, [&](std::uint64_t bytes) {
+      if (held && SignalsHeld::IsAnyWaiting()) progress.Rename("ending when it is written");
+      progress.Add(bytes);
+    });
   }
 
   bool Flush(int file) { return ::fsync(file) == 0 || FailToDo("cannot write "); }

@@ -13,7 +13,7 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
-constexpr std::size_t kZerosAtOnce = std::size_t{1} << 20;
+constexpr std::size_t kAtOnce = std::size_t{1} << 20;
 
 bool WriteAt(int file, std::uint64_t offset, std::span<const std::uint8_t> bytes) {
   while (!bytes.empty()) {
@@ -26,11 +26,23 @@ bool WriteAt(int file, std::uint64_t offset, std::span<const std::uint8_t> bytes
   return true;
 }
 
-bool WriteZerosAt(int file, std::uint64_t offset, std::uint64_t count) {
-  const std::vector<std::uint8_t> zeros(std::min<std::uint64_t>(count, kZerosAtOnce));
+bool WriteInPiecesAt(int file, std::uint64_t offset, std::span<const std::uint8_t> bytes,
+                     const MovedBytes& moved) {
+  while (!bytes.empty()) {
+    const auto piece = bytes.first(std::min(bytes.size(), kAtOnce));
+    if (!WriteAt(file, offset, piece)) return false;
+    if (moved) moved(piece.size());
+    offset += piece.size();
+    bytes = bytes.subspan(piece.size());
+  }
+  return true;
+}
+
+bool WriteZerosAt(int file, std::uint64_t offset, std::uint64_t count, const MovedBytes& moved) {
+  const std::vector<std::uint8_t> zeros(std::min<std::uint64_t>(count, kAtOnce));
   while (count > 0) {
     const std::uint64_t part = std::min<std::uint64_t>(count, zeros.size());
-    if (!WriteAt(file, offset, std::span(zeros).first(part))) return false;
+    if (!WriteInPiecesAt(file, offset, std::span(zeros).first(part), moved)) return false;
     offset += part;
     count -= part;
   }
@@ -62,13 +74,13 @@ bool MakeRoomFor(int image, const std::vector<ByteRun>& runs) {
 }
 
 bool WriteRuns(int image, const std::vector<ByteRun>& runs, std::uint64_t sizeOffset,
-               std::span<const std::uint8_t> content) {
+               std::span<const std::uint8_t> content, const MovedBytes& moved) {
   std::array<std::uint8_t, 4> size{};
   internal::StoreU32(size.data(), static_cast<std::uint32_t>(content.size()));
   for (const ByteRun& run : runs) {
     const std::uint64_t part = std::min<std::uint64_t>(content.size(), run.bytes);
-    if (!WriteAt(image, run.offset, content.first(part)) ||
-        !WriteZerosAt(image, run.offset + part, run.bytes - part)) {
+    if (!WriteInPiecesAt(image, run.offset, content.first(part), moved) ||
+        !WriteZerosAt(image, run.offset + part, run.bytes - part, moved)) {
       return false;
     }
     content = content.subspan(part);

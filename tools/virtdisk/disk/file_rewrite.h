@@ -8,6 +8,7 @@
 
 #include "browser/chain_table.h"
 #include "browser/rewrite_plan.h"
+#include "host/piecewise.h"
 
 namespace quorbix::virtdisk::tool {
 
@@ -29,7 +30,7 @@ std::vector<ByteRun> RunsOf(const std::vector<std::uint16_t>& chain,
 // Writes the new content of a file into the image that is open as `image`: `content`, zeros to the
 // end of the runs, and the size, in this order. False: errno says why, and a part is written.
 [[nodiscard]] bool WriteRuns(int image, const std::vector<ByteRun>& runs, std::uint64_t sizeOffset,
-                             std::span<const std::uint8_t> content);
+                             std::span<const std::uint8_t> content, const MovedBytes& moved = {});
 
 }  // namespace quorbix::virtdisk::tool
 

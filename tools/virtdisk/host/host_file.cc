@@ -48,13 +48,14 @@ bool HostFileBytes(const fs::path& path, std::uint64_t& bytes, std::string& err)
   return OpenToRead(path, ignored, bytes, err);
 }
 
-bool ReadHostFile(const fs::path& path, std::vector<std::uint8_t>& bytes, std::string& err) {
+bool ReadHostFile(const fs::path& path, std::vector<std::uint8_t>& bytes, std::string& err,
+                  const MovedBytes& moved) {
   bytes.clear();
   internal::Descriptor file;
   std::uint64_t size = 0;
   if (!OpenToRead(path, file, size, err)) return false;
   bytes.resize(static_cast<std::size_t>(size));
-  const std::ptrdiff_t got = internal::ReadFully(file.Get(), bytes);
+  const std::ptrdiff_t got = ReadInPieces(file.Get(), bytes, moved);
   const int error = errno;
   bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
   return got >= 0 || FailOn(err, kCannotRead, path, SystemText(error));

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "host/piecewise.h"
+
 namespace quorbix::virtdisk::tool {
 
 // A reason for failing to read or write.
@@ -21,7 +23,7 @@ bool HostFileBytes(const std::filesystem::path& path, std::uint64_t& bytes, std:
 // Reads a regular file of the host whole. On failure returns false, says why in `err` and leaves
 // `bytes` empty.
 bool ReadHostFile(const std::filesystem::path& path, std::vector<std::uint8_t>& bytes,
-                  std::string& err);
+                  std::string& err, const MovedBytes& moved = {});
 
 // Puts `bytes` in place of the file `path` through a temporary file in the same folder, which is
 // written out to the disk and then renamed, so that a crash leaves the old file or the new one.

@@ -98,6 +98,19 @@ bool CopyInPieces(int from, int to, std::uint64_t bytes, const MovedBytes& moved
   return true;
 }
 
+std::ptrdiff_t ReadInPieces(int file, std::span<std::uint8_t> buffer, const MovedBytes& moved) {
+  std::size_t done = 0;
+  while (done < buffer.size()) {
+    const auto piece = buffer.subspan(done, std::min(buffer.size() - done, kPieceBytes));
+    const std::ptrdiff_t got = internal::ReadFully(file, piece);
+    if (got < 0) return -1;
+    done += static_cast<std::size_t>(got);
+    if (moved) moved(static_cast<std::uint64_t>(got));
+    if (static_cast<std::size_t>(got) < piece.size()) break;
+  }
+  return static_cast<std::ptrdiff_t>(done);
+}
+
 bool WriteInPieces(int file, std::span<const std::uint8_t> bytes, const MovedBytes& moved) {
   while (!bytes.empty()) {
     const auto piece = bytes.first(std::min(bytes.size(), kPieceBytes));

@@ -1,6 +1,7 @@
 #ifndef QUORBIX_VIRTDISK_TOOL_PIECEWISE_H_
 #define QUORBIX_VIRTDISK_TOOL_PIECEWISE_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <span>
@@ -9,6 +10,9 @@ namespace quorbix::virtdisk::tool {
 
 // Told how many bytes more were moved.
 using MovedBytes = std::function<void(std::uint64_t bytes)>;
+
+// Reads until `buffer` is full or the file ends. Returns how much was read, or -1: errno says why.
+std::ptrdiff_t ReadInPieces(int file, std::span<std::uint8_t> buffer, const MovedBytes& moved = {});
 
 // Writes `bytes` at the place where `file` stands. The system begins to write each piece out to the
 // disk while the next ones follow, so that flushing the file at the end is short: a signal is not

@@ -14,6 +14,8 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
+constexpr std::array<int, 3> kAskingForAnEnd{SIGINT, SIGTERM, SIGHUP};
+
 // What the handler looks at. Nothing here may allocate or lock.
 struct Slot {
   std::atomic<bool> taken{false};
@@ -63,7 +65,7 @@ void EndOnSignals() {
   struct ::sigaction action {};
   action.sa_handler = End;
   action.sa_mask = EndingSet();
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int signal : kAskingForAnEnd) {
     if (!IsIgnored(signal)) ::sigaction(signal, &action, nullptr);
   }
   ::sigaction(SIGPIPE, &action, nullptr);
@@ -95,5 +97,12 @@ SignalsHeld::SignalsHeld() {
 }
 
 SignalsHeld::~SignalsHeld() { ::pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+
+bool SignalsHeld::IsAnyWaiting() {
+  ::sigset_t waiting;
+  return ::sigpending(&waiting) == 0 &&
+         std::any_of(kAskingForAnEnd.begin(), kAskingForAnEnd.end(),
+                     [&](int signal) { return ::sigismember(&waiting, signal) == 1; });
+}
 
 }  // namespace quorbix::virtdisk::tool

@@ -31,6 +31,9 @@ class SignalsHeld {
   SignalsHeld(const SignalsHeld&) = delete;
   SignalsHeld& operator=(const SignalsHeld&) = delete;
 
+  // Whether one of those that ask for an end has come meanwhile.
+  static bool IsAnyWaiting();
+
  private:
   ::sigset_t before;
 };

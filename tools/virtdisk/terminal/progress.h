@@ -48,6 +48,9 @@ class Progress {
   // counts from the beginning of the first one.
   void Turn(std::string what, std::uint64_t total);
 
+  // Goes on with the same work under another name.
+  void Rename(const std::string& what) { state.what = what; }
+
   // Quick enough to be called for each file and each piece of one.
   void Add(std::uint64_t amount);
 
