@@ -87,10 +87,18 @@ TEST_F(GetCommand, TreeThatHoldsTheImagesName_LeavesTheImageAlone) {
 }
 
 TEST_F(GetCommand, PictureOntoTheImageItself_IsRefused) {
-  const std::string disk = (folder / "disk.img").string();
+  const std::string disk = (folder / "disk.svg").string();
   test::WriteBytes(disk, SmallDisk().Bytes());
-  EXPECT_EQ(RunVirtdisk({"map", disk, "-o", disk}).status, 3);
+  EXPECT_EQ(RunVirtdisk({"map", disk, "-o", disk, "--force"}).status, 3);
   EXPECT_EQ(test::ReadBytes(disk), SmallDisk().Bytes());
+}
+
+TEST_F(GetCommand, StandardOutput_IsLeftToCat) {
+  test::WriteBytes(folder / "disk.img", SmallDisk().Bytes());
+  const ProgramRun run = RunVirtdisk({"get", (folder / "disk.img").string(), "/A.TXT", "-"});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_THAT(run.err, HasSubstr("`virtdisk cat IMAGE PATH` does"));
+  EXPECT_FALSE(fs::exists("-"));
 }
 
 TEST_F(GetCommand, FileToANewName_IsCopied) {
@@ -460,6 +468,13 @@ TEST_F(PutCommand, ContentBeyondItsClusters_FailsAndTellsTheRoom) {
   EXPECT_THAT(run.err, HasSubstr("virtdisk: new file content exceeds allocated cluster chain\n"));
   EXPECT_THAT(run.err, HasSubstr("has 513 bytes"));
   EXPECT_THAT(run.err, HasSubstr("has room for 512"));
+  EXPECT_EQ(test::ReadBytes(folder / "disk.img"), SmallDisk().Bytes());
+}
+
+TEST_F(PutCommand, StandardInput_IsNotTakenForAFile) {
+  const ProgramRun run = RunVirtdisk({"put", (folder / "disk.img").string(), "/A.TXT", "-"});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_THAT(run.err, HasSubstr("`put` reads a file, not the standard input"));
   EXPECT_EQ(test::ReadBytes(folder / "disk.img"), SmallDisk().Bytes());
 }
 

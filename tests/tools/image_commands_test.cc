@@ -363,16 +363,32 @@ TEST_F(MapCommand, PictureToTheStandardOutput_IsData) {
   EXPECT_THAT(RunVirtdisk({"map", Image(), "-o", "-"}).out, ::testing::StartsWith("<svg "));
   // In place of the picture before.
   EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", (folder / "disk.svg").string()}).status, 0);
-  folder.File("letter", "Dear aunt,").Link("null", "/dev/null");
-  const std::string letter = (folder / "letter").string();
-  for (const std::string& place : {letter, (folder / "null").string(), Image()}) {
+  folder.File("letter.svg", "Dear aunt,").Link("null.svg", "/dev/null");
+  const std::string letter = (folder / "letter.svg").string();
+  const std::string device = (folder / "null.svg").string();
+  for (const std::string& place : {letter, device}) {
     EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", place}).status, 3) << place;
   }
-  EXPECT_EQ(folder.Read("letter"), "Dear aunt,");
-  EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", (folder / "null").string(), "--force"}).status, 3);
-  EXPECT_EQ(std::filesystem::read_symlink(folder / "null"), "/dev/null");
+  EXPECT_EQ(folder.Read("letter.svg"), "Dear aunt,");
+  EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", device, "--force"}).status, 3);
+  EXPECT_EQ(std::filesystem::read_symlink(device), "/dev/null");
   EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", letter, "--force"}).status, 0);
-  EXPECT_THAT(folder.Read("letter"), ::testing::StartsWith("<svg "));
+  EXPECT_THAT(folder.Read("letter.svg"), ::testing::StartsWith("<svg "));
+}
+
+TEST_F(MapCommand, NameOfNoPicture_GivesStatus2AndTheEndingsThereAre) {
+  for (const char* name : {"disk.png", "disk", "disk.svg.bak", "svg"}) {
+    const ProgramRun run = RunVirtdisk({"map", Image(), "-o", (folder / name).string(), "--force"});
+    EXPECT_EQ(run.status, 2) << name;
+    EXPECT_THAT(run.err, HasSubstr(std::string(name) + " is no name of a picture"));
+    EXPECT_THAT(run.err, HasSubstr(".svg is a picture, in .html or .htm a page"));
+    EXPECT_FALSE(std::filesystem::exists(folder / name));
+  }
+}
+
+TEST_F(MapCommand, EndingOfAPicture_MayBeInCapitals) {
+  EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", (folder / "DISK.SVG").string()}).status, 0);
+  EXPECT_THAT(folder.Read("DISK.SVG"), ::testing::StartsWith("<svg "));
 }
 
 TEST_F(MapCommand, PictureThatCannotBeWritten_Fails) {

@@ -268,8 +268,8 @@ class CommandLine {
     sub->add_option("IMAGE", map.image, kImageHelp)->required();
     sub->add_flag("--force", map.force, "Replace a file that is no picture");
     sub->add_option("-o,--output", map.picture,
-                    "Write an SVG picture there, or a page to search when it ends in .html (- for "
-                    "a picture on the standard output)")
+                    "Write a picture there when it ends in .svg, a page to search when it ends in "
+                    ".html (- for a picture on the standard output)")
         ->excludes(sub->add_flag("--json", map.json, kJsonHelp));
   }
 

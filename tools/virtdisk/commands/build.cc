@@ -216,13 +216,11 @@ int Tell(Console& console, const BuildOptions& options, const BuildReport& repor
 
 int Build(Console& console, const BuildOptions& options) {
   if (options.folder.empty() || options.image.empty()) {
-    Fail(console, "a path is empty", "virtdisk build FOLDER IMAGE");
-    return kUsage;
+    return FailUsage(console, "a path is empty", "virtdisk build FOLDER IMAGE");
   }
   if (options.image == "-") {
-    Fail(console, "an image cannot be written to the standard output",
-         "Give a file; ./- is one of that name.");
-    return kUsage;
+    return FailUsage(console, "an image cannot be written to the standard output",
+                     "Give a file; ./- is one of that name.");
   }
   if (!IsOutputAcceptable(console, options)) return kRefused;
   BuildPreview preview;

@@ -94,6 +94,10 @@ Json OutcomeRecord(Console& console, const GetOptions& options, const Extraction
 }  // namespace
 
 int RunGet(Console& console, const GetOptions& options) {
+  if (options.destination == "-") {
+    return FailUsage(console, "`get` writes to files, not to the standard output",
+                     "`virtdisk cat IMAGE PATH` does; ./- is a file of that name.");
+  }
   ExtractionOutcome outcome;
   const auto image =
       OpenedImage::Open(console, options.image, {options.force, options.all}, outcome.status);

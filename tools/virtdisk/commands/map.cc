@@ -13,6 +13,7 @@
 #include "browser/file_source.h"
 #include "check/volume_claim.h"
 #include "commands/commands.h"
+#include "common/ascii.h"
 #include "disk/image_tree.h"
 #include "disk/map_html.h"
 #include "disk/map_svg.h"
@@ -33,9 +34,13 @@ constexpr std::size_t kBeginningBytes = 64;
 constexpr const char* kBeginnings[] = {"<svg", "<?xml", "<!DOCTYPE html", "<!doctype html",
                                        "<html"};
 
-bool WantsPage(const std::filesystem::path& picture) {
-  const std::string extension = picture.extension().string();
-  return PathKey(extension) == "/.html" || PathKey(extension) == "/.htm";
+enum class PictureKind { kSvg, kPage, kUnknown };
+
+PictureKind KindOf(const std::filesystem::path& picture) {
+  const std::string extension = internal::ToAsciiLower(picture.extension().string());
+  if (picture == "-" || extension == ".svg") return PictureKind::kSvg;
+  const bool isPage = extension == ".html" || extension == ".htm";
+  return isPage ? PictureKind::kPage : PictureKind::kUnknown;
 }
 
 // Whether a picture would take the place of a file that is neither blank nor one itself.
@@ -109,6 +114,13 @@ int WritePicture(Console& console, const MapOptions& options, const std::string&
 }  // namespace
 
 int RunMap(Console& console, const MapOptions& options) {
+  const PictureKind kind = KindOf(options.picture);
+  if (!options.picture.empty() && kind == PictureKind::kUnknown) {
+    return FailUsage(console,
+                     options.picture.string() + " is no name of a picture that can be drawn",
+                     "One that ends in .svg is a picture, in .html or .htm a page; - is a picture "
+                     "on the standard output.");
+  }
   int status = kDone;
   const auto image = OpenedImage::Open(console, options.image, {true, true}, status);
   if (!image) return status;
@@ -136,7 +148,7 @@ int RunMap(Console& console, const MapOptions& options) {
     console.out << DrawText(map, heading, {console.width, console.colour});
     return kDone;
   }
-  const auto draw = WantsPage(options.picture) ? DrawHtml : DrawSvg;
+  const auto draw = kind == PictureKind::kPage ? DrawHtml : DrawSvg;
   return WritePicture(console, options,
                       draw(map, label.empty() ? name : label, name + ", " + volume));
 }

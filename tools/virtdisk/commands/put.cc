@@ -196,6 +196,12 @@ class Rewrite {
 
 }  // namespace
 
-int RunPut(Console& console, const PutOptions& options) { return Rewrite(console, options).Run(); }
+int RunPut(Console& console, const PutOptions& options) {
+  if (options.file == "-") {
+    return FailUsage(console, "`put` reads a file, not the standard input",
+                     "Give its path; ./- is a file of that name.");
+  }
+  return Rewrite(console, options).Run();
+}
 
 }  // namespace quorbix::virtdisk::tool

@@ -63,6 +63,11 @@ int Refuse(Console& console, std::string_view message, std::string_view hint) {
   return kRefused;
 }
 
+int FailUsage(Console& console, std::string_view message, std::string_view hint) {
+  Fail(console, message, hint);
+  return kUsage;
+}
+
 void Warn(Console& console, std::string_view message) {
   if (!console.quiet) Print(console, "virtdisk: warning: " + Printable(message) + "\n");
 }

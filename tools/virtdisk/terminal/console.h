@@ -34,6 +34,9 @@ int Fail(Console& console, std::string_view message, std::string_view hint = {})
 // As Fail, for what is not done for a reason. Returns kRefused.
 int Refuse(Console& console, std::string_view message, std::string_view hint);
 
+// As Fail, for what cannot have been meant. Returns kUsage.
+int FailUsage(Console& console, std::string_view message, std::string_view hint);
+
 // Prints "virtdisk: KIND: MESSAGE" to the error stream, for what does not fail a command, unless
 // the console is quiet.
 void Warn(Console& console, std::string_view message);
