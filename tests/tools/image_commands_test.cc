@@ -349,7 +349,7 @@ TEST_F(MapCommand, Console_ShowsTheDisk) {
   const ProgramRun run = RunVirtdisk({"map", Image()});
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(run.out, HasSubstr("CRAFTED: 47.5 KiB, 90 clusters of 512 bytes\n"));
-  EXPECT_THAT(run.out, HasSubstr("  ====%#D#.#...."));
+  EXPECT_THAT(run.out, HasSubstr("  ====%ADB.B...."));
 }
 
 TEST_F(MapCommand, Picture_IsWrittenAsAFile) {

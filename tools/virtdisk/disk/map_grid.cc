@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "disk/map_looks.h"
 #include "disk/map_palette.h"
 #include "terminal/text.h"
 
@@ -38,24 +39,6 @@ std::string EscapeLines(const std::string& text) {
   }
   return escaped;
 }
-
-using BrightnessSet = std::array<bool, kBrightnesses>;
-
-// The smallest number of each brightness that no file has yet.
-class Colours {
- public:
-  // The smallest of another brightness than those in `met`, which are not all.
-  std::uint32_t Take(const BrightnessSet& met) {
-    std::size_t best = kBrightnesses;
-    for (std::size_t i = 0; i < kBrightnesses; ++i) {
-      if (!met[i] && (best == kBrightnesses || next[i] < next[best])) best = i;
-    }
-    return std::exchange(next[best], next[best] + static_cast<std::uint32_t>(kBrightnesses));
-  }
-
- private:
-  std::array<std::uint32_t, kBrightnesses> next{0, 1, 2};
-};
 
 std::string Pattern(const char* id, const char* colour, const char* strokes) {
   return std::string("<pattern id=\"") + id +
@@ -120,28 +103,9 @@ MapGrid::MapGrid(const DiskMap& theMap, double gridWidth, double left, double to
 
 std::vector<std::uint32_t> ColourNumbers(std::size_t owners, const std::vector<Cell>& cells,
                                          std::size_t columns) {
-  std::vector<std::uint32_t> colours(owners, kNobody);
-  Colours next;
-  for (std::size_t i = 0; i < cells.size(); ++i) {
-    if (cells[i].area != Area::kFile || colours[cells[i].owner] != kNobody) continue;
-    BrightnessSet beside{};
-    BrightnessSet met{};
-    const auto meet = [&](const Cell& other, BrightnessSet& brightnesses) {
-      const bool isSeen = other.area == Area::kFile && colours[other.owner] != kNobody;
-      if (isSeen) brightnesses[colours[other.owner] % kBrightnesses] = true;
-    };
-    if (i % columns != 0) meet(cells[i - 1], beside);
-    met = beside;
-    for (std::size_t j = i; j < cells.size() && cells[j].owner == cells[i].owner; ++j) {
-      if (j >= columns) meet(cells[j - columns], met);
-    }
-    const bool areAllMet = std::all_of(met.begin(), met.end(), [](bool isMet) { return isMet; });
-    colours[cells[i].owner] = next.Take(areAllMet ? beside : met);
-  }
-  // Those that are too small for a cell.
-  for (std::uint32_t& colour : colours) {
-    if (colour == kNobody) colour = next.Take({});
-  }
+  std::vector<std::uint32_t> colours = LooksOf(owners, cells, columns, kClearColours);
+  std::array<std::uint32_t, kClearColours> next{};
+  for (std::uint32_t& colour : colours) colour += kClearColours * next[colour]++;
   return colours;
 }
 

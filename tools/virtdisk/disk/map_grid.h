@@ -53,9 +53,8 @@ class MapGrid {
   std::vector<std::uint32_t> colours;  // by owner
 };
 
-// Numbers of colours, by owner, for files drawn in rows of `columns` cells: the first part of a
-// file differs in brightness from the file before it, and from those above it unless these have
-// all.
+// Numbers of colours, by owner, for files drawn in rows of `columns` cells: all different, and
+// clearly so where files touch (see LooksOf).
 std::vector<std::uint32_t> ColourNumbers(std::size_t owners, const std::vector<Cell>& cells,
                                          std::size_t columns);
 

@@ -12,13 +12,14 @@ namespace quorbix::virtdisk::tool {
 // Plain colours for a picture, as "#RRGGBB".
 const char* AreaColour(Area area);
 
-// As many brightnesses as the colours of files take in turn.
-inline constexpr std::size_t kBrightnesses = 3;
+// As many colours of files differ so clearly that whoever has no receptors for long, middle or
+// short waves can tell them apart, too.
+inline constexpr std::uint32_t kClearColours = 8;
 
-// The colour number `index` of files. Each differs from the next one, and from all whose numbers
-// leave another rest when divided by kBrightnesses, in brightness as well as in hue, so that
-// whoever sees few colours, or a print in grey, can tell them apart. None is red or grey, which
-// mean something else.
+// The colour number `index` of files. Those whose numbers leave different rests when divided by
+// kClearColours differ clearly, and in brightness too where the rests do when divided by
+// kBrightnesses; the others are shades of one colour. None is red or grey, which mean something
+// else.
 std::string FileColour(std::size_t index);
 
 }  // namespace quorbix::virtdisk::tool

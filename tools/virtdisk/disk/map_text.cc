@@ -2,7 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
 
+#include "common/ascii.h"
+#include "disk/map_looks.h"
 #include "terminal/columns.h"
 #include "terminal/text.h"
 
@@ -22,52 +28,88 @@ struct Look {
 
 // In the order of Area.
 constexpr std::array<Look, kAreaCount> kLooks{
-    {{'=', 238}, {'%', 244}, {'D', 25}, {'#', 0}, {'h', 60}, {'.', 235}, {'!', 160}, {'x', 130}}};
-constexpr char kPartlyFilled = '+';
-// Neighbours in this order stand apart; none is the red of what is lost.
-constexpr std::array<unsigned, 12> kFileColours{37,  172, 71, 133, 179, 67,
-                                                107, 168, 30, 143, 97,  73};
+    {{'=', 238}, {'%', 244}, {'D', 25}, {'A', 0}, {'h', 60}, {'.', 235}, {'!', 160}, {'x', 130}}};
+
+// Every two are 20 apart in CIELAB, where 2 can just be seen, in the eyes of everybody, also of
+// those who lack a sort of receptors. None is the red of what is lost.
+constexpr std::array<unsigned, 8> kTerminalColours{33, 214, 151, 35, 219, 104, 139, 84};
+// Those in use for something else left out.
+constexpr std::string_view kFileLetters = "ABCEFGIJKLMNOPQRSTUVWYZ";
+constexpr unsigned kBlack = 16;
+constexpr unsigned kWhite = 255;
 
 const Look& LookOf(Area area) { return kLooks[static_cast<std::size_t>(area)]; }
 
-char Symbol(const Cell& cell) {
-  return cell.area == Area::kFile && cell.filled < 0.5 ? kPartlyFilled : LookOf(cell.area).symbol;
+bool IsPartlyFilled(const Cell& cell) { return cell.area == Area::kFile && cell.filled < 0.5; }
+
+std::string StartColour(unsigned letter, unsigned background) {
+  return "\x1b[38;5;" + std::to_string(letter) + ";48;5;" + std::to_string(background) + "m";
 }
 
-unsigned Colour(const Cell& cell) {
-  if (cell.area != Area::kFile) return LookOf(cell.area).colour;
-  return kFileColours[cell.owner % kFileColours.size()];
+std::string StartColour(Area area) {
+  return area == Area::kFile ? StartColour(kBlack, kTerminalColours[0])
+                             : StartColour(kWhite, LookOf(area).colour);
 }
 
-std::string StartColour(unsigned colour) {
-  return "\x1b[38;5;255;48;5;" + std::to_string(colour) + "m";
-}
+// The cells, row by row. Files that touch have other letters and, where the terminal knows any,
+// other colours.
+class Rows {
+ public:
+  Rows(const std::vector<Cell>& theCells, std::size_t owners, std::size_t theColumns)
+      : cells(theCells),
+        columns(theColumns),
+        letters(LooksOf(owners, cells, columns, kFileLetters.size())),
+        colours(LooksOf(owners, cells, columns, kTerminalColours.size())) {}
 
-std::string DrawRow(const Cell* cells, std::size_t count, bool colour) {
-  std::string row(kMargin, ' ');
-  unsigned current = 0;
-  for (std::size_t i = 0; i < count; ++i) {
-    if (colour && (i == 0 || Colour(cells[i]) != current)) {
-      current = Colour(cells[i]);
-      row += StartColour(current);
+  std::string Draw(bool colour) const {
+    std::string text;
+    for (std::size_t begin = 0; begin < cells.size(); begin += columns) {
+      text += DrawRow(begin, std::min(begin + columns, cells.size()), colour);
     }
-    row += Symbol(cells[i]);
+    return text;
   }
-  if (colour) row += kColourEnd;
-  return row + "\n";
-}
+
+ private:
+  std::string DrawRow(std::size_t begin, std::size_t end, bool colour) const {
+    std::string row(kMargin, ' ');
+    std::string current;
+    for (std::size_t i = begin; i < end; ++i) {
+      const std::string start = StartColourOf(cells[i]);
+      if (colour && start != current) row += start;
+      current = start;
+      row += Symbol(cells[i]);
+    }
+    if (colour) row += kColourEnd;
+    return row + "\n";
+  }
+
+  char Symbol(const Cell& cell) const {
+    if (cell.area != Area::kFile) return LookOf(cell.area).symbol;
+    const char letter = kFileLetters[letters[cell.owner]];
+    return IsPartlyFilled(cell) ? internal::ToAsciiLower(letter) : letter;
+  }
+
+  std::string StartColourOf(const Cell& cell) const {
+    if (cell.area != Area::kFile) return StartColour(cell.area);
+    return StartColour(kBlack, kTerminalColours[colours[cell.owner]]);
+  }
+
+  const std::vector<Cell>& cells;
+  const std::size_t columns;
+  const std::vector<std::uint32_t> letters;  // by owner
+  const std::vector<std::uint32_t> colours;
+};
 
 std::string LegendItem(Area area, std::uint32_t clusters, bool colour) {
-  const Look& look = LookOf(area);
   std::string item(kMargin, ' ');
-  const unsigned shown = area == Area::kFile ? kFileColours[0] : look.colour;
-  if (colour) item += StartColour(shown);
-  item += look.symbol;
+  if (colour) item += StartColour(area);
+  item += LookOf(area).symbol;
   if (colour) item += kColourEnd;
   item += "  ";
   item += AreaName(area);
   const bool inClusters = area != Area::kSystem && area != Area::kRoot;
   if (inClusters) item += ": " + Count(clusters, "cluster", "clusters");
+  if (area == Area::kFile && clusters != 0) item += ", other letters where they touch";
   return item + "\n";
 }
 
@@ -79,9 +121,8 @@ std::string Legend(const DiskMap& map, const Drawing& drawing, bool colour) {
     const bool isRare = area == Area::kHidden || area == Area::kBad;
     if (!isRare || counts[i] != 0) legend += LegendItem(area, counts[i], colour);
   }
-  const bool partly = std::any_of(drawing.cells.begin(), drawing.cells.end(),
-                                  [](const Cell& cell) { return Symbol(cell) == kPartlyFilled; });
-  if (partly) legend += "  +  files, less than half of the cell\n";
+  const bool partly = std::any_of(drawing.cells.begin(), drawing.cells.end(), IsPartlyFilled);
+  if (partly) legend += "  a  files, less than half of the cell\n";
   return legend;
 }
 
@@ -109,10 +150,7 @@ std::string DrawText(const DiskMap& map, const std::string& heading, const TextS
   std::string text = Printable(heading) + "\n";
   text += "One cell: " + Count(drawing.clustersPerCell, "cluster", "clusters") + " (" +
           FormatBytes(std::uint64_t{drawing.clustersPerCell} * map.clusterBytes) + ")\n\n";
-  for (std::size_t begin = 0; begin < drawing.cells.size(); begin += columns) {
-    const std::size_t count = std::min(columns, drawing.cells.size() - begin);
-    text += DrawRow(drawing.cells.data() + begin, count, style.colour);
-  }
+  text += Rows(drawing.cells, map.owners.size(), columns).Draw(style.colour);
   return text + "\n" + Legend(map, drawing, style.colour) + Fragmented(map);
 }
 

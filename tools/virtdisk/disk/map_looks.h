@@ -1,0 +1,27 @@
+#ifndef QUORBIX_VIRTDISK_TOOL_MAP_LOOKS_H_
+#define QUORBIX_VIRTDISK_TOOL_MAP_LOOKS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "disk/map.h"
+
+namespace quorbix::virtdisk::tool {
+
+// A look's number divided by this leaves its brightness, where a set of looks has several.
+inline constexpr std::uint32_t kBrightnesses = 3;
+
+// Gives every owner one of the looks 0 to `looks` - 1 so that files that touch have different ones
+// when they are drawn in rows of `columns` cells: side by side, at the end of a row and the
+// beginning of the next, and one below the other. Where a look is free to choose it is of another
+// brightness than what it touches, then the one that the fewest have.
+//
+// Files in one part each always find one among six. Those in many parts touch many others: where
+// no look is left, one is taken that is met at the fewest cells.
+std::vector<std::uint32_t> LooksOf(std::size_t owners, const std::vector<Cell>& cells,
+                                   std::size_t columns, std::uint32_t looks);
+
+}  // namespace quorbix::virtdisk::tool
+
+#endif  // QUORBIX_VIRTDISK_TOOL_MAP_LOOKS_H_
