@@ -98,6 +98,48 @@ TEST_P(TerminalOfColumns, SummaryAndTable_KeepToThem) {
   EXPECT_LE(measure.Widest(), GetParam()) << measure.shown;
 }
 
+// Of every command but those that synchronise, what breaks at blanks.
+TEST_P(TerminalOfColumns, EveryCommand_KeepsToThem) {
+  TempFolder folder;
+  folder.File("DISK/a letter to aunt.txt", std::string(2000, 'a')).File("DISK/.profile", "p");
+  folder.File("DISK/SUB/B.TXT", "b").Link("DISK/again", "SUB").Link("DISK/nowhere", "missing");
+  fs::current_path(folder.Path());
+  const std::vector<std::vector<std::string>> commands{
+      {"build", "DISK", "d.img", "--size", "100K", "--verbose"},
+      {"measure", "DISK"},
+      {"info", "d.img"},
+      {"ls", "d.img", "-l"},
+      {"ls", "d.img", "-R", "--all"},
+      {"tree", "d.img", "--all"},
+      {"find", "d.img", "T"},
+      {"cat", "d.img", "ALETTE~1.TX"},
+      {"get", "d.img", "/", "GOT"},
+      {"get", "d.img", "/", "GOT"},
+      {"put", "d.img", "/SUB/B.TXT", "DISK/a letter to aunt.txt"},
+      {"map", "d.img"},
+      {"map", "d.img", "-o", "d.png"},
+      {"verify", "d.img"},
+      {"verify", "DISK/a letter to aunt.txt"},
+      {"info", "DISK/a letter to aunt.txt"},
+      {"demo"}};
+  for (const std::vector<std::string>& command : commands) {
+    const TerminalRun run =
+        RunOnTerminal(command, {.columns = GetParam(), .term = "dumb", .locale = "C"});
+    EXPECT_LE(run.Widest(), GetParam()) << command[0] << "\n" << run.shown;
+    EXPECT_LE(run.status, 3) << command[0];
+  }
+  fs::current_path("/");
+}
+
+TEST_F(Terminal, DetailsOnANarrowTerminal_HaveTheDayAlone) {
+  ImageCrafter crafter;
+  crafter.File("LONGNAME.TXT", {.size = 1234, .writeTime = 0x6000, .writeDate = 0x5A21});
+  WriteBytes(folder / "disk.img", crafter.Bytes());
+  EXPECT_THAT(ShowOnTerminal({"ls", Image(), "-l"}, 40),
+              HasSubstr("----a      1234 2025-01-01 LONGNAME.TXT\r\n"));
+  EXPECT_THAT(ShowOnTerminal({"ls", Image(), "-l"}, 80), HasSubstr("2025-01-01 12:00:00"));
+}
+
 TEST(TerminalLocale, OddNames_AreShownAlikeAndSafely) {
   TempFolder folder;
   folder.File("DISK/caf\xC3\xA9 au lait").File("DISK/\xFF\x9B.x").File("DISK/bell\x07\x1b[2J");

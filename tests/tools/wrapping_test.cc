@@ -35,6 +35,12 @@ TEST(Wrap, LongWords_AreNeverBroken) {
   EXPECT_EQ(Wrap("see /a/very/long/path here", 10), "see\n  /a/very/long/path\n  here");
 }
 
+TEST(Wrap, Colours_TakeNoColumns) {
+  EXPECT_EQ(ColumnsOf("\x1b[38;5;16;48;5;33mA\x1b[0m b"), 3U);
+  EXPECT_EQ(ColumnsOf("a\x1b[0"), 1U);
+  EXPECT_EQ(Wrap("\x1b[1mA\x1b[0m bb cc", 7), "\x1b[1mA\x1b[0m bb cc");
+}
+
 TEST(Wrap, LettersOfSeveralBytes_TakeOneColumn) {
   EXPECT_EQ(ColumnsOf("caf\xC3\xA9 \xE2\x80\x94"), 6U);
   EXPECT_EQ(Wrap("caf\xC3\xA9 caf\xC3\xA9", 9), "caf\xC3\xA9 caf\xC3\xA9");

@@ -184,10 +184,11 @@ void TellGroup(Console& console, const RemarkGroup& group, bool all) {
   Remark(console, group.title);
   const std::size_t shown = all ? group.lines.size() : std::min(group.lines.size(), kShownOfAKind);
   for (std::size_t i = 0; i < shown; ++i) {
-    console.err << "  " << Printable(group.lines[i]) << "\n";
+    PrintToErr(console, "  " + Printable(group.lines[i]) + "\n");
   }
   const std::size_t more = group.lines.size() - shown;
-  if (more != 0) console.err << "  and " << GroupDigits(more) << " more; --verbose lists all\n";
+  if (more == 0) return;
+  PrintToErr(console, "  and " + GroupDigits(more) + " more; --verbose lists all\n");
 }
 
 void TellRemarks(Console& console, const BuildOptions& options, const BuildReport& report) {
@@ -207,7 +208,8 @@ int Tell(Console& console, const BuildOptions& options, const BuildReport& repor
   if (options.json) {
     console.out << OneLine(ReportRecord(report)) << "\n";
   } else if (!console.quiet) {
-    console.out << FormatReport(report) << std::flush;
+    PrintToOut(console, FormatReport(report));
+    console.out.flush();
   }
   TellRemarks(console, options, report);
   const bool remarks = !report.notes.leftOut.empty() || !report.remark.empty();

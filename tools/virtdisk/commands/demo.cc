@@ -88,7 +88,7 @@ class Demonstration {
     EditInsideDisk();
     Show();
     if (options.keep && !options.json) {
-      console.out << "\nKept in " << Printable(work.string()) << "\n";
+      PrintToOut(console, "\nKept in " + Printable(work.string()) + "\n");
     }
   }
 
@@ -98,7 +98,8 @@ class Demonstration {
     if (options.json) {
       console.out << OneLine({{"step", step}, {"text", text}}) << std::endl;
     } else {
-      console.out << step << ". " << Printable(text) << std::endl;
+      PrintToOut(console, std::to_string(step) + ". " + Printable(text) + "\n");
+      console.out.flush();
     }
   }
 
@@ -151,7 +152,8 @@ class Demonstration {
       return;
     }
     for (const GuardedStep& done : report.steps) {
-      console.out << "   " << StepLine(done, ClockText()) << std::endl;
+      PrintToOut(console, "   " + StepLine(done, ClockText()) + "\n");
+      console.out.flush();
     }
   }
 
@@ -196,18 +198,18 @@ class Demonstration {
     if (options.json) return ShowAsJson(tree);
     console.out << "\nThe folder:\n";
     for (const auto& [path, bytes] : FilesOf(folder)) {
-      console.out << "  " << Printable(path) << ", " << Count(bytes, "byte", "bytes") << "\n";
+      PrintToOut(console, "  " + Printable(path) + ", " + Count(bytes, "byte", "bytes") + "\n");
     }
     console.out << "\nThe disk:\n";
     for (const Fat16FsEntry* entry : tree.Below("/")) {
       if (entry->isDirectory) continue;
-      console.out << "  " << Printable(entry->path.substr(1)) << ", "
-                  << Count(entry->size, "byte", "bytes") << "\n";
+      PrintToOut(console, "  " + Printable(entry->path.substr(1)) + ", " +
+                              Count(entry->size, "byte", "bytes") + "\n");
     }
     const DiskMap map = MapVolume(VolumeView(image.Info(), image.ImageBytes()), tree.Entries());
     const std::string heading =
         image.Info().volumeLabel + ": " + DescribeVolume(map, image.ImageBytes().size());
-    console.out << "\n" << DrawText(map, heading, {console.width, console.colour});
+    PrintToOut(console, "\n" + DrawText(map, heading, {console.width, console.colour}));
   }
 
   void ShowAsJson(const ImageTree& tree) {

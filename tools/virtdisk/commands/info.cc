@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -189,30 +190,32 @@ std::string HiddenText(const Totals& hidden) {
          Count(hidden.bytes, "byte", "bytes") + ", that only `ls --all` lists";
 }
 
-void PrintText(Console& console, const InfoOptions& options, const OpenedImage& image,
-               const VolumeView& view, const Summary& summary) {
+std::string Text(const InfoOptions& options, const OpenedImage& image, const VolumeView& view,
+                 const Summary& summary) {
   const Fat16FsInfo& info = image.Info();
   const auto id = view.VolumeId();
-  console.out << "image        " << Printable(options.image.string()) << ", "
-              << GroupDigits(image.Bytes()) << " bytes\n"
-              << "partition    " << PartitionText(info) << "\n"
-              << "label        "
-              << (info.volumeLabel.empty() ? "(none)" : Printable(info.volumeLabel)) << "\n"
-              << "volume id    " << (id ? FormatVolumeId(*id) : "(none)") << "\n"
-              << "file system  " << Printable(info.fileSystemType) << "\n"
-              << "clusters     " << ClustersText(view) << "\n"
-              << "full         " << FullText(view, summary) << "\n"
-              << "fragments    " << FragmentsText(summary.layout) << "\n"
-              << "FATs         " << unsigned{info.fatCount} << " of "
-              << Count(info.sectorsPerFat, "sector", "sectors") << "\n"
-              << "root         " << Count(info.rootEntryCount, "entry", "entries") << "\n"
-              << "files        " << GroupDigits(summary.listed.files) << ", "
-              << Count(summary.listed.bytes, "byte", "bytes") << "\n"
-              << "directories  " << GroupDigits(summary.listed.directories) << "\n";
+  std::ostringstream text;
+  text << "image        " << Printable(options.image.string()) << ", " << GroupDigits(image.Bytes())
+       << " bytes\n"
+       << "partition    " << PartitionText(info) << "\n"
+       << "label        " << (info.volumeLabel.empty() ? "(none)" : Printable(info.volumeLabel))
+       << "\n"
+       << "volume id    " << (id ? FormatVolumeId(*id) : "(none)") << "\n"
+       << "file system  " << Printable(info.fileSystemType) << "\n"
+       << "clusters     " << ClustersText(view) << "\n"
+       << "full         " << FullText(view, summary) << "\n"
+       << "fragments    " << FragmentsText(summary.layout) << "\n"
+       << "FATs         " << unsigned{info.fatCount} << " of "
+       << Count(info.sectorsPerFat, "sector", "sectors") << "\n"
+       << "root         " << Count(info.rootEntryCount, "entry", "entries") << "\n"
+       << "files        " << GroupDigits(summary.listed.files) << ", "
+       << Count(summary.listed.bytes, "byte", "bytes") << "\n"
+       << "directories  " << GroupDigits(summary.listed.directories) << "\n";
   const bool hasHidden = summary.hidden.files + summary.hidden.directories > 0;
-  if (hasHidden) console.out << "hidden       " << HiddenText(summary.hidden) << "\n";
+  if (hasHidden) text << "hidden       " << HiddenText(summary.hidden) << "\n";
   const std::string note = Note(summary.claim, internal::ClaimedClusters(info));
-  if (!note.empty()) console.out << "note         " << note << "\n";
+  if (!note.empty()) text << "note         " << note << "\n";
+  return text.str();
 }
 
 }  // namespace
@@ -230,7 +233,7 @@ int RunInfo(Console& console, const InfoOptions& options) {
     AddError(console, record);
     console.out << OneLine(record) << "\n";
   } else {
-    PrintText(console, options, *image, *view, summary);
+    PrintToOut(console, Text(options, *image, *view, summary));
   }
   return kDone;
 }

@@ -145,7 +145,7 @@ int RunMap(Console& console, const MapOptions& options) {
   }
   if (options.picture.empty()) {
     const std::string heading = (label.empty() ? name : label) + ": " + volume;
-    console.out << DrawText(map, heading, {console.width, console.colour});
+    PrintToOut(console, DrawText(map, heading, {console.width, console.colour}));
     return kDone;
   }
   const auto draw = kind == PictureKind::kPage ? DrawHtml : DrawSvg;

@@ -122,7 +122,8 @@ int RunMeasure(Console& console, const MeasureOptions& options) {
                             {"sizes", SizeRecords(rows)}})
                 << "\n";
   } else {
-    console.out << FormatMeasure(preview, dropped, smallest) << FormatTable(rows, console.width);
+    PrintToOut(console,
+               FormatMeasure(preview, dropped, smallest) + FormatTable(rows, console.width));
   }
   if (smallest == 0) {
     Warn(console,

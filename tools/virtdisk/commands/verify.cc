@@ -96,16 +96,17 @@ const char* Verdict(const CheckReport& report) {
 }
 
 void PrintTable(Console& console, const CheckReport& report) {
-  console.out << RowsOf(report);
-  if (report.isWhole) console.out << CountsText(report.counts);
+  PrintToOut(console, RowsOf(report));
+  if (report.isWhole) PrintToOut(console, CountsText(report.counts));
   if (!report.findings.empty()) console.out << "\n";
-  for (const Finding& finding : report.findings) console.out << FindingLine(finding);
+  for (const Finding& finding : report.findings) PrintToOut(console, FindingLine(finding));
   for (std::size_t i = 0; i < report.found.size(); ++i) {
     if (report.found[i] <= CheckReport::kMostOfAKind) continue;
-    console.out << "and " << GroupDigits(report.found[i] - CheckReport::kMostOfAKind)
-                << " more of the kind " << KindName(static_cast<FindingKind>(i)) << "\n";
+    PrintToOut(console, "and " + GroupDigits(report.found[i] - CheckReport::kMostOfAKind) +
+                            " more of the kind " +
+                            std::string(KindName(static_cast<FindingKind>(i))) + "\n");
   }
-  console.out << "\n" << Verdict(report);
+  PrintToOut(console, std::string("\n") + Verdict(report));
 }
 
 Json FindingRecord(const Finding& finding) {

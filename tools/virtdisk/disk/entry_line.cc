@@ -22,12 +22,24 @@ std::string AttributeLetters(const Fat16FsEntry& entry) {
   return letters;
 }
 
-std::string Details(const Fat16FsEntry& entry) {
+constexpr unsigned kWideEnough = 52;  // columns, for details and a name of 12 letters
+
+std::string WideDetails(const Fat16FsEntry& entry) {
   constexpr std::size_t kSizeWidth = 10;  // holds every 32-bit number
   constexpr std::size_t kDateWidth = 19;
   const std::string date = FormatFatDate(entry.writeDate, entry.writeTime);
   return AttributeLetters(entry) + "  " + AlignRight(std::to_string(entry.size), kSizeWidth) +
          "  " + AlignLeft(date, kDateWidth) + "  ";
+}
+
+// Without the time of day: with a name, no more than 40 columns.
+std::string NarrowDetails(const Fat16FsEntry& entry) {
+  constexpr std::size_t kSizeWidth = 9;
+  constexpr std::size_t kDayWidth = 10;
+  const std::string date = FormatFatDate(entry.writeDate, entry.writeTime);
+  const std::string day = date == kInvalidDate ? "bad date" : date.substr(0, kDayWidth);
+  return AttributeLetters(entry) + " " + AlignRight(std::to_string(entry.size), kSizeWidth) + " " +
+         AlignLeft(day, kDayWidth) + " ";
 }
 
 }  // namespace
@@ -40,7 +52,8 @@ void PrintEntry(Console& console, const Fat16FsEntry& entry, const EntryStyle& s
     console.out << OneLine(record) << "\n";
     return;
   }
-  if (style.details) console.out << Details(entry);
+  const bool isNarrow = console.outIsTerminal && console.width < kWideEnough;
+  if (style.details) console.out << (isNarrow ? NarrowDetails(entry) : WideDetails(entry));
   const std::string name = Printable(style.fullPath ? entry.path : entry.name);
   console.out << (entry.isDirectory ? ShownDirectory(name, console.colour) : name) << "\n";
 }

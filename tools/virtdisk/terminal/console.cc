@@ -31,11 +31,6 @@ unsigned TerminalWidth(int terminal) {
   return known ? size.ws_col : kDefaultWidth;
 }
 
-void Print(Console& console, const std::string& text) {
-  EraseProgress(console);
-  console.err << (console.errIsTerminal ? Wrap(text, console.errWidth) : text);
-}
-
 }  // namespace
 
 Console StandardConsole() {
@@ -48,13 +43,23 @@ Console StandardConsole() {
           .errWidth = TerminalWidth(STDERR_FILENO)};
 }
 
+void PrintToOut(Console& console, const std::string& text) {
+  EraseProgress(console);
+  console.out << (console.outIsTerminal ? Wrap(text, console.width) : text);
+}
+
+void PrintToErr(Console& console, const std::string& text) {
+  EraseProgress(console);
+  console.err << (console.errIsTerminal ? Wrap(text, console.errWidth) : text);
+}
+
 int Fail(Console& console, std::string_view message, std::string_view hint) {
   if (console.error.empty()) {
     console.error = message;
     console.errorHint = hint;
   }
   const std::string text = "virtdisk: " + Printable(message) + "\n";
-  Print(console, hint.empty() ? text : text + "  " + Printable(hint) + "\n");
+  PrintToErr(console, hint.empty() ? text : text + "  " + Printable(hint) + "\n");
   return kFailed;
 }
 
@@ -69,11 +74,11 @@ int FailUsage(Console& console, std::string_view message, std::string_view hint)
 }
 
 void Warn(Console& console, std::string_view message) {
-  if (!console.quiet) Print(console, "virtdisk: warning: " + Printable(message) + "\n");
+  if (!console.quiet) PrintToErr(console, "virtdisk: warning: " + Printable(message) + "\n");
 }
 
 void Remark(Console& console, std::string_view message) {
-  if (!console.quiet) Print(console, "virtdisk: remark: " + Printable(message) + "\n");
+  if (!console.quiet) PrintToErr(console, "virtdisk: remark: " + Printable(message) + "\n");
 }
 
 void EraseProgress(Console& console) {

@@ -27,6 +27,10 @@ struct Console {
 // The process's own standard streams.
 Console StandardConsole();
 
+// Print text that is safe to print, with lines as wide as the terminal where the stream is one.
+void PrintToOut(Console& console, const std::string& text);
+void PrintToErr(Console& console, const std::string& text);
+
 // Prints "virtdisk: MESSAGE" and, below it, what to do about it. Returns kFailed, so that a failing
 // branch is one line.
 int Fail(Console& console, std::string_view message, std::string_view hint = {});

@@ -46,9 +46,15 @@ std::string WrapLine(std::string_view line, std::size_t columns) {
 }  // namespace
 
 std::size_t ColumnsOf(std::string_view text) {
-  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-    return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
-  }));
+  std::size_t columns = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\x1b') {
+      i = std::min(text.find('m', i), text.size() - 1);
+    } else if ((static_cast<unsigned char>(text[i]) & 0xC0U) != 0x80U) {
+      ++columns;
+    }
+  }
+  return columns;
 }
 
 std::string Wrap(std::string_view text, std::size_t columns) {

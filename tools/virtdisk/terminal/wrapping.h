@@ -7,7 +7,8 @@
 
 namespace quorbix::virtdisk::tool {
 
-// How many columns a printable UTF-8 text takes, one for each character.
+// How many columns a printable UTF-8 text takes, one for each character; what sets a colour takes
+// none.
 std::size_t ColumnsOf(std::string_view text);
 
 // Breaks lines that are wider than `columns` at blanks. What follows a break stands below the
