@@ -101,6 +101,7 @@ void AddAll(const BuildPreview& preview, const Geometry& geometry, ImageFit& fit
     } else if (!image.AddFile(parent, entry.bytes, fit.message)) {
       if (entry.bytes != 0) return;
       ++fit.dropped;
+      fit.droppedEntries.push_back(i);
     }
   }
   fit.builds = true;

@@ -254,6 +254,7 @@ TEST(FitIntoImage, EmptyFileWithoutASlot_IsDroppedAndBuilds) {
   EXPECT_TRUE(fit.builds);
   EXPECT_FALSE(fit.holds);
   EXPECT_EQ(fit.dropped, 2u);
+  EXPECT_EQ(fit.droppedEntries, (std::vector<std::size_t>{511, 512}));
   EXPECT_EQ(fit.message, "Root directory is full");
 }
 

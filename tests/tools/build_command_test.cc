@@ -180,10 +180,44 @@ TEST(BuildCommand, EmptyFilesWithoutASlot_AreCounted) {
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(run.out, HasSubstr("\n  files           511\n"));
   EXPECT_THAT(run.out, HasSubstr("\n  left out        9\n"));
-  EXPECT_THAT(run.err, HasSubstr(": 9 empty files were left out of " + image + "\n"));
-  EXPECT_EQ(RunVirtdisk({"build", disk, image, "--json"}).Json()["dropped"], 9);
+  EXPECT_THAT(run.err, HasSubstr(": 9 empty files were left out of " + image + ":\n  "));
+  const auto record = RunVirtdisk({"build", disk, image, "--json"}).Json();
+  EXPECT_EQ(record["dropped"], 9);
+  EXPECT_EQ(record["droppedFiles"].size(), 9u);
   EXPECT_THAT(RunVirtdisk({"measure", disk}).out,
               HasSubstr("files        511\ndirectories  0\nleft out     9\n"));
+}
+
+// Which ones find no slot is for the host to say, in whose order a build takes them.
+TEST(BuildCommand, EmptyFilesWithoutASlot_AreNamedTenTimesUnlessVerbose) {
+  TempFolder folder;
+  for (int i = 0; i < 523; ++i) folder.File("DISK/E" + std::to_string(i));
+  const std::string disk = (folder / "DISK").string();
+  const std::string image = (folder / "disk.img").string();
+  const ProgramRun few = RunVirtdisk({"build", disk, image});
+  EXPECT_EQ(std::count(few.err.begin(), few.err.end(), '\n'), 12);
+  EXPECT_THAT(few.err, HasSubstr("\n  and 2 more; --verbose lists all\n"));
+  const ProgramRun all = RunVirtdisk({"build", disk, image, "--verbose"});
+  const std::string listed = RunVirtdisk({"ls", image}).out;
+  for (const auto& name : RunVirtdisk({"build", disk, image, "--json"}).Json()["droppedFiles"]) {
+    const std::string text = name.get<std::string>();
+    EXPECT_THAT(all.err, HasSubstr("\n  " + text + "\n"));
+    EXPECT_THAT("\n" + listed, ::testing::Not(HasSubstr("\n" + text + "\n")));
+  }
+}
+
+TEST(BuildCommand, FolderMetAgainBehindALink_IsTold) {
+  TempFolder folder;
+  folder.File("ELSE/LEFT/A.TXT", "a").Link("ELSE/RIGHT", "LEFT").Link("DISK/LINK", "../ELSE");
+  const ProgramRun run = Build(folder);
+  EXPECT_THAT(run.err, HasSubstr("remark: 5 entries were reached through 1 link:\n"
+                                 "  LINK (5 entries)\n"));
+  EXPECT_THAT(run.err,
+              ::testing::AnyOf(HasSubstr("  LINK/RIGHT is LINK/LEFT again (2 entries)\n"),
+                               HasSubstr("  LINK/LEFT is LINK/RIGHT again (2 entries)\n")));
+  const auto links = Build(folder, {"--json"}).Json()["links"];
+  ASSERT_EQ(links.size(), 2u);
+  EXPECT_EQ(links[1]["entries"], 2);
 }
 
 TEST(MeasureCommand, EmptyFilesWithoutASlot_AreCountedAsABuildCountsThem) {

@@ -21,7 +21,7 @@ BuildNotes NotesOf(const TempFolder& folder) {
   BuildPreview preview;
   std::string err;
   EXPECT_TRUE(PreviewBuild(folder / "DISK", preview, err)) << err;
-  return TakeNotes(preview, {});
+  return TakeNotes(preview, {}, {});
 }
 
 std::vector<std::string> RenamesOf(const BuildNotes& notes, bool inCaseAlone) {
@@ -69,6 +69,31 @@ TEST(TakeNotes, LinkToWhatWasMetBefore_SaysSo) {
   EXPECT_FALSE(notes.links[0].isMetAgain);
   EXPECT_TRUE(notes.links[1].isMetAgain);
   EXPECT_EQ(notes.links[1].metBefore, notes.links[0].host);
+  EXPECT_EQ(notes.metAgain, 2U);
+}
+
+// In whatever order the host lists them.
+TEST(TakeNotes, LinkToAFolderBesideIt_SaysSo) {
+  TempFolder folder;
+  folder.File("DISK/SUB/A").Link("DISK/ONE", "SUB").Link("DISK/ZWEI", "SUB");
+  const BuildNotes notes = NotesOf(folder);
+  ASSERT_EQ(notes.links.size(), 2U);
+  EXPECT_TRUE(notes.links[0].isMetAgain);
+  EXPECT_TRUE(notes.links[1].isMetAgain);
+  EXPECT_EQ(notes.metAgain, 4U);
+}
+
+TEST(TakeNotes, LinksBehindALinkToOneFolder_AreMetAgainOnce) {
+  TempFolder folder;
+  folder.File("ELSE/ONE/A").Link("ELSE/TWO", "ONE").Folder("DISK").Link("DISK/LINK", "../ELSE");
+  const BuildNotes notes = NotesOf(folder);
+  ASSERT_EQ(notes.links.size(), 2U);
+  EXPECT_EQ(notes.links[0].host, "LINK");
+  EXPECT_EQ(notes.links[0].entries, 5U);
+  EXPECT_FALSE(notes.links[0].isMetAgain);
+  EXPECT_TRUE(notes.links[1].isMetAgain);
+  EXPECT_TRUE(notes.links[1].isBehindLink);
+  EXPECT_EQ(notes.links[1].entries, 2U);
   EXPECT_EQ(notes.metAgain, 2U);
 }
 

@@ -67,6 +67,8 @@ struct ImageFit {
   std::string message;        // what LastError says then, or why the build fails
   std::uint64_t dropped = 0;  // empty files that find no slot: that fails no build
   bool holds = false;         // it builds, and nothing is dropped
+  // The numbers of those files among the preview's entries.
+  std::vector<std::size_t> droppedEntries;
 
   // The volume, all 0 where no image of this size can be made.
   std::uint32_t clusterBytes = 0;

@@ -194,9 +194,15 @@ void TellGroup(Console& console, const RemarkGroup& group, bool all) {
 void TellRemarks(Console& console, const BuildOptions& options, const BuildReport& report) {
   if (console.quiet) return;
   if (!report.remark.empty()) {
-    Remark(console, report.remark + ": " +
-                        Count(report.dropped, "empty file was", "empty files were") +
-                        " left out of " + options.image.string());
+    const std::vector<std::string>& dropped = report.notes.dropped;
+    const std::string remark = report.remark + ": " +
+                               Count(dropped.size(), "empty file was", "empty files were") +
+                               " left out of " + options.image.string();
+    if (options.json || dropped.empty()) {
+      Remark(console, remark);
+    } else {
+      TellGroup(console, {remark + ":", dropped}, options.verbose);
+    }
   }
   if (options.json) return;
   for (const RemarkGroup& group : GroupRemarks(report.notes)) {
@@ -246,9 +252,9 @@ int Build(Console& console, const BuildOptions& options) {
   BuildReport report;
   report.image = options.image;
   DescribeImage(filled.image, report);
-  report.dropped = FitIntoImage(preview, filled.size).dropped;
-  CountEntries(preview, report.dropped, report);
-  report.notes = TakeNotes(preview, filled.skipped);
+  const ImageFit fit = FitIntoImage(preview, filled.size);
+  CountEntries(preview, fit.dropped, report);
+  report.notes = TakeNotes(preview, fit, filled.skipped);
   report.remark = filled.message;
   return Tell(console, options, report);
 }

@@ -32,7 +32,9 @@ bool MayNotBeRead(const std::string& file) {
 class NoteTaking {
  public:
   explicit NoteTaking(const BuildPreview& takenPreview)
-      : preview(takenPreview), links(preview.entries.size(), kNoLink) {}
+      : preview(takenPreview),
+        links(preview.entries.size(), kNoLink),
+        meetings(preview.entries.size(), kNoLink) {}
 
   BuildNotes Run() {
     for (std::size_t i = 0; i < preview.entries.size(); ++i) {
@@ -51,7 +53,13 @@ class NoteTaking {
     const BuildPreviewEntry& entry = preview.entries[number];
     NoteName(entry);
     NoteLink(number);
-    if (entry.isMetAgain && entry.isBehindLink) ++notes.metAgain;
+    if (IsCopiedAgainByALink(entry)) ++notes.metAgain;
+  }
+
+  bool IsCopiedAgainByALink(const BuildPreviewEntry& entry) const {
+    if (!entry.isMetAgain) return false;
+    const bool isEntry = entry.metBefore != BuildPreviewEntry::kRoot;
+    return entry.isBehindLink || (isEntry && preview.entries[entry.metBefore].isBehindLink);
   }
 
   void NoteName(const BuildPreviewEntry& entry) {
@@ -69,16 +77,41 @@ class NoteTaking {
 
   void NoteLink(std::size_t number) {
     const BuildPreviewEntry& entry = preview.entries[number];
-    if (!entry.isBehindLink) return;
+    if (!entry.isBehindLink) return NoteEndOfLink(entry);
     const bool isInLink =
         entry.directory != BuildPreviewEntry::kRoot && links[entry.directory] != kNoLink;
     if (isInLink) {
       links[number] = links[entry.directory];
+      NoteMeeting(number);
     } else {
-      links[number] = notes.links.size();
-      notes.links.push_back({entry.hostPath, 0, entry.isMetAgain, MetBefore(entry)});
+      links[number] = AddLink(entry, false);
     }
     ++notes.links[links[number]].entries;
+  }
+
+  // What a link leads to may come after the link.
+  void NoteEndOfLink(const BuildPreviewEntry& entry) {
+    if (!entry.isMetAgain || entry.metBefore == BuildPreviewEntry::kRoot) return;
+    if (links[entry.metBefore] == kNoLink) return;
+    FollowedLink& link = notes.links[links[entry.metBefore]];
+    const bool isItsEnd = link.host == preview.entries[entry.metBefore].hostPath;
+    if (!isItsEnd || link.isMetAgain) return;
+    link.isMetAgain = true;
+    link.metBefore = entry.hostPath;
+  }
+
+  // Behind a link: what was copied before, unless something above it is told as that already.
+  void NoteMeeting(std::size_t number) {
+    const BuildPreviewEntry& entry = preview.entries[number];
+    if (notes.links[links[number]].isMetAgain) return;
+    meetings[number] = meetings[entry.directory];
+    if (meetings[number] == kNoLink && entry.isMetAgain) meetings[number] = AddLink(entry, true);
+    if (meetings[number] != kNoLink) ++notes.links[meetings[number]].entries;
+  }
+
+  std::size_t AddLink(const BuildPreviewEntry& entry, bool isBehindLink) {
+    notes.links.push_back({entry.hostPath, 0, entry.isMetAgain, MetBefore(entry), isBehindLink});
+    return notes.links.size() - 1;
   }
 
   std::string MetBefore(const BuildPreviewEntry& entry) const {
@@ -87,14 +120,19 @@ class NoteTaking {
   }
 
   const BuildPreview& preview;
-  std::vector<std::size_t> links;  // by entry: the link in the notes that it lies behind
+  std::vector<std::size_t> links;     // by entry: the link in the notes that it lies behind
+  std::vector<std::size_t> meetings;  // by entry: what in the notes is met again with it
   BuildNotes notes;
 };
 
 }  // namespace
 
-BuildNotes TakeNotes(const BuildPreview& preview, const std::vector<std::string>& skipped) {
+BuildNotes TakeNotes(const BuildPreview& preview, const ImageFit& fit,
+                     const std::vector<std::string>& skipped) {
   BuildNotes notes = NoteTaking(preview).Run();
+  for (const std::size_t number : fit.droppedEntries) {
+    notes.dropped.push_back(preview.entries[number].hostPath);
+  }
   for (const std::string& item : skipped) notes.leftOut.push_back(ExplainSkipped(item));
   return notes;
 }

@@ -40,13 +40,17 @@ RemarkGroup GroupOfRenamed(const BuildNotes& notes) {
 
 RemarkGroup GroupOfLinks(const BuildNotes& notes) {
   std::uint64_t entries = 0;
+  std::uint64_t links = 0;
   RemarkGroup group;
   for (const FollowedLink& link : notes.links) {
-    entries += link.entries;
+    if (!link.isBehindLink) {
+      ++links;
+      entries += link.entries;
+    }
     group.lines.push_back(DescribeLink(link));
   }
   group.title = Entries(entries) + (entries == 1 ? " was" : " were") + " reached through " +
-                Count(notes.links.size(), "link", "links") + ":";
+                Count(links, "link", "links") + ":";
   return group;
 }
 
@@ -86,7 +90,7 @@ std::string FormatReport(const BuildReport& report) {
          Line("directories", GroupDigits(report.directories)) +
          LineIfAny("names changed", renamed) +
          LineIfAny("in case alone", notes.renamed.size() - renamed) +
-         LineIfAny("left out", notes.leftOut.size() + report.dropped) +
+         LineIfAny("left out", notes.leftOut.size() + notes.dropped.size()) +
          LineIfAny("passed over", notes.passedOver.size()) +
          LineIfAny("in no listing", notes.hiddenEntries) +
          LineIfAny("copied again", notes.metAgain);
@@ -129,7 +133,8 @@ Json ReportRecord(const BuildReport& report) {
           {"directories", report.directories},
           {"hidden", report.notes.hiddenEntries},
           {"skipped", report.notes.leftOut},
-          {"dropped", report.dropped},
+          {"dropped", report.notes.dropped.size()},
+          {"droppedFiles", report.notes.dropped},
           {"passedOver", report.notes.passedOver},
           {"renamed", RenamedRecords(report.notes)},
           {"links", LinkRecords(report.notes)},

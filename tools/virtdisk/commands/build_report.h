@@ -25,7 +25,6 @@ struct BuildReport {
   std::uint64_t files = 0;
   std::uint64_t directories = 0;
   BuildNotes notes;
-  std::uint64_t dropped = 0;  // empty files that found no slot
   std::string remark;
 };
 
