@@ -22,6 +22,7 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 ImageCrafter DiskOfOneFile() {
   return ImageCrafter().File("A.TXT", {.firstCluster = 2, .size = 3}).Chain({2}).Data(2, "aaa");
@@ -48,6 +49,7 @@ class ReadingCommand : public ::testing::TestWithParam<std::vector<std::string>>
     std::vector<std::string> arguments = GetParam();
     arguments.insert(arguments.begin() + 1, (folder / "disk.img").string());
     if (arguments[0] == "get") arguments.push_back((folder / "A.TXT").string());
+    if (arguments[0] == "put") arguments.push_back((folder.File("new", "new") / "new").string());
     arguments.insert(arguments.end(), options.begin(), options.end());
     return RunVirtdisk(arguments);
   }
@@ -60,6 +62,7 @@ TEST_P(ReadingCommand, VolumeThatSaysFat12_IsRefusedAndReadUnderForce) {
   EXPECT_EQ(run.status, 3);
   EXPECT_THAT(run.out, IsEmpty());
   EXPECT_FALSE(folder.Exists("A.TXT"));
+  EXPECT_EQ(ReadBytes(folder / "disk.img"), ThatSays("FAT12").Bytes());
   EXPECT_THAT(run.err, HasSubstr("says FAT12: its files would be misread\n"));
   EXPECT_THAT(run.err, HasSubstr("--force"));
   EXPECT_EQ(Run(ThatSays("FAT12"), {"--force"}).status, 0);
@@ -91,6 +94,8 @@ TEST_P(ReadingCommand, SmallVolumeThatSaysNothing_IsRefused) {
   const ProgramRun run = Run(ThatSays("     "));
   EXPECT_EQ(run.status, 3);
   EXPECT_THAT(run.err, HasSubstr("has only 90 clusters, which makes it FAT12, and does not say"));
+  EXPECT_EQ(ReadBytes(folder / "disk.img"), ThatSays("     ").Bytes());
+  EXPECT_EQ(Run(ThatSays("     "), {"--force"}).status, 0);
 }
 
 TEST_P(ReadingCommand, SmallVolumeThatSaysFat16_IsRead) {
@@ -109,11 +114,37 @@ INSTANTIATE_TEST_SUITE_P(Each, ReadingCommand,
                                            std::vector<std::string>{"find", "a"},
                                            std::vector<std::string>{"tree"},
                                            std::vector<std::string>{"cat", "/A.TXT"},
-                                           std::vector<std::string>{"get", "/A.TXT"}),
+                                           std::vector<std::string>{"get", "/A.TXT"},
+                                           std::vector<std::string>{"get", "/A.TXT", "--all"},
+                                           std::vector<std::string>{"put", "/A.TXT"}),
                          [](const auto& command) {
-                           const bool isRecursive = command.param.size() == 3;
-                           return command.param[0] + (isRecursive ? "Recursive" : "");
+                           const std::string& last = command.param.back();
+                           if (last == "-R") return command.param[0] + "Recursive";
+                           return command.param[0] + (last == "--all" ? "All" : "");
                          });
+
+class FoldersOfHiddenEntries : public ::testing::TestWithParam<std::vector<std::string>> {};
+
+INSTANTIATE_TEST_SUITE_P(Each, FoldersOfHiddenEntries,
+                         ::testing::Values(std::vector<std::string>{"ls", "--all"},
+                                           std::vector<std::string>{"tree", "--all"},
+                                           std::vector<std::string>{"find", "A", "--all"},
+                                           std::vector<std::string>{"info"},
+                                           std::vector<std::string>{"map"}),
+                         [](const auto& command) { return command.param[0]; });
+
+TEST_P(FoldersOfHiddenEntries, ThatCannotBeRead_AreToldBesideTheRest) {
+  TempFolder folder;
+  ImageCrafter crafter = DiskOfOneFile();
+  crafter.RawSlot("        GIT", {.attributes = 0x10, .firstCluster = 3}).FatWord(3, 3);
+  WriteBytes(folder / "disk.img", crafter.Bytes());
+  std::vector<std::string> arguments = GetParam();
+  arguments.insert(arguments.begin() + 1, (folder / "disk.img").string());
+  const ProgramRun run = RunVirtdisk(arguments);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("virtdisk: not all hidden entries could be read\n"));
+  EXPECT_THAT(run.out, Not(IsEmpty()));
+}
 
 // Cuts a file off when it is first written to.
 class CuttingStream : public std::streambuf {

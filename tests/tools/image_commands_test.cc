@@ -1,8 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "program_run.h"
 #include "support/image_crafter.h"
@@ -93,6 +97,73 @@ TEST_F(InfoCommand, Fat12_IsNamedAndNotRefused) {
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(run.out, HasSubstr("note         the volume says FAT12; read as FAT16, its files "));
   EXPECT_EQ(RunVirtdisk({"info", Image(), "--json"}).Json()["takenFor"], "FAT12");
+}
+
+// 70,000 clusters of 512 bytes behind 32 sectors and two FATs of 547; what is in them is not there.
+std::vector<std::uint8_t> Fat32Boot() {
+  std::vector<std::uint8_t> bytes(1024 * 2);
+  const auto put = [&](std::size_t offset, std::vector<std::uint8_t> field) {
+    std::copy(field.begin(), field.end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset));
+  };
+  put(11, {0x00, 0x02});              // bytes per sector
+  put(13, {1});                       // sectors per cluster
+  put(14, {32, 0});                   // reserved sectors
+  put(16, {2});                       // FATs
+  put(32, {0xD6, 0x15, 0x01, 0x00});  // 71,126 sectors
+  put(36, {0x23, 0x02, 0, 0});        // sectors per FAT
+  put(48, {1, 0});                    // where the free clusters are counted
+  put(66, {0x29, 0xCD, 0xAB, 0x34, 0x12});
+  put(71, {'B', 'I', 'G', ' ', 'D', 'I', 'S', 'K', ' ', ' ', ' '});
+  put(82, {'F', 'A', 'T', '3', '2', ' ', ' ', ' '});
+  put(510, {0x55, 0xAA});
+  put(512 + 484, {'r', 'r', 'A', 'a'});
+  put(512 + 488, {0x70, 0x11, 0x01, 0});  // 70,000 free
+  return bytes;
+}
+
+TEST_F(InfoCommand, RealFat32_IsToldAsFarAsItSays) {
+  test::WriteBytes(Image(), Fat32Boot());
+  const ProgramRun run = RunVirtdisk({"info", Image()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "image        " + Image() +
+                         ", 2,048 bytes\n"
+                         "partition    none: the volume begins with the image\n"
+                         "label        BIG DISK\n"
+                         "volume id    1234-ABCD\n"
+                         "file system  FAT32\n"
+                         "sectors      71,126 of 512 bytes\n"
+                         "clusters     70,000 of 512 bytes: 0 used, 70,000 free, as they were "
+                         "counted last\n"
+                         "FATs         2 of 547 sectors\n"
+                         "note         the volume is FAT32, and virtdisk looks into FAT16 only; "
+                         "mtools and 7-Zip read others\n");
+  const auto record = RunVirtdisk({"info", Image(), "--json"}).Json();
+  EXPECT_EQ(record["takenFor"], "FAT32");
+  EXPECT_EQ(record["clusters"], 70000);
+  EXPECT_EQ(record["clustersFree"], 70000);
+  EXPECT_TRUE(record["files"].is_null());
+}
+
+TEST_F(InfoCommand, RealFat32InAPartition_IsFound) {
+  std::vector<std::uint8_t> bytes(512);
+  bytes[446 + 4] = 0x0C;
+  bytes[446 + 8] = 1;
+  bytes[446 + 13] = 0x10;  // 4,096 sectors
+  bytes[510] = 0x55;
+  bytes[511] = 0xAA;
+  const std::vector<std::uint8_t> volume = Fat32Boot();
+  bytes.insert(bytes.end(), volume.begin(), volume.end());
+  test::WriteBytes(Image(), bytes);
+  EXPECT_THAT(RunVirtdisk({"info", Image()}).out,
+              HasSubstr("partition    type 0x0C, sectors from 1, 4,096 of them\nlabel        BIG"));
+}
+
+TEST_F(InfoCommand, Fat32ThatNobodyHasCounted_TellsNoNumbers) {
+  std::vector<std::uint8_t> bytes = Fat32Boot();
+  for (std::size_t i = 0; i < 4; ++i) bytes[512 + 488 + i] = 0xFF;
+  test::WriteBytes(Image(), bytes);
+  EXPECT_THAT(RunVirtdisk({"info", Image()}).out, HasSubstr("clusters     70,000 of 512 bytes\n"));
+  EXPECT_TRUE(RunVirtdisk({"info", Image(), "--json"}).Json()["clustersFree"].is_null());
 }
 
 TEST_F(InfoCommand, VolumeOfEnoughClusters_HasNoNote) {

@@ -31,6 +31,7 @@ int RunFind(Console& console, const FindOptions& options) {
   const auto image =
       OpenedImage::Open(console, options.image, {options.force, options.all}, status);
   if (!image) return status;
+  if (options.all) image->TellHiddenLeftOut(console);
   std::vector<Fat16FsEntry> entries;
   std::string err;
   if (!image->Index().Search(options.text, entries, err)) {

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstdio>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -7,6 +6,8 @@
 
 #include "check/volume_claim.h"
 #include "commands/commands.h"
+#include "commands/info_fat32.h"
+#include "disk/fat32_volume.h"
 #include "disk/image_tree.h"
 #include "disk/map.h"
 #include "disk/opened_image.h"
@@ -151,10 +152,7 @@ Json Record(const InfoOptions& options, const OpenedImage& image, const VolumeVi
 
 std::string PartitionText(const Fat16FsInfo& info) {
   if (!info.partitioned) return "none: the volume begins with the image";
-  char type[8];
-  std::snprintf(type, sizeof type, "0x%02X", static_cast<unsigned>(info.partitionType));
-  return std::string("type ") + type + ", sectors from " + GroupDigits(info.partitionStartLba) +
-         ", " + GroupDigits(info.partitionSectorCount) + " of them";
+  return PartitionPlace(info.partitionType, info.partitionStartLba, info.partitionSectorCount);
 }
 
 std::string ClustersText(const VolumeView& view) {
@@ -221,9 +219,15 @@ std::string Text(const InfoOptions& options, const OpenedImage& image, const Vol
 }  // namespace
 
 int RunInfo(Console& console, const InfoOptions& options) {
+  const auto source = OpenSource(console, options.image);
+  if (!source) return kFailed;
+  if (const auto fat32 = FindFat32(*source)) {
+    return TellFat32(console, options, source->Size(), *fat32);
+  }
   int status = kDone;
   const auto image = OpenedImage::Open(console, options.image, {true, true}, status);
   if (!image) return status;
+  image->TellHiddenLeftOut(console);
   std::string err;
   const auto view = VolumeView::Read(image->Info(), image->Source(), err);
   if (!view) return Fail(console, err, "Nothing was told of " + options.image.string() + ".");

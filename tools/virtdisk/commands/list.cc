@@ -30,6 +30,7 @@ int RunList(Console& console, const ListOptions& options) {
   const auto image =
       OpenedImage::Open(console, options.image, {options.force, options.all}, status);
   if (!image) return status;
+  if (options.all) image->TellHiddenLeftOut(console);
   const EntryStyle style{options.recursive, options.details, options.json};
   const ImageTree tree(image->Index());
   if (!tree.IsDirectory(options.path)) return PrintFile(console, options, tree, style);

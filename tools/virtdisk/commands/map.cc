@@ -124,6 +124,7 @@ int RunMap(Console& console, const MapOptions& options) {
   int status = kDone;
   const auto image = OpenedImage::Open(console, options.image, {true, true}, status);
   if (!image) return status;
+  image->TellHiddenLeftOut(console);
   std::string err;
   const auto view = VolumeView::Read(image->Info(), image->Source(), err);
   if (!view) return Fail(console, err, "Nothing was drawn.");

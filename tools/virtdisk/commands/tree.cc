@@ -123,6 +123,7 @@ int RunTree(Console& console, const TreeOptions& options) {
   const auto image =
       OpenedImage::Open(console, options.image, {options.force, options.all}, status);
   if (!image) return status;
+  if (options.all) image->TellHiddenLeftOut(console);
   const ImageTree tree(image->Index());
   if (!tree.IsDirectory(options.path)) {
     return Fail(

@@ -114,6 +114,13 @@ void OpenedImage::TellBroken(Console& console, const std::filesystem::path& path
   Fail(console, message, "Nothing is known of what is in there; `virtdisk verify` tells more.");
 }
 
+void OpenedImage::TellHiddenLeftOut(Console& console) const {
+  if (index.HasAllHiddenEntries()) return;
+  const std::string message = "not all hidden entries could be read";
+  if (internal::WouldBeMisread(internal::ClaimOf(Info()))) return Remark(console, message);
+  Fail(console, message, "The directories are damaged; `virtdisk verify` tells more.");
+}
+
 std::unique_ptr<internal::FileSource> OpenSource(Console& console,
                                                  const std::filesystem::path& path) {
   constexpr std::string_view kCannotOpen = "image could not be opened: ";

@@ -29,6 +29,10 @@ class OpenedImage {
   static std::unique_ptr<OpenedImage> Open(Console& console, const std::filesystem::path& path,
                                            const Wish& wish, int& status);
 
+  // Tells the console where not all entries that no listing shows could be read. For whoever wished
+  // for them.
+  void TellHiddenLeftOut(Console& console) const;
+
   const internal::VolumeIndex& Index() const { return index; }
   const Fat16FsInfo& Info() const { return index.Info(); }
   internal::ByteSource& Source() const { return *source; }
