@@ -18,6 +18,7 @@
 #include "common/host_file.h"
 #include "disk/file_rewrite.h"
 #include "disk/opened_image.h"
+#include "disk/shown_source.h"
 #include "host/host_file.h"
 #include "host/new_file.h"
 #include "host/output_place.h"
@@ -36,14 +37,19 @@ namespace fs = std::filesystem;
 // The volume of an image, indexed without loading it.
 struct IndexedImage {
   std::unique_ptr<internal::FileSource> source;
+  std::unique_ptr<ShownSource> shown;
   std::unique_ptr<internal::VolumeIndex> index;
 
-  bool Open(const fs::path& image, std::string& err) {
-    index.reset();  // which reads from the source
+  bool Open(Console& console, const fs::path& image, std::string& err) {
+    index.reset();  // each reads from the one above
+    shown.reset();
     source = internal::FileSource::Open(image, err);
     if (!source) return false;
-    index = std::make_unique<internal::VolumeIndex>(*source);
-    return index->Parse(err);
+    shown = std::make_unique<ShownSource>(console, *source);
+    index = std::make_unique<internal::VolumeIndex>(*shown);
+    const bool isParsed = index->Parse(err);
+    shown->Finish();
+    return isParsed;
   }
 };
 
@@ -117,14 +123,14 @@ class Rewrite {
   bool RewriteIn(const fs::path& path, int file) {
     IndexedImage image;
     internal::RewritePlan plan;
-    if (!image.Open(path, err) ||
+    if (!image.Open(console, path, err) ||
         !internal::PlanRewrite(*image.index, options.path, content.size(), plan, err)) {
       return false;
     }
     const std::vector<ByteRun> runs = RunsOf(plan.chain, image.index->Chains());
     if (!MakeRoomFor(file, runs)) return FailToDo("cannot write ");
     if (!Write(file, runs, plan.sizeOffset)) return FailToDo("cannot write ");
-    return image.Open(path, err);
+    return image.Open(console, path, err);
   }
 
   // The old content lies where the new one goes: once it is written over, the only way not to leave

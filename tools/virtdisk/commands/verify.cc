@@ -6,6 +6,7 @@
 #include "check/check_volume.h"
 #include "commands/commands.h"
 #include "disk/opened_image.h"
+#include "disk/shown_source.h"
 #include "terminal/columns.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
@@ -151,7 +152,10 @@ int RunVerify(Console& console, const VerifyOptions& options) {
   if (!source) return kFailed;
   std::string err;
   CheckReport report;
-  if (!CheckVolume(*source, report, err)) {
+  ShownSource shown(console, *source);
+  const bool isChecked = CheckVolume(shown, report, err);
+  shown.Finish();
+  if (!isChecked) {
     return Fail(console, err, "Nothing can be said about " + options.image.string() + ".");
   }
   if (options.json) {

@@ -72,10 +72,11 @@ std::unique_ptr<OpenedImage> OpenedImage::Open(Console& console, const std::file
     return nullptr;
   }
   std::string err;
-  std::unique_ptr<OpenedImage> image(new OpenedImage(std::move(source)));
+  std::unique_ptr<OpenedImage> image(new OpenedImage(console, std::move(source)));
   const auto hidden = wish.hidden ? VolumeIndex::Hidden::kCollect : VolumeIndex::Hidden::kPassOver;
   const auto broken = wish.whole ? VolumeIndex::Broken::kFail : VolumeIndex::Broken::kPassOver;
   const bool isParsed = image->index.Parse(err, hidden, broken);
+  image->shown.Finish();
   // Even where its misread directories lead nowhere, what it says of itself is the better reason.
   const bool isRefused =
       IsDescribed(image->Info()) && RefuseMisread(console, image->Info(), path, wish.force);

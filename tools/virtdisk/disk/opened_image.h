@@ -6,6 +6,7 @@
 
 #include "browser/file_source.h"
 #include "browser/volume_index.h"
+#include "disk/shown_source.h"
 #include "terminal/console.h"
 
 namespace quorbix::virtdisk::tool {
@@ -25,7 +26,8 @@ class OpenedImage {
   };
 
   // Null after telling the console why; `status` is then what the program should end with. Of
-  // directories that cannot be read the console is told as of a failure.
+  // directories that cannot be read the console is told as of a failure. While it is indexed a line
+  // shows how much has been read.
   static std::unique_ptr<OpenedImage> Open(Console& console, const std::filesystem::path& path,
                                            const Wish& wish, int& status);
 
@@ -39,13 +41,14 @@ class OpenedImage {
   std::uint64_t Bytes() const { return source->Size(); }
 
  private:
-  explicit OpenedImage(std::unique_ptr<internal::FileSource> opened)
-      : source(std::move(opened)), index(*source) {}
+  OpenedImage(Console& console, std::unique_ptr<internal::FileSource> opened)
+      : source(std::move(opened)), shown(console, *source), index(shown) {}
 
   bool HasEndlessPaths() const;
   void TellBroken(Console& console, const std::filesystem::path& path) const;
 
   std::unique_ptr<internal::FileSource> source;
+  ShownSource shown;
   internal::VolumeIndex index;
 };
 
