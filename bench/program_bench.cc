@@ -1,4 +1,5 @@
-// The program's reading commands beside those of mtools on the same images, in turn.
+// The program's commands that read images, and put, beside those of mtools on the same images, in
+// turn.
 //
 //   program_bench VIRTDISK [ROUNDS]
 //
@@ -100,6 +101,15 @@ class Bench {
             {"mcopy", "-s", "-n", "-i", image.string() + "@@512", "::", dest});
   }
 
+  // Into the first file of an image; the new content is as large as the old.
+  void Put(const std::string& what, const fs::path& image, std::uint64_t bytes,
+           const std::string& option) {
+    folder.AddFiles("new", 1, bytes, 1);
+    const std::string source = (folder.Path() / "new/D0/F0.BIN").string();
+    Compare(what, {virtdisk, "put", image.string(), "/D0/F0.BIN", source, option},
+            {"mcopy", "-o", "-i", image.string() + "@@512", source, "::/D0/F0.BIN"});
+  }
+
   void Alone(const std::string& what, const Command& command) {
     Series series;
     for (int round = 0; round < rounds; ++round) series.Add(TimeCommand(command));
@@ -149,6 +159,8 @@ void RunCases(Bench& bench) {
   const fs::path medium = bench.MakeImage("medium", 3000, 40960, 512);
   bench.List("ls -R, 3,000 files, 512 MiB", medium);
   bench.Extract("get, 3,000 files of 40 KiB, 512 MiB", medium);
+  bench.Put("put of 40 KiB, the same", medium, 40960, "--quiet");
+  bench.Put("put --in-place of 40 KiB, the same", medium, 40960, "--in-place");
   fs::remove(medium);
   const fs::path many = bench.MakeImage("many", 20000, 1024, 1280);
   bench.List("ls -R, 20,000 files, 1,280 MiB", many);

@@ -289,6 +289,8 @@ TEST(LargeImage, EveryReadingCommand_RunsInMemoryOfAFewMiB) {
        std::vector<std::vector<std::string>>{{"ls", disk, "-R", "--all"},
                                              {"find", disk, "a"},
                                              {"tree", disk},
+                                             {"info", disk},
+                                             {"map", disk},
                                              {"cat", disk, "/A.TXT"},
                                              {"get", disk, "/", dest},
                                              {"verify", disk}}) {

@@ -3,6 +3,9 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/fiemap.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,7 +16,9 @@
 #include <string>
 #include <vector>
 
+#include "program_run.h"
 #include "support/memory_folder.h"
+#include "support/sharing_folder.h"
 #include "support/sizes.h"
 #include "support/temp_folder.h"
 
@@ -90,6 +95,60 @@ TEST_F(CopyInPiecesTest, AnotherFileSystem_IsReachedByHand) {
   folder.File("A", std::string(9 * kMiB, 'x'));
   EXPECT_TRUE(Copy("A", memory.Path() / "B", 9 * kMiB));
   EXPECT_EQ(test::ReadWholeFile(memory.Path() / "B"), folder.Read("A"));
+}
+
+// How many of the file's bytes lie where another one's do, too.
+std::uint64_t SharedBytes(const std::filesystem::path& path) {
+  constexpr unsigned kMost = 64;
+  std::vector<std::uint64_t> memory((sizeof(::fiemap) + kMost * sizeof(::fiemap_extent)) / 8 + 1);
+  auto* map = reinterpret_cast<::fiemap*>(memory.data());
+  map->fm_length = FIEMAP_MAX_OFFSET;
+  map->fm_flags = FIEMAP_FLAG_SYNC;
+  map->fm_extent_count = kMost;
+  const int file = ::open(path.c_str(), O_RDONLY);
+  EXPECT_EQ(::ioctl(file, FS_IOC_FIEMAP, map), 0);
+  ::close(file);
+  std::uint64_t bytes = 0;
+  for (unsigned i = 0; i < map->fm_mapped_extents; ++i) {
+    const ::fiemap_extent& extent = map->fm_extents[i];
+    if ((extent.fe_flags & FIEMAP_EXTENT_SHARED) != 0) bytes += extent.fe_length;
+  }
+  return bytes;
+}
+
+class CopyWithSharing : public CopyInPiecesTest {
+ protected:
+  void SetUp() override {
+    if (!sharing.Usable()) GTEST_SKIP() << sharing.WhyNot();
+  }
+
+  const test::SharingFolder sharing;
+};
+
+TEST_F(CopyWithSharing, Data_AreSharedAtOnceAndNotMoved) {
+  const std::vector<std::uint8_t> content(20 * kMiB, 'x');
+  test::WriteBytes(sharing.Path() / "A", content);
+  const int in = ::open((sharing.Path() / "A").c_str(), O_RDONLY);
+  const int out = ::open((sharing.Path() / "B").c_str(), O_RDWR | O_CREAT, 0600);
+  std::vector<std::uint64_t> told;
+  EXPECT_TRUE(CopyInPieces(in, out, content.size(), [&](std::uint64_t n) { told.push_back(n); }));
+  ::close(in);
+  ::close(out);
+  EXPECT_THAT(told, ElementsAre(20 * kMiB));
+  EXPECT_EQ(SharedBytes(sharing.Path() / "B"), 20 * kMiB);
+  EXPECT_EQ(test::ReadBytes(sharing.Path() / "B"), content);
+}
+
+// All but what is written, a part of the file system's blocks.
+TEST_F(CopyWithSharing, Put_LeavesTheRestOfTheImageShared) {
+  folder.File("DISK/LARGE.BIN", std::string(20 * kMiB, 'x')).File("DISK/A.TXT", "a");
+  folder.File("new", "b");
+  const std::string image = (sharing.Path() / "disk.img").string();
+  ASSERT_EQ(test::RunVirtdisk({"build", (folder / "DISK").string(), image, "-q"}).status, 0);
+  std::filesystem::create_hard_link(image, sharing.Path() / "before.img");
+  EXPECT_EQ(test::RunVirtdisk({"put", image, "A.TXT", (folder / "new").string()}).status, 0);
+  EXPECT_EQ(test::RunVirtdisk({"cat", image, "A.TXT"}).out, "b");
+  EXPECT_GT(SharedBytes(image), 20 * kMiB);
 }
 
 TEST_F(CopyInPiecesTest, FileThatIsShorter_IsToldByErrno) {
