@@ -85,16 +85,18 @@ bool ImageOutput::Open(const fs::path& image, bool inPlace, std::string& err) {
   if (!inPlace || LookAtOutput(path) == OutputKind::kNothing) return replacement.Create(path, err);
   struct ::stat status {};
   existing = internal::OpenHostFile(path.c_str(), O_WRONLY | O_NOFOLLOW);
-  if (!existing || ::fstat(existing.Get(), &status) != 0) return FailToWrite(err);
+  if (!existing || ::fstat(existing.Get(), &status) != 0)
+    return FailToWriteFile(err, path, SystemText(errno));
   if (S_ISREG(status.st_mode)) return true;
-  err = "cannot write " + path.string() + ": " + kNotRegular;
-  return false;
+  return FailToWriteFile(err, path, kNotRegular);
 }
 
 bool ImageOutput::Write(std::span<const std::uint8_t> bytes, const MovedBytes& moved,
                         std::string& err) {
-  if (existing) return WriteIntoExisting(bytes, moved) || FailToWrite(err);
-  if (!WriteInPieces(replacement.Descriptor(), bytes, moved)) return FailToWrite(err);
+  if (existing)
+    return WriteIntoExisting(bytes, moved) || FailToWriteFile(err, path, SystemText(errno));
+  if (!WriteInPieces(replacement.Descriptor(), bytes, moved))
+    return FailToWriteFile(err, path, SystemText(errno));
   return replacement.Commit(err);
 }
 
@@ -104,11 +106,6 @@ bool ImageOutput::WriteIntoExisting(std::span<const std::uint8_t> bytes, const M
   isTouched = true;
   return WriteInPieces(existing.Get(), bytes, moved) && ::ftruncate(existing.Get(), size) == 0 &&
          ::fsync(existing.Get()) == 0;
-}
-
-bool ImageOutput::FailToWrite(std::string& err) const {
-  err = "cannot write " + path.string() + ": " + SystemText(errno);
-  return false;
 }
 
 }  // namespace quorbix::virtdisk::tool

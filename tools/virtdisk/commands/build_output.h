@@ -39,7 +39,6 @@ class ImageOutput {
 
  private:
   bool WriteIntoExisting(std::span<const std::uint8_t> bytes, const MovedBytes& moved);
-  bool FailToWrite(std::string& err) const;
 
   std::filesystem::path path;
   internal::Descriptor existing;

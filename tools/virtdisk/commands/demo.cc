@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -161,7 +162,11 @@ class Demonstration {
     std::ofstream out(folder / hostEdited, std::ios::binary | std::ios::app);
     out << kHostLine;
     out.close();
-    if (!out) throw StepFailed("cannot write " + (folder / hostEdited).string());
+    if (!out) {
+      std::string err;
+      FailToWriteFile(err, folder / hostEdited, SystemText(EIO));
+      throw StepFailed(err);
+    }
     Say("Edited " + hostEdited + " in the folder");
     Pass();
     Say("The edit has reached the disk");

@@ -100,19 +100,15 @@ class Rewrite {
     const internal::Descriptor from = internal::OpenHostFile(target.c_str(), O_RDONLY);
     Progress progress(console, "copying", imageBytes);
     const auto moved = [&](std::uint64_t bytes) { progress.Add(bytes); };
-    return (from && CopyInPieces(from.Get(), copy.Descriptor(), imageBytes, moved)) ||
-           FailToDo("cannot copy ");
+    return (from && CopyInPieces(from.Get(), copy.Descriptor(), imageBytes, moved)) || FailToCopy();
   }
 
   int WriteInPlace() {
     struct ::stat status {};
     const internal::Descriptor image = internal::OpenHostFile(target.c_str(), O_RDWR | O_NOFOLLOW);
-    if (!image || ::fstat(image.Get(), &status) != 0) {
-      FailToDo("cannot write ");
-      return FailToWrite();
-    }
-    if (!S_ISREG(status.st_mode)) {
-      err = "cannot write " + target.string() + ": " + kNotRegular;
+    const bool isRegular = image && ::fstat(image.Get(), &status) == 0 && S_ISREG(status.st_mode);
+    if (!isRegular) {
+      FailToWriteFile(err, target, image ? kNotRegular : SystemText(errno));
       return FailToWrite();
     }
     return RewriteIn(target, image.Get()) && Flush(image.Get()) ? Done() : FailToWrite();
@@ -128,9 +124,8 @@ class Rewrite {
       return false;
     }
     const std::vector<ByteRun> runs = RunsOf(plan.chain, image.index->Chains());
-    if (!MakeRoomFor(file, runs)) return FailToDo("cannot write ");
-    if (!Write(file, runs, plan.sizeOffset)) return FailToDo("cannot write ");
-    return image.Open(console, path, err);
+    return (MakeRoomFor(file, runs) || FailAtTarget()) && Write(file, runs, plan.sizeOffset) &&
+           image.Open(console, path, err);
   }
 
   // The old content lies where the new one goes: once it is written over, the only way not to leave
@@ -140,13 +135,14 @@ class Rewrite {
     if (options.inPlace) held.emplace();
     Progress progress(console, "writing", BytesOf(runs));
     isTouched = true;
-    return WriteRuns(file, runs, sizeOffset, content, [&](std::uint64_t bytes) {
+    const auto moved = [&](std::uint64_t bytes) {
       if (held && SignalsHeld::IsAnyWaiting()) progress.Rename("ending when it is written");
       progress.Add(bytes);
-    });
+    };
+    return WriteRuns(file, runs, sizeOffset, content, moved) || FailAtTarget();
   }
 
-  bool Flush(int file) { return ::fsync(file) == 0 || FailToDo("cannot write "); }
+  bool Flush(int file) { return ::fsync(file) == 0 || FailAtTarget(); }
 
   int Done() {
     if (!options.json) return kDone;
@@ -157,9 +153,14 @@ class Rewrite {
     return kDone;
   }
 
-  bool FailToDo(const char* what) {
+  bool FailAtTarget() {
     hasNoRoom = errno == ENOSPC;
-    err = what + target.string() + ": " + SystemText(errno);
+    return FailToWriteFile(err, target, SystemText(errno));
+  }
+
+  bool FailToCopy() {
+    hasNoRoom = errno == ENOSPC;
+    err = "cannot copy " + target.string() + ": " + SystemText(errno);
     return false;
   }
 

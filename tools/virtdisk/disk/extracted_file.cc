@@ -15,17 +15,13 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
-std::string CannotWrite(const std::filesystem::path& target, int error) {
-  return "cannot write " + target.string() + ": " + SystemText(error);
-}
-
 ExtractionEnd CopyContent(int file, const std::filesystem::path& target,
                           internal::ContentReader& content, Progress& progress, std::string& err) {
   std::span<const std::uint8_t> piece;
   do {
     if (!content.Next(piece, err)) return ExtractionEnd::kUnreadable;
     if (!internal::WriteFully(file, piece)) {
-      err = CannotWrite(target, errno);
+      FailToWriteFile(err, target, SystemText(errno));
       return ExtractionEnd::kUnwritable;
     }
     progress.Add(piece.size());
@@ -73,12 +69,12 @@ ExtractionEnd ExtractToNewFile(const std::filesystem::path& target,
                                std::string& err) {
   FileOfItsOwn file(target);
   if (file.Error() != 0) {
-    err = CannotWrite(target, file.Error());
+    FailToWriteFile(err, target, SystemText(file.Error()));
     return file.Error() == EEXIST ? ExtractionEnd::kExists : ExtractionEnd::kUnwritable;
   }
   const ExtractionEnd end = CopyContent(file.Number(), target, content, progress, err);
   if (end != ExtractionEnd::kWritten || file.Keep()) return end;
-  err = CannotWrite(target, file.Error());
+  FailToWriteFile(err, target, SystemText(file.Error()));
   return ExtractionEnd::kUnwritable;
 }
 

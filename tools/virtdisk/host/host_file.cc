@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <string>
 #include <system_error>
-#include <utility>
 
 #include "common/descriptor.h"
 #include "common/host_file.h"
@@ -18,11 +17,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kCannotRead[] = "cannot read ";
-constexpr char kCannotWrite[] = "cannot write ";
-
-bool FailOn(std::string& err, const char* what, const fs::path& path, std::string reason) {
-  err = what + path.string() + ": " + std::move(reason);
+bool FailToRead(std::string& err, const fs::path& path, const std::string& reason) {
+  err = "cannot read " + path.string() + ": " + reason;
   return false;
 }
 
@@ -32,9 +28,9 @@ bool OpenToRead(const fs::path& path, internal::Descriptor& file, std::uint64_t&
   file = internal::OpenHostFile(path.c_str(), O_RDONLY);
   struct ::stat status {};
   if (!file || ::fstat(file.Get(), &status) != 0) {
-    return FailOn(err, kCannotRead, path, SystemText(errno));
+    return FailToRead(err, path, SystemText(errno));
   }
-  if (!S_ISREG(status.st_mode)) return FailOn(err, kCannotRead, path, kNotRegular);
+  if (!S_ISREG(status.st_mode)) return FailToRead(err, path, kNotRegular);
   bytes = static_cast<std::uint64_t>(status.st_size);
   return true;
 }
@@ -42,6 +38,11 @@ bool OpenToRead(const fs::path& path, internal::Descriptor& file, std::uint64_t&
 }  // namespace
 
 std::string SystemText(int error) { return std::generic_category().message(error); }
+
+bool FailToWriteFile(std::string& err, const fs::path& path, const std::string& reason) {
+  err = "cannot write " + path.string() + ": " + reason;
+  return false;
+}
 
 bool HostFileBytes(const fs::path& path, std::uint64_t& bytes, std::string& err) {
   internal::Descriptor ignored;
@@ -58,14 +59,14 @@ bool ReadHostFile(const fs::path& path, std::vector<std::uint8_t>& bytes, std::s
   const std::ptrdiff_t got = ReadInPieces(file.Get(), bytes, moved);
   const int error = errno;
   bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
-  return got >= 0 || FailOn(err, kCannotRead, path, SystemText(error));
+  return got >= 0 || FailToRead(err, path, SystemText(error));
 }
 
 bool WriteHostFile(const fs::path& path, std::span<const std::uint8_t> bytes, std::string& err) {
   NewFile file;
   if (!file.Create(path, err)) return false;
   if (internal::WriteFully(file.Descriptor(), bytes)) return file.Commit(err);
-  return FailOn(err, kCannotWrite, path, SystemText(errno));
+  return FailToWriteFile(err, path, SystemText(errno));
 }
 
 }  // namespace quorbix::virtdisk::tool

@@ -17,6 +17,10 @@ inline constexpr char kNotRegular[] = "it is not a regular file";
 // The system's words for an error number.
 std::string SystemText(int error);
 
+// "cannot write PATH: REASON" goes into `err`. Returns false, so that a failing branch is one line.
+bool FailToWriteFile(std::string& err, const std::filesystem::path& path,
+                     const std::string& reason);
+
 // Tells how many bytes a regular file of the host has that may be read. False: `err` says why not.
 bool HostFileBytes(const std::filesystem::path& path, std::uint64_t& bytes, std::string& err);
 

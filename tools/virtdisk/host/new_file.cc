@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <functional>
-#include <utility>
 
 #include "common/host_file.h"
 #include "guard/host_view.h"
@@ -57,19 +56,19 @@ bool NewFile::Create(const fs::path& path, std::string& err, Naming naming) {
   struct ::stat end {};
   if (::lstat(path.c_str(), &old) == 0) before = old;
   const bool isSpecial = ::stat(path.c_str(), &end) == 0 && !S_ISREG(end.st_mode);
-  if (isSpecial) return FailToWrite(err, kNotRegular);
+  if (isSpecial) return FailToWriteFile(err, target, kNotRegular);
   if (naming == Naming::kNamelessIfPossible && CreateNameless()) return true;
-  return CreateNamed() || FailToWrite(err, SystemText(errno));
+  return CreateNamed() || FailToWriteFile(err, target, SystemText(errno));
 }
 
 fs::path NewFile::PathSoFar() const { return name.empty() ? NameByDescriptor(file.Get()) : name; }
 
 bool NewFile::Commit(std::string& err) {
   if (!TakeOverModeAndOwner() || ::fsync(file.Get()) != 0) {
-    return FailToWrite(err, SystemText(errno));
+    return FailToWriteFile(err, target, SystemText(errno));
   }
   if (!TakePlace()) {
-    return FailToWrite(err, errno == EEXIST ? kChangedMeanwhile : SystemText(errno));
+    return FailToWriteFile(err, target, errno == EEXIST ? kChangedMeanwhile : SystemText(errno));
   }
   file.Close();
   // The file is in its place already; not every file system can write a folder out.
@@ -130,11 +129,6 @@ bool NewFile::Name() {
     return ::linkat(AT_FDCWD, NameByDescriptor(file.Get()).c_str(), AT_FDCWD, freeName,
                     AT_SYMLINK_FOLLOW) == 0;
   });
-}
-
-bool NewFile::FailToWrite(std::string& err, std::string reason) const {
-  err = "cannot write " + target.string() + ": " + std::move(reason);
-  return false;
 }
 
 }  // namespace quorbix::virtdisk::tool

@@ -52,7 +52,6 @@ class NewFile {
   bool MoveIntoPlace() const;
   bool TakePlace();
   bool Name();
-  bool FailToWrite(std::string& err, std::string reason) const;
 
   std::filesystem::path target;
   std::optional<struct ::stat> before;  // of what had the place
