@@ -77,6 +77,12 @@ TEST_F(PutFile, Content_FillsItsClustersInOrderAndZerosTheRest) {
   EXPECT_EQ(test::ReadBytes(Image()), crafter.Bytes());
 }
 
+TEST_F(PutFile, ContentForFewerClusters_IsToldToLeaveSome) {
+  EXPECT_THAT(Put("a.txt", std::string(1024, 'x')).err,
+              HasSubstr("remark: a.txt in " + Image() + " keeps 1 cluster more than it needs"));
+  EXPECT_EQ(Put("a.txt", std::string(1025, 'x')).err, "");
+}
+
 TEST_F(PutFile, InPlace_WritesTheSameBytesIntoTheSameFile) {
   fs::create_hard_link(Image(), folder / "held.img");
   EXPECT_EQ(Put("a.txt", "hello", {"--in-place"}).status, 0);

@@ -124,6 +124,8 @@ class Rewrite {
       return false;
     }
     const std::vector<ByteRun> runs = RunsOf(plan.chain, image.index->Chains());
+    const std::uint64_t clusterBytes = image.index->Chains().ClusterBytes();
+    spareClusters = plan.chain.size() - (content.size() + clusterBytes - 1) / clusterBytes;
     return (MakeRoomFor(file, runs) || FailAtTarget()) && Write(file, runs, plan.sizeOffset) &&
            image.Open(console, path, err);
   }
@@ -145,6 +147,11 @@ class Rewrite {
   bool Flush(int file) { return ::fsync(file) == 0 || FailAtTarget(); }
 
   int Done() {
+    if (spareClusters != 0) {
+      Remark(console, Within(options.path, options.image) + " keeps " +
+                          Count(spareClusters, "cluster", "clusters") +
+                          " more than it needs, which checkers of disks call a fault");
+    }
     if (!options.json) return kDone;
     console.out << OneLine({{"image", options.image.string()},
                             {"path", options.path},
@@ -197,6 +204,7 @@ class Rewrite {
   const fs::path target;  // behind links to it
   std::vector<std::uint8_t> content;
   std::string err;
+  std::uint64_t spareClusters = 0;
   bool isTouched = false;
   bool hasNoRoom = false;
 };
