@@ -118,6 +118,13 @@ TEST_F(SlowWork, ReadingCommands_TellHowMuchTheyHaveRead) {
   }
 }
 
+TEST_F(SlowWork, ManyEntries_AreToldWhileTheyArePutInOrder) {
+  for (const char* command : {"ls", "tree", "info", "map"}) {
+    EXPECT_THAT(Shown({command, Path("disk.img")}), HasSubstr("\rlisting: 1 of 2, 50 %"));
+  }
+  EXPECT_THAT(Shown({"find", Path("disk.img"), "A", "--all"}), HasSubstr("\rlisting: 1 of 2"));
+}
+
 TEST_F(SlowWork, LookAtAFolder_TellsHowManyEntries) {
   EXPECT_THAT(Shown({"measure", Path("DISK")}),
               AllOf(IsLineOf("looking at files and folders"), HasSubstr("folders: 1")));

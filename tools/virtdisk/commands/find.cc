@@ -17,7 +17,7 @@ using internal::TextMatcher;
 void PrintAll(Console& console, const OpenedImage& image, const FindOptions& options,
               const EntryStyle& style) {
   const TextMatcher matcher(options.text);
-  const ImageTree tree(image.Index());
+  const ImageTree tree = image.Tree(console);
   for (const Fat16FsEntry& entry : tree.Entries()) {
     if (!matcher.IsMatch(matcher.Advance(TextMatcher::kStart, entry.path))) continue;
     PrintEntry(console, entry, style, tree.IsHidden(entry));

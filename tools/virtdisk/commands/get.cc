@@ -99,7 +99,7 @@ int RunGet(Console& console, const GetOptions& options) {
   const auto image =
       OpenedImage::Open(console, options.image, {options.force, options.all}, outcome.status);
   if (!image) return outcome.status;
-  const ImageTree tree(image->Index());
+  const ImageTree tree = image->Tree(console);
   if (tree.IsDirectory(options.path)) {
     GetDirectory(console, *image, tree, options, outcome);
   } else {

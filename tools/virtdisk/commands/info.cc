@@ -69,9 +69,9 @@ Layout LayoutOf(const DiskMap& map) {
   return layout;
 }
 
-Summary Summarize(const OpenedImage& image, const VolumeView& view) {
+Summary Summarize(Console& console, const OpenedImage& image, const VolumeView& view) {
   Summary summary;
-  const ImageTree tree(image.Index());
+  const ImageTree tree = image.Tree(console);
   CountEntries(tree, summary);
   summary.layout = LayoutOf(MapVolume(view, tree));
   summary.clusters = view.CountClusters();
@@ -231,7 +231,7 @@ int RunInfo(Console& console, const InfoOptions& options) {
   std::string err;
   const auto view = VolumeView::Read(image->Info(), image->Source(), err);
   if (!view) return Fail(console, err, "Nothing was told of " + options.image.string() + ".");
-  const Summary summary = Summarize(*image, *view);
+  const Summary summary = Summarize(console, *image, *view);
   if (options.json) {
     Json record = Record(options, *image, *view, summary);
     AddError(console, record);

@@ -32,7 +32,7 @@ int RunList(Console& console, const ListOptions& options) {
   if (!image) return status;
   if (options.all) image->TellHiddenLeftOut(console);
   const EntryStyle style{options.recursive, options.details, options.json};
-  const ImageTree tree(image->Index());
+  const ImageTree tree = image->Tree(console);
   if (!tree.IsDirectory(options.path)) return PrintFile(console, options, tree, style);
   for (const Fat16FsEntry* entry :
        options.recursive ? tree.Below(options.path) : tree.In(options.path)) {

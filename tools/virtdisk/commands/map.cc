@@ -133,7 +133,7 @@ int RunMap(Console& console, const MapOptions& options) {
            options.image.string() +
                " is no FAT16 volume: what is drawn tells little; `virtdisk info` says more");
   }
-  const ImageTree tree(image->Index());
+  const ImageTree tree = image->Tree(console);
   const DiskMap map = MapVolume(*view, tree);
   const std::string volume = DescribeVolume(map, image->Bytes());
   const std::string name = options.image.filename().string();

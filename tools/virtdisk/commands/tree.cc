@@ -124,7 +124,7 @@ int RunTree(Console& console, const TreeOptions& options) {
       OpenedImage::Open(console, options.image, {options.force, options.all}, status);
   if (!image) return status;
   if (options.all) image->TellHiddenLeftOut(console);
-  const ImageTree tree(image->Index());
+  const ImageTree tree = image->Tree(console);
   if (!tree.IsDirectory(options.path)) {
     return Fail(
         console, "directory not found",

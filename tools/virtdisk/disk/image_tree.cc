@@ -34,17 +34,18 @@ ImageTree::ImageTree(const Fat16FsImage& image) {
   std::string err;
   image.Search("/", entries, err);
   hidden.resize(entries.size());
-  ListChildren();
+  ListChildren({});
 }
 
-ImageTree::ImageTree(const internal::VolumeIndex& index) {
+ImageTree::ImageTree(const internal::VolumeIndex& index, const LookedAt& lookedAt) {
   std::string err;
   index.Search("/", entries, err);
   const std::size_t visible = entries.size();
   AddHidden(index);
   if (entries.size() > visible) SortHiddenIn(visible);
   hidden.resize(entries.size());
-  ListChildren();
+  if (lookedAt) lookedAt(entries.size());
+  ListChildren(lookedAt);
 }
 
 void ImageTree::AddHidden(const internal::VolumeIndex& index) {
@@ -83,8 +84,9 @@ void ImageTree::SortHiddenIn(std::size_t visible) {
   entries = std::move(sorted);
 }
 
-void ImageTree::ListChildren() {
+void ImageTree::ListChildren(const LookedAt& lookedAt) {
   for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (lookedAt) lookedAt(1);
     children[PathKey(ParentPath(entries[i]))].push_back(i);
   }
   for (auto& [key, list] : children) {

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -21,9 +22,12 @@ class ImageTree {
  public:
   explicit ImageTree(const Fat16FsImage& image);
 
+  // Told how many entries more were looked at; each is looked at twice.
+  using LookedAt = std::function<void(std::uint64_t entries)>;
+
   // With the hidden entries that the index has: one whose base is blank is shown as "." and its
   // extension.
-  explicit ImageTree(const internal::VolumeIndex& index);
+  explicit ImageTree(const internal::VolumeIndex& index, const LookedAt& lookedAt = {});
 
   // What is handed out lives as long as the tree: not for a temporary one.
   //
@@ -56,7 +60,7 @@ class ImageTree {
  private:
   void AddHidden(const internal::VolumeIndex& index);
   void SortHiddenIn(std::size_t visible);
-  void ListChildren();
+  void ListChildren(const LookedAt& lookedAt);
 
   std::vector<Fat16FsEntry> entries;
   std::vector<bool> hidden;                                            // by entry

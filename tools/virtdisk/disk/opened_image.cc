@@ -115,6 +115,12 @@ void OpenedImage::TellBroken(Console& console, const std::filesystem::path& path
   Fail(console, message, "Nothing is known of what is in there; `virtdisk verify` tells more.");
 }
 
+ImageTree OpenedImage::Tree(Console& console) const {
+  const std::uint64_t entries = index.Records().size() + index.HiddenEntries().size();
+  Progress progress(console, "listing", 2 * entries, ProgressUnit::kEntries);
+  return ImageTree(index, [&](std::uint64_t more) { progress.Add(more); });
+}
+
 void OpenedImage::TellHiddenLeftOut(Console& console) const {
   if (index.HasAllHiddenEntries()) return;
   const std::string message = "not all hidden entries could be read";

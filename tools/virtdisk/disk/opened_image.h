@@ -6,6 +6,7 @@
 
 #include "browser/file_source.h"
 #include "browser/volume_index.h"
+#include "disk/image_tree.h"
 #include "disk/shown_source.h"
 #include "terminal/console.h"
 
@@ -34,6 +35,9 @@ class OpenedImage {
   // Tells the console where not all entries that no listing shows could be read. For whoever wished
   // for them.
   void TellHiddenLeftOut(Console& console) const;
+
+  // Everything that the index has. While it is put in order a line shows how far that is.
+  ImageTree Tree(Console& console) const;
 
   const internal::VolumeIndex& Index() const { return index; }
   const Fat16FsInfo& Info() const { return index.Info(); }
