@@ -8,6 +8,8 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "disk/map_grid.h"
 #include "disk/map_looks.h"
@@ -358,6 +360,33 @@ void ForCellsThatTouch(const std::vector<int>& owners, std::size_t columns, cons
 class RandomLayouts : public ::testing::TestWithParam<unsigned> {};  // most parts of a file
 INSTANTIATE_TEST_SUITE_P(Parts, RandomLayouts, ::testing::Values(1, 2, 3));
 
+// Each in up to sixteen parts, so that some touch files of every colour.
+TEST(LooksOf, FilesInManyParts_DifferByLinesWhereNoColourIsLeft) {
+  std::mt19937 random(1);
+  bool isAnyLined = false;
+  for (int round = 0; round < 10; ++round) {
+    const std::vector<int> owners = RandomLayout(random, 3600, 16);
+    const std::vector<Cell> cells = CellsOf(owners);
+    const auto colours = ColourNumbers(OwnerCount(owners), cells, 119);
+    for (const std::uint32_t colour : colours) isAnyLined = isAnyLined || IsLined(colour);
+    ForCellsThatTouch(owners, 119, [&](std::size_t i, std::size_t j) {
+      const std::uint32_t one = colours[cells[i].owner];
+      const std::uint32_t other = colours[cells[j].owner];
+      EXPECT_NE(std::pair(one % kClearColours, IsLined(one)),
+                std::pair(other % kClearColours, IsLined(other)))
+          << i << " and " << j;
+    });
+  }
+  EXPECT_TRUE(isAnyLined);
+}
+
+TEST(LooksOf, SpareLook_IsTakenOnlyWhereNoneIsLeft) {
+  // Files 0, 1 and 2 touch each other, 3 none.
+  const std::vector<Cell> cells = CellsOf({0, 0, 0, 1, 2, 2, 2, 1, -1, -1, -1, -1, -1, 3});
+  EXPECT_THAT(LooksOf(4, cells, 4, 2, 1),
+              ::testing::ElementsAre(::testing::Ne(2U), 1, 2, ::testing::Ne(2U)));
+}
+
 TEST_P(RandomLayouts, FilesThatTouch_AreFarApartInColour) {
   std::mt19937 random(GetParam());
   for (int round = 0; round < 20; ++round) {
@@ -369,6 +398,7 @@ TEST_P(RandomLayouts, FilesThatTouch_AreFarApartInColour) {
       ForCellsThatTouch(owners, columns, [&](std::size_t i, std::size_t j) {
         EXPECT_NE(colours[cells[i].owner] % kClearColours, colours[cells[j].owner] % kClearColours)
             << i << " and " << j;
+        EXPECT_FALSE(IsLined(colours[cells[i].owner])) << i;
       });
     }
   }

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <map>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -40,10 +41,9 @@ std::string EscapeLines(const std::string& text) {
   return escaped;
 }
 
-std::string Pattern(const char* id, const char* colour, const char* strokes) {
-  return std::string("<pattern id=\"") + id +
-         "\" patternUnits=\"userSpaceOnUse\" width=\"6\" height=\"6\">" +
-         SvgRect(0, 0, 6, 6, std::string(" fill=\"") + colour + "\"") + "<path d=\"" + strokes +
+std::string Pattern(const std::string& id, const std::string& colour, const char* strokes) {
+  return "<pattern id=\"" + id + "\" patternUnits=\"userSpaceOnUse\" width=\"6\" height=\"6\">" +
+         SvgRect(0, 0, 6, 6, " fill=\"" + colour + "\"") + "<path d=\"" + strokes +
          "\" stroke=\"#fff\" stroke-opacity=\"0.75\" fill=\"none\"/></pattern>";
 }
 
@@ -66,6 +66,7 @@ std::string SvgRect(double x, double y, double width, double height, const std::
 std::string FillOf(Area area, std::uint32_t colour) {
   switch (area) {
     case Area::kFile:
+      if (IsLined(colour)) return "url(#lined" + std::to_string(colour % kClearColours) + ")";
       return FileColour(colour);
     case Area::kHidden:
       return "url(#hidden)";
@@ -103,9 +104,11 @@ MapGrid::MapGrid(const DiskMap& theMap, double gridWidth, double left, double to
 
 std::vector<std::uint32_t> ColourNumbers(std::size_t owners, const std::vector<Cell>& cells,
                                          std::size_t columns) {
-  std::vector<std::uint32_t> colours = LooksOf(owners, cells, columns, kClearColours);
-  std::array<std::uint32_t, kClearColours> next{};
-  for (std::uint32_t& colour : colours) colour += kClearColours * next[colour]++;
+  constexpr std::uint32_t kLooks = 2 * kClearColours;  // without lines and with
+  std::vector<std::uint32_t> colours =
+      LooksOf(owners, cells, columns, kClearColours, kClearColours);
+  std::array<std::uint32_t, kLooks> next{};
+  for (std::uint32_t& colour : colours) colour += kLooks * next[colour]++;
   return colours;
 }
 
@@ -130,6 +133,19 @@ std::string MapGrid::Scale() const {
          FormatBytes(std::uint64_t{drawing.clustersPerCell} * map.clusterBytes) + ")";
 }
 
+// Those that are drawn.
+std::string MapGrid::LinedColours() const {
+  std::set<std::uint32_t> lined;
+  for (const std::uint32_t colour : colours) {
+    if (IsLined(colour)) lined.insert(colour % kClearColours);
+  }
+  std::string patterns;
+  for (const std::uint32_t colour : lined) {
+    patterns += Pattern("lined" + std::to_string(colour), FileColour(colour), "M0 1.5H6M0 4.5H6");
+  }
+  return patterns;
+}
+
 std::string MapGrid::Definitions() const {
   const std::string side = SvgNumber(pitch);
   return "<pattern id=\"free\" patternUnits=\"userSpaceOnUse\" x=\"" + SvgNumber(x) + "\" y=\"" +
@@ -139,7 +155,7 @@ std::string MapGrid::Definitions() const {
                      AreaColour(Area::kFree) + "\"") +
          "</pattern>" + Pattern("hidden", AreaColour(Area::kHidden), "M1.5 0V6M4.5 0V6") +
          Pattern("lost", AreaColour(Area::kLost), "M-1 1L1 -1M0 6L6 0M5 7L7 5") +
-         Pattern("bad", AreaColour(Area::kBad), "M0 0L6 6M0 6L6 0");
+         Pattern("bad", AreaColour(Area::kBad), "M0 0L6 6M0 6L6 0") + LinedColours();
 }
 
 std::string MapGrid::Elements() const {

@@ -41,6 +41,7 @@ class MapGrid {
   double CellSide() const;
   std::string Bar(std::size_t begin, std::size_t end) const;
   std::string Background() const;
+  std::string LinedColours() const;
   std::string Slack() const;
   std::string Title(Area area, std::uint32_t owner) const;
 
@@ -54,7 +55,7 @@ class MapGrid {
 };
 
 // Numbers of colours, by owner, for files drawn in rows of `columns` cells: all different, and
-// clearly so where files touch (see LooksOf).
+// clearly so where files touch (see LooksOf), by lines over the colour where that has to be.
 std::vector<std::uint32_t> ColourNumbers(std::size_t owners, const std::vector<Cell>& cells,
                                          std::size_t columns);
 

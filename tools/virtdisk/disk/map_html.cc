@@ -35,7 +35,10 @@ Json CellRuns(const Drawing& drawing) {
 
 std::string PlainColour(const Owner& owner, std::size_t colour) {
   if (owner.isHidden) return AreaColour(Area::kHidden);
-  return owner.isDirectory ? AreaColour(Area::kDirectory) : FileColour(colour);
+  if (owner.isDirectory) return AreaColour(Area::kDirectory);
+  const std::string plain = FileColour(colour);
+  if (!IsLined(colour)) return plain;
+  return "repeating-linear-gradient(#fff 0 1px, " + plain + " 1px 3px)";
 }
 
 Json Runs(const Owner& owner) {

@@ -61,8 +61,12 @@ std::vector<std::uint32_t> FewestLast(const std::vector<Touched>& touching,
 
 class LookChooser {
  public:
-  LookChooser(const std::vector<Touched>& touchingOwners, std::uint32_t looks)
-      : touching(touchingOwners), none(looks), chosen(touching.size(), none), users(looks) {}
+  LookChooser(const std::vector<Touched>& touchingOwners, std::uint32_t looks, std::uint32_t spare)
+      : touching(touchingOwners),
+        usual(looks),
+        none(looks + spare),
+        chosen(touching.size(), none),
+        users(none) {}
 
   bool HasLook(std::uint32_t owner) const { return chosen[owner] != none; }
 
@@ -72,10 +76,10 @@ class LookChooser {
     for (const auto& [other, touchedCells] : touching[owner]) {
       if (!HasLook(other)) continue;
       met[chosen[other]] += touchedCells;
-      ++metBrightnesses[chosen[other] % kBrightnesses];
+      ++metBrightnesses[BrightnessOf(chosen[other])];
     }
     const auto badness = [&](std::uint32_t look) {
-      return std::tuple(met[look], metBrightnesses[look % kBrightnesses], users[look]);
+      return std::tuple(met[look], look >= usual, metBrightnesses[BrightnessOf(look)], users[look]);
     };
     std::uint32_t best = 0;
     for (std::uint32_t look = 1; look < users.size(); ++look) {
@@ -88,7 +92,10 @@ class LookChooser {
   std::vector<std::uint32_t> Take() { return std::move(chosen); }
 
  private:
+  std::uint32_t BrightnessOf(std::uint32_t look) const { return look % usual % kBrightnesses; }
+
   const std::vector<Touched>& touching;
+  const std::uint32_t usual;  // looks; those behind are spare
   const std::uint32_t none;
   std::vector<std::uint32_t> chosen;  // by owner
   std::vector<std::uint32_t> users;   // by look
@@ -97,9 +104,9 @@ class LookChooser {
 }  // namespace
 
 std::vector<std::uint32_t> LooksOf(std::size_t owners, const std::vector<Cell>& cells,
-                                   std::size_t columns, std::uint32_t looks) {
+                                   std::size_t columns, std::uint32_t looks, std::uint32_t spare) {
   const std::vector<Touched> touching = Touching(owners, cells, columns);
-  LookChooser chooser(touching, looks);
+  LookChooser chooser(touching, looks, spare);
   for (const std::uint32_t owner : FewestLast(touching, cells)) chooser.ChooseFor(owner);
   // Those that are too small for a cell, and directories.
   for (std::uint32_t owner = 0; owner < owners; ++owner) {

@@ -18,9 +18,11 @@ inline constexpr std::uint32_t kBrightnesses = 3;
 // brightness than what it touches, then the one that the fewest have.
 //
 // Files in one part each always find one among six. Those in many parts touch many others: where
-// no look is left, one is taken that is met at the fewest cells.
+// none is left, one of `spare` looks is taken that come behind, and where none of these is left,
+// the one that is met at the fewest cells.
 std::vector<std::uint32_t> LooksOf(std::size_t owners, const std::vector<Cell>& cells,
-                                   std::size_t columns, std::uint32_t looks);
+                                   std::size_t columns, std::uint32_t looks,
+                                   std::uint32_t spare = 0);
 
 }  // namespace quorbix::virtdisk::tool
 

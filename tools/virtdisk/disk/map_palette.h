@@ -16,6 +16,10 @@ const char* AreaColour(Area area);
 // short waves can tell them apart, too.
 inline constexpr std::uint32_t kClearColours = 8;
 
+// Whether lines are drawn over the colour number `index` of files: as many looks more, for files
+// that touch others of all colours.
+constexpr bool IsLined(std::size_t index) { return index / kClearColours % 2 == 1; }
+
 // The colour number `index` of files. Those whose numbers leave different rests when divided by
 // kClearColours differ clearly, and in brightness too where the rests do when divided by
 // kBrightnesses; the others are shades of one colour. None is red or grey, which mean something
