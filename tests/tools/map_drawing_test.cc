@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "disk/map_grid.h"
+#include "disk/map_html.h"
 #include "disk/map_looks.h"
 #include "disk/map_palette.h"
 #include "disk/map_svg.h"
@@ -502,6 +503,21 @@ TEST_P(RandomLayouts, FilesThatTouchOnATerminal_HaveOtherLettersAndFarColours) {
           << i << " and " << j;
     });
   }
+}
+
+TEST(DrawSvg, LinesOverColours_AreDefinedWhereTheyAreUsed) {
+  std::mt19937 random(1);
+  const DiskMap map = MapOf(RandomLayout(random, 3600, 16));
+  const std::string svg = DrawSvg(map, "DISK", "disk.img");
+  const std::string page = DrawHtml(map, "DISK", "disk.img");
+  const std::size_t used = svg.find(" fill=\"url(#lined");
+  ASSERT_NE(used, std::string::npos);
+  const std::string id = svg.substr(used + 12, 6);
+  for (const std::string& picture : {svg, page}) {
+    EXPECT_THAT(picture, HasSubstr("<pattern id=\"" + id + "\""));
+  }
+  EXPECT_THAT(page, HasSubstr("\"repeating-linear-gradient(#fff 0 1px, #"));
+  EXPECT_THAT(DrawSvg(Map(DrawnDisk()), "DISK", ""), Not(HasSubstr("lined")));
 }
 
 TEST(DrawText, FilesBesideEachOther_HaveOtherLettersWithoutColours) {
