@@ -17,7 +17,7 @@ inline constexpr std::uint32_t kBrightnesses = 3;
 // beginning of the next, and one below the other. Where a look is free to choose it is of another
 // brightness than what it touches, then the one that the fewest have.
 //
-// Files in one part each always find one among six. Those in many parts touch many others: where
+// Six are enough where every file is in one part. Those in many parts touch many others: where
 // none is left, one of `spare` looks is taken that come behind, and where none of these is left,
 // the one that is met at the fewest cells.
 std::vector<std::uint32_t> LooksOf(std::size_t owners, const std::vector<Cell>& cells,
