@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <numeric>
 #include <ostream>
 #include <sstream>
 #include <streambuf>
@@ -267,6 +268,58 @@ TEST(EndlessPaths, AreRefusedByAllThatLists) {
     EXPECT_THAT(run.err, HasSubstr("are nested too deep to be listed")) << command;
   }
   EXPECT_THAT(RunVirtdisk({"verify", image}).err, IsEmpty());
+}
+
+// As above, with names that no listing shows: 5 bytes of a path each, and as many MiB.
+TEST(EndlessPaths, OfHiddenDirectories_AreRefusedByAllThatWouldListThem) {
+  constexpr std::uint16_t kDepth = 11'000;
+  TempFolder folder;
+  const std::string image = (folder / "disk.img").string();
+  ImageCrafter crafter({.sectorsPerFat = 44, .clusters = kDepth});
+  for (std::uint16_t cluster = 2; cluster < kDepth; ++cluster) {
+    crafter.RawSlot("        ABC", {.attributes = 0x10, .firstCluster = cluster});
+    crafter.Chain({cluster}).InCluster(cluster);
+  }
+  WriteBytes(image, crafter.Bytes());
+  const std::string dest = (folder / "DEST").string();
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"info", image},
+                                             {"map", image},
+                                             {"ls", image, "--all"},
+                                             {"tree", image, "--all"},
+                                             {"find", image, "A", "--all"},
+                                             {"get", image, "/", dest, "--all"}}) {
+    const ProgramRun run = RunVirtdisk(arguments);
+    EXPECT_EQ(run.status, 1) << arguments[0];
+    EXPECT_THAT(run.err, HasSubstr("are nested too deep to be listed")) << arguments[0];
+  }
+  EXPECT_EQ(RunVirtdisk({"ls", image}).status, 0);
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"cat", image, "/NOPE"}, {"get", image, "/NOPE", dest}}) {
+    EXPECT_EQ(RunVirtdisk(arguments).err,
+              "virtdisk: file not found\n  /NOPE in " + image +
+                  ": `virtdisk find` and `virtdisk ls` show what there is.\n");
+  }
+}
+
+// 150 MiB of paths that listings show, and as many of files in the last directory that they do not.
+TEST(EndlessPaths, OfHiddenFilesInADeepDirectory_AreRefusedToo) {
+  constexpr std::uint16_t kDepth = 5'000;
+  constexpr std::uint16_t kClusters = kDepth + 200;
+  TempFolder folder;
+  const std::string image = (folder / "disk.img").string();
+  ImageCrafter crafter({.sectorsPerFat = 21, .clusters = kClusters});
+  for (std::uint16_t cluster = 2; cluster < kDepth; ++cluster) {
+    crafter.Directory("DIRECTOR.EEE", cluster).Chain({cluster}).InCluster(cluster);
+  }
+  std::vector<std::uint16_t> last(200);
+  std::iota(last.begin(), last.end(), kDepth);
+  crafter.Directory("DIRECTOR.EEE", kDepth).Chain(last).InCluster(kDepth);
+  for (int i = 0; i < 200 * 16; ++i) crafter.RawSlot("        ABC", {});
+  WriteBytes(image, crafter.Bytes());
+  const ProgramRun run = RunVirtdisk({"info", image});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("are nested too deep to be listed"));
 }
 
 // A volume of 2,047 MiB in 65,500 clusters, most of it a hole in the file.

@@ -20,7 +20,9 @@ std::string HintForMissing(const OpenedImage& image, const std::string& path,
   VolumeIndex index(image.Source());
   std::string unknown;
   const bool isRead = index.Parse(unknown, VolumeIndex::Hidden::kCollect);
-  if (!isRead || index.HiddenEntries().empty()) return HintFor(kNotFound, path, imagePath);
+  if (!isRead || index.HiddenEntries().empty() || HasEndlessPaths(index)) {
+    return HintFor(kNotFound, path, imagePath);
+  }
   const std::string what = Within(path, imagePath);
   if (ImageTree tree(index); tree.Find(path) != nullptr) {
     return what + " is in no listing: `virtdisk get --all` copies it.";

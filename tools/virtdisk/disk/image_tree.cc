@@ -1,6 +1,7 @@
 #include "disk/image_tree.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <numeric>
 #include <string_view>
 #include <unordered_set>
@@ -11,6 +12,19 @@
 namespace quorbix::virtdisk::tool {
 
 namespace {
+
+using internal::VolumeIndex;
+
+// Of all entries together; a disk that is full of files has some tens of MiB.
+constexpr std::uint64_t kMostPathBytes = std::uint64_t{256} << 20;
+
+constexpr std::string_view kNoBase = "        ";
+
+// The most bytes that a hidden entry's name and the separator before it have: "/.EXT" or
+// "/BASENAME.EXT".
+std::uint64_t MostNameBytes(const internal::HiddenEntry& entry) {
+  return std::string_view(entry.rawName.data(), entry.rawName.size()).starts_with(kNoBase) ? 5 : 13;
+}
 
 std::string HiddenName(const internal::HiddenEntry& entry) {
   const auto* field = reinterpret_cast<const std::uint8_t*>(entry.rawName.data());
@@ -26,6 +40,24 @@ std::string ParentPath(const Fat16FsEntry& entry) {
   // The name may hold separators of its own, so the path is cut by its length.
   const std::size_t length = entry.path.size() - std::min(entry.path.size(), entry.name.size() + 1);
   return length == 0 ? "/" : entry.path.substr(0, length);
+}
+
+bool HasEndlessPaths(const VolumeIndex& index) {
+  std::uint64_t bytes = 0;
+  for (const internal::EntryRecord& record : index.Records()) bytes += record.pathLength;
+  std::vector<std::uint64_t> lengths;  // by hidden entry
+  for (const internal::HiddenEntry& entry : index.HiddenEntries()) {
+    if (bytes > kMostPathBytes) break;
+    std::uint64_t length = MostNameBytes(entry);
+    if (entry.hiddenParent != VolumeIndex::kNoRecord) {
+      length += lengths[entry.hiddenParent];
+    } else if (entry.parent != VolumeIndex::kNoRecord) {
+      length += index.Records()[entry.parent].pathLength;
+    }
+    lengths.push_back(length);
+    bytes += length;
+  }
+  return bytes > kMostPathBytes;
 }
 
 ImageTree::ImageTree(const Fat16FsImage& image) {
@@ -53,9 +85,9 @@ void ImageTree::AddHidden(const internal::VolumeIndex& index) {
   for (const internal::HiddenEntry& found : index.HiddenEntries()) {
     Fat16FsEntry entry;
     entry.name = HiddenName(found);
-    if (found.hiddenParent != internal::VolumeIndex::kNoRecord) {
+    if (found.hiddenParent != VolumeIndex::kNoRecord) {
       entry.path = entries[visible + found.hiddenParent].path;
-    } else if (found.parent != internal::VolumeIndex::kNoRecord) {
+    } else if (found.parent != VolumeIndex::kNoRecord) {
       entry.path = index.PathOf(index.Records()[found.parent]);
     }
     entry.path.append("/").append(entry.name);

@@ -17,6 +17,11 @@ namespace quorbix::virtdisk::tool {
 // The path of the directory that holds an entry, in stored case.
 std::string ParentPath(const Fat16FsEntry& entry);
 
+// Whether the paths of all the entries that an index has, hidden ones too, take more memory than
+// they should: a chain of directories has paths that grow with the square of its length, so that
+// those of a small image can take more than there is. Of such an index no tree is to be made.
+[[nodiscard]] bool HasEndlessPaths(const internal::VolumeIndex& index);
+
 // Every entry of an image under its directory.
 class ImageTree {
  public:

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "check/volume_claim.h"
+#include "disk/image_tree.h"
 #include "host/output_place.h"
 #include "terminal/exit_status.h"
 #include "terminal/text.h"
@@ -17,9 +18,6 @@ namespace {
 
 using internal::VolumeClaim;
 using internal::VolumeIndex;
-
-// Of all entries together; a disk that is full of files has some tens of MiB.
-constexpr std::uint64_t kMostPathBytes = std::uint64_t{256} << 20;
 
 // FAT32 keeps at 0 what every FAT16 volume has, so that nothing can force it to be read.
 bool IsFat32ThatCannotBeRead(const Fat16FsInfo& info) {
@@ -80,7 +78,7 @@ std::unique_ptr<OpenedImage> OpenedImage::Open(Console& console, const std::file
   // Even where its misread directories lead nowhere, what it says of itself is the better reason.
   const bool isRefused =
       IsDescribed(image->Info()) && RefuseMisread(console, image->Info(), path, wish.force);
-  if (isParsed && !isRefused && image->HasEndlessPaths()) {
+  if (isParsed && !isRefused && HasEndlessPaths(image->index)) {
     Fail(console, "the directories in " + path.string() + " are nested too deep to be listed",
          "`virtdisk verify` tells more.");
     status = kFailed;
@@ -92,14 +90,6 @@ std::unique_ptr<OpenedImage> OpenedImage::Open(Console& console, const std::file
   }
   status = isRefused ? int{kRefused} : TellUnreadable(console, path, image->Info(), err);
   return nullptr;
-}
-
-// A chain of directories has paths that grow with the square of its length: those of a small image
-// can take more memory than there is.
-bool OpenedImage::HasEndlessPaths() const {
-  std::uint64_t bytes = 0;
-  for (const internal::EntryRecord& record : index.Records()) bytes += record.pathLength;
-  return bytes > kMostPathBytes;
 }
 
 void OpenedImage::TellBroken(Console& console, const std::filesystem::path& path) const {

@@ -48,7 +48,6 @@ class OpenedImage {
   OpenedImage(Console& console, std::unique_ptr<internal::FileSource> opened)
       : source(std::move(opened)), shown(console, *source), index(shown) {}
 
-  bool HasEndlessPaths() const;
   void TellBroken(Console& console, const std::filesystem::path& path) const;
 
   std::unique_ptr<internal::FileSource> source;
