@@ -57,5 +57,22 @@ TEST(LiesWithin, Paths_AreComparedByPlace) {
   EXPECT_FALSE(LiesWithin(folder / "x", folder / "SUB"));
 }
 
+TEST(LiesWithin, FolderThatIsMissing_IsAPlaceToo) {
+  TempFolder folder;
+  folder.Link("LINK", "missing").Link("here", ".");
+  EXPECT_TRUE(LiesWithin(folder / "missing", folder / "missing"));
+  EXPECT_TRUE(LiesWithin(folder / "here/missing/x", folder / "missing/"));
+  EXPECT_TRUE(LiesWithin(folder / "missing/x", folder / "LINK"));
+  EXPECT_FALSE(LiesWithin(folder / "missing.x", folder / "missing"));
+}
+
+TEST(HaveSamePlace, Paths_AreComparedBehindLinks) {
+  TempFolder folder;
+  folder.File("a").Link("LINK", "missing").Link("here", ".");
+  EXPECT_TRUE(HaveSamePlace(folder / "a", folder / "here/a"));
+  EXPECT_TRUE(HaveSamePlace(folder / "LINK", folder / "here/missing"));
+  EXPECT_FALSE(HaveSamePlace(folder / "a", folder / "missing"));
+}
+
 }  // namespace
 }  // namespace quorbix::virtdisk::tool

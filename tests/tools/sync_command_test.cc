@@ -327,6 +327,40 @@ TEST_F(SyncCommand, StatusInThePlaceOfSomethingElse_IsRefused) {
   EXPECT_EQ(Sync({"--once", "--status", empty}).status, 0);  // in place of the one before
 }
 
+// Neither has to be there before the first pass.
+TEST_F(SyncCommand, StatusInThePlaceOfTheStateOrBelow_IsRefused) {
+  const std::string elsewhere = (folder / "elsewhere").string();
+  for (const char* place : {"disk.img.sync", "disk.img.sync/state", "DISK/../disk.img.sync/new"}) {
+    const ProgramRun run = Sync({"--once", "--status", (folder / place).string()});
+    EXPECT_EQ(run.status, 3) << place;
+    EXPECT_THAT(run.err, HasSubstr(" lies inside " + Image() + ".sync\n")) << place;
+  }
+  EXPECT_EQ(Sync({"--once", "--state", elsewhere, "--status", elsewhere + "/state"}).status, 3);
+  EXPECT_FALSE(folder.Exists("disk.img.sync"));
+  EXPECT_FALSE(folder.Exists("elsewhere"));
+  const std::string beside = (folder / "disk.img.sync.json").string();
+  EXPECT_EQ(Sync({"--once", "--status", beside}).status, 0);
+}
+
+TEST_F(SyncCommand, StatusInThePlaceOfAMissingImage_IsRefused) {
+  fs::remove(Image());
+  folder.Link("here", ".");
+  for (const char* place : {"disk.img", "here/disk.img", "DISK/../disk.img"}) {
+    const ProgramRun run = Sync({"--once", "--status", (folder / place).string()});
+    EXPECT_EQ(run.status, 3) << place;
+    EXPECT_THAT(run.err, HasSubstr(" is the image's path\n")) << place;
+    EXPECT_FALSE(folder.Exists("disk.img")) << place;
+  }
+}
+
+// The first pass may make what leads to it.
+TEST_F(SyncCommand, StatusThatComesToBeTheState_IsNotWritten) {
+  folder.Link("link", "disk.img.sync");
+  const ProgramRun run = Sync({"--once", "--status", (folder / "link/state").string()});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(folder.Read("disk.img.sync/state"), Not(HasSubstr("stepsDone")));
+}
+
 TEST_F(SyncCommand, WhatTakesNoPart_IsTold) {
   folder.File("DISK/.profile", "p");
   EXPECT_THAT(Sync().err, HasSubstr(".profile takes no part"));

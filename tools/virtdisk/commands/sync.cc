@@ -71,6 +71,14 @@ class Synchroniser {
   // A status is written again and again: nothing else must be lost by it.
   bool IsStatusAcceptable() {
     if (options.status.empty()) return true;
+    if (HaveSamePlace(options.status, image)) {
+      return Refuse(options.status.string() + " is the image's path",
+                    "The status would take its place. Give another path.");
+    }
+    if (LiesWithin(options.status, StateFolder())) {
+      return Refuse(options.status.string() + " lies inside " + StateFolder().string(),
+                    "What is remembered of the two lies there. Give another path.");
+    }
     if (LiesWithin(options.status, folder)) {
       return Refuse(options.status.string() + " lies inside " + folder.string(),
                     "The status would be carried to the disk. Give another path.");
@@ -137,6 +145,11 @@ class Synchroniser {
   }
 
  private:
+  fs::path StateFolder() const {
+    const fs::path& given = options.guarded.stateFolder;
+    return given.empty() ? DefaultStateFolder(image) : given;
+  }
+
   GuardedReport Pass() {
     line.emplace(console);
     GuardedReport report = sync->Pass(accepted);
@@ -295,6 +308,8 @@ class Synchroniser {
 
   void WriteStatus(const GuardedReport& report) {
     if (options.status.empty() || options.dryRun) return;
+    // What is there, and where the path leads, may have changed since.
+    if (!IsStatusAcceptable()) return;
     Json object = ReportObject(report, DateAndClockText());
     object["stepsDone"] = std::count_if(report.steps.begin(), report.steps.end(),
                                         [](const GuardedStep& step) { return step.isDone; });

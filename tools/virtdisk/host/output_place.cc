@@ -48,6 +48,16 @@ bool HoldsVolume(const fs::path& path) {
          !internal::WouldBeMisread(internal::ClaimOf(info));
 }
 
+// Without links, and without a separator at its end; what leads there need not exist. Empty: nobody
+// knows.
+fs::path RealPlace(const fs::path& path) {
+  std::error_code failed;
+  const fs::path place =
+      fs::weakly_canonical(fs::absolute(internal::FollowLinks(path), failed), failed);
+  if (failed) return {};
+  return place.has_filename() ? place : place.parent_path();
+}
+
 }  // namespace
 
 OutputKind LookAtOutput(const fs::path& path) {
@@ -68,11 +78,15 @@ bool IsSameFile(const fs::path& a, const fs::path& b) {
   return fs::equivalent(a, b, unknown) && !unknown;
 }
 
+bool HaveSamePlace(const fs::path& a, const fs::path& b) {
+  const fs::path place = RealPlace(a);
+  return !place.empty() && place == RealPlace(b);
+}
+
 bool LiesWithin(const fs::path& path, const fs::path& folder) {
-  std::error_code failed;
-  const fs::path place = fs::weakly_canonical(fs::absolute(internal::FollowLinks(path)), failed);
-  const fs::path top = fs::canonical(folder, failed);
-  if (failed) return false;
+  const fs::path place = RealPlace(path);
+  const fs::path top = RealPlace(folder);
+  if (place.empty() || top.empty()) return false;
   const auto [topEnd, ignored] = std::mismatch(top.begin(), top.end(), place.begin(), place.end());
   return topEnd == top.end();
 }

@@ -19,10 +19,14 @@ OutputKind LookAtOutput(const std::filesystem::path& path);
 // Whether both paths lead to one existing file.
 bool IsSameFile(const std::filesystem::path& a, const std::filesystem::path& b);
 
+// Whether both paths lead to one place, whether or not anything is there.
+bool HaveSamePlace(const std::filesystem::path& a, const std::filesystem::path& b);
+
 // Whether something is there that the process has no right to: R_OK to read it, W_OK to write it.
 bool IsDenied(const std::filesystem::path& path, int access);
 
-// Whether a file at `path` lies in `folder` or below it, by their real places.
+// Whether a file at `path` is `folder`, or lies in it or below it, by their real places. Neither
+// needs to exist.
 bool LiesWithin(const std::filesystem::path& path, const std::filesystem::path& folder);
 
 }  // namespace quorbix::virtdisk::tool
