@@ -462,6 +462,16 @@ TEST_F(MapCommand, EndingOfAPicture_MayBeInCapitals) {
   EXPECT_THAT(folder.Read("DISK.SVG"), ::testing::StartsWith("<svg "));
 }
 
+TEST_F(MapCommand, PictureBehindALink_IsReplacedThere) {
+  folder.File("real.svg").Link("link.svg", "real.svg").Link("dangling.svg", "new.svg");
+  for (const char* place : {"link.svg", "dangling.svg"}) {
+    EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", (folder / place).string()}).status, 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(folder / place)) << place;
+  }
+  EXPECT_THAT(folder.Read("real.svg"), ::testing::StartsWith("<svg "));
+  EXPECT_THAT(folder.Read("new.svg"), ::testing::StartsWith("<svg "));
+}
+
 TEST_F(MapCommand, PictureThatCannotBeWritten_Fails) {
   const ProgramRun run = RunVirtdisk({"map", Image(), "-o", "/nonexistent/disk.svg"});
   EXPECT_EQ(run.status, 1);

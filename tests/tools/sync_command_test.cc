@@ -361,6 +361,16 @@ TEST_F(SyncCommand, StatusThatComesToBeTheState_IsNotWritten) {
   EXPECT_THAT(folder.Read("disk.img.sync/state"), Not(HasSubstr("stepsDone")));
 }
 
+TEST_F(SyncCommand, StatusBehindALink_IsReplacedThere) {
+  folder.File("real").Link("link", "real").Link("dangling", "new");
+  EXPECT_EQ(Sync({"--once", "--status", (folder / "link").string()}).status, 0);
+  EXPECT_EQ(Sync({"--once", "--status", (folder / "dangling").string()}).status, 0);
+  EXPECT_TRUE(fs::is_symlink(folder / "link"));
+  EXPECT_TRUE(fs::is_symlink(folder / "dangling"));
+  EXPECT_THAT(folder.Read("real"), HasSubstr("stepsDone"));
+  EXPECT_THAT(folder.Read("new"), HasSubstr("stepsDone"));
+}
+
 TEST_F(SyncCommand, WhatTakesNoPart_IsTold) {
   folder.File("DISK/.profile", "p");
   EXPECT_THAT(Sync().err, HasSubstr(".profile takes no part"));

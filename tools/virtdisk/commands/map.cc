@@ -14,6 +14,7 @@
 #include "check/volume_claim.h"
 #include "commands/commands.h"
 #include "common/ascii.h"
+#include "common/host_file.h"
 #include "disk/image_tree.h"
 #include "disk/map_html.h"
 #include "disk/map_svg.h"
@@ -107,7 +108,8 @@ int WritePicture(Console& console, const MapOptions& options, const std::string&
   }
   std::string err;
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(drawn.data());
-  if (WriteHostFile(options.picture, std::span(bytes, drawn.size()), err)) return kDone;
+  if (WriteHostFile(internal::FollowLinks(options.picture), std::span(bytes, drawn.size()), err))
+    return kDone;
   return Fail(console, err, "Nothing was written to " + options.picture.string() + ".");
 }
 

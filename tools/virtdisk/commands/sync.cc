@@ -17,6 +17,7 @@
 #include "commands/commands.h"
 #include "commands/sync_report.h"
 #include "commands/work_line.h"
+#include "common/host_file.h"
 #include "host/change_watch.h"
 #include "host/host_file.h"
 #include "host/output_place.h"
@@ -317,7 +318,7 @@ class Synchroniser {
     const std::string text = OneLine(object) + "\n";
     std::string err;
     const std::span bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-    if (!WriteHostFile(options.status, bytes, err)) Warn(console, err);
+    if (!WriteHostFile(internal::FollowLinks(options.status), bytes, err)) Warn(console, err);
   }
 
   Console& console;
