@@ -148,6 +148,17 @@ TEST_F(SyncCommand, FirstMeeting_IsToldWhereItBringsSomethingBack) {
   EXPECT_THAT(run.err, HasSubstr("nothing is remembered of these two"));
 }
 
+TEST_F(SyncCommand, FirstMeetingThatIsRefused_IsNotCalledHarmless) {
+  fs::rename(Folder(), folder / "moved");
+  for (const char* way : {"--once", "--dry-run"}) {
+    const ProgramRun run = Sync({way});
+    EXPECT_EQ(run.status, 3) << way;
+    EXPECT_THAT(run.err, Not(HasSubstr("nothing is deleted"))) << way;
+  }
+  const ProgramRun run = Sync({"--dry-run", "--accept", "folder-missing"});
+  EXPECT_THAT(run.err, HasSubstr("nothing is deleted"));
+}
+
 TEST_F(SyncCommand, UnknownHazard_IsAWrongUse) {
   EXPECT_EQ(Sync({"--once", "--accept", "everything"}).status, 2);
 }

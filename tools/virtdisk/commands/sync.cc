@@ -255,7 +255,9 @@ class Synchroniser {
 
   // Each once: what takes no part does so in every pass.
   void TellNotes(const GuardedReport& report) {
-    if (report.isFirstMeeting && !report.steps.empty()) {
+    const bool isMeeting =
+        report.outcome == GuardedOutcome::kDone && report.isFirstMeeting && !report.steps.empty();
+    if (isMeeting) {
       Remark(console,
              "nothing is remembered of these two: they meet for the first time, and nothing "
              "is deleted");
