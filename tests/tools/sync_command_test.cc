@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -713,6 +714,29 @@ TEST_F(SyncCommand, ReadOnlyImage_IsRefusedInWords) {
   });
   EXPECT_EQ(status, 3);
   EXPECT_TRUE(folder.Exists("DISK/C.TXT"));
+}
+
+// What the folder got before the image was seen to change is not done again.
+TEST_F(SyncCommand, TryThatDidSomething_IsToldThoughAnotherOneFollows) {
+  ASSERT_EQ(RunVirtdisk({"build", Folder(), Image(), "--size", "60M"}).status, 0);
+  Sync();
+  GuestWrites("LARGE.BIN", std::string(8'000'000, 'g'));
+  folder.File("DISK/C.TXT", "new\n");
+  Background sync({"sync", Image(), Folder(), "--settle", "0", "--once", "--json"}, folder / "log");
+  while (!folder.Exists("DISK/LARGE.BIN")) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  fs::last_write_time(Image(), fs::file_time_type::clock::now());
+  ASSERT_TRUE(WaitFor([&] { return folder.Read("log").find("/C.TXT") != std::string::npos; }));
+  ASSERT_TRUE(WaitFor([&] { return GuestEditor(Image()).Exists("C.TXT"); }));
+  std::istringstream lines(folder.Read("log"));
+  std::string first;
+  std::getline(lines, first);
+  const auto report = nlohmann::json::parse(first);
+  EXPECT_EQ(report["outcome"], "not now");
+  EXPECT_EQ(report["steps"][0]["done"], false);
+  EXPECT_EQ(report["steps"][1]["diskPath"], "/LARGE.BIN");
+  EXPECT_EQ(report["steps"][1]["done"], true);
 }
 
 // --- restore

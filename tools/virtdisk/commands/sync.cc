@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -58,6 +59,11 @@ bool IsEvent(GuardedHazard hazard) {
   return std::find(kEvents.begin(), kEvents.end(), hazard) != kEvents.end();
 }
 
+std::ptrdiff_t StepsDone(const GuardedReport& report) {
+  return std::count_if(report.steps.begin(), report.steps.end(),
+                       [](const GuardedStep& step) { return step.isDone; });
+}
+
 class Synchroniser {
  public:
   Synchroniser(Console& theConsole, const SyncOptions& theOptions)
@@ -113,6 +119,7 @@ class Synchroniser {
     GuardedReport report = Pass();
     while (report.outcome == GuardedOutcome::kNotNow && !StopFlag::IsSet() &&
            std::chrono::steady_clock::now() < deadline) {
+      TellWhatWasDone(report);
       StopFlag::WaitFor(-1, kRetryAfter);
       report = Pass();
     }
@@ -231,6 +238,17 @@ class Synchroniser {
     if (isNews) StopFlag::WaitFor(-1, options.guarded.settle);
   }
 
+  // Of a try that another one follows, which does not do it again.
+  void TellWhatWasDone(const GuardedReport& report) {
+    if (StepsDone(report) == 0) return;
+    if (options.json) {
+      console.out << OneLine(ReportObject(report, DateAndClockText())) << std::endl;
+    } else {
+      TellSteps(report);
+    }
+    WriteStatus(report);
+  }
+
   void Tell(const GuardedReport& report) {
     if (options.json) {
       console.out << OneLine(ReportObject(report, DateAndClockText())) << std::endl;
@@ -240,15 +258,19 @@ class Synchroniser {
     WriteStatus(report);
   }
 
-  void TellPeople(const GuardedReport& report) {
+  void TellSteps(const GuardedReport& report) {
     const std::string time = ClockText();
     for (const GuardedStep& step : report.steps) {
       if (step.isDone || options.dryRun) console.out << StepLine(step, time) << "\n";
     }
-    if (options.dryRun && report.outcome == GuardedOutcome::kNothingToDo) {
-      console.out << time << "  nothing to do\n";
-    }
     console.out.flush();
+  }
+
+  void TellPeople(const GuardedReport& report) {
+    TellSteps(report);
+    if (options.dryRun && report.outcome == GuardedOutcome::kNothingToDo) {
+      console.out << ClockText() << "  nothing to do" << std::endl;
+    }
     if (report.outcome != GuardedOutcome::kNotNow) TellNotes(report);
     TellTrouble(report);
   }
@@ -314,8 +336,7 @@ class Synchroniser {
     // What is there, and where the path leads, may have changed since.
     if (!IsStatusAcceptable()) return;
     Json object = ReportObject(report, DateAndClockText());
-    object["stepsDone"] = std::count_if(report.steps.begin(), report.steps.end(),
-                                        [](const GuardedStep& step) { return step.isDone; });
+    object["stepsDone"] = StepsDone(report);
     object["nextLookWithinMs"] = NextLookWithin(report).count();
     const std::string text = OneLine(object) + "\n";
     std::string err;
