@@ -192,7 +192,8 @@ class Synchroniser {
   void BeginWatch() {
     std::string err;
     std::error_code unknown;
-    const bool isWatched = fs::is_directory(folder, unknown) && watch.Begin(folder, image, err);
+    const bool isWatched =
+        fs::is_directory(folder, unknown) && watch.Begin(folder, image, StateFolder(), err);
     if (!isWatched && !err.empty() && !toldOfWatch) {
       Warn(console, "the kernel does not tell of changes (" + err + "): looking every 5 s");
       toldOfWatch = true;
