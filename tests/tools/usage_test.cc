@@ -83,6 +83,8 @@ TEST(Usage, Mistakes_GiveStatus2AndNoData) {
            {"sync", "image", "folder", "--interval", "soon"},
            {"sync", "image", "folder", "--interval", "-1"},
            {"sync", "image", "folder", "--interval", "4294967296"},
+           {"restore", "image", "--to", "file"},
+           {"restore", "image", "--folder", "folder"},
            {"info", "image", "cat"}}) {
     const ProgramRun run = RunVirtdisk(arguments);
     EXPECT_EQ(run.status, 2) << ::testing::PrintToString(arguments);

@@ -241,9 +241,11 @@ class Arguments::Commands {
                         "restore games.img 2026-11-21_17.20.05/3 --to old.txt",
                         [this] { return RunRestore(console, restore); });
     sub->add_option("IMAGE", restore.image, "Disk image that `sync` keeps in step")->required();
-    sub->add_option("ITEM", restore.id, "What to bring back, by the name in the list");
-    sub->add_option("--to", restore.target, "File to write it to");
-    sub->add_option("--folder", restore.folder, "Folder in which it gets its old name");
+    CLI::Option* item =
+        sub->add_option("ITEM", restore.id, "What to bring back, by the name in the list");
+    sub->add_option("--to", restore.target, "File to write it to")->needs(item);
+    sub->add_option("--folder", restore.folder, "Folder in which it gets its old name")
+        ->needs(item);
     sub->add_option("--state", restore.state, "Folder of what is remembered (IMAGE.sync)");
     sub->add_flag("--json", restore.json, "Print a JSON object a line");
   }
