@@ -125,6 +125,28 @@ TEST_F(BuildOutput, FullDisk_LeavesTheOldImageAndNothingElse) {
   }
 }
 
+// The system gives room below the end of a file whatever the limit is, and then takes no data
+// there.
+TEST_F(BuildOutput, InPlaceBeyondALimitOnFiles_LeavesTheOldImage) {
+  ASSERT_EQ(Build("disk.img", {"--size", "3M"}).status, 0);
+  const std::vector<std::uint8_t> before = test::ReadBytes(folder / "disk.img");
+  folder.File("DISK/A.TXT", "new");
+  for (const std::uint64_t limit : {kMiB, 3 * kMiB - 1}) {
+    const int status = test::RunInChild({.fileSizeLimit = limit}, [&] {
+      const ProgramRun run = Build("disk.img", {"--size", "3M", "--in-place"});
+      const bool isTold = run.err.find("File too large\n  Nothing was written") != run.err.npos;
+      return run.status == 1 && isTold ? 0 : 1;
+    });
+    EXPECT_EQ(status, 0) << limit;
+    EXPECT_EQ(test::ReadBytes(folder / "disk.img"), before);
+  }
+  const int status = test::RunInChild({.fileSizeLimit = 3 * kMiB}, [&] {
+    return Build("disk.img", {"--size", "3M", "--in-place"}).status;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(Cat("disk.img"), "new");
+}
+
 TEST_F(BuildOutput, Document_IsRefusedUnlessForced) {
   folder.File("letter.txt", "Dear aunt,");
   const ProgramRun run = Build("letter.txt");

@@ -150,6 +150,34 @@ TEST_F(PutFile, FullDiskDuringTheCopy_LeavesTheOldImageAndNothingElse) {
   EXPECT_EQ(std::distance(fs::directory_iterator(folder.Path()), fs::directory_iterator()), 2);
 }
 
+// Up to the end of the file's last cluster.
+TEST_F(PutFile, InPlaceBeyondALimitOnFiles_WritesNothingAndSaysSo) {
+  const std::uint64_t end = crafter.ClusterOffset(8);
+  folder.File("new", "hello");
+  const auto put = [&] {
+    return RunVirtdisk({"put", Image(), "a.txt", (folder / "new").string(), "--in-place"});
+  };
+  const int status = test::RunInChild({.fileSizeLimit = end - 1}, [&] {
+    return put().err.find("File too large\n  Nothing was written") != std::string::npos ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(test::ReadBytes(Image()), crafter.Bytes());
+  EXPECT_EQ(test::RunInChild({.fileSizeLimit = end}, [&] { return put().status; }), 0);
+}
+
+// Its size is in its directory, behind it.
+TEST_F(PutFile, InPlaceBelowALimitThatTheDirectoryIsBeyond_WritesNothing) {
+  crafter.InCluster(9).File("B.TXT", {.firstCluster = 8, .size = 3}).Chain({8});
+  test::WriteBytes(Image(), crafter.Bytes());
+  folder.File("new", "hello");
+  const int status = test::RunInChild({.fileSizeLimit = crafter.ClusterOffset(9)}, [&] {
+    return RunVirtdisk({"put", Image(), "sub/b.txt", (folder / "new").string(), "--in-place"})
+        .status;
+  });
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(test::ReadBytes(Image()), crafter.Bytes());
+}
+
 TEST(PutAgreement, RandomFiles_AreRewrittenAsByTheLibrary) {
   const TempFolder folder;
   std::mt19937 random(7);

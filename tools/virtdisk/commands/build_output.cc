@@ -31,12 +31,12 @@ bool HasNameOfAnImage(const fs::path& path) {
          std::end(kExtensions);
 }
 
-// Gives the file room for `size` bytes without changing any that it has.
-bool MakeRoom(int file, ::off_t size) {
+// Gives the file room for `size` bytes, or leaves it as long as it is.
+bool MakeRoomOrShrink(int file, std::uint64_t size) {
   struct ::stat before {};
   if (::fstat(file, &before) != 0) return false;
-  const int error = ::posix_fallocate(file, 0, size);
-  if (error == 0) return true;
+  if (MakeRoom(file, 0, size)) return true;
+  const int error = errno;
   [[maybe_unused]] const int ignored = ::ftruncate(file, before.st_size);
   errno = error;
   return false;
@@ -102,7 +102,7 @@ bool ImageOutput::Write(std::span<const std::uint8_t> bytes, const MovedBytes& m
 
 bool ImageOutput::WriteIntoExisting(std::span<const std::uint8_t> bytes, const MovedBytes& moved) {
   const auto size = static_cast<::off_t>(bytes.size());
-  if (!MakeRoom(existing.Get(), size)) return false;
+  if (!MakeRoomOrShrink(existing.Get(), bytes.size())) return false;
   isTouched = true;
   return WriteInPieces(existing.Get(), bytes, moved) && ::ftruncate(existing.Get(), size) == 0 &&
          ::fsync(existing.Get()) == 0;

@@ -126,8 +126,8 @@ class Rewrite {
     const std::vector<ByteRun> runs = RunsOf(plan.chain, image.index->Chains());
     const std::uint64_t clusterBytes = image.index->Chains().ClusterBytes();
     spareClusters = plan.chain.size() - (content.size() + clusterBytes - 1) / clusterBytes;
-    return (MakeRoomFor(file, runs) || FailAtTarget()) && Write(file, runs, plan.sizeOffset) &&
-           image.Open(console, path, err);
+    return (MakeRoomFor(file, runs, plan.sizeOffset) || FailAtTarget()) &&
+           Write(file, runs, plan.sizeOffset) && image.Open(console, path, err);
   }
 
   // The old content lies where the new one goes: once it is written over, the only way not to leave

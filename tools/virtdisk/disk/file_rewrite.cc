@@ -9,10 +9,12 @@
 #include <cstddef>
 
 #include "common/byte_order.h"
+#include "host/piecewise.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
 
+constexpr std::size_t kSizeBytes = 4;  // of an entry's size field
 constexpr std::size_t kAtOnce = std::size_t{1} << 20;
 
 bool WriteAt(int file, std::uint64_t offset, std::span<const std::uint8_t> bytes) {
@@ -65,17 +67,16 @@ std::vector<ByteRun> RunsOf(const std::vector<std::uint16_t>& chain,
   return runs;
 }
 
-bool MakeRoomFor(int image, const std::vector<ByteRun>& runs) {
-  return std::all_of(runs.begin(), runs.end(), [image](const ByteRun& run) {
-    errno =
-        ::posix_fallocate(image, static_cast<::off_t>(run.offset), static_cast<::off_t>(run.bytes));
-    return errno == 0;
-  });
+bool MakeRoomFor(int image, const std::vector<ByteRun>& runs, std::uint64_t sizeOffset) {
+  return MakeRoom(image, sizeOffset, kSizeBytes) &&
+         std::all_of(runs.begin(), runs.end(), [image](const ByteRun& run) {
+           return MakeRoom(image, run.offset, run.bytes);
+         });
 }
 
 bool WriteRuns(int image, const std::vector<ByteRun>& runs, std::uint64_t sizeOffset,
                std::span<const std::uint8_t> content, const MovedBytes& moved) {
-  std::array<std::uint8_t, 4> size{};
+  std::array<std::uint8_t, kSizeBytes> size{};
   internal::StoreU32(size.data(), static_cast<std::uint32_t>(content.size()));
   for (const ByteRun& run : runs) {
     const std::uint64_t part = std::min<std::uint64_t>(content.size(), run.bytes);

@@ -23,9 +23,10 @@ struct ByteRun {
 std::vector<ByteRun> RunsOf(const std::vector<std::uint16_t>& chain,
                             const internal::ChainTable& table);
 
-// Makes sure that the host has room for what a rewrite writes, without changing anything. False:
-// errno says why.
-[[nodiscard]] bool MakeRoomFor(int image, const std::vector<ByteRun>& runs);
+// Makes sure that the host has room for what a rewrite writes, and no limit in its way, without
+// changing anything. False: errno says why.
+[[nodiscard]] bool MakeRoomFor(int image, const std::vector<ByteRun>& runs,
+                               std::uint64_t sizeOffset);
 
 // Writes the new content of a file into the image that is open as `image`: `content`, zeros to the
 // end of the runs, and the size, in this order. False: errno says why, and a part is written.

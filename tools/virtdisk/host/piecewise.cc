@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -73,7 +74,20 @@ bool CopyData(int from, int to, ::off64_t offset, ::off64_t end, const MovedByte
   return true;
 }
 
+bool IsWithinLimit(std::uint64_t end) {
+  struct ::rlimit limit {};
+  return ::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
+         end <= limit.rlim_cur;
+}
+
 }  // namespace
+
+bool MakeRoom(int file, std::uint64_t offset, std::uint64_t bytes) {
+  errno = IsWithinLimit(offset + bytes)
+              ? ::posix_fallocate(file, static_cast<::off_t>(offset), static_cast<::off_t>(bytes))
+              : EFBIG;
+  return errno == 0;
+}
 
 bool CopyInPieces(int from, int to, std::uint64_t bytes, const MovedBytes& moved) {
   const auto end = static_cast<::off64_t>(bytes);

@@ -20,6 +20,11 @@ std::ptrdiff_t ReadInPieces(int file, std::span<std::uint8_t> buffer, const Move
 [[nodiscard]] bool WriteInPieces(int file, std::span<const std::uint8_t> bytes,
                                  const MovedBytes& moved = {});
 
+// Gives `file` room for `bytes` bytes at `offset` without changing any that it has, so that writing
+// them needs no more of the disk, and hits no limit on the size of files: such a one counts below
+// the end of a file too, where the system gives room all the same. False: errno says why.
+[[nodiscard]] bool MakeRoom(int file, std::uint64_t offset, std::uint64_t bytes);
+
 // Makes the empty file `to` a copy of the first `bytes` bytes of `from`, in the same way. Where the
 // file system can share the data of both it does, and nothing is moved; holes stay holes. False:
 // errno says why; it is ENODATA when `from` has fewer bytes.
