@@ -42,5 +42,18 @@ TEST(CopyFolder, Tree_IsCopiedButForWhatNoDiskShows) {
               ElementsAre(Pair("Long name.txt", "1"), Pair("Sub folder/b.c.d", "2")));
 }
 
+// The demonstration edits them.
+TEST(CopyFolder, WriteProtectedFiles_MayBeWrittenInTheCopy) {
+  namespace fs = std::filesystem;
+  TempFolder folder;
+  folder.File("FROM/a.txt", "1");
+  fs::permissions(folder / "FROM/a.txt", fs::perms{0444});
+  CopyFolder(folder / "FROM", PreviewOf(folder / "FROM"), folder / "TO");
+  const fs::perms forOwner = fs::status(folder / "TO/a.txt").permissions() & fs::perms::owner_all;
+  EXPECT_EQ(forOwner, fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_EQ(folder.Read("TO/a.txt"), "1");
+  EXPECT_EQ(fs::status(folder / "FROM/a.txt").permissions(), fs::perms{0444});
+}
+
 }  // namespace
 }  // namespace quorbix::virtdisk::tool

@@ -1,9 +1,17 @@
 #include "commands/demo_sample.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <array>
+#include <cerrno>
+#include <cstdint>
 #include <fstream>
 #include <string>
 #include <system_error>
+
+#include "common/descriptor.h"
+#include "common/host_file.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
@@ -28,6 +36,17 @@ constexpr std::array<SampleFile, 6> kSample{{
      "10 REM A MAZE WITHOUT END\n20 PRINT CHR$(47 + INT(RND(1) * 2) * 45);\n30 GOTO 20\n"},
 }};
 
+void CopyFile(const fs::path& from, const fs::path& to, const MovedBytes& moved) {
+  struct ::stat status {};
+  const internal::Descriptor in = internal::OpenRegularFile(from.c_str(), status);
+  const internal::Descriptor out =
+      in ? internal::OpenHostFile(to.c_str(), O_WRONLY | O_CREAT | O_EXCL) : internal::Descriptor();
+  const auto bytes = static_cast<std::uint64_t>(status.st_size);
+  if (out && CopyInPieces(in.Get(), out.Get(), bytes, moved)) return;
+  throw fs::filesystem_error("cannot copy", from, to,
+                             std::error_code(errno, std::generic_category()));
+}
+
 }  // namespace
 
 void WriteSample(const fs::path& target) {
@@ -43,15 +62,16 @@ void WriteSample(const fs::path& target) {
   }
 }
 
-void CopyFolder(const fs::path& source, const BuildPreview& preview, const fs::path& target) {
+void CopyFolder(const fs::path& source, const BuildPreview& preview, const fs::path& target,
+                const MovedBytes& moved) {
   fs::create_directories(target);
   for (const BuildPreviewEntry& entry : preview.entries) {
     if (entry.fate != BuildFate::kCopied || entry.isHidden) continue;
     const fs::path path = target / entry.hostPath;
     if (entry.isDirectory) {
       fs::create_directories(path);
-    } else {
-      fs::copy_file(source / entry.hostPath, path, fs::copy_options::skip_existing);
+    } else if (!fs::exists(path)) {
+      CopyFile(source / entry.hostPath, path, moved);
     }
   }
 }

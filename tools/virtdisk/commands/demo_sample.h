@@ -5,6 +5,8 @@
 
 #include <quorbix/virtdisk/build_preview.h>
 
+#include "host/piecewise.h"
+
 namespace quorbix::virtdisk::tool {
 
 // Writes a small folder of the demonstration's own to `target`. Throws
@@ -12,9 +14,10 @@ namespace quorbix::virtdisk::tool {
 void WriteSample(const std::filesystem::path& target);
 
 // Copies `source`, of which `preview` tells, to `target`. What a build leaves out, or no listing
-// shows, is left out. Throws std::filesystem::filesystem_error when the host refuses.
+// shows, is left out; the copies may be written, whatever the modes of their models. Throws
+// std::filesystem::filesystem_error when the host refuses.
 void CopyFolder(const std::filesystem::path& source, const BuildPreview& preview,
-                const std::filesystem::path& target);
+                const std::filesystem::path& target, const MovedBytes& moved = {});
 
 }  // namespace quorbix::virtdisk::tool
 
