@@ -152,6 +152,17 @@ TEST_F(SlowWork, DryRunOfSync_TellsHowFarItIs) {
               IsLineOf("reading the disk"));
 }
 
+TEST_F(SlowWork, Demo_TellsHowFarItIs) {
+  folder.File("DISK/B.TXT", std::string(5000, 'b'));
+  const std::string shown = Shown({"demo", Path("DISK")});
+  EXPECT_THAT(shown, HasSubstr("\rcopying the folder: 7.8 KiB of 7.8 KiB, 100 %"));
+  EXPECT_THAT(shown, HasSubstr("\rcopying: 7.8 KiB of 7.8 KiB, 100 %"));
+  for (const char* work :
+       {"writing", "reading the disk", "making the new disk", "writing to the folder"}) {
+    EXPECT_THAT(shown, HasSubstr("\r" + std::string(work) + ": "));
+  }
+}
+
 TEST_F(SlowWork, Restore_TellsHowFarItIs) {
   folder.File("disk.img.sync/trash/2026-11-21_17.20.05/manifest", "item 1 folder deleted A.TXT\n");
   folder.File("disk.img.sync/trash/2026-11-21_17.20.05/1", "lost");

@@ -13,18 +13,17 @@
 
 #include "browser/byte_source.h"
 #include "browser/volume_description.h"
-#include "builder/build_observer.h"
 #include "builder/image_content.h"
 #include "check/volume_claim.h"
 #include "commands/auto_size.h"
 #include "commands/build_output.h"
 #include "commands/build_report.h"
 #include "commands/commands.h"
+#include "commands/shown_build.h"
 #include "commands/shown_preview.h"
 #include "disk/volume_view.h"
 #include "fat16/fat16_image.h"
 #include "terminal/exit_status.h"
-#include "terminal/progress.h"
 #include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
@@ -102,15 +101,6 @@ struct FilledImage {
   std::vector<std::string> skipped;
 };
 
-class ShownBuild final : public internal::BuildObserver {
- public:
-  ShownBuild(Console& console, std::uint64_t fileBytes) : progress(console, "copying", fileBytes) {}
-  void OnBytes(std::uint64_t bytes) override { progress.Add(bytes); }
-
- private:
-  Progress progress;
-};
-
 // What an image is made of.
 struct BuildSource {
   Console& console;
@@ -130,11 +120,10 @@ std::filesystem::path NamedFolder(const std::filesystem::path& folder) {
 bool Fill(const BuildSource& source, FilledImage& filled) {
   filled.message.clear();
   filled.skipped.clear();
-  ShownBuild shown(source.console, source.preview.fileBytes);
   const std::filesystem::path& folder = source.options.folder;
   const std::string label = source.options.label.value_or(internal::LabelFor(NamedFolder(folder)));
-  return internal::FillImage(filled.image, filled.size, label, folder, filled.message,
-                             filled.skipped, &shown);
+  return FillShown(source.console, filled.image, filled.size, label, folder,
+                   source.preview.fileBytes, filled.message, filled.skipped);
 }
 
 // Files may have grown since they were looked at: a disk that turns out full is made again one size
@@ -147,14 +136,6 @@ bool FillAtAutoSize(const BuildSource& source, FilledImage& filled) {
     filled.size = AutoSize(source.preview, filled.size);
   }
   return false;
-}
-
-bool Write(Console& console, const internal::Fat16Image& image, ImageOutput& output,
-           std::string& err) {
-  image.PrepareToRead();
-  Progress progress(console, "writing", image.Bytes().size());
-  return output.Write(
-      image.Bytes(), [&](std::uint64_t bytes) { progress.Add(bytes); }, err);
 }
 
 int FailToFill(Console& console, const BuildOptions& options, const BuildPreview& preview,
@@ -246,7 +227,7 @@ int Build(Console& console, const BuildOptions& options) {
   const BuildSource source{console, options, preview};
   const bool done = options.size ? Fill(source, filled) : FillAtAutoSize(source, filled);
   if (!done) return FailToFill(console, options, preview, filled);
-  if (!Write(console, filled.image, output, err)) {
+  if (!WriteShown(console, filled.image, output, err)) {
     return FailToWrite(console, output, options, err);
   }
   BuildReport report;

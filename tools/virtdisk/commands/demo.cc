@@ -5,27 +5,32 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <quorbix/virtdisk/build_preview.h>
 #include <quorbix/virtdisk/fat16_fs_image.h>
-#include <quorbix/virtdisk/fat_image_builder.h>
 #include <quorbix/virtdisk/guarded_folder_sync.h>
 
+#include "builder/image_content.h"
 #include "commands/auto_size.h"
+#include "commands/build_output.h"
 #include "commands/commands.h"
 #include "commands/demo_sample.h"
 #include "commands/shown_preview.h"
 #include "commands/sync_report.h"
+#include "commands/work_line.h"
 #include "disk/image_tree.h"
 #include "disk/map.h"
 #include "disk/map_text.h"
+#include "fat16/fat16_image.h"
 #include "host/host_file.h"
 #include "host/scratch_folder.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
+#include "terminal/progress.h"
 #include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
@@ -111,8 +116,13 @@ class Demonstration {
     }
     const BuildPreview preview = Preview(console, options.folder);
     if (preview.isEndless) throw StepFailed(options.folder.string() + " is too large for a disk");
-    CopyFolder(options.folder, preview, folder);
+    CopyShown(preview);
     Say("Copied " + options.folder.string() + " to " + folder.string());
+  }
+
+  void CopyShown(const BuildPreview& preview) const {
+    Progress progress(console, "copying the folder", preview.fileBytes);
+    CopyFolder(options.folder, preview, folder, [&](std::uint64_t bytes) { progress.Add(bytes); });
   }
 
   // One size up from the smallest, so that files can grow.
@@ -121,8 +131,16 @@ class Demonstration {
     const std::uint64_t smallest = AutoSize(preview);
     const std::uint64_t size = smallest == 0 ? 0 : AutoSize(preview, smallest);
     if (size == 0) throw StepFailed("no disk can hold a copy of " + options.folder.string());
-    const std::unique_ptr<IFatImageBuilder> builder = CreateFat16Builder();
-    if (!builder->Build(folder, disk, size)) throw StepFailed(builder->LastError());
+    std::string err;
+    std::vector<std::string> skipped;
+    ImageOutput output;
+    internal::Fat16Image image;
+    if (!output.Open(disk, false, err) ||
+        !FillShown(console, image, size, internal::LabelFor(folder), folder, preview.fileBytes, err,
+                   skipped) ||
+        !WriteShown(console, image, output, err)) {
+      throw StepFailed(err);
+    }
     Say("Built the disk " + disk.string() + ", " + FormatBytes(size));
   }
 
@@ -138,13 +156,18 @@ class Demonstration {
 
   void Meet() {
     // Everything here was made just now, by this process alone: there is nobody to wait for.
-    sync = CreateGuardedFolderSync(disk, folder, {.settle = std::chrono::milliseconds(0)});
+    sync = CreateGuardedFolderSync(
+        disk, folder,
+        {.settle = std::chrono::milliseconds(0),
+         .onProgress = [this](const GuardedProgress& told) { line->Show(told); }});
     Pass();
     Say("Looked at both: they are in step");
   }
 
   void Pass() {
+    line.emplace(console);
     const GuardedReport report = sync->Pass();
+    line.reset();
     const bool isDone =
         report.outcome == GuardedOutcome::kDone || report.outcome == GuardedOutcome::kNothingToDo;
     if (!isDone) throw StepFailed(report.message);
@@ -236,6 +259,7 @@ class Demonstration {
   std::string hostEdited;  // relative to the folder
   std::string guestEdited;
   int step = 0;
+  std::optional<WorkLine> line;  // of the pass that is under way
   std::unique_ptr<IGuardedFolderSync> sync;
 };
 
