@@ -174,7 +174,9 @@ TEST_F(Program, DemoAsJson_IsOneObjectALine) {
   EXPECT_TRUE(last["keptIn"].is_null());
   const CommandResult failed = RunInShell("TMPDIR=/nonexistent virtdisk demo --json");
   EXPECT_EQ(failed.status, 1);
-  EXPECT_TRUE(nlohmann::json::parse(failed.out)["error"].is_string());
+  const nlohmann::json error = nlohmann::json::parse(failed.out);
+  EXPECT_EQ(error["error"], "TMPDIR is /nonexistent, which is no folder");
+  EXPECT_EQ(error["hint"], "TMPDIR names the folder for it: set it to one in which you may write.");
 }
 
 TEST_F(Program, DemoOfAFolder_LeavesItAlone) {
@@ -193,7 +195,9 @@ TEST_F(Program, DemoOfAnEmptyFolder_FailsAndCleansUp) {
   const CommandResult run = RunInShell("TMPDIR=" + (folder / "tmp").string() + " virtdisk demo " +
                                        (folder / "EMPTY").string());
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("needs two files"));
+  EXPECT_EQ(run.err, "virtdisk: " + (folder / "EMPTY").string() +
+                         " needs two files that are not empty\n  Names that begin with \".\" do "
+                         "not count: no listing of a disk shows them.\n");
   EXPECT_TRUE(fs::is_empty(folder / "tmp"));
 }
 

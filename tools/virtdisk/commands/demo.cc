@@ -8,6 +8,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <quorbix/virtdisk/build_preview.h>
@@ -19,6 +20,7 @@
 #include "commands/build_output.h"
 #include "commands/commands.h"
 #include "commands/demo_sample.h"
+#include "commands/shown_build.h"
 #include "commands/shown_preview.h"
 #include "commands/sync_report.h"
 #include "commands/work_line.h"
@@ -43,7 +45,11 @@ constexpr char kGuestText[] = "Edited inside the disk.\n";
 
 // A step that did not happen, and why.
 struct StepFailed : std::runtime_error {
-  using std::runtime_error::runtime_error;
+  explicit StepFailed(const std::string& why,
+                      std::string whatToDo = "The demonstration stopped there.")
+      : std::runtime_error(why), hint(std::move(whatToDo)) {}
+
+  std::string hint;
 };
 
 std::string ReadText(const fs::path& file) {
@@ -149,7 +155,11 @@ class Demonstration {
     for (const auto& [path, bytes] : FilesOf(folder)) {
       if (bytes != 0) files.push_back(path);
     }
-    if (files.size() < 2) throw StepFailed(folder.string() + " needs two files that are not empty");
+    if (files.size() < 2) {
+      throw StepFailed(
+          options.folder.string() + " needs two files that are not empty",
+          "Names that begin with \".\" do not count: no listing of a disk shows them.");
+    }
     hostEdited = files.front();
     guestEdited = files.back();
   }
@@ -269,9 +279,15 @@ int RunDemo(Console& console, const DemoOptions& options) {
   try {
     ScratchFolder work;
     std::string err;
-    if (!work.Make("virtdisk-demo-", options.keep, err)) throw StepFailed(err);
+    if (!work.Make("virtdisk-demo-", options.keep, err)) {
+      throw StepFailed(err,
+                       "TMPDIR names the folder for it: set it to one in which you may write.");
+    }
     Demonstration(console, options, work.Path()).Run();
     return kDone;
+  } catch (const StepFailed& error) {
+    Fail(console, error.what(), error.hint);
+    return kFailed;
   } catch (const std::exception& error) {
     Fail(console, error.what(), "The demonstration stopped there.");
     return kFailed;

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <span>
 #include <system_error>
 
@@ -51,17 +52,29 @@ struct Made {
   ::_exit(0);
 }
 
+// The standard library takes the first of these that is set.
+std::string WhyNoParent() {
+  for (const char* name : {"TMPDIR", "TMP", "TEMP", "TEMPDIR"}) {
+    const char* value = std::getenv(name);
+    if (value != nullptr) return std::string(name) + " is " + value + ", which is no folder";
+  }
+  return "/tmp is no folder";
+}
+
 }  // namespace
 
 bool ScratchFolder::Make(const std::string& beginning, bool keeps, std::string& err) {
   std::error_code unknown;
   const fs::path parent = fs::temp_directory_path(unknown);
+  if (unknown) {
+    err = WhyNoParent();
+    return false;
+  }
   const std::string name = (parent / (beginning + "XXXXXX")).string();
   isKept = keeps;
-  if (!unknown) path = isKept ? MakeLike(name) : MakeByRemover(name);
+  path = isKept ? MakeLike(name) : MakeByRemover(name);
   if (!path.empty()) return true;
-  err = "cannot make a folder like " + name + ": " +
-        (unknown ? unknown.message() : SystemText(errno));
+  err = "cannot make a folder like " + name + ": " + SystemText(errno);
   return false;
 }
 
