@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -63,6 +64,20 @@ TEST(Usage, Quiet_MayStandBeforeTheCommand) {
       RunVirtdisk({"-q", "build", (folder / "DISK").string(), (folder / "disk.img").string()});
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(run.out + run.err, IsEmpty());
+}
+
+TEST(Usage, DescriptionOfAnOption_KeepsToItsColumn) {
+  for (const unsigned columns : {36u, 40u, 59u, 60u, 80u}) {
+    std::ostringstream out;
+    std::ostringstream err;
+    tool::Console console{.out = out, .err = err, .width = columns};
+    ASSERT_EQ(RunProgram(console, {"sync", "--help"}), 0);
+    const std::string help = out.str();
+    const std::size_t options = help.find("\nOptions:\n");
+    const std::size_t end = help.find("\n\n", options + 1);
+    EXPECT_THAT(help.substr(options, end - options), Not(::testing::ContainsRegex("\n {3,10}[^ ]")))
+        << columns;
+  }
 }
 
 TEST(Usage, Version_IsOneLine) {

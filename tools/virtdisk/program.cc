@@ -1,7 +1,9 @@
 #include "program.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <exception>
+#include <memory>
 #include <new>
 #include <sstream>
 #include <string>
@@ -26,6 +28,20 @@ constexpr char kExitStatuses[] =
     "signal's number when one ended it.";
 constexpr unsigned kNarrow = 60;  // columns
 
+// Of an option whose name leaves but one blank before its description, the description would not be
+// told for a column: it goes to the next line, as those of longer names do.
+class HelpFormatter : public CLI::Formatter {
+ public:
+  std::string make_option(const CLI::Option* option, bool isPositional) const override {
+    std::string text = CLI::Formatter::make_option(option, isPositional);
+    const std::size_t column = get_column_width();
+    const bool isClose = text.size() > column && text[column - 1] == ' ' &&
+                         text[column - 2] != ' ' && text[column - 2] != '\n';
+    if (isClose) text.replace(column - 1, 1, "\n" + std::string(column, ' '));
+    return text;
+  }
+};
+
 // Makes of arguments a command, help, or what is wrong with them.
 class CommandLine {
  public:
@@ -35,7 +51,10 @@ class CommandLine {
         parsed(app, theConsole) {
     app.set_version_flag("--version", "virtdisk " VIRTDISK_VERSION);
     app.require_subcommand(1);
-    app.get_formatter()->column_width(console.width < kNarrow ? 16 : 30);
+    const auto formatter = std::make_shared<HelpFormatter>();
+    formatter->column_width(console.width < kNarrow ? 16 : 30);
+    app.formatter(formatter);
+    for (CLI::App* sub : app.get_subcommands({})) sub->formatter(formatter);
     app.footer(kExitStatuses);
   }
 
