@@ -3,6 +3,7 @@
 
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "program_run.h"
@@ -55,6 +56,23 @@ TEST(Usage, MisspeltOption_IsCorrected) {
   EXPECT_EQ(run.status, 2);
   EXPECT_THAT(run.err, HasSubstr("Did you mean `--size`? "));
   EXPECT_THAT(RunVirtdisk({"ls", "b.img", "--transmogrify"}).err, Not(HasSubstr("Did you mean")));
+}
+
+TEST(Usage, OptionOfNoCommand_IsNamedAndCorrected) {
+  const std::string hint = "`virtdisk --help` tells the arguments.\n";
+  for (const auto& [word, meant] : {std::pair<const char*, const char*>{"--verison", "--version"},
+                                    {"--hlep", "--help"},
+                                    {"--quite", "--quiet"}}) {
+    const ProgramRun run = RunVirtdisk({word});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, HasSubstr(word));
+    EXPECT_THAT(run.err, HasSubstr("Did you mean `" + std::string(meant) + "`? " + hint));
+  }
+  EXPECT_EQ(RunVirtdisk({"--bogus"}).err,
+            "virtdisk: `--bogus` is no option of virtdisk itself\n  " + hint);
+  EXPECT_THAT(RunVirtdisk({"-q", "-x"}).err, StartsWith("virtdisk: `-x` is no option"));
+  EXPECT_THAT(RunVirtdisk({"--json", "info", "a"}).err, StartsWith("virtdisk: `--json` is no op"));
+  EXPECT_THAT(RunVirtdisk({"-q"}).err, StartsWith("virtdisk: A subcommand is required\n"));
 }
 
 TEST(Usage, Quiet_MayStandBeforeTheCommand) {

@@ -64,10 +64,12 @@ class CommandLine {
       arguments.emplace_back("--help");
     }
     const std::string unknown = UnknownCommand(arguments);
+    const std::string option = UnknownOption(arguments);
     std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
     try {
       app.parse(std::move(arguments));
     } catch (const CLI::ParseError& error) {
+      if (!option.empty()) return FailToKnow(option);
       const bool isAskedFor = error.get_exit_code() == 0 && unknown.empty();
       return isAskedFor ? PrintHelp(error) : FailToParse(error, unknown);
     }
@@ -91,6 +93,33 @@ class CommandLine {
     return *word;
   }
 
+  // The first option before any command that is none of the program's own.
+  std::string UnknownOption(const std::vector<std::string>& arguments) const {
+    for (const std::string& text : arguments) {
+      if (text.size() < 2 || text.front() != '-' || text == "--") return {};
+      const bool isLong = text.starts_with("--");
+      const std::string name = text.substr(0, isLong ? text.find('=') : 2);
+      if (app.get_option_no_throw(name) == nullptr) return name;
+    }
+    return {};
+  }
+
+  static std::vector<std::string> LongOptions(const CLI::App& commandOrAll) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : commandOrAll.get_options()) {
+      for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+    }
+    return names;
+  }
+
+  int FailToKnow(const std::string& option) {
+    const std::string meant = Suggest(option, LongOptions(app));
+    Fail(console, "`" + option + "` is no option of virtdisk itself",
+         (meant.empty() ? "" : "Did you mean `" + meant + "`? ") +
+             "`virtdisk --help` tells the arguments.");
+    return kUsage;
+  }
+
   int PrintHelp(const CLI::ParseError& error) {
     std::ostringstream text;
     app.exit(error, text, text);
@@ -101,10 +130,7 @@ class CommandLine {
   // For the first option that the command does not have. Empty when there is none like it.
   std::string MeantOption() {
     for (CLI::App* sub : app.get_subcommands()) {
-      std::vector<std::string> known;
-      for (const CLI::Option* option : sub->get_options()) {
-        for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
-      }
+      const std::vector<std::string> known = LongOptions(*sub);
       for (const std::string& left : sub->remaining()) {
         if (left.starts_with("--")) return Suggest(left.substr(0, left.find('=')), known);
       }
