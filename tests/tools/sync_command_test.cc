@@ -723,7 +723,7 @@ TEST_F(SyncCommand, TryThatDidSomething_IsToldThoughAnotherOneFollows) {
   GuestWrites("LARGE.BIN", std::string(8'000'000, 'g'));
   folder.File("DISK/C.TXT", "new\n");
   Background sync({"sync", Image(), Folder(), "--settle", "0", "--once", "--json"}, folder / "log");
-  while (!folder.Exists("DISK/LARGE.BIN")) {
+  for (int i = 0; i < 30'000 && !folder.Exists("DISK/LARGE.BIN"); ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   fs::last_write_time(Image(), fs::file_time_type::clock::now());
