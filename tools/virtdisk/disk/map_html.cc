@@ -36,9 +36,8 @@ Json CellRuns(const Drawing& drawing) {
 std::string PlainColour(const Owner& owner, std::size_t colour) {
   if (owner.isHidden) return AreaColour(Area::kHidden);
   if (owner.isDirectory) return AreaColour(Area::kDirectory);
-  const std::string plain = FileColour(colour);
-  if (!IsLined(colour)) return plain;
-  return "repeating-linear-gradient(#fff 0 1px, " + plain + " 1px 3px)";
+  if (!IsLined(colour)) return FileColour(colour);
+  return "repeating-linear-gradient(#fff 0 1px, " + FileColour(colour) + " 1px 3px)";
 }
 
 Json Runs(const Owner& owner) {
