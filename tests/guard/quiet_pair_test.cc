@@ -265,58 +265,55 @@ TEST_F(QuietPair, PipeThatBecameAFileMeanwhile_IsNoticed) {
   EXPECT_EQ(test::GuestEditor(Image()).Files().at("PIPE"), "a file");
 }
 
-// What is written through a mapping to a page that was written to already changes no time.
-TEST(Verify, FileWrittenThroughAMapping_IsFound) {
-  const auto memory = test::MemoryFolder::OrOnDisk();
+// A file that a program has mapped: what is written through that to a page that was written to
+// already changes no time. Both sides have agreed on "old".
+class MappedFile : public testing::Test {
+ protected:
+  void SetUp() override {
+    fs::create_directory(host);
+    test::WriteWholeFile(host / "a.txt", "...");
+    const Descriptor file = OpenHostPath((host / "a.txt").c_str(), O_RDWR);
+    bytes = ::mmap(nullptr, 3, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
+    ASSERT_NE(bytes, MAP_FAILED);
+    std::memcpy(bytes, "old", 3);
+    ASSERT_TRUE(CreateFat16Builder()->Build(host, image, std::uint64_t{3} << 20));
+    test::secondsAhead = 10;
+    ASSERT_EQ(Pass().outcome, kNothingToDo);
+  }
+  ~MappedFile() override {
+    test::secondsAhead = 0;
+    if (bytes != MAP_FAILED) ::munmap(bytes, 3);
+  }
+
+  GuardedReport Pass() const { return CreateGuardedFolderSync(image, host, options)->Pass(); }
+  std::string OnDisk() const { return test::GuestEditor(image).Files().at("A.TXT"); }
+
+  const test::MemoryFolder memory = test::MemoryFolder::OrOnDisk();
   const fs::path host = memory.Path() / "host";
   const fs::path image = memory.Path() / "DISK.IMG";
-  fs::create_directory(host);
-  test::WriteWholeFile(host / "a.txt", "...");
-  const Descriptor file = OpenHostPath((host / "a.txt").c_str(), O_RDWR);
-  void* bytes = ::mmap(nullptr, 3, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
-  ASSERT_NE(bytes, MAP_FAILED);
-  std::memcpy(bytes, "old", 3);
-  ASSERT_TRUE(CreateFat16Builder()->Build(host, image, std::uint64_t{3} << 20));
-  GuardedSyncOptions options;
-  options.settle = std::chrono::milliseconds(0);
-  test::secondsAhead = 10;
-  EXPECT_EQ(CreateGuardedFolderSync(image, host, options)->Pass().outcome, kNothingToDo);
+  GuardedSyncOptions options{.settle = std::chrono::milliseconds(0)};
+  void* bytes = MAP_FAILED;
+};
+
+TEST_F(MappedFile, IsFoundChangedWhenEverythingIsRead) {
   std::memcpy(bytes, "new", 3);
-  EXPECT_EQ(CreateGuardedFolderSync(image, host, options)->Pass().outcome, kNothingToDo);
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
   options.verify = true;
-  const GuardedReport report = CreateGuardedFolderSync(image, host, options)->Pass();
-  test::secondsAhead = 0;
-  ::munmap(bytes, 3);
+  const GuardedReport report = Pass();
   EXPECT_EQ(report.outcome, kDone) << report.message;
-  EXPECT_EQ(test::GuestEditor(image).Files().at("A.TXT"), "new");
+  EXPECT_EQ(OnDisk(), "new");
 }
 
-// Such a file is no reason to wait for ever: the next pass reads it.
-TEST(MappedFile, WhoseTimesDoNotTell_IsReadOnceItIsFoundToDiffer) {
-  const auto memory = test::MemoryFolder::OrOnDisk();
-  const fs::path host = memory.Path() / "host";
-  const fs::path image = memory.Path() / "DISK.IMG";
-  fs::create_directory(host);
-  test::WriteWholeFile(host / "a.txt", "...");
-  const Descriptor file = OpenHostPath((host / "a.txt").c_str(), O_RDWR);
-  void* bytes = ::mmap(nullptr, 3, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
-  ASSERT_NE(bytes, MAP_FAILED);
-  std::memcpy(bytes, "old", 3);
-  ASSERT_TRUE(CreateFat16Builder()->Build(host, image, std::uint64_t{3} << 20));
-  GuardedSyncOptions options;
-  options.settle = std::chrono::milliseconds(0);
-  test::secondsAhead = 10;
-  EXPECT_EQ(CreateGuardedFolderSync(image, host, options)->Pass().outcome, kNothingToDo);
+// It is no reason to wait for ever.
+TEST_F(MappedFile, IsReadOnceItIsFoundToDiffer) {
   std::memcpy(bytes, "new", 3);
   test::WriteWholeFile(host / "b.txt", "b");
-  const GuardedReport first = CreateGuardedFolderSync(image, host, options)->Pass();
-  const GuardedReport second = CreateGuardedFolderSync(image, host, options)->Pass();
-  test::secondsAhead = 0;
-  ::munmap(bytes, 3);
+  const GuardedReport first = Pass();
   EXPECT_EQ(first.outcome, kNotNow);
   EXPECT_EQ(first.message, "a.txt has changed since it was looked at");
+  const GuardedReport second = Pass();
   EXPECT_EQ(second.outcome, kDone) << second.message;
-  EXPECT_EQ(test::GuestEditor(image).Files().at("A.TXT"), "new");
+  EXPECT_EQ(OnDisk(), "new");
 }
 
 // Times cannot tell whether such a file is changed once more.
