@@ -98,7 +98,7 @@ class CommandLine {
     for (const std::string& text : arguments) {
       if (text.size() < 2 || text.front() != '-' || text == "--") return {};
       const bool isLong = text.starts_with("--");
-      const std::string name = text.substr(0, isLong ? text.find('=') : 2);
+      std::string name = text.substr(0, isLong ? text.find('=') : 2);
       if (app.get_option_no_throw(name) == nullptr) return name;
     }
     return {};
