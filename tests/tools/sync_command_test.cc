@@ -721,23 +721,30 @@ TEST_F(SyncCommand, ReadOnlyImage_IsRefusedInWords) {
 TEST_F(SyncCommand, TryThatDidSomething_IsToldThoughAnotherOneFollows) {
   ASSERT_EQ(RunVirtdisk({"build", Folder(), Image(), "--size", "60M"}).status, 0);
   Sync();
-  GuestWrites("LARGE.BIN", std::string(8'000'000, 'g'));
-  folder.File("DISK/C.TXT", "new\n");
-  Background sync({"sync", Image(), Folder(), "--settle", "0", "--once", "--json"}, folder / "log");
-  for (int i = 0; i < 30'000 && !folder.Exists("DISK/LARGE.BIN"); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  nlohmann::json first;
+  // On a busy machine the change can come when the first try is over.
+  for (int round = 0; round < 10 && first["outcome"] != "not now"; ++round) {
+    const std::string name = "LARGE" + std::to_string(round) + ".BIN";
+    GuestWrites(name, std::string(2'000'000, 'g'));
+    folder.File("DISK/C.TXT", "new " + std::to_string(round));
+    folder.Remove("log");
+    Background sync({"sync", Image(), Folder(), "--settle", "0", "--once", "--json"},
+                    folder / "log");
+    for (int i = 0; i < 30'000 && !folder.Exists("DISK/" + name); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    fs::last_write_time(Image(), fs::file_time_type::clock::now());
+    ASSERT_EQ(sync.Wait(), 0);
+    std::istringstream lines(folder.Read("log"));
+    std::string line;
+    std::getline(lines, line);
+    first = nlohmann::json::parse(line);
   }
-  fs::last_write_time(Image(), fs::file_time_type::clock::now());
-  ASSERT_TRUE(WaitFor([&] { return folder.Read("log").find("/C.TXT") != std::string::npos; }));
-  ASSERT_TRUE(WaitFor([&] { return GuestEditor(Image()).Exists("C.TXT"); }));
-  std::istringstream lines(folder.Read("log"));
-  std::string first;
-  std::getline(lines, first);
-  const auto report = nlohmann::json::parse(first);
-  EXPECT_EQ(report["outcome"], "not now");
-  EXPECT_EQ(report["steps"][0]["done"], false);
-  EXPECT_EQ(report["steps"][1]["diskPath"], "/LARGE.BIN");
-  EXPECT_EQ(report["steps"][1]["done"], true);
+  EXPECT_EQ(first["outcome"], "not now");
+  ASSERT_EQ(first["steps"].size(), 2u);
+  for (const auto& step : first["steps"]) {
+    EXPECT_EQ(step["done"], step["diskPath"] != "/C.TXT") << step;
+  }
 }
 
 // --- restore
