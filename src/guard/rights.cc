@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "guard/paths.h"
+#include "guard/model.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace fs = std::filesystem;
