@@ -15,11 +15,18 @@ namespace {
 constexpr std::uint64_t kMostClusters = 65524;
 constexpr std::uint64_t kLargestClusterBytes = 65536;
 
-// The size of a file as a build reads it; nothing when it cannot be read. Where the metadata say
-// nothing, as for files that the system makes up, the content is counted.
+// Whether the metadata may not say how much there is to read, as with what the system makes up:
+// that has no size in one place and the size of a page in another, and takes no room.
+bool IsSizeDoubtful(const struct ::stat& status) {
+  return status.st_size == 0 ||
+         (status.st_blocks == 0 && status.st_size <= static_cast<::off_t>(kLargestClusterBytes));
+}
+
+// The size of a file as a build reads it; nothing when it cannot be read. Where it is doubtful, the
+// content is counted.
 std::optional<std::uint64_t> ReadableBytes(int file, const struct ::stat& status,
                                            ByteBuffer& content) {
-  if (status.st_size != 0) return static_cast<std::uint64_t>(status.st_size);
+  if (!IsSizeDoubtful(status)) return static_cast<std::uint64_t>(status.st_size);
   if (ReadOpenedFile(file, 0, content, kMostClusters * kLargestClusterBytes) != kReadWhole) {
     return std::nullopt;
   }

@@ -191,6 +191,27 @@ TEST(PreviewBuild, FileOfTheSystem_HasTheSizeOfItsContent) {
   EXPECT_EQ(Find(Preview(folder.Path()), "os.txt").bytes, 6u);
 }
 
+// Of which the metadata say that it has a page.
+TEST(PreviewBuild, FileOfADevice_HasTheSizeOfItsContent) {
+  const fs::path system = "/sys/devices/system/cpu/possible";
+  if (!fs::exists(system)) GTEST_SKIP() << "no such file here";
+  const std::string content = test::ReadWholeFile(system);
+  ASSERT_NE(fs::file_size(system), content.size());
+  TempFolder folder;
+  folder.Link("cpus.txt", system.string());
+  EXPECT_EQ(Find(Preview(folder.Path()), "cpus.txt").bytes, content.size());
+}
+
+// A hole says the truth about its size.
+TEST(PreviewBuild, FileOfAHole_HasItsSize) {
+  TempFolder folder;
+  folder.File("hole");
+  for (const std::uint64_t size : {100u, 65'536u, 65'537u, 3'000'000u}) {
+    fs::resize_file(folder / "hole", size);
+    EXPECT_EQ(Find(Preview(folder.Path()), "hole").bytes, size);
+  }
+}
+
 std::string FailureOf(const fs::path& path) {
   BuildPreview preview;
   preview.files = 5;

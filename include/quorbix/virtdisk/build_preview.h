@@ -80,9 +80,10 @@ struct ImageFit {
 };
 
 // Looks at `folder` as IFatImageBuilder::Build would, and tells in `preview` what it would copy:
-// the same order, the same short names, links followed, the same entries left out. Reads no
-// content, but opens every file to see whether that can be done. Host files may change until the
-// build.
+// the same order, the same short names, links followed, the same entries left out.
+// Opens every file to see whether that can be done, and reads those alone, of 64 KiB at most, whose
+// size may not be that of their content: files that are empty or take no room on the host, as what
+// the system makes up. Host files may change until the build.
 //
 // On failure returns false, says why in `err` and leaves `preview` empty:
 //   "Source folder does not exist: " + path
