@@ -88,8 +88,8 @@ int BringBack(Console& console, const RestoreOptions& options,
   if (options.json) {
     console.out << OneLine(ItemObject(*item, target)) << "\n";
   } else if (!console.quiet) {
-    console.out << "Restored " << Printable(target.string()) << ", " << FormatBytes(item->bytes)
-                << "; it stays in the trash as well.\n";
+    PrintToOut(console, "Restored " + Printable(target.string()) + ", " + FormatBytes(item->bytes) +
+                            "; it stays in the trash as well.\n");
   }
   return StopFlag::IsSet() ? StopFlag::ExitStatus() : kDone;
 }

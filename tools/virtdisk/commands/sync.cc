@@ -129,8 +129,8 @@ class Synchroniser {
 
   int KeepInStep() {
     if (!console.quiet) {
-      console.err << "Keeping " << Printable(image.string()) << " and "
-                  << Printable(folder.string()) << " in step; Ctrl-C ends it.\n";
+      PrintToErr(console, "Keeping " + Printable(image.string()) + " and " +
+                              Printable(folder.string()) + " in step; Ctrl-C ends it.\n");
     }
     while (!StopFlag::IsSet() && console.out.good()) {
       // Before the look, so that nothing falls between the two.
