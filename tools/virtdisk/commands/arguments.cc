@@ -84,7 +84,8 @@ class Arguments::Commands {
                   "Write into the image that exists, for a machine that has it attached; without "
                   "it, the complete new image takes its place");
     sub->add_flag("--force", build.force,
-                  "Replace a file that is no disk image, and write inside FOLDER");
+                  "Replace a file that is no disk image or is write-protected, and write inside "
+                  "FOLDER");
     sub->add_flag("--strict", build.strict,
                   "Exit with 4 when an entry was skipped, or the library made a remark");
     sub->add_flag("-v,--verbose", build.verbose,
