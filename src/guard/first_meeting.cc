@@ -2,8 +2,11 @@
 
 #include <sys/stat.h>
 
+#include "builder/host_entry.h"
+#include "common/folder_listing.h"
 #include "common/host_file.h"
 #include "guard/host_content.h"
+#include "preview/folder_preview.h"
 #include "quorbix/virtdisk/build_preview.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -38,8 +41,13 @@ FirstMeeting MeetFirst(const fs::path& folder, const Observation& seen, WorkMoni
   HostContentReader reader(monitor);
   BuildPreview preview;
   std::string ignoredError;
+  // It follows links, and there may be much behind them.
+  HostQueries host;
+  host.list = [&](const fs::path& path) {
+    return monitor.IsStopped() ? FolderListing{.opened = true} : ListFolder(path.native());
+  };
   // Without a preview, only names that are their own short names find each other.
-  if (seen.disk.empty() || !PreviewBuild(folder, preview, ignoredError)) return meeting;
+  if (seen.disk.empty() || !PreviewFolder(folder, host, preview, ignoredError)) return meeting;
   for (const BuildPreviewEntry& entry : preview.entries) {
     if (entry.fate != BuildFate::kCopied || entry.isHidden) continue;
     const std::string disk = entry.imagePath.substr(1);

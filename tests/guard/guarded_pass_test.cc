@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <map>
@@ -18,6 +19,7 @@
 
 #include "common/byte_order.h"
 #include "common/host_file.h"
+#include "guard/first_meeting.h"
 #include "guard/guarded_pair.h"
 #include "guard/sight.h"
 #include "guard/state_file.h"
@@ -847,6 +849,18 @@ TEST_F(GuardedPassTest, FileThatAMachineHasWritten_IsAConflictAtTheFirstMeeting)
   folder.File("host/a.txt", "of the host");
   EXPECT_EQ(Pass().outcome, kDone);
   EXPECT_THAT(OnHost(), SizeIs(2));
+}
+
+// A link to a folder takes no part, and can lead to any number of files that a build has copied.
+TEST_F(GuardedPassTest, FirstMeetingThatIsStopped_DoesNotFollowLinksToTheirEnd) {
+  folder.File("host/a.txt", "a").Folder("elsewhere").Link("host/link", "../elsewhere");
+  BuildImage();
+  std::atomic<bool> stop = false;
+  WorkMonitor monitor(&stop, {});
+  const Observation seen{.host = {{"a.txt", {}}}, .disk = {{"A.TXT", {}}}, .hostLeftOut = {"link"}};
+  EXPECT_EQ(MeetFirst(Host(), seen, monitor).names.size(), 1u);
+  stop = true;
+  EXPECT_TRUE(MeetFirst(Host(), seen, monitor).names.empty());
 }
 
 TEST_F(GuardedPassTest, EmptyFolder_IsFilledFromTheDisk) {
