@@ -300,7 +300,7 @@ TEST(FileColour, ColoursOfOtherBrightness_DifferInAPrintInGrey) {
   for (std::size_t i = 0; i < 400; ++i) {
     for (std::size_t j = i + 1; j < 400; ++j) {
       if (i % kClearColours % kBrightnesses == j % kClearColours % kBrightnesses) continue;
-      const auto [less, more] = std::minmax(brightness(i), brightness(j));
+      const auto [less, more] = std::minmax({brightness(i), brightness(j)});
       EXPECT_GT(more / less, 1.4) << i << " and " << j;
     }
   }
