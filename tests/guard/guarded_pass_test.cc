@@ -24,6 +24,7 @@
 #include "guard/sight.h"
 #include "guard/state_file.h"
 #include "support/child_process.h"
+#include "support/clock_ahead.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace {
@@ -679,6 +680,119 @@ TEST_F(GuardedPassTest, ManyDeletions_AreRefused) {
   EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kManyDeletions));
   EXPECT_EQ(Pass({GuardedHazard::kManyDeletions}).outcome, kDone);
   EXPECT_THAT(OnDisk(), SizeIs(10));
+}
+
+TEST_F(GuardedPassTest, ManyDeletions_AreAsManyAsTheOptionsSay) {
+  for (int i = 0; i < 4; ++i) folder.File("host/F" + std::to_string(i), "x");
+  BuildAndAgree();
+  folder.Remove("host/F0").Remove("host/F1");
+  options.mostDeletions = 1;
+  options.mostDeletedShare = 0.25;
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kManyDeletions));
+  options.mostDeletedShare = 0.75;
+  EXPECT_THAT(HazardsOf(Preview()), IsEmpty());
+  options.mostDeletedShare = 0.25;
+  options.mostDeletions = 2;
+  EXPECT_EQ(Pass().outcome, kDone);
+}
+
+TEST(GuardedSyncOptions, Defaults_AreAsTheHeaderSays) {
+  const GuardedSyncOptions options;
+  EXPECT_EQ(options.onConflict, GuardedSyncOptions::ConflictRule::kKeepBoth);
+  EXPECT_EQ(options.settle, std::chrono::seconds(2));
+  EXPECT_EQ(options.mostDeletions, 10u);
+  EXPECT_EQ(options.mostDeletedShare, 0.5);
+  EXPECT_EQ(options.trashPasses, 50u);
+  EXPECT_EQ(options.trashBytes, std::uint64_t{4} << 30);
+  EXPECT_FALSE(options.inPlace);
+  EXPECT_FALSE(options.verify);
+}
+
+// By default a file that was changed less than two seconds ago is left to whoever is at it.
+TEST_F(GuardedPassTest, DefaultSettlingTime_IsTwoSeconds) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  options.settle = GuardedSyncOptions().settle;
+  const auto change = [&](std::chrono::milliseconds ago) {
+    folder.File("host/a.txt", std::to_string(ago.count()));
+    test::secondsAhead = 60;
+    std::filesystem::last_write_time(Host() / "a.txt",
+                                     std::filesystem::file_time_type::clock::now() - ago);
+    const GuardedOutcome outcome = Sync()->Pass().outcome;
+    test::secondsAhead = 0;
+    return outcome;
+  };
+  EXPECT_EQ(change(std::chrono::milliseconds(1000)), kNotNow);
+  EXPECT_EQ(change(std::chrono::milliseconds(2100)), kDone);
+}
+
+// As another user, who may read and write all but one thing: 0 when `what` holds there.
+class WithoutRights : public GuardedPair {
+ protected:
+  int AsNobody(const std::function<bool()>& what) const {
+    namespace fs = std::filesystem;
+    for (const fs::path& place : {folder.Path(), StateFolder()}) {
+      fs::permissions(place, fs::perms{0777});
+    }
+    for (const fs::path& file : {Image(), StateFolder() / "state", StateFolder() / "lock"}) {
+      fs::permissions(file, fs::perms{0666});
+    }
+    return test::RunInChild({.dropRoot = true}, [&] { return what() ? 0 : 1; });
+  }
+};
+
+TEST_F(WithoutRights, FolderThatMayNotBeListed_IsRefused) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  std::filesystem::permissions(Host(), std::filesystem::perms{0});
+  EXPECT_EQ(AsNobody([&] {
+              const GuardedReport report = Sync()->Pass({GuardedHazard::kFolderEmpty});
+              return report.outcome == kRefused &&
+                     HazardsOf(report) == std::vector{GuardedHazard::kFolderUnreadable};
+            }),
+            0);
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "a"}}));
+}
+
+TEST_F(WithoutRights, FileThatMayNotBeRead_IsRefusedAndStaysOnBothSidesWhenAccepted) {
+  folder.File("host/a.txt", "a").File("host/b.txt", "b");
+  BuildAndAgree();
+  folder.File("host/b.txt", "edited");
+  std::filesystem::permissions(Host(), std::filesystem::perms{0777});
+  std::filesystem::permissions(Host() / "a.txt", std::filesystem::perms{0});
+  EXPECT_EQ(AsNobody([&] {
+              const GuardedReport report = Sync()->Pass();
+              return report.outcome == kRefused &&
+                     HazardsOf(report) == std::vector{GuardedHazard::kEntryUnreadable} &&
+                     report.hazards[0].paths == std::vector<std::string>{"a.txt"};
+            }),
+            0);
+  EXPECT_EQ(
+      AsNobody([&] { return Sync()->Pass({GuardedHazard::kEntryUnreadable}).outcome == kDone; }),
+      0);
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "a"}, {"B.TXT", "edited"}}));
+  EXPECT_EQ(OnHost(), (FileTree{{"a.txt", "a"}, {"b.txt", "edited"}}));
+}
+
+// What lies behind the end of an index that loops is not seen: it is not taken for deleted.
+TEST_F(GuardedPassTest, DirectoryThatLoops_IsRefusedWhateverIsAccepted) {
+  for (int i = 0; i < 40; ++i) folder.File("host/d/f" + std::to_string(i), "x");
+  BuildAndAgree();
+  std::vector<std::uint8_t> bytes = test::ReadBytes(Image());
+  const std::string name = "D          ";
+  const auto slot = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
+  ASSERT_NE(slot, bytes.end());
+  const std::uint16_t first = LoadU16(&*slot + 26);
+  const std::size_t fatBytes = std::size_t{512} * LoadU16(&bytes[512 + 22]);
+  for (const std::size_t fat : {std::size_t{1024}, 1024 + fatBytes}) {
+    StoreU16(&bytes[fat + 2 * std::size_t{first}], first);
+  }
+  test::WriteBytes(Image(), bytes);
+  const GuardedReport report = Pass(
+      {GuardedHazard::kImageUnsound, GuardedHazard::kManyDeletions, GuardedHazard::kImageEmpty});
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(HazardsOf(report), testing::Contains(GuardedHazard::kImageCutShort));
+  EXPECT_THAT(OnHost(), SizeIs(40));
 }
 
 TEST_F(GuardedPassTest, KindClash_IsRefusedAndKeptApartWhenAccepted) {

@@ -48,6 +48,7 @@ std::string PathOf(int file) {
 int readsBeforeError = -1;   // of the image; negative: they succeed
 int looksBeforeChange = -1;  // at the image's status; negative: nothing happens
 std::function<void()> atThatLook;
+std::function<void()> atNextRead;  // of the image
 bool hasLeases = true;
 std::function<void()> whenTrashIsWrittenOut;  // these once
 std::function<void()> whenCopiedToTrash;
@@ -63,6 +64,7 @@ std::string fullPlace;  // a part of the paths that have so little; empty: all
 
 extern "C" ssize_t pread(int file, void* buffer, size_t size, off_t offset) {
   static const auto next = NextOf<ssize_t(int, void*, size_t, off_t)>("pread");
+  if (atNextRead && IsDisk(PathOf(file))) std::exchange(atNextRead, nullptr)();
   if (readsBeforeError < 0 || !IsDisk(PathOf(file))) return next(file, buffer, size, offset);
   if (readsBeforeError > 0) {
     --readsBeforeError;
@@ -139,6 +141,7 @@ class ImageFault : public GuardedPair {
   ~ImageFault() override {
     readsBeforeError = -1;
     looksBeforeChange = -1;
+    atNextRead = nullptr;
     test::secondsAhead = 0;
     hasLeases = true;
     whenTrashIsWrittenOut = nullptr;
@@ -178,6 +181,44 @@ TEST_F(ImageFault, DiskOfTheHostThatFails_IsNoDamageOfTheImage) {
   EXPECT_EQ(OnHost(), host);
   EXPECT_EQ(Pass().outcome, kDone);
   EXPECT_EQ(OnHost().at("a.txt"), std::string(19'000, 'n'));
+}
+
+TEST_F(ImageFault, ImageThatChangesWhileItIsRead_IsReadAgainByTheNextPass) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  GuestWrites("B.TXT", "b");
+  atNextRead = [this] { GuestWrites("C.TXT", "c"); };
+  const GuardedReport report = Sync()->Pass();
+  EXPECT_FALSE(atNextRead);
+  EXPECT_EQ(report.outcome, kNotNow);
+  EXPECT_EQ(report.message, "the image is being written just now");
+  EXPECT_EQ(OnHost(), (FileTree{{"a.txt", "a"}}));
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost(), (FileTree{{"B.TXT", "b"}, {"C.TXT", "c"}, {"a.txt", "a"}}));
+}
+
+// Whose descriptors may not be looked at, a lease tells of.
+TEST_F(ImageFault, WriterOfAnotherUser_IsFoundByALease) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs another user";
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.File("host/a.txt", "edited");
+  namespace fs = std::filesystem;
+  for (const fs::path& place : {folder.Path(), Host(), StateFolder()}) {
+    fs::permissions(place, fs::perms{0777});
+  }
+  for (const fs::path& file : {Host() / "a.txt", StateFolder() / "state", StateFolder() / "lock"}) {
+    fs::permissions(file, fs::perms{0666});
+  }
+  ASSERT_EQ(::chown(Image().c_str(), 65534, 65534), 0);  // "nobody", as which the child runs
+  Descriptor writer = OpenHostPath(Image().c_str(), O_RDWR);
+  const int status = test::RunInChild({.dropRoot = true}, [&] {
+    writer.Close();  // the parent's stays open
+    const GuardedReport report = Sync()->Pass();
+    if (report.outcome != kNotNow) return 1;
+    return report.message == "another process has the image open for writing" ? 0 : 2;
+  });
+  EXPECT_EQ(status, 0);
 }
 
 // As on network file systems.

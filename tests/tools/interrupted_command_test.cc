@@ -8,8 +8,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
@@ -32,6 +34,7 @@ using quorbix::virtdisk::test::NextOf;
 
 int callsBeforeTheEnd = -1;  // negative: nothing happens
 bool isDiskFull = false;     // from the end on; otherwise a signal comes
+int comingSignal = SIGTERM;
 
 // Whether this call fails.
 bool IsRefused() {
@@ -45,7 +48,7 @@ bool IsRefused() {
     return true;
   }
   callsBeforeTheEnd = -1;
-  ::raise(SIGTERM);
+  ::raise(comingSignal);
   return false;
 }
 
@@ -154,6 +157,7 @@ class InterruptedCommand : public ::testing::Test {
 
  private:
   static constexpr int kSilent = 99;
+  static constexpr std::array<int, 3> kSignals{SIGTERM, SIGINT, SIGHUP};
 
   int EndAtEveryCall(std::initializer_list<bool> ways, const std::vector<std::string>& command,
                      const std::function<void()>& begin, const std::function<void()>& check) {
@@ -164,6 +168,8 @@ class InterruptedCommand : public ::testing::Test {
         SCOPED_TRACE(isFull ? "full disk" : "signal");
         begin();
         const int status = RunInChild({}, [&] {
+          comingSignal = kSignals[static_cast<std::size_t>(calls) % kSignals.size()];
+          ::signal(comingSignal, SIG_DFL);  // which whoever runs the tests may ignore
           tool::EndOnSignals();
           isDiskFull = isFull;
           callsBeforeTheEnd = calls;
@@ -172,7 +178,8 @@ class InterruptedCommand : public ::testing::Test {
         });
         if (status == 0) continue;
         ++ended;
-        EXPECT_EQ(status, isFull ? 1 : 128 + SIGTERM);
+        const int came = kSignals[static_cast<std::size_t>(calls) % kSignals.size()];
+        EXPECT_EQ(status, isFull ? 1 : 128 + came);
         check();
       }
       if (ended == 0 || HasFailure()) return calls;

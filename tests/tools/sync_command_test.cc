@@ -220,6 +220,35 @@ TEST_F(SyncCommand, Conflict_IsDecidedAsAsked) {
   EXPECT_EQ(Sync({"--once", "--on-conflict", "stop"}).status, 3);
   EXPECT_EQ(Sync({"--once", "--on-conflict", "disk"}).status, 0);
   EXPECT_EQ(folder.Read("DISK/SUB/B.TXT"), "of the guest");
+
+  folder.File("DISK/SUB/B.TXT", "of the host again");
+  GuestWrites("SUB/B.TXT", "of the guest again");
+  EXPECT_EQ(Sync({"--once", "--on-conflict", "host"}).status, 0);
+  EXPECT_EQ(GuestEditor(Image()).Files().at("SUB/B.TXT"), "of the host again");
+  EXPECT_EQ(folder.Files("DISK/SUB").size(), 1u);
+
+  folder.File("DISK/SUB/B.TXT", "one");
+  GuestWrites("SUB/B.TXT", "other");
+  EXPECT_EQ(Sync({"--once", "--on-conflict", "both"}).status, 0);
+  EXPECT_EQ(folder.Read("DISK/SUB/B.TXT"), "one");
+  EXPECT_EQ(folder.Files("DISK/SUB").size(), 2u);
+}
+
+TEST_F(SyncCommand, ImageInPlace_KeepsItsInode) {
+  Sync();
+  const auto inode = [&] {
+    struct ::stat status;
+    EXPECT_EQ(::stat(Image().c_str(), &status), 0);
+    return status.st_ino;
+  };
+  const auto before = inode();
+  folder.File("DISK/C.TXT", "new\n");
+  EXPECT_EQ(Sync({"--once", "--in-place"}).status, 0);
+  EXPECT_EQ(inode(), before);
+  EXPECT_TRUE(GuestEditor(Image()).Exists("C.TXT"));
+  folder.File("DISK/C.TXT", "newer\n");
+  EXPECT_EQ(Sync().status, 0);
+  EXPECT_NE(inode(), before);
 }
 
 TEST_F(SyncCommand, Json_IsOneObjectAPass) {
