@@ -140,7 +140,7 @@ using test::GuestEditor;
 using enum GuardedOutcome;
 
 constexpr int kNeverCut = 1'000'000;
-constexpr int kShortStep = 4;
+constexpr int kShortStep = 8;
 
 struct Way {
   int number;
