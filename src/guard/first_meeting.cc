@@ -44,7 +44,7 @@ FirstMeeting MeetFirst(const fs::path& folder, const Observation& seen, WorkMoni
   // It follows links, and there may be much behind them.
   HostQueries host;
   host.list = [&](const fs::path& path) {
-    return monitor.IsStopped() ? FolderListing{.opened = true} : ListFolder(path.native());
+    return monitor.IsStopped() ? FolderListing() : ListFolder(path.native());
   };
   // Without a preview, only names that are their own short names find each other.
   if (seen.disk.empty() || !PreviewFolder(folder, host, preview, ignoredError)) return meeting;
