@@ -199,7 +199,8 @@ TEST(BuildCommand, EmptyFilesWithoutASlot_AreNamedTenTimesUnlessVerbose) {
   EXPECT_THAT(few.err, HasSubstr("\n  and 2 more; --verbose lists all\n"));
   const ProgramRun all = RunVirtdisk({"build", disk, image, "--verbose"});
   const std::string listed = RunVirtdisk({"ls", image}).out;
-  for (const auto& name : RunVirtdisk({"build", disk, image, "--json"}).Json()["droppedFiles"]) {
+  const nlohmann::json report = RunVirtdisk({"build", disk, image, "--json"}).Json();
+  for (const auto& name : report["droppedFiles"]) {
     const std::string text = name.get<std::string>();
     EXPECT_THAT(all.err, HasSubstr("\n  " + text + "\n"));
     EXPECT_THAT("\n" + listed, ::testing::Not(HasSubstr("\n" + text + "\n")));
