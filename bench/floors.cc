@@ -113,8 +113,9 @@ void ReadIntoPlaceAndWrite(const fs::path& folder, const fs::path& image, std::u
   ForEachFile(OpenFolder(folder), [&](int file, std::uint64_t size) {
     Require(size <= imageBytes - place, "fit the files");
     // Small pages for what is small: a huge one for a few bytes would be filled with zeros whole.
-    if (size >= std::uint64_t{4} << 20)
+    if (size >= std::uint64_t{4} << 20) {
       ::madvise(pages.first + place / 4096 * 4096, size, MADV_HUGEPAGE);
+    }
     ReadTo(file, pages.first + place, size);
     place += (size + clusterBytes - 1) / clusterBytes * clusterBytes;
   });

@@ -40,8 +40,9 @@ void FillRandom(std::vector<char>& bytes, std::uint64_t seed) {
 std::uint64_t StatusField(const char* name) {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
-    if (line.rfind(name, 0) == 0)
+    if (line.rfind(name, 0) == 0) {
       return std::stoull(line.substr(line.find_first_of("0123456789"))) * 1024;
+    }
   }
   return 0;
 }

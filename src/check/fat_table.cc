@@ -53,8 +53,9 @@ bool FatTable::Compare(ByteSource& image, unsigned copy, Difference& difference,
   if (other == nullptr) return false;
   for (std::size_t at = 0; at + 1 < bytes; at += fat::kWordBytes) {
     if (LoadU16(other + at) == LoadU16(words.data() + at)) continue;
-    if (difference.words++ == 0)
+    if (difference.words++ == 0) {
       difference.first = static_cast<std::uint32_t>(at / fat::kWordBytes);
+    }
   }
   return true;
 }

@@ -139,8 +139,9 @@ void TreeCheck::CheckLabel(const std::uint8_t* slot) {
 
 bool TreeCheck::TakeDotSlot(Place& place, std::uint64_t number, const std::uint8_t* slot) {
   const bool isSecond = number == 1;
-  if (!IsDirectorySlot(slot) || NameField(slot) != (isSecond ? kDotDotName : kDotName))
+  if (!IsDirectorySlot(slot) || NameField(slot) != (isSecond ? kDotDotName : kDotName)) {
     return false;
+  }
   const Node& directory = nodes[place.number];
   const std::uint16_t start = LoadU16(slot + dir_entry::kFirstCluster);
   const std::uint16_t wanted = isSecond ? nodes[directory.parent].start : directory.start;

@@ -384,8 +384,9 @@ Ending ImageContents::Read(const std::string& diskPath, const Sink& sink) {
       opened->index.Open(view.entries.at(key).firstCluster, item->second.content.size);
   std::span<const std::uint8_t> piece;
   for (;;) {
-    if (!reader.Next(piece, err))
+    if (!reader.Next(piece, err)) {
       return Ending::Failed(std::string(diskPath).append(": ").append(err));
+    }
     if (piece.empty() || !sink(piece)) return {};
   }
 }

@@ -246,8 +246,9 @@ Ending ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId,
 // a torn one knows that it has to be written once more.
 Ending ImageChange::CopyOver(int from, int to, std::uint32_t tornId) {
   std::vector<std::uint8_t> head(kHeadBytes);
-  if (ReadFully(from, head) != static_cast<std::ptrdiff_t>(head.size()))
+  if (ReadFully(from, head) != static_cast<std::ptrdiff_t>(head.size())) {
     return Cannot("read", path);
+  }
   std::vector<std::uint8_t> torn = head;
   StoreU32(torn.data() + kVolumeIdAt, tornId);
   if (!WriteAt(to, 0, torn) || ::fsync(to) != 0) return Cannot("write to the image", path);

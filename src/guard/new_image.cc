@@ -122,8 +122,9 @@ class ImageMaker {
         std::uint32_t added = 0;
         Ending ending = Add(*entry, cluster, added);
         if (!ending.IsDone()) return ending;
-        if (entry->type == EntryType::kFolder)
+        if (entry->type == EntryType::kFolder) {
           directories.emplace_back(DiskKey(entry->disk), added);
+        }
       }
     }
     return {};

@@ -385,8 +385,9 @@ Observation Apply(const Plan& plan, const Observation& observation) {
   for (const std::string& folder : plan.hostFolders) {
     after.host[folder] = {.type = EntryType::kFolder, .content = {}};
   }
-  for (const HostWrite& write : plan.hostWrites)
+  for (const HostWrite& write : plan.hostWrites) {
     after.host[write.host] = {.content = write.content};
+  }
   for (const std::string& path : plan.hostDeletions) after.host.erase(path);
   for (const std::string& path : plan.hostRemovals) after.host.erase(path);
   if (!plan.needsImage) return after;

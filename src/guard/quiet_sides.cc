@@ -134,8 +134,10 @@ std::optional<QuietSides::Folder> QuietSides::List(const fs::path& root, const s
 bool QuietSides::AreStill(const Places& places) const {
   const auto folder = StampAt(places.folder);
   if (!folder || folder->identity != root || !stateStamp) return false;
-  if (StampAt(places.image) != imageStamp || StampAt(StateFileIn(places.stateFolder)) != stateStamp)
+  if (StampAt(places.image) != imageStamp ||
+      StampAt(StateFileIn(places.stateFolder)) != stateStamp) {
     return false;
+  }
   const auto isSame = [](const Entry& before, const Entry& now) {
     if (before.name != now.name || before.isFolder != now.isFolder) return false;
     if (before.isFolder) return before.stamp.identity == now.stamp.identity;

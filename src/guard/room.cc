@@ -56,8 +56,13 @@ std::vector<std::string> UnwritableFolders(const Places& places, const Sight& si
     if (StampAt(whole) && !MayTakeAway(AT_FDCWD, whole)) unwritable.insert(ParentOf(path));
   };
   const Plan& plan = sight.plan;
-  for (const HostWrite& write : plan.hostWrites)
-    write.replaces ? takeAway(write.host) : add(write.host);
+  for (const HostWrite& write : plan.hostWrites) {
+    if (write.replaces) {
+      takeAway(write.host);
+    } else {
+      add(write.host);
+    }
+  }
   std::for_each(plan.hostFolders.begin(), plan.hostFolders.end(), add);
   std::for_each(plan.hostDeletions.begin(), plan.hostDeletions.end(), takeAway);
   std::for_each(plan.hostRemovals.begin(), plan.hostRemovals.end(), takeAway);

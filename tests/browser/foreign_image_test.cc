@@ -65,8 +65,9 @@ Names EntriesOfMdir(const std::string& table) {
   Names entries;
   std::istringstream lines(table);
   for (std::string line; std::getline(lines, line);) {
-    if (line.size() < 40 || line[0] == ' ' || line[0] == '.' || line.find('-') == line.npos)
+    if (line.size() < 40 || line[0] == ' ' || line[0] == '.' || line.find('-') == line.npos) {
       continue;
+    }
     std::string base, extension, size, date, time;
     std::istringstream(line.substr(0, 8)) >> base;
     std::istringstream(line.substr(9, 3)) >> extension;

@@ -159,8 +159,9 @@ std::string PlainBrowser::Chain(std::uint16_t start, std::vector<std::uint16_t>&
   if (start < 2 || start >= 0xFFF8) return "";
   for (std::uint16_t cluster = start;;) {
     if (!taken.insert(cluster).second) return "cluster loop detected";
-    if (ClusterOffset(cluster) + ClusterBytes() > image.size())
+    if (ClusterOffset(cluster) + ClusterBytes() > image.size()) {
       return "cluster offset out of range";
+    }
     chain.push_back(cluster);
     const std::uint64_t word = info.fatStartSector * std::uint64_t{512} + cluster * 2u;
     if (word + 1 >= image.size()) return "";

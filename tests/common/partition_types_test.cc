@@ -11,8 +11,9 @@ namespace {
 TEST(PartitionTypes, FourOfAll_AreSupported) {
   std::vector<int> supported;
   for (int type = 0; type < 256; ++type) {
-    if (partition_entry::IsSupportedType(static_cast<std::uint8_t>(type)))
+    if (partition_entry::IsSupportedType(static_cast<std::uint8_t>(type))) {
       supported.push_back(type);
+    }
   }
   EXPECT_THAT(supported, testing::ElementsAre(0x01, 0x04, 0x06, 0x0E));
 }

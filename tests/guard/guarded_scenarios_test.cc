@@ -123,8 +123,9 @@ class Scenario {
     std::string name = entry.filename();
     for (char& c : name) {
       const auto letter = static_cast<unsigned char>(c);
-      if (letter < 0x80)
+      if (letter < 0x80) {
         c = static_cast<char>(std::islower(letter) ? std::toupper(letter) : std::tolower(letter));
+      }
     }
     return name;
   }

@@ -22,8 +22,9 @@ constexpr std::size_t kSlot = 32;
 // The part of a long name that lies next to the entry of a short one, as other systems write it.
 std::string LongNameSlot(const std::string& shortName) {
   unsigned sum = 0;
-  for (const char c : shortName)
+  for (const char c : shortName) {
     sum = ((sum & 1) * 128 + sum / 2 + static_cast<unsigned char>(c)) % 256;
+  }
   std::string slot(kSlot, '\xFF');
   slot[0] = 0x41;
   slot[11] = 0x0F;

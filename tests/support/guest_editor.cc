@@ -223,8 +223,9 @@ std::vector<std::size_t> GuestEditor::Slots(std::uint16_t directory) const {
     for (std::size_t i = 0; i < count; ++i) slots.push_back(offset + i * 32);
   };
   if (directory == 0) add(rootOffset, rootSlots);
-  for (const std::uint16_t cluster : Chain(directory))
+  for (const std::uint16_t cluster : Chain(directory)) {
     add(ClusterOffset(cluster), clusterBytes / 32);
+  }
   return slots;
 }
 

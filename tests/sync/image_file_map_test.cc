@@ -136,8 +136,9 @@ TEST(BuildImageFileMap, FilesOnALoop_AreReadableUpToIt) {
 ImageCrafter OneLongChain(const std::vector<std::uint32_t>& sizes) {
   constexpr std::uint16_t kClusters = 60000;
   ImageCrafter image({.rootEntryCount = 32768, .sectorsPerFat = 256, .clusters = kClusters});
-  for (std::uint16_t i = 2; i < kClusters + 1; ++i)
+  for (std::uint16_t i = 2; i < kClusters + 1; ++i) {
     image.FatWord(i, static_cast<std::uint16_t>(i + 1));
+  }
   image.FatWord(kClusters + 1, 0xFFFF);
   for (std::size_t i = 0; i < sizes.size(); ++i) {
     image.File("F" + std::to_string(i), {.firstCluster = 2, .size = sizes[i]});

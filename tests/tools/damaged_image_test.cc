@@ -21,8 +21,9 @@ std::vector<std::uint8_t> SoundDisk() {
   ImageCrafter crafter({.clusters = 30});
   crafter.File("A.TXT", {.firstCluster = 2, .size = 1200}).Chain({2, 3, 9});
   crafter.Directory("SUB", 5).Chain({5, 6}).InCluster(5).DotEntries(5, 0);
-  for (int i = 0; i < 18; ++i)
+  for (int i = 0; i < 18; ++i) {
     crafter.File("F" + std::to_string(i), {.firstCluster = 7, .size = 9});
+  }
   crafter.Directory("IN", 8).Chain({7}).Chain({8}).InCluster(8).DotEntries(8, 5).File("E");
   return crafter.Bytes();
 }

@@ -23,8 +23,9 @@ struct ProgramRun {
   std::vector<nlohmann::json> JsonLines() const {
     std::vector<nlohmann::json> values;
     std::istringstream lines(out);
-    for (std::string line; std::getline(lines, line);)
+    for (std::string line; std::getline(lines, line);) {
       values.push_back(nlohmann::json::parse(line));
+    }
     return values;
   }
 };

@@ -85,18 +85,21 @@ bool ImageOutput::Open(const fs::path& image, bool inPlace, std::string& err) {
   if (!inPlace || LookAtOutput(path) == OutputKind::kNothing) return replacement.Create(path, err);
   struct ::stat status {};
   existing = internal::OpenHostFile(path.c_str(), O_WRONLY | O_NOFOLLOW);
-  if (!existing || ::fstat(existing.Get(), &status) != 0)
+  if (!existing || ::fstat(existing.Get(), &status) != 0) {
     return FailToWriteFile(err, path, SystemText(errno));
+  }
   if (S_ISREG(status.st_mode)) return true;
   return FailToWriteFile(err, path, kNotRegular);
 }
 
 bool ImageOutput::Write(std::span<const std::uint8_t> bytes, const MovedBytes& moved,
                         std::string& err) {
-  if (existing)
+  if (existing) {
     return WriteIntoExisting(bytes, moved) || FailToWriteFile(err, path, SystemText(errno));
-  if (!WriteInPieces(replacement.Descriptor(), bytes, moved))
+  }
+  if (!WriteInPieces(replacement.Descriptor(), bytes, moved)) {
     return FailToWriteFile(err, path, SystemText(errno));
+  }
   return replacement.Commit(err);
 }
 

@@ -54,8 +54,10 @@ void GetFile(Console& console, const OpenedImage& image, const GetOptions& optio
     return;
   }
   outcome.status = kDone;
-  if (Extractor(console, image, SettingsOf(options), entry->size, outcome).CopyFile(*entry, target))
+  if (Extractor(console, image, SettingsOf(options), entry->size, outcome)
+          .CopyFile(*entry, target)) {
     return;
+  }
   outcome.failed.push_back({entry->path, ExtractionOutcome::kExists});
   outcome.status =
       Refuse(console, target.string() + " exists", "--force replaces it; nothing was written.");

@@ -108,8 +108,9 @@ int WritePicture(Console& console, const MapOptions& options, const std::string&
   }
   std::string err;
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(drawn.data());
-  if (WriteHostFile(internal::FollowLinks(options.picture), std::span(bytes, drawn.size()), err))
+  if (WriteHostFile(internal::FollowLinks(options.picture), std::span(bytes, drawn.size()), err)) {
     return kDone;
+  }
   return Fail(console, err, "Nothing was written to " + options.picture.string() + ".");
 }
 
