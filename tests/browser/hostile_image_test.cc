@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <functional>
-#include <map>
 
 #include "browser/browser_fixture.h"
 
@@ -13,8 +12,6 @@ namespace quorbix::virtdisk::test {
 namespace {
 
 constexpr std::uint16_t kDepth = 20000;
-
-using SlotMaker = std::function<void(ImageCrafter&)>;
 
 // Runs `body` on a thread whose whole stack is 1 MiB.
 void OnSmallStack(std::function<void()> body) {
@@ -179,18 +176,8 @@ ImageCrafter ImageOf96Slots(int filesInRoot, const SlotMaker& putSlot) {
 }
 
 // What a slot holds makes no difference to what a visit costs.
-const std::map<std::string, SlotMaker> kSlotsOfEveryKind = {
-    {"file", [](ImageCrafter& image) { image.File("F"); }},
-    {"empty directory", [](ImageCrafter& image) { image.Directory("D", 0); }},
-    {"deleted", [](ImageCrafter& image) { image.DeletedSlot(); }},
-    {"long name", [](ImageCrafter& image) { image.LongNameSlot(); }},
-    {"label", [](ImageCrafter& image) { image.Label("LABEL      "); }},
-    {"dot", [](ImageCrafter& image) { image.Directory(".          ", 2); }},
-    {"blank", [](ImageCrafter& image) { image.RawSlot("        PRO", {}); }},
-};
-
 TEST(HostileImage, AsManyVisitsAsSlots_AreAllowed) {
-  for (const auto& [kind, putSlot] : kSlotsOfEveryKind) {
+  for (const auto& [kind, putSlot] : SlotsOfEveryKind()) {
     const Bytes image = ImageOf96Slots(2, putSlot).Bytes();
     ASSERT_EQ(image.size(), 96u * 32);
     EXPECT_EQ(LoadMessage(image), "") << kind;
@@ -198,7 +185,7 @@ TEST(HostileImage, AsManyVisitsAsSlots_AreAllowed) {
 }
 
 TEST(HostileImage, OneVisitMoreThanSlots_IsRefused) {
-  for (const auto& [kind, putSlot] : kSlotsOfEveryKind) {
+  for (const auto& [kind, putSlot] : SlotsOfEveryKind()) {
     EXPECT_EQ(LoadMessage(ImageOf96Slots(3, putSlot).Bytes()), "cluster loop detected") << kind;
   }
 }

@@ -12,6 +12,19 @@ constexpr std::size_t kNotChosenYet = static_cast<std::size_t>(-1);
 
 }  // namespace
 
+const std::map<std::string, SlotMaker>& SlotsOfEveryKind() {
+  static const std::map<std::string, SlotMaker> kinds = {
+      {"file", [](ImageCrafter& image) { image.File("F"); }},
+      {"empty directory", [](ImageCrafter& image) { image.Directory("D", 0); }},
+      {"deleted", [](ImageCrafter& image) { image.DeletedSlot(); }},
+      {"long name", [](ImageCrafter& image) { image.LongNameSlot(); }},
+      {"label", [](ImageCrafter& image) { image.Label("LABEL      "); }},
+      {"dot", [](ImageCrafter& image) { image.Directory(".          ", 2); }},
+      {"blank", [](ImageCrafter& image) { image.RawSlot("        PRO", {}); }},
+  };
+  return kinds;
+}
+
 std::string PaddedName(std::string_view name) {
   if (name.size() == 11) return std::string(name);
   std::string padded(11, ' ');

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -90,6 +92,10 @@ class ImageCrafter {
   std::uint16_t directory = 0;        // first cluster of the chosen directory, 0 for the root
   std::vector<std::size_t> nextSlot;  // per first cluster: slots laid out so far
 };
+
+// What puts one slot of a kind at the next position, by the kind's name.
+using SlotMaker = std::function<void(ImageCrafter&)>;
+const std::map<std::string, SlotMaker>& SlotsOfEveryKind();
 
 // "A.TXT" as the eleven bytes of a slot's name field.
 std::string PaddedName(std::string_view name);

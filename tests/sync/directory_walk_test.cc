@@ -3,9 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <map>
-
 #include "support/image_crafter.h"
 #include "sync/image_context.h"
 
@@ -388,7 +385,7 @@ TEST(WalkDirectory, DirectoriesSideBySideOnOneChain_CostNoMoreThanTheImageHolds)
 // Eight sectors, so 128 slots. Four directories begin in 5, in 4, in 3 and in 2 and go on to 5,
 // which has five slots of some kind: four times 5 visits, three times 16, twice 16, 16. The root
 // adds its directories and its files; ends do not count.
-ImageCrafter ImageOf128Slots(int filesInRoot, const std::function<void(ImageCrafter&)>& putSlot) {
+ImageCrafter ImageOf128Slots(int filesInRoot, const test::SlotMaker& putSlot) {
   ImageCrafter image({.fatCount = 1, .clusters = 4});
   image.Directory("ONE", 5).Directory("TWO", 4).Directory("THREE", 3).Directory("FOUR", 2);
   for (int i = 0; i < filesInRoot; ++i) image.File("R" + std::to_string(i));
@@ -401,18 +398,8 @@ ImageCrafter ImageOf128Slots(int filesInRoot, const std::function<void(ImageCraf
 }
 
 // What a slot holds makes no difference to what a visit costs.
-const std::map<std::string, std::function<void(ImageCrafter&)>> kKindsOfSlots = {
-    {"file", [](ImageCrafter& image) { image.File("F"); }},
-    {"empty directory", [](ImageCrafter& image) { image.Directory("D", 0); }},
-    {"deleted", [](ImageCrafter& image) { image.DeletedSlot(); }},
-    {"long name", [](ImageCrafter& image) { image.LongNameSlot(); }},
-    {"label", [](ImageCrafter& image) { image.Label("LABEL      "); }},
-    {"dot", [](ImageCrafter& image) { image.Directory(".          ", 2); }},
-    {"blank", [](ImageCrafter& image) { image.RawSlot("        PRO", {}); }},
-};
-
 TEST(WalkDirectory, AsManyVisitsAsSlots_AreAllowed) {
-  for (const auto& [kind, putSlot] : kKindsOfSlots) {
+  for (const auto& [kind, putSlot] : test::SlotsOfEveryKind()) {
     const ImageCrafter image = ImageOf128Slots(8, putSlot);
     ASSERT_EQ(image.Bytes().size(), 128u * 32);
     std::vector<DiskFile> files;
@@ -421,7 +408,7 @@ TEST(WalkDirectory, AsManyVisitsAsSlots_AreAllowed) {
 }
 
 TEST(WalkDirectory, OneVisitMoreThanSlots_CutsTheWalkShort) {
-  for (const auto& [kind, putSlot] : kKindsOfSlots) {
+  for (const auto& [kind, putSlot] : test::SlotsOfEveryKind()) {
     std::vector<DiskFile> files;
     EXPECT_FALSE(WalkDirectory(ContextOf(ImageOf128Slots(9, putSlot)), files)) << kind;
   }
