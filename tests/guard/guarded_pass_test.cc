@@ -9,7 +9,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <set>
 #include <string>
@@ -590,6 +593,33 @@ TEST_F(GuardedPassTest, WorkInPlace_IsToldWithTheCopyThatIsKept) {
                         {kWriteDisk, kImageBytes, kImageBytes},
                         {kKeep, kImageBytes, kImageBytes},
                         {kWriteDisk, kImageBytes, kImageBytes}}));
+}
+
+std::ptrdiff_t ThreadsOfThisProcess() {
+  std::filesystem::directory_iterator threads("/proc/self/task");
+  return std::distance(begin(threads), end(threads));
+}
+
+// Asked from inside, while every kind of work is under way.
+TEST_F(GuardedPassTest, Pass_HasNoThreadOfItsOwn) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.File("host/b.txt", "b");
+  GuestWrites("C.TXT", "c");
+  const std::ptrdiff_t before = ThreadsOfThisProcess();
+  std::set<GuardedWork> seen;
+  options.onProgress = [&](const GuardedProgress& progress) {
+    seen.insert(progress.work);
+    EXPECT_EQ(ThreadsOfThisProcess(), before);
+  };
+  const auto sync = Sync();
+  EXPECT_EQ(sync->Pass().outcome, kDone);
+  using enum GuardedWork;
+  EXPECT_EQ(seen,
+            (std::set{kReadFolder, kReadDisk, kWriteFolder, kMakeDisk, kWriteDisk, kCheckDisk}));
+  EXPECT_EQ(ThreadsOfThisProcess(), before);
+  EXPECT_EQ(sync->Preview().outcome, kNothingToDo);
+  EXPECT_EQ(ThreadsOfThisProcess(), before);
 }
 
 TEST_F(GuardedPassTest, RemovedFolderThatHoldsMore_StaysAndIsTold) {

@@ -14,6 +14,7 @@
 
 #include "guard/guarded_pair.h"
 #include "support/child_process.h"
+#include "support/clock_ahead.h"
 #include "sync/sync_pass.h"
 
 // What people have lost with the plain synchroniser, each in two parts: that it does lose it, so
@@ -34,6 +35,8 @@ using enum GuardedHazard;
 
 class Losses : public GuardedPair {
  protected:
+  ~Losses() override { test::secondsAhead = 0; }
+
   void PlainPass() { RunSyncPass(Image(), Host(), plainState); }
   // What was agreed on is forgotten.
   void RestartPlain() { plainState = SyncState(); }
@@ -438,6 +441,56 @@ TEST_F(Losses, GuestThatIsWriting_PlainTakesAMixture) {
   fs::last_write_time(Image(), earlier + std::chrono::seconds(1));
   PlainPass();
   EXPECT_EQ(OnHost().at("A.TXT"), std::string(512, 'n') + std::string(488, 'o'));
+}
+
+// Where the content of a file lies that says "ooo...".
+::off_t PlaceOfOldBytes(const fs::path& image) {
+  const std::vector<std::uint8_t> bytes = test::ReadBytes(image);
+  const auto content = std::search_n(bytes.begin(), bytes.end(), 1000, std::uint8_t{'o'});
+  EXPECT_NE(content, bytes.end());
+  return content - bytes.begin();
+}
+
+void WriteNewBytes(int image, ::off_t at, std::size_t size) {
+  const std::string bytes(size, 'n');
+  EXPECT_EQ(::pwrite(image, bytes.data(), size, at), static_cast<::ssize_t>(size));
+}
+
+TEST_F(Losses, GuestThatIsWriting_GuardedWaitsForAndTakesTheWhole) {
+  folder.File("host/A.TXT", std::string(1000, 'o'));
+  BuildAndAgree();
+  const ::off_t place = PlaceOfOldBytes(Image());
+  const int guest = ::open(Image().c_str(), O_WRONLY | O_CLOEXEC);
+  WriteNewBytes(guest, place, 512);
+  const GuardedReport report = Sync()->Pass();
+  EXPECT_EQ(report.outcome, kNotNow);
+  EXPECT_THAT(report.message, HasSubstr("has the image open for writing"));
+  EXPECT_EQ(OnHost(), (FileTree{{"A.TXT", std::string(1000, 'o')}}));
+  WriteNewBytes(guest, place + 512, 488);
+  ::close(guest);
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost(), (FileTree{{"A.TXT", std::string(1000, 'n')}}));
+}
+
+// Nobody has the image open when the pass comes: what has changed just now is left to settle.
+TEST_F(Losses, GuestThatWritesInTwoGoes_GuardedWaitsForAndTakesTheWhole) {
+  folder.File("host/A.TXT", std::string(1000, 'o'));
+  BuildAndAgree();
+  fs::last_write_time(Host(), fs::file_time_type::clock::now() - std::chrono::hours(2));
+  options.settle = std::chrono::minutes(1);
+  const ::off_t place = PlaceOfOldBytes(Image());
+  for (const auto& [begin, size] : {std::pair{0, 512}, std::pair{512, 488}}) {
+    const int guest = ::open(Image().c_str(), O_WRONLY | O_CLOEXEC);
+    WriteNewBytes(guest, place + begin, static_cast<std::size_t>(size));
+    ::close(guest);
+    const GuardedReport report = Sync()->Pass();
+    EXPECT_EQ(report.outcome, kNotNow);
+    EXPECT_EQ(report.message, "the image is being changed just now");
+    EXPECT_EQ(OnHost(), (FileTree{{"A.TXT", std::string(1000, 'o')}}));
+  }
+  test::secondsAhead = 120;
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost(), (FileTree{{"A.TXT", std::string(1000, 'n')}}));
 }
 
 TEST_F(Losses, GuestThatHasTheImageOpen_IsWaitedFor) {
