@@ -138,12 +138,15 @@ constexpr std::string_view kPartEnding = ".part";
 struct PassSize {
   std::uint64_t bytes = 0;  // of what the files say
   std::uint64_t room = 0;   // that goes back to the file system with them
-  bool isEmpty = true;      // nothing has come into it that is whole
+  bool isEmpty = false;     // nothing has come into it that is whole
 };
 
 PassSize SizeOf(const fs::path& folder) {
   PassSize size;
-  for (const ListedEntry& entry : ListFolder(folder.native()).entries) {
+  const FolderListing listing = ListFolder(folder.native());
+  // One that cannot be listed now may hold anything.
+  size.isEmpty = listing.opened && !listing.error;
+  for (const ListedEntry& entry : listing.entries) {
     if (entry.name != kManifestName && !entry.name.ends_with(kPartEnding)) size.isEmpty = false;
     struct ::stat status;
     const bool isFile =

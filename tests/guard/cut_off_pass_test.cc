@@ -10,6 +10,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -170,6 +171,7 @@ void KillAfter(std::chrono::microseconds time) {
 class CutOffPass : public testing::TestWithParam<Way> {
  protected:
   void SetUp() override {
+    countsOpenings = false;
     options.settle = std::chrono::milliseconds(0);
     options.inPlace = GetParam().inPlace;
     options.trashPasses = 1;  // what is cut off, and what ends it, count as one
@@ -327,6 +329,24 @@ class CutOffPass : public testing::TestWithParam<Way> {
     EXPECT_GE(calls, 50);
   }
 
+  // The pass deletes what one side has deleted, and nothing that could not be read just then.
+  void ExpectOnlyPlannedDeletions() const {
+    Contents host;
+    AddFolder(Host(), host);
+    Contents disk;
+    AddDisk(Image(), disk);
+    const auto holdsOneOf = [](const Contents& side, const Contents& versions) {
+      return std::any_of(versions.begin(), versions.end(),
+                         [&](const std::string& version) { return side.contains(version); });
+    };
+    for (const Contents& file : {Contents{"h1", "h2"}, {"g1", "g2"}, {"c2", "c3"}}) {
+      EXPECT_TRUE(holdsOneOf(host, file)) << *file.begin() << " is gone from the folder";
+      EXPECT_TRUE(holdsOneOf(disk, file)) << *file.begin() << " is gone from the disk";
+    }
+    EXPECT_TRUE(host.contains("n1"));
+    EXPECT_TRUE(disk.contains("m1"));
+  }
+
   fs::path Root() const { return memory.Path() / "pair"; }
   fs::path Host() const { return Root() / "host"; }
   fs::path Image() const { return Root() / "disk/DISK.IMG"; }
@@ -392,6 +412,44 @@ TEST_P(CutOffPass, FullDiskAtAnyCall_LosesNothingAndIsEndedByTheNext) {
 
 TEST_P(CutOffPass, NoPermissionAtAnyCall_LosesNothingAndIsEndedByTheNext) {
   EXPECT_GE(CutAtEveryCall([] { return EACCES; }), 50);
+}
+
+bool TellsOfSomethingUnread(const GuardedReport& report) {
+  return std::any_of(report.notes.begin(), report.notes.end(),
+                     [](const GuardedNote& note) { return note.text.starts_with("cannot be "); });
+}
+
+// One that has been refused something that it can do without is a whole one; what is new and cannot
+// be read is left for the next.
+TEST_P(CutOffPass, NoPermissionAtAnyOpening_IsNoDeletion) {
+  constexpr int kEnded = 0;
+  constexpr int kGaveUp = 1;
+  constexpr int kDidAll = 2;
+  options.trashPasses = 3;
+  countsOpenings = true;
+  int calls = FirstCall();
+  int gaveUp = 0;
+  for (int status = -1; status != kEnded && !HasFailure(); calls += Step()) {
+    SCOPED_TRACE("refused at call " + std::to_string(calls));
+    Begin();
+    status = test::RunInChild({}, [&] {
+      callsBeforeTheEnd = calls;
+      atThatCall = [] { return EACCES; };
+      canExchange = GetParam().canExchange;
+      const GuardedReport report = Pass();
+      if (callsBeforeTheEnd >= 0) return kEnded;
+      return report.outcome == kDone && !TellsOfSomethingUnread(report) ? kDidAll : kGaveUp;
+    });
+    ASSERT_LE(status, kDidAll);
+    ExpectOnlyPlannedDeletions();
+    if (status == kGaveUp) ++gaveUp;
+    if (status == kDidAll) {
+      EXPECT_EQ(Pass().outcome, kNothingToDo);
+    }
+    ExpectMended();
+  }
+  EXPECT_GE(calls, 100);
+  EXPECT_GE(gaveUp, 10);
 }
 
 TEST_P(CutOffPass, StopAtAnyCall_LosesNothingAndIsEndedByTheNext) {

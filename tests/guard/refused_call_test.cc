@@ -36,9 +36,10 @@ namespace {
 using quorbix::virtdisk::test::NextOf;
 
 // Is asked before each call: the error with which it fails, or 0. Its own calls are not asked
-// about.
+// about. "open" is an openat that makes nothing.
 using Answer = std::function<int(std::string_view call, const std::string& path)>;
 Answer answer;
+std::string locksOfTheSystem;  // a file that is read in place of /proc/locks; empty: that itself
 std::set<std::size_t> flippedBytes;  // offsets in new images, whose lowest bit is read as another
 bool sharesFiles = false;            // whether the file system has FICLONE
 int shared = 0;
@@ -78,7 +79,10 @@ extern "C" int openat(int folder, const char* path, int flags, ...) {
   const int mode = va_arg(rest, int);
   va_end(rest);
   const bool isMade = (flags & O_CREAT) != 0;
-  if (isMade && answer && IsRefused("openat", PathIn(folder, path))) return -1;
+  if (answer && IsRefused(isMade ? "openat" : "open", PathIn(folder, path))) return -1;
+  if (!locksOfTheSystem.empty() && path == std::string_view("/proc/locks")) {
+    path = locksOfTheSystem.c_str();
+  }
   return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
 }
 
@@ -156,6 +160,7 @@ class RefusedCall : public GuardedPair {
  protected:
   ~RefusedCall() override {
     answer = nullptr;
+    locksOfTheSystem.clear();
     flippedBytes.clear();
     sharesFiles = false;
     shared = 0;
@@ -383,6 +388,37 @@ TEST_P(RefusedFlush, AtEveryPlace_LosesNothingAndIsEndedByTheNextPass) {
 
 INSTANTIATE_TEST_SUITE_P(Ways, RefusedFlush, testing::Bool(),
                          [](const auto& way) { return way.param ? "InPlace" : "Renamed"; });
+
+// --- the trash
+
+// As when the process has too many files open for a moment.
+TEST_F(RefusedCall, TrashThatCannotBeOpenedAtAnyTime_IsNotTakenForEmpty) {
+  int refused = 0;
+  for (bool wasRefused = true; wasRefused && !HasFailure();) {
+    SCOPED_TRACE("after " + std::to_string(refused) + " openings");
+    fs::remove_all(folder.Path());
+    folder.File("host/a.txt", "a").File("host/drop.txt", "d").File("host/edit.txt", "e1");
+    BuildAndAgree();
+    GuestRemoves("DROP.TXT");
+    GuestWrites("EDIT.TXT", "e2");
+    folder.File("host/a.txt", "a2");
+    int openings = 0;
+    answer = [&](std::string_view call, const std::string& path) {
+      const bool isTrash = call == "open" && path.find(".sync/trash") != std::string::npos;
+      return isTrash && openings++ == refused ? EMFILE : 0;
+    };
+    Sync()->Pass();
+    answer = nullptr;
+    wasRefused = openings > refused++;
+    const GuardedReport next = Pass();
+    EXPECT_TRUE(next.outcome == kDone || next.outcome == kNothingToDo) << next.message;
+    EXPECT_EQ(OnHost(), (FileTree{{"a.txt", "a2"}, {"edit.txt", "e2"}}));
+    Contents after;
+    AddTrash(StateFolder(), after);
+    ExpectAllIn({"a", "d", "e1"}, after);
+  }
+  EXPECT_GE(refused, 5);
+}
 
 // --- locks
 
