@@ -168,8 +168,8 @@ class GuardedFolderSync final : public IGuardedFolderSync {
   }
 
   void CarryOut(const Places& places, const Sight& sight, WorkMonitor& monitor,
-                GuardedReport& report) const {
-    GuardedPass pass(places, options, sight, monitor);
+                GuardedReport& report) {
+    GuardedPass pass(places, options, sight, folderLock, monitor);
     const Ending ending = pass.Run();
     for (GuardedStep& step : report.steps) step.isDone = pass.IsDone(step);
     if (!ending.IsDone()) {

@@ -34,10 +34,11 @@ bool IsAnother(const ImageFacts& image, std::uint32_t volumeId) {
 }  // namespace
 
 GuardedPass::GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsOptions,
-                         const Sight& whatIsSeen, WorkMonitor& workMonitor)
+                         const Sight& whatIsSeen, FolderLock& lock, WorkMonitor& workMonitor)
     : places(itsPlaces),
       options(itsOptions),
       sight(whatIsSeen),
+      folderLock(lock),
       monitor(workMonitor),
       when(LocalTimeText(NowNanoseconds())),
       trash(itsPlaces.stateFolder, when),
@@ -147,19 +148,10 @@ State GuardedPass::StateBegun() const {
 }
 
 Ending GuardedPass::ChangeHost() {
-  if (sight.facts.onHost.state == FolderFacts::State::kMissing) {
-    std::error_code failed;
-    fs::create_directories(places.folder, failed);
-    if (failed) {
-      return Ending::Failed("cannot make " + places.folder.string() + " (" + failed.message() +
-                            ")");
-    }
-    // From now on it is the folder that is known, however far this pass comes.
-    Ending saved = Save(StateBegun());
-    if (!saved.IsDone()) return saved;
-  }
+  const bool isMissing = sight.facts.onHost.state == FolderFacts::State::kMissing;
   const Plan& plan = sight.plan;
-  Ending ending = host.SweepLeftovers(sight.host.leftovers);
+  Ending ending = isMissing ? MakeHostFolder() : Ending{};
+  if (ending.IsDone()) ending = host.SweepLeftovers(sight.host.leftovers);
   if (ending.IsDone()) ending = host.MakeFolders(plan.hostFolders);
   if (ending.IsDone() && !plan.hostWrites.empty()) {
     ImageContents contents(places.image, sight.disk);
@@ -170,6 +162,18 @@ Ending GuardedPass::ChangeHost() {
   if (ending.IsDone()) ending = host.DeleteFiles(plan.hostDeletions);
   if (ending.IsDone()) ending = host.RemoveFolders(plan.hostRemovals);
   return ending;
+}
+
+Ending GuardedPass::MakeHostFolder() {
+  std::error_code failed;
+  fs::create_directories(places.folder, failed);
+  if (failed) {
+    return Ending::Failed("cannot make " + places.folder.string() + " (" + failed.message() + ")");
+  }
+  std::string err;
+  if (!folderLock.Take(places.folder, err)) return Ending::Busy(err);
+  // From now on it is the folder that is known, however far this pass comes.
+  return Save(StateBegun());
 }
 
 Ending GuardedPass::ChangeImage() {

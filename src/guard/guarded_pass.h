@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "guard/folder_lock.h"
 #include "guard/host_changes.h"
 #include "guard/sight.h"
 #include "guard/state.h"
@@ -25,9 +26,10 @@ namespace quorbix::virtdisk::internal::guard {
 // Between 4 and 5 the volume id of the image tells that the pending state holds.
 class GuardedPass {
  public:
-  // The sight is whole, has a plan, and no hazard stands. Everything has to outlive this.
+  // The sight is whole, has a plan, and no hazard stands. `lock` is taken of a folder that the pass
+  // makes. Everything has to outlive this.
   GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsOptions,
-              const Sight& whatIsSeen, WorkMonitor& workMonitor);
+              const Sight& whatIsSeen, FolderLock& lock, WorkMonitor& workMonitor);
 
   [[nodiscard]] Ending Run();
 
@@ -44,6 +46,7 @@ class GuardedPass {
   Ending SavePending();
   State StateBegun() const;
   Ending ChangeHost();
+  Ending MakeHostFolder();
   Ending ChangeImage();
   Ending Finish();
   void Doubt(const std::string& path);
@@ -55,6 +58,7 @@ class GuardedPass {
   const Places& places;
   const GuardedSyncOptions& options;
   const Sight& sight;
+  FolderLock& folderLock;
   WorkMonitor& monitor;
   const std::string when;
   TrashRun trash;

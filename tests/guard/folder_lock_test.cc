@@ -1,12 +1,18 @@
 // Two that work on one folder of the host and remember it in different places.
 
+#include "guard/folder_lock.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "guard/guarded_pair.h"
 #include "support/child_process.h"
@@ -73,6 +79,48 @@ TEST_F(TwoOnOneFolder, SecondInAnotherProcess_IsToldWhoIsFirst) {
   EXPECT_EQ(status, 0);
 }
 
+// Another process that has the lock of a folder.
+class Holder {
+ public:
+  explicit Holder(const fs::path& held) {
+    std::array<int, 2> told{};
+    EXPECT_EQ(::pipe(told.data()), 0);
+    process = ::fork();
+    if (process == 0) {
+      FolderLock lock;
+      std::string err;
+      const bool taken = lock.Take(held, err);
+      if (taken && ::write(told[1], "h", 1) == 1) ::pause();
+      ::_exit(1);
+    }
+    ::close(told[1]);
+    char holds = 0;
+    EXPECT_EQ(::read(told[0], &holds, 1), 1);
+    ::close(told[0]);
+  }
+  ~Holder() {
+    ::kill(process, SIGKILL);
+    ::waitpid(process, nullptr, 0);
+  }
+  Holder(const Holder&) = delete;
+  Holder& operator=(const Holder&) = delete;
+
+  ::pid_t Process() const { return process; }
+
+ private:
+  ::pid_t process = -1;
+};
+
+TEST_F(TwoOnOneFolder, FirstInAnotherProcess_IsNamedUntilItHasEnded) {
+  first.reset();
+  auto other = std::make_unique<Holder>(Host());
+  const GuardedReport report = Other()->Pass();
+  EXPECT_EQ(report.outcome, kNotNow);
+  EXPECT_EQ(report.message, HeldBy(other->Process()));
+  other.reset();
+  EXPECT_EQ(Other()->Pass().outcome, kNothingToDo);
+}
+
 TEST_F(TwoOnOneFolder, Preview_IsNobodysBusiness) {
   EXPECT_EQ(Other()->Preview().outcome, kNothingToDo);
   const auto second = Other();
@@ -100,6 +148,24 @@ TEST_F(TwoOnOneFolder, FolderThatIsGone_IsLetGo) {
   EXPECT_THAT(Other("moved")->Pass().message, HasSubstr("keeps the folder"));
   EXPECT_EQ(first->Pass().outcome, kRefused);
   EXPECT_EQ(Other("moved")->Pass().outcome, kNothingToDo);
+}
+
+TEST_F(TwoOnOneFolder, FolderThatAPassHasMade_IsLockedAtOnce) {
+  fs::remove_all(Host());
+  std::vector<GuardedReport> others;
+  options.onProgress = [&](const GuardedProgress& progress) {
+    if (progress.work == GuardedWork::kWriteFolder) others.push_back(Other()->Pass());
+  };
+  first.reset();
+  first = Sync();
+  EXPECT_EQ(first->Pass({GuardedHazard::kFolderMissing}).outcome, kDone);
+  ASSERT_FALSE(others.empty());
+  for (const GuardedReport& other : others) {
+    EXPECT_EQ(other.outcome, kNotNow);
+    EXPECT_EQ(other.message, HeldBy(::getpid()));
+  }
+  EXPECT_EQ(Other()->Pass().message, HeldBy(::getpid()));
+  EXPECT_EQ(OnHost(), (FileTree{{"a.txt", "a"}, {"b.txt", "b"}}));
 }
 
 // Nobody locks the image: its id tells.

@@ -389,7 +389,9 @@ TEST_F(GuardedPassTest, FolderThatIsReplacedMeanwhile_IsNotAgreedOn) {
   const Sight sight = Look(places, options, known, nobody);
   std::filesystem::rename(Host(), folder / "moved");
   folder.Folder("host");
-  EXPECT_EQ(GuardedPass(places, options, sight, nobody).Run().result, Ending::Result::kBusy);
+  FolderLock lock;
+  EXPECT_EQ(GuardedPass(places, options, sight, lock, nobody).Run().result,
+            Ending::Result::kBusy);
   EXPECT_THAT(HazardsOf(Pass()), testing::Contains(GuardedHazard::kFolderReplaced));
 }
 
@@ -415,7 +417,9 @@ TEST_F(GuardedPassTest, ImageThatIsOpenedMeanwhile_LeavesNoNewOneBehind) {
   WorkMonitor nobody;
   const Sight sight = Look(places, options, known, nobody);
   const Descriptor guest = OpenHostFile(Image().c_str(), O_RDWR);
-  EXPECT_EQ(GuardedPass(places, options, sight, nobody).Run().result, Ending::Result::kBusy);
+  FolderLock lock;
+  EXPECT_EQ(GuardedPass(places, options, sight, lock, nobody).Run().result,
+            Ending::Result::kBusy);
   for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
     EXPECT_FALSE(entry.path().filename().string().starts_with(".")) << entry.path();
   }
