@@ -10,11 +10,15 @@ namespace {
 
 constexpr char kMark[] = "disk";
 constexpr std::size_t kLongestName = 255;  // bytes, of the usual file systems
+// What is longer behind a dot is no extension but the rest of a title, and may be cut.
+constexpr std::size_t kLongestExtension = 32;
 
 // Where the mark goes: before the extension, and behind a name that begins with its only dot.
 std::size_t ExtensionOf(const std::string& name) {
   const std::size_t dot = name.rfind('.');
-  return dot == std::string::npos || dot == 0 ? name.size() : dot;
+  const bool isNone =
+      dot == std::string::npos || dot == 0 || name.size() - dot - 1 > kLongestExtension;
+  return isNone ? name.size() : dot;
 }
 
 // The beginning of a text, of at most `size` bytes, that does not end within a character.

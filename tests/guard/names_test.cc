@@ -73,6 +73,20 @@ TEST(HostNames, LongName_IsCutBetweenCharacters) {
   EXPECT_EQ(taken.size() % 2, (std::string(" (disk).x").size()) % 2);  // whole characters
 }
 
+TEST(HostNames, TitleWithAnEarlyDot_IsCutAtItsEnd) {
+  const std::string when = "2026-11-21 17.20.05";
+  const std::string mark = " (disk " + when + ")";
+  HostNames names;
+  EXPECT_EQ(names.TakeBeside("a." + std::string(32, 'x'), when),
+            "a" + mark + "." + std::string(32, 'x'));
+  EXPECT_EQ(names.TakeBeside("a." + std::string(33, 'x'), when),
+            "a." + std::string(33, 'x') + mark);
+  const std::string title = "a." + std::string(250, 'x');
+  const std::string beside = names.TakeBeside("d/" + title, when);
+  EXPECT_EQ(beside, "d/a." + std::string(253 - mark.size(), 'x') + mark);
+  EXPECT_TRUE(IsBeside(beside, "d/" + title));
+}
+
 TEST(IsBeside, WhatTakeBesideGives_IsAndOthersAreNot) {
   EXPECT_TRUE(IsBeside("d/Letter (disk 2026-11-21 17.20.05).doc", "d/Letter.doc"));
   EXPECT_TRUE(IsBeside("Letter (disk 2026-11-21 17.20.05 2)", "Letter"));
