@@ -285,6 +285,25 @@ TEST_F(GuardedPassTest, RenameInLetterCaseAlone_ChangesNothingOnTheDisk) {
   EXPECT_EQ(OnHost().at("NOTE.TXT"), "of the guest");
 }
 
+// Some machines store names in lower case.
+TEST_F(GuardedPassTest, EditOfWhatTheGuestHadInLowerCaseAndHasDeleted_OutweighsTheDeletion) {
+  folder.File("host/a.txt", "a").File("host/xbc.txt", "x").File("host/docs/b.txt", "b");
+  BuildImage();
+  std::string image = test::ReadWholeFile(Image());
+  image.replace(image.find("XBC     TXT"), 3, "xbc");
+  image.replace(image.find("DOCS       "), 4, "docs");
+  test::WriteWholeFile(Image(), image);
+  ASSERT_EQ(Pass().outcome, kNothingToDo);
+  GuestRemoves("xbc.TXT");
+  GuestRemoves("docs/B.TXT");
+  folder.File("host/xbc.txt", "edited").File("host/docs/b.txt", "edited too");
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kDone) << report.message;
+  EXPECT_EQ(OnDisk(),
+            (FileTree{{"A.TXT", "a"}, {"XBC.TXT", "edited"}, {"docs/B.TXT", "edited too"}}));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
 TEST_F(GuardedPassTest, DeletionInAFolderRenamedInLetterCase_IsADeletion) {
   for (const char* number : {"1", "2", "3"}) {
     folder.File(std::string("host/Docs/Letter number ") + number + ".txt", number);
