@@ -53,6 +53,9 @@ struct Observation {
   // Entries of the folder that take no part, by path: names that begin with ".", links to folders,
   // devices. Their names are taken, and folders that hold them are not empty.
   std::set<std::string> hostLeftOut{};
+  // Links whose files a pass is about to delete, as the disk asks, and which the disk has as files
+  // of their own that nobody has deleted.
+  std::set<std::string> hostCutLinks{};
 };
 
 // A host path and the disk path that stand for each other, and what both sides last agreed on.

@@ -86,6 +86,7 @@ class Planner {
     if (row.onDisk && !row.onDisk->isReadable) {
       return {row.onHost ? FileAction::kToDisk : FileAction::kLose};
     }
+    if (row.onDisk && observation.hostCutLinks.contains(row.host)) return {FileAction::kToHost};
     const auto host = VersionOf(row.onHost);
     const auto disk = VersionOf(row.onDisk);
     const auto agreed = VersionOf(row.agreed);
@@ -353,6 +354,17 @@ class LinkFuture {
   std::set<std::string> deleted;
 };
 
+// What the guest has of a link is a file: it stays, and takes the link's place.
+bool IsOnDisk(const std::string& host, const Plan& plan, const Observation& observation) {
+  const auto pair =
+      std::lower_bound(plan.after.pairs.begin(), plan.after.pairs.end(), host,
+                       [](const Pair& p, const std::string& h) { return p.host < h; });
+  if (pair == plan.after.pairs.end() || pair->host != host) return false;
+  const auto item = observation.disk.find(DiskKey(pair->disk));
+  return item != observation.disk.end() && item->second.type == EntryType::kFile &&
+         item->second.isReadable;
+}
+
 }  // namespace
 
 Plan MakePlan(const Observation& observation, const Memory& memory, const Pairing& pairing,
@@ -368,7 +380,9 @@ bool ForeseeLinks(const FileLinks& links, const Plan& plan, Observation& observa
     const auto item = observation.host.find(link);
     if (item == observation.host.end()) continue;
     const std::optional<Content> written = future.WrittenBehind(link);
-    if (future.IsCut(link)) {
+    if (future.IsCut(link) && IsOnDisk(link, plan, observation)) {
+      isNews = observation.hostCutLinks.insert(link).second || isNews;
+    } else if (future.IsCut(link)) {
       observation.host.erase(item);
       observation.hostLeftOut.insert(link);
       isNews = true;

@@ -70,7 +70,8 @@ using FileLinks = std::map<std::string, FileLink>;  // by path
 
 // What links show when the plan has been carried out is what it has to be made for: tells in
 // `observation` what becomes of those whose files the plan writes or deletes. False when that is
-// what it says already.
+// what it says already. Those that lead nowhere before are not foreseen: where the plan writes what
+// they name, they are new to the next pass.
 bool ForeseeLinks(const FileLinks& links, const Plan& plan, Observation& observation);
 
 // Both sides as they are when the plan has been carried out.

@@ -285,6 +285,50 @@ TEST_F(GuardedPassTest, RenameInLetterCaseAlone_ChangesNothingOnTheDisk) {
   EXPECT_EQ(OnHost().at("NOTE.TXT"), "of the guest");
 }
 
+// --- links
+
+TEST_F(GuardedPassTest, DeletionOfWhatALinkLeadsTo_LeavesTheGuestTheFileThatItHasOfTheLink) {
+  folder.File("host/a.txt", "one").File("host/c.txt", "c");
+  folder.Link("host/b.txt", "a.txt").Link("host/sub/d.txt", "../b.txt");
+  BuildAndAgree();
+  GuestRemoves("A.TXT");
+  EXPECT_EQ(Pass().outcome, kDone);
+  const FileTree host{{"b.txt", "one"}, {"c.txt", "c"}, {"sub/d.txt", "one"}};
+  EXPECT_EQ(OnHost(), host);
+  EXPECT_EQ(OnDisk(), (FileTree{{"B.TXT", "one"}, {"C.TXT", "c"}, {"SUB/D.TXT", "one"}}));
+  std::vector<TrashedItem> items;
+  std::string err;
+  ASSERT_TRUE(ListTrash(StateFolder(), items, err)) << err;
+  ASSERT_EQ(items.size(), 3u);  // with the links
+  EXPECT_EQ(items[2].path, "a.txt");
+  EXPECT_EQ(test::ReadWholeFile(StateFolder() / "trash" / items[2].id), "one");
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+// The disk has nothing of its own of it yet.
+TEST_F(GuardedPassTest, DeletionOfWhatANewLinkLeadsTo_LeavesItLeadingNowhere) {
+  folder.File("host/a.txt", "one").File("host/c.txt", "c");
+  BuildAndAgree();
+  folder.Link("host/b.txt", "a.txt");
+  GuestRemoves("A.TXT");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost(), (FileTree{{"c.txt", "c"}}));
+  EXPECT_EQ(OnDisk(), (FileTree{{"C.TXT", "c"}}));
+  EXPECT_TRUE(folder.Exists("host/b.txt"));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+TEST_F(GuardedPassTest, DeletionOnBothSidesOfALinksTwins_IsADeletionOfBoth) {
+  folder.File("host/a.txt", "one").File("host/c.txt", "c").Link("host/b.txt", "a.txt");
+  BuildAndAgree();
+  GuestRemoves("A.TXT");
+  GuestRemoves("B.TXT");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost(), (FileTree{{"c.txt", "c"}}));
+  EXPECT_FALSE(folder.Exists("host/b.txt"));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
 // Some machines store names in lower case.
 TEST_F(GuardedPassTest, EditOfWhatTheGuestHadInLowerCaseAndHasDeleted_OutweighsTheDeletion) {
   folder.File("host/a.txt", "a").File("host/xbc.txt", "x").File("host/docs/b.txt", "b");
