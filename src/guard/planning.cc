@@ -83,6 +83,7 @@ class Planner {
 
   Decision Decide(const Row& row) const {
     if (row.onHost && !row.onHost->isReadable) return {FileAction::kLeaveAlone};
+    if (IsNewWhereNothingCanBeSeen(row)) return {FileAction::kLeaveAlone};
     if (row.onDisk && !row.onDisk->isReadable) {
       return {row.onHost ? FileAction::kToDisk : FileAction::kLose};
     }
@@ -102,6 +103,16 @@ class Planner {
         return {host ? FileAction::kToDisk : FileAction::kDeleteOnDisk};
     }
     return {};
+  }
+
+  // On the disk, below a folder that cannot be listed, and so not written to by its path either.
+  bool IsNewWhereNothingCanBeSeen(const Row& row) const {
+    if (row.onHost || !row.onDisk) return false;
+    for (std::string path = ParentOf(row.host); !path.empty(); path = ParentOf(path)) {
+      const auto folder = observation.host.find(path);
+      if (folder != observation.host.end() && !folder->second.isReadable) return true;
+    }
+    return false;
   }
 
   Decision DecideConflict(const Row& row) const {
@@ -260,6 +271,11 @@ class Planner {
   }
 
   void PlanFolder(const Row& row) {
+    if (IsNewWhereNothingCanBeSeen(row)) {
+      plan.tree.push_back({row.disk, row.host, EntryType::kFolder, {}, false});
+      plan.after.pairs.push_back({row.host, row.disk, EntryType::kFolder, std::nullopt});
+      return;
+    }
     const bool isNewOrOnBoth = (row.onHost && row.onDisk) || !row.agreed;
     if (!isNewOrOnBoth && !lively.contains(row.host)) return RemoveFolder(row);
     NoteLife(row.host);

@@ -293,5 +293,27 @@ TEST(Planning, EveryCombinationOfThreeFiles_LeavesNothingToDoAfterwards) {
   }
 }
 
+TEST(MakePlan, WhatIsNewOnTheDiskInAFolderThatCannotBeListed_StaysThereAlone) {
+  const Observation seen = Seen({{"docs/", '?'}, {"docs/a.txt", '?'}}, {{"DOCS/", 'f'},
+                                                                        {"DOCS/A.TXT", 'a'},
+                                                                        {"DOCS/NEW.TXT", 'n'},
+                                                                        {"DOCS/SUB/", 'f'},
+                                                                        {"DOCS/SUB/NEW.TXT", 'n'}});
+  const Memory memory = Knows({{"docs/", "DOCS/", 'f'}, {"docs/a.txt", "DOCS/A.TXT", 'a'}});
+  const Plan plan = Planned(seen, memory);
+  EXPECT_THAT(StepsOf(plan), IsEmpty());
+  EXPECT_FALSE(plan.needsImage);
+  std::vector<std::string> tree;
+  for (const TreeEntry& entry : plan.tree) {
+    tree.push_back(entry.disk);
+    EXPECT_TRUE(entry.type == EntryType::kFolder || entry.isFromOldImage) << entry.disk;
+  }
+  EXPECT_THAT(tree,
+              ElementsAre("DOCS", "DOCS/A.TXT", "DOCS/NEW.TXT", "DOCS/SUB", "DOCS/SUB/NEW.TXT"));
+  EXPECT_EQ(plan.after.pairs.size(), 5u);
+  // Once both have been named, nothing else comes of it.
+  EXPECT_THAT(StepsOf(Planned(seen, plan.after)), IsEmpty());
+}
+
 }  // namespace
 }  // namespace quorbix::virtdisk::internal::guard
