@@ -26,6 +26,9 @@ namespace {
 
 constexpr char kStateName[] = "state";
 constexpr char kLockName[] = "lock";
+// Several times as much as a folder of millions of files comes to. What is larger is nobody's
+// state, and would not fit into memory.
+constexpr ::off_t kLargestText = ::off_t{1} << 30;
 
 // "1234", as whoever has the lock wrote it there. Nothing when it says anything else: then it is
 // no lock, but somebody's file of that name.
@@ -47,6 +50,10 @@ StateLoad LoadText(const fs::path& file, ByteBuffer& text, std::string& err) {
   if (!opened) {
     if (errno == ENOENT || errno == ENOTDIR) return StateLoad::kNone;
     err = SystemText();
+    return StateLoad::kDamaged;
+  }
+  if (status.st_size > kLargestText) {
+    err = "it is too large";
     return StateLoad::kDamaged;
   }
   text = ByteBuffer(static_cast<std::size_t>(status.st_size));

@@ -15,7 +15,8 @@ namespace quorbix::virtdisk::internal::guard {
 
 enum class StateLoad { kNone, kLoaded, kDamaged };
 
-// Reads a file of it whole. kNone: there is none. kDamaged: it cannot be read, and `err` says why.
+// Reads a file of it whole. kNone: there is none. kDamaged: it cannot be read, or is larger than
+// any that a pass writes, and `err` says why.
 StateLoad LoadText(const std::filesystem::path& file, ByteBuffer& text, std::string& err);
 
 // Puts `text` in place of what the file holds, so that a crash leaves one of the two. On failure

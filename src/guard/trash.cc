@@ -22,6 +22,7 @@
 #include "guard/lines.h"
 #include "guard/paths.h"
 #include "guard/renames.h"
+#include "guard/state_file.h"
 #include "guard/system_text.h"
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 
@@ -104,13 +105,10 @@ struct ManifestLine {
 
 std::vector<ManifestLine> ReadManifest(const fs::path& folder) {
   std::vector<ManifestLine> lines;
-  struct ::stat status;
-  const Descriptor file = OpenRegularFile((folder / kManifestName).c_str(), status);
-  if (!file) return lines;
-  ByteBuffer bytes(static_cast<std::size_t>(status.st_size));
-  const std::ptrdiff_t size = ReadFully(file.Get(), bytes.Span());
-  std::string_view text(reinterpret_cast<const char*>(bytes.data()),
-                        static_cast<std::size_t>(std::max<std::ptrdiff_t>(size, 0)));
+  ByteBuffer bytes;
+  std::string ignored;
+  if (LoadText(folder / kManifestName, bytes, ignored) != StateLoad::kLoaded) return lines;
+  std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   while (!text.empty()) {
     const std::size_t end = std::min(text.find('\n'), text.size());
     Line line(text.substr(0, end));

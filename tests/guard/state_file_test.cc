@@ -58,6 +58,16 @@ TEST(StateFile, DamagedState_IsTold) {
   EXPECT_EQ(err, "its checksum is wrong");
 }
 
+TEST(StateFile, FileLargerThanAnyState_IsDamagedWithoutBeingRead) {
+  TempFolder folder;
+  folder.File("state");
+  std::filesystem::resize_file(folder / "state", std::uintmax_t{1} << 40);  // of holes
+  State state;
+  std::string err;
+  EXPECT_EQ(LoadState(folder.Path(), state, err), StateLoad::kDamaged);
+  EXPECT_EQ(err, "it is too large");
+}
+
 TEST(StateFile, StateThatCannotBeRead_IsNotTakenForNone) {
   TempFolder folder;
   std::string err;

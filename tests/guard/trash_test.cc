@@ -133,6 +133,14 @@ TEST_F(Trash, CutManifest_StillListsWhatIsWhole) {
   EXPECT_THAT(ListedPaths(), ElementsAre("a"));
 }
 
+TEST_F(Trash, ManifestLargerThanAny_ListsNothingAndHidesNoOther) {
+  folder.File("a").File("b");
+  Throw("a", "2026-11-21 17.20.01");
+  Throw("b", "2026-11-21 17.20.02");
+  fs::resize_file(StateFolder() / "trash/2026-11-21_17.20.01/manifest", std::uintmax_t{1} << 40);
+  EXPECT_THAT(ListedPaths(), ElementsAre("b"));
+}
+
 TEST_F(Trash, Restored_IsACopyUnderAnotherName) {
   folder.File("a", "content");
   fs::permissions(folder / "a", fs::perms{0640});
