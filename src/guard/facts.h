@@ -55,6 +55,7 @@ struct StateFacts {
   bool isDamaged = false;
   std::string error{};  // what is wrong with it
   bool isWritable = true;
+  std::string lockError{};  // why its lock cannot be had; empty: it can
 };
 
 // What can be known before anything is planned.

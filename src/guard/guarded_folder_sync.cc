@@ -83,7 +83,9 @@ class GuardedFolderSync final : public IGuardedFolderSync {
   GuardedReport Preview(const std::vector<GuardedHazard>& accepted) override {
     const Places places = FindPlaces(image, folder, options.stateFolder);
     WorkMonitor monitor(options.stop, options.onProgress);
-    const Sight sight = Look(places, options, Recall(places), monitor);
+    KnownState known = Recall(places);
+    static_cast<void>(StateLock::CanBeTaken(places.stateFolder, known.lockError));
+    const Sight sight = Look(places, options, known, monitor);
     GuardedReport report = ReportOf(sight);
     report.outcome = OutcomeBefore(sight, accepted, report.message);
     return report;
@@ -93,8 +95,8 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     const Places places = FindPlaces(image, folder, options.stateFolder);
     const bool isFirst = !lock.IsHeld();
     GuardedReport locked;
-    bool canBeSaved = true;
-    if (!TakeLockIfKnown(places, canBeSaved, locked)) return locked;
+    std::string lockError;
+    if (!TakeLockIfKnown(places, lockError, locked)) return locked;
     if (!folderLock.Take(places.folder, locked.message)) {
       locked.outcome = GuardedOutcome::kNotNow;
       return locked;
@@ -103,7 +105,7 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     if (quiet && lock.IsHeld() && quiet->AreStill(places)) return quiet->Report();
     quiet.reset();
     KnownState known = Recall(places);
-    known.canBeSaved = canBeSaved;
+    known.lockError = lockError;
     // Nothing is remembered of what lies there: that is no first meeting.
     if (lock.IsHeld() && !lock.IsHeldIn(places.stateFolder)) {
       locked.message = "the folder " + places.stateFolder.string() + " has gone just now";
@@ -136,14 +138,14 @@ class GuardedFolderSync final : public IGuardedFolderSync {
 
   // False: somebody else has it, and `report` says who. One that cannot be had is a hazard. Where
   // nothing is known yet no folder is made for it: the pass may be refused.
-  bool TakeLockIfKnown(const Places& places, bool& canBeSaved, GuardedReport& report) {
+  bool TakeLockIfKnown(const Places& places, std::string& lockError, GuardedReport& report) {
     std::error_code ignored;
     if (!std::filesystem::exists(places.stateFolder, ignored)) {
       lock = StateLock();
       return true;
     }
     const StateLock::Result result = lock.Take(places.stateFolder, report.message);
-    canBeSaved = result != StateLock::Result::kFailed;
+    if (result == StateLock::Result::kFailed) lockError = report.message;
     report.outcome = GuardedOutcome::kNotNow;
     return result != StateLock::Result::kHeld;
   }

@@ -174,6 +174,12 @@ void CheckState(const Facts& facts, Collector& found) {
               "the state's folder " + facts.stateFolder +
                   " cannot be written to: what is agreed on would be forgotten. Make it writable, "
                   "or name another one");
+  } else if (!facts.state.lockError.empty()) {
+    found.Add(kStateNotWritable, false,
+              "the state's folder " + facts.stateFolder + " cannot be used (" +
+                  facts.state.lockError +
+                  "): another process could not be kept from it. Put that right, or name another "
+                  "folder");
   }
 }
 

@@ -116,7 +116,8 @@ class Looker {
     StateFacts& state = sight.facts.state;
     state.isDamaged = remembered.load == StateLoad::kDamaged;
     state.error = remembered.error;
-    state.isWritable = remembered.canBeSaved && MayWriteInto(places.stateFolder);
+    state.isWritable = MayWriteInto(places.stateFolder);
+    state.lockError = remembered.lockError;
   }
 
   void CheckNesting() {

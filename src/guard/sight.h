@@ -25,8 +25,8 @@ namespace quorbix::virtdisk::internal::guard {
 struct KnownState {
   StateLoad load = StateLoad::kNone;
   State state{};
-  std::string error{};     // with kDamaged
-  bool canBeSaved = true;  // false: the state's folder could not be made or locked
+  std::string error{};      // with kDamaged
+  std::string lockError{};  // why the state's folder could not be locked; empty: it could
 };
 
 // How far a pass that was cut off had come with its image.

@@ -42,6 +42,11 @@ std::optional<std::string> HolderIn(int file) {
   return isHolder ? std::optional(std::string(said.substr(0, digits))) : std::nullopt;
 }
 
+std::string CannotLock(const fs::path& lock) {
+  return "cannot lock " + lock.string() + " (" + SystemText() + ")";
+}
+std::string NoLock(const fs::path& lock) { return lock.string() + " is no lock of this program"; }
+
 }  // namespace
 
 StateLoad LoadText(const fs::path& file, ByteBuffer& text, std::string& err) {
@@ -119,13 +124,21 @@ bool StateLock::IsStillAt(const fs::path& path) const {
 
 bool StateLock::IsHeldIn(const fs::path& folder) const { return IsStillAt(folder / kLockName); }
 
+bool StateLock::CanBeTaken(const fs::path& folder, std::string& err) {
+  const fs::path path = folder / kLockName;
+  const Descriptor lock = OpenHostFile(path.c_str(), O_RDWR | O_NOFOLLOW);
+  if (!lock && errno == ENOENT) return true;
+  if (!lock) return Fail(err, CannotLock(path));
+  return HolderIn(lock.Get()) || Fail(err, NoLock(path));
+}
+
 StateLock::Result StateLock::Take(const fs::path& folder, std::string& err) {
   const fs::path path = folder / kLockName;
   if (IsStillAt(path)) return Result::kTaken;
   file.Close();
   Descriptor lock = OpenHostFile(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
   if (!lock || (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0 && errno != EWOULDBLOCK)) {
-    err = "cannot lock " + path.string() + " (" + SystemText() + ")";
+    err = CannotLock(path);
     return Result::kFailed;
   }
   const std::optional<std::string> holder = HolderIn(lock.Get());
@@ -135,7 +148,7 @@ StateLock::Result StateLock::Take(const fs::path& folder, std::string& err) {
     return Result::kHeld;
   }
   if (!holder) {
-    err = path.string() + " is no lock of this program";
+    err = NoLock(path);
     return Result::kFailed;
   }
   const std::string self = std::to_string(::getpid()) + "\n";

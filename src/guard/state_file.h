@@ -51,6 +51,8 @@ class StateLock {
 
   // kHeld: somebody else has it, and `err` says who. kFailed: it cannot be had, and `err` says why.
   [[nodiscard]] Result Take(const std::filesystem::path& folder, std::string& err);
+  // Whether Take would fail, without taking or making anything; `err` says why.
+  static bool CanBeTaken(const std::filesystem::path& folder, std::string& err);
   bool IsHeld() const { return static_cast<bool>(file); }
   // False also when the folder has gone since.
   bool IsHeldIn(const std::filesystem::path& folder) const;

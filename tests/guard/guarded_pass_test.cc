@@ -429,6 +429,17 @@ TEST_F(GuardedPassTest, DamagedState_IsRefusedAndMergedWhenAccepted) {
   EXPECT_EQ(Pass().outcome, kNothingToDo);
 }
 
+TEST_F(GuardedPassTest, SomebodyElsesFileInTheLocksPlace_IsToldBeforehandAndLeftAlone) {
+  folder.File("host/a.txt", "a").File("DISK.IMG.sync/lock", "mine");
+  BuildImage();
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kStateNotWritable));
+  EXPECT_THAT(report.message, testing::HasSubstr((StateFolder() / "lock").string() +
+                                                 " is no lock of this program"));
+  EXPECT_EQ(folder.Read("DISK.IMG.sync/lock"), "mine");
+}
+
 TEST_F(GuardedPassTest, DamagedState_IsKeptUnderAnotherName) {
   folder.File("host/a.txt", "a");
   BuildAndAgree();
@@ -563,7 +574,8 @@ TEST_F(GuardedPassTest, FoldersThatMayNotBeWritten_AreNamed) {
   for (const std::filesystem::path& place : {folder.Path(), Host(), StateFolder()}) {
     std::filesystem::permissions(place, std::filesystem::perms{0777});
   }
-  for (const std::filesystem::path& file : {Image(), StateFolder() / "state"}) {
+  for (const std::filesystem::path& file :
+       {Image(), StateFolder() / "state", StateFolder() / "lock"}) {
     std::filesystem::permissions(file, std::filesystem::perms{0666});
   }
   std::filesystem::permissions(Host() / "in", std::filesystem::perms{0555});

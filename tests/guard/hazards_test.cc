@@ -104,7 +104,9 @@ INSTANTIATE_TEST_SUITE_P(
                     SideRow{"StateDamaged", GuardedHazard::kStateDamaged, true,
                             [](Facts& f) { f.state.isDamaged = true; }},
                     SideRow{"StateNotWritable", GuardedHazard::kStateNotWritable, false,
-                            [](Facts& f) { f.state.isWritable = false; }}),
+                            [](Facts& f) { f.state.isWritable = false; }},
+                    SideRow{"LockNotToBeHad", GuardedHazard::kStateNotWritable, false,
+                            [](Facts& f) { f.state.lockError = "no lock"; }}),
     [](const auto& row) { return row.param.name; });
 
 TEST(HazardsOfSides, NestingThatCannotBeAccepted_IsToldFirst) {
