@@ -9,6 +9,7 @@ namespace quorbix::virtdisk::internal::guard {
 
 // Nanoseconds since 1970, by the clock that files are stamped with.
 std::int64_t NowNanoseconds();
+// Times further away than three centuries count as that.
 std::int64_t ToNanoseconds(const ::timespec& time);
 
 // "2026-11-21 17.20.05", in the local time zone.

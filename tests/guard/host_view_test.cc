@@ -5,7 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
+#include <ctime>
 #include <ios>
+#include <limits>
 #include <sstream>
 
 #include "guard/clock.h"
@@ -307,6 +310,22 @@ TEST(LookAtHost, FoldersDeeperThanPathsReach_AreUnreadableNotGone) {
   const HostView view = Look(folder.Path());
   EXPECT_EQ(view.result, HostView::Result::kComplete);
   EXPECT_FALSE(view.items.rbegin()->second.isReadable);
+}
+
+// File systems know times that do not fit into 64 bits of nanoseconds, and differences of others
+// that do not.
+TEST(ToNanoseconds, TimesFarAway_AreAtMostThreeCenturiesAway) {
+  constexpr std::int64_t kYear2400 = 13'569'465'600;
+  constexpr std::int64_t kYear1901 = -2'147'483'648;
+  EXPECT_EQ(ToNanoseconds({.tv_sec = 1'795'000'000, .tv_nsec = 5}), 1'795'000'000'000'000'005);
+  EXPECT_EQ(ToNanoseconds({.tv_sec = kYear1901, .tv_nsec = 0}), kYear1901 * 1'000'000'000);
+  const std::int64_t latest = ToNanoseconds({.tv_sec = kYear2400, .tv_nsec = 999'999'999});
+  const std::int64_t earliest = ToNanoseconds({.tv_sec = -kYear2400, .tv_nsec = 0});
+  EXPECT_GT(latest, 4'600'000'000'000'000'000);
+  EXPECT_LT(earliest, -4'600'000'000'000'000'000);
+  EXPECT_LE(latest / 2 - earliest / 2, std::numeric_limits<std::int64_t>::max() / 2);
+  EXPECT_EQ(ToNanoseconds({.tv_sec = std::numeric_limits<std::time_t>::max(), .tv_nsec = 0}),
+            ToNanoseconds({.tv_sec = kYear2400, .tv_nsec = 0}));
 }
 
 TEST(LocalTimeText, Time_IsThatOfTheZone) {
