@@ -164,6 +164,7 @@ class HostLooker {
     std::error_code failed;
     const std::string real = fs::canonical(look.folder / path, failed).native();
     if (failed || !real.starts_with(realFolder + '/')) return LeaveOut(path, kLinkOut);
+    if (LiesInOwnPart(real)) return LeaveOut(path, kOwnPart);
     view.leftOutTargets.erase(path);
     const std::string end = real.substr(realFolder.size() + 1);
     view.links[path] = {NextOf(path).value_or(end), end};
@@ -241,6 +242,15 @@ class HostLooker {
   bool IsLeftOut(const struct ::stat& status) const {
     const Identity identity = StampOf(status).identity;
     return std::find(look.leftOut.begin(), look.leftOut.end(), identity) != look.leftOut.end();
+  }
+
+  // Of a real path in the folder: whether it is, or lies below, what is left out.
+  bool LiesInOwnPart(const fs::path& real) const {
+    struct ::stat status;
+    for (fs::path path = real; path != realFolder; path = path.parent_path()) {
+      if (::stat(path.c_str(), &status) == 0 && IsLeftOut(status)) return true;
+    }
+    return false;
   }
 
   void LeaveOut(const std::string& path, const char* why) {

@@ -118,8 +118,11 @@ TEST(LookAtHost, ImageAndState_TakeNoPart) {
     ASSERT_EQ(::stat((folder / name).c_str(), &status), 0);
     own.push_back(StampOf(status).identity);
   }
+  folder.Link("to image", "disk.img").Link("to state", "disk.img.sync/state");
   const HostView view = Look(HostLook{.folder = folder.Path(), .leftOut = own});
   EXPECT_THAT(view.items, ElementsAre(Key("a")));
+  EXPECT_EQ(NoteOn(view, "to image"), "takes no part: it belongs to the synchroniser");
+  EXPECT_EQ(NoteOn(view, "to state"), "takes no part: it belongs to the synchroniser");
   EXPECT_EQ(NoteOn(view, "disk.img"), "takes no part: it belongs to the synchroniser");
 }
 
