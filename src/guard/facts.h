@@ -39,6 +39,7 @@ struct ImageFacts {
   std::optional<std::uint64_t> bytesBefore{};
   std::uint32_t volumeId = 0;
   std::optional<std::uint32_t> volumeIdBefore{};
+  bool isOlder = false;          // its time has gone back since the last pass
   bool isTakenForFat12 = false;  // fewer than 4,085 clusters
   unsigned otherPartitions = 0;
   std::vector<std::string> damage{};  // what is unsound, a text each

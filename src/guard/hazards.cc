@@ -65,8 +65,9 @@ void CheckImage(const Facts& facts, Collector& found) {
       found.Add(
           kImageMissing, false,
           "the image " + facts.image +
-              " is not there. Bring it back from the trash of the state's folder or a backup, "
-              "or build a new one from the folder");
+              " is not there. Bring back the latest one: where it comes from the trash of the "
+              "state's folder or a backup, both sides meet for the first time. Or build a new one "
+              "from the folder");
       return;
     case ImageFacts::State::kUnreadable:
       found.Add(kImageUnreadable, false,
@@ -106,6 +107,12 @@ void CheckImage(const Facts& facts, Collector& found) {
             " is another disk than last time: what it lacks would be deleted from the folder. "
             "Name the right image, or accept that both sides meet for the first time, which "
             "deletes nothing");
+  } else if (image.isOlder) {
+    found.Add(kImageReplaced, true,
+              "the image " + facts.image +
+                  " is older than last time, as one that comes from a backup: what has come to the "
+                  "disk since would be deleted from the folder. Bring back the latest one, or "
+                  "accept that both sides meet for the first time, which deletes nothing");
   }
   if (image.bytesBefore && *image.bytesBefore != image.bytes) {
     found.Add(kImageResized, true,

@@ -27,6 +27,8 @@ constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
 // Two are enough, unless links change what is planned for their files in turn; such a pass finds
 // something changed, and the next one goes on.
 constexpr int kMostRounds = 4;
+// As coarse as file systems keep times: a copy on another one may be so much older.
+constexpr std::int64_t kCoarsestTime = 2'000'000'000;
 constexpr char kWasStopped[] = "it was stopped";
 constexpr char kDamaged[] = "the disk is damaged: it is made anew";
 constexpr char kTornImage[] =
@@ -218,7 +220,11 @@ class Looker {
     sight.wasDiskRead = true;
     sight.facts.onDisk = sight.disk.facts;
     NoteImageBefore();
-    if (sight.disk.result == DiskView::Result::kComplete) return true;
+    if (sight.disk.result == DiskView::Result::kComplete) {
+      sight.facts.onDisk.isOlder =
+          imageBefore && sight.disk.stamp.modified + kCoarsestTime < imageBefore->stamp.modified;
+      return true;
+    }
     if (sight.disk.result == DiskView::Result::kStopped) {
       Fail(Sight::Result::kStopped, kWasStopped);
     } else {
@@ -261,6 +267,7 @@ class Looker {
     sight.state.image = SeenImage{
         .volumeId = sight.pending->volumeId, .stamp = sight.disk.stamp, .taken = sight.disk.taken};
     imageBefore = sight.state.image;
+    sight.facts.onDisk.isOlder = false;
     NoteImageBefore();
     return true;
   }

@@ -87,6 +87,13 @@ INSTANTIATE_TEST_SUITE_P(
                             [](Facts& f) { f.onDisk.state = ImageFacts::State::kCutShort; }},
                     SideRow{"ImageReplaced", GuardedHazard::kImageReplaced, true,
                             [](Facts& f) { f.onDisk.volumeId = 8; }},
+                    SideRow{"ImageOfABackup", GuardedHazard::kImageReplaced, true,
+                            [](Facts& f) { f.onDisk.isOlder = true; }},
+                    SideRow{"ImageOfABackupAndOfAnotherDisk", GuardedHazard::kImageReplaced, true,
+                            [](Facts& f) {
+                              f.onDisk.isOlder = true;
+                              f.onDisk.volumeId = 8;
+                            }},
                     SideRow{"ImageResized", GuardedHazard::kImageResized, true,
                             [](Facts& f) { f.onDisk.bytes = 100 * 1024; }},
                     SideRow{"TakenForFat12", GuardedHazard::kImageNotFat16, true,

@@ -140,6 +140,38 @@ TEST_F(Losses, AnotherDisk_GuardedRefusesAndDeletesNothingWhenAccepted) {
   EXPECT_THAT(OnDisk(), SizeIs(4));
 }
 
+// No pass has made an image since: the id is the same.
+TEST_F(Losses, BackupOfTheDisk_GuardedRefusesAndDeletesNothingWhenAccepted) {
+  BuildUsual();
+  Pass();
+  fs::copy_file(Image(), folder / "BACKUP.IMG");
+  const auto hourAgo = fs::file_time_type::clock::now() - std::chrono::hours(1);
+  fs::last_write_time(folder / "BACKUP.IMG", hourAgo);
+  GuestWrites("NEW.TXT", "n");
+  GuestWrites("A.TXT", "of the guest");
+  ASSERT_EQ(Pass().outcome, kDone);
+  fs::rename(folder / "BACKUP.IMG", Image());
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(TextOf(report, kImageReplaced), HasSubstr("is older than last time"));
+  EXPECT_EQ(Pass({kImageReplaced}).outcome, kDone);
+  EXPECT_EQ(OnHost().at("NEW.TXT"), "n");
+  EXPECT_EQ(OnHost().at("A.TXT"), "of the guest");
+  EXPECT_EQ(OnHost(), OnDisk());
+}
+
+TEST_F(Losses, BackupOfTheDisk_PlainDeletesWhatCameAfterIt) {
+  BuildUsual();
+  PlainPass();
+  fs::copy_file(Image(), folder / "BACKUP.IMG");
+  GuestWrites("NEW.TXT", "n");
+  PlainPass();
+  ASSERT_EQ(OnHost().at("NEW.TXT"), "n");
+  fs::rename(folder / "BACKUP.IMG", Image());
+  PlainPass();
+  EXPECT_FALSE(folder.Exists("host/NEW.TXT"));
+}
+
 TEST_F(Losses, FolderRenamedAway_PlainWipesTheDisk) {
   BuildUsual();
   PlainPass();

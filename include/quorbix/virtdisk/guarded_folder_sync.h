@@ -33,7 +33,8 @@ enum class GuardedHazard {
   kFolderUnreadable,   // cannot be accepted
   kFolderNotWritable,  // and the pass has to write there; cannot be accepted
   kImageMissing,       // cannot be accepted
-  kImageReplaced,      // another disk than last time, by its volume id; as kFolderReplaced
+  kImageReplaced,      // another disk than last time, by its volume id, or an older version of it,
+                       // by the time of the file; as kFolderReplaced
   kImageEmpty,         // while files were agreed on; accepted: they were deleted on purpose
   kImageUnreadable,    // cannot be accepted
   kImageNotWritable,   // and the pass has to make it anew; cannot be accepted
