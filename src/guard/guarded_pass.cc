@@ -53,6 +53,8 @@ Ending GuardedPass::Run() {
 Ending GuardedPass::CarryOut() {
   const bool hasToAct = !sight.plan.IsEmpty();
   const bool hasSpare = sight.trash && sight.trash->spare > 0;
+  // What is to be trimmed may tell what the leftovers are.
+  if (!sight.host.leftovers.empty()) neverCome = NeverCome(places.stateFolder);
   if ((hasToAct || sight.hasToMend) && hasSpare) TrimToBound();
   Ending ending = KeepDamagedState();
   if (ending.IsDone()) ending = MendCutOff();
@@ -151,7 +153,7 @@ Ending GuardedPass::ChangeHost() {
   const bool isMissing = sight.facts.onHost.state == FolderFacts::State::kMissing;
   const Plan& plan = sight.plan;
   Ending ending = isMissing ? MakeHostFolder() : Ending{};
-  if (ending.IsDone()) ending = host.SweepLeftovers(sight.host.leftovers);
+  if (ending.IsDone()) ending = host.SweepLeftovers(sight.host.leftovers, neverCome);
   if (ending.IsDone()) ending = host.MakeFolders(plan.hostFolders);
   if (ending.IsDone() && !plan.hostWrites.empty()) {
     ImageContents contents(places.image, sight.disk);

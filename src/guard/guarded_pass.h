@@ -2,6 +2,7 @@
 #define QUORBIX_VIRTDISK_GUARD_GUARDED_PASS_H_
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -63,9 +64,10 @@ class GuardedPass {
   const std::string when;
   TrashRun trash;
   HostChanges host;
-  std::optional<Pending> pending;  // of this pass
-  std::optional<Stamp> mended;     // of an image that was torn, now that it is whole
-  std::int64_t imageTaken = 0;     // when either of them was not written yet
+  std::map<std::uint64_t, TrashRequest> neverCome;  // of passes that were cut off
+  std::optional<Pending> pending;                   // of this pass
+  std::optional<Stamp> mended;  // of an image that was torn, now that it is whole
+  std::int64_t imageTaken = 0;  // when either of them was not written yet
   bool isImageDone = false;
   State after;
 };

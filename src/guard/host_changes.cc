@@ -36,10 +36,17 @@ HostChanges::HostChanges(const fs::path& folder, const std::map<std::string, Sta
                          TrashRun& trashRun, WorkMonitor& workMonitor)
     : root(folder), stamps(entryStamps), trash(trashRun), monitor(workMonitor) {}
 
-Ending HostChanges::SweepLeftovers(const std::vector<std::string>& paths) {
+Ending HostChanges::SweepLeftovers(const std::vector<std::string>& paths,
+                                   const std::map<std::uint64_t, TrashRequest>& neverCome) {
   std::vector<TrashRequest> requests;
   requests.reserve(paths.size());
-  for (const std::string& path : paths) requests.push_back({"folder", path, "left over"});
+  for (const std::string& path : paths) {
+    struct ::stat status;
+    const bool isThere = ::lstat((root / path).c_str(), &status) == 0;
+    const auto old = isThere ? neverCome.find(status.st_ino) : neverCome.end();
+    const bool isOld = old != neverCome.end() && ParentOf(old->second.path) == ParentOf(path);
+    requests.push_back(isOld ? old->second : TrashRequest{"folder", path, "left over"});
+  }
   std::vector<fs::path> places;
   Ending ending;
   if (!trash.Announce(requests, places, ending.text)) {
@@ -94,7 +101,7 @@ Ending HostChanges::WriteFiles(const std::vector<HostWrite>& writes, const DiskC
 Ending HostChanges::DeleteFiles(const std::vector<std::string>& paths) {
   std::vector<TrashRequest> requests;
   requests.reserve(paths.size());
-  for (const std::string& path : paths) requests.push_back({"folder", path, "deleted"});
+  for (const std::string& path : paths) requests.push_back(RequestFor(path, "deleted"));
   std::vector<fs::path> places;
   std::string err;
   if (!trash.Announce(requests, places, err)) return Ending::Failed(err);
@@ -132,6 +139,11 @@ Ending HostChanges::RemoveFolders(const std::vector<std::string>& paths) {
     changed.insert(path);
   }
   return FlushFolders();
+}
+
+TrashRequest HostChanges::RequestFor(const std::string& path, const char* why) const {
+  const auto seen = stamps.find(path);
+  return {"folder", path, why, seen == stamps.end() ? 0 : seen->second.identity.inode};
 }
 
 // One element after the other, so that no link leads anywhere else.
@@ -205,7 +217,7 @@ void HostChanges::Discard(const std::vector<NewFile>& files) const {
 Ending HostChanges::NameFiles(std::vector<NewFile>& files) {
   std::vector<TrashRequest> requests;
   for (const NewFile& file : files) {
-    if (file.write->replaces) requests.push_back({"folder", file.write->host, "replaced"});
+    if (file.write->replaces) requests.push_back(RequestFor(file.write->host, "replaced"));
   }
   std::vector<fs::path> places;
   std::string err;
@@ -250,7 +262,12 @@ Ending HostChanges::Replace(int folder, NewFile& file, const fs::path& place) {
       static_cast<void>(RenameIfFree(folder, aside.c_str(), folder, name.c_str()));
       return ending;
     }
-    return NameNew(folder, file);
+    ending = NameNew(folder, file);
+    // The old one comes back where that is a rename as well.
+    if (!ending.IsDone()) {
+      static_cast<void>(RenameIfFree(AT_FDCWD, place.c_str(), folder, name.c_str()));
+    }
+    return ending;
   }
   file.holdsOld = true;
   Ending ending = IsAsSeen(folder, file.temporary, path)

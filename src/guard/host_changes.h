@@ -31,8 +31,10 @@ class HostChanges {
   HostChanges(const std::filesystem::path& folder, const std::map<std::string, Stamp>& entryStamps,
               TrashRun& trashRun, WorkMonitor& workMonitor);
 
-  // Puts what passes before this one left behind into the trash.
-  [[nodiscard]] Ending SweepLeftovers(const std::vector<std::string>& paths);
+  // Puts what passes before this one left behind into the trash: what one of them was about to put
+  // there, by inode, as that.
+  [[nodiscard]] Ending SweepLeftovers(const std::vector<std::string>& paths,
+                                      const std::map<std::uint64_t, TrashRequest>& neverCome);
 
   [[nodiscard]] Ending MakeFolders(const std::vector<std::string>& paths);
 
@@ -61,6 +63,7 @@ class HostChanges {
   };
 
   Descriptor OpenFolder(const std::string& path) const;
+  TrashRequest RequestFor(const std::string& path, const char* why) const;
   Ending WriteTemporary(const HostWrite& write, const DiskContents& contents, bool flushes,
                         NewFile& file);
   Ending FlushAll() const;

@@ -119,6 +119,7 @@ std::vector<ManifestLine> ReadManifest(const fs::path& folder) {
     item.request.side = line.Path();
     item.request.why = line.Path();
     item.request.path = line.Path();
+    if (!line.Peek().empty()) item.request.inode = line.Number<std::uint64_t>();
     // The last line can be cut, when the pass was.
     const bool isItem =
         line.IsSound() && IsShortNumber(item.number) && StaysInside(item.request.path);
@@ -252,6 +253,7 @@ bool TrashRun::Announce(const std::vector<TrashRequest>& requests, std::vector<f
     for (const std::string* text : {&request.side, &request.why, &request.path}) {
       lines.append(" ").append(Escaped(*text));
     }
+    if (request.inode != 0) lines.append(" ").append(std::to_string(request.inode));
     lines += '\n';
     places.push_back(folder / number);
   }
@@ -320,6 +322,22 @@ void TrimTrash(const fs::path& stateFolder, const TrashBound& bound) {
                 std::error_code ignored;
                 if (isTooMuch) fs::remove_all(pass, ignored);
               });
+}
+
+std::map<std::uint64_t, TrashRequest> NeverCome(const fs::path& stateFolder) {
+  std::map<std::uint64_t, TrashRequest> requests;
+  const fs::path trash = stateFolder / kTrashName;
+  std::error_code ignored;
+  for (const std::string& pass : PassesIn(trash, ignored)) {
+    for (const ManifestLine& line : ReadManifest(trash / pass)) {
+      struct ::stat status;
+      const bool hasCome = ::lstat((trash / pass / line.number).c_str(), &status) == 0;
+      if (!hasCome && line.request.inode != 0) {
+        requests.insert_or_assign(line.request.inode, line.request);
+      }
+    }
+  }
+  return requests;
 }
 
 std::string LatestPassIn(const fs::path& stateFolder) {

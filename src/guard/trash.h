@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,6 +22,9 @@ struct TrashRequest {
   std::string side;  // "folder" or "disk"
   std::string path;  // where it is
   std::string why;
+  // Of what is to be moved: tells it again where a kill has left it under a temporary name. 0: it
+  // is copied.
+  std::uint64_t inode = 0;
 };
 
 class TrashRun {
@@ -77,6 +81,10 @@ TrashSize MeasureTrash(const std::filesystem::path& stateFolder, const TrashBoun
 // Deletes the oldest passes until no more than the bound is left; the latest one stays. What was
 // announced and never came counts as nothing.
 void TrimTrash(const std::filesystem::path& stateFolder, const TrashBound& bound);
+
+// What was announced and has not come, by inode: a pass that was cut off may have had it in its
+// hands.
+std::map<std::uint64_t, TrashRequest> NeverCome(const std::filesystem::path& stateFolder);
 
 // The name of the latest pass's folder; empty when there is none.
 std::string LatestPassIn(const std::filesystem::path& stateFolder);

@@ -18,6 +18,7 @@
 #include <functional>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "guard/contents.h"
 #include "quorbix/virtdisk/fat_image_builder.h"
@@ -267,7 +268,20 @@ class CutOffPass : public testing::TestWithParam<Way> {
     EXPECT_EQ(host, expected);
     EXPECT_FALSE(fs::exists(Host() / "gone"));
     EXPECT_TRUE(GuestEditor(Image()).Exists("NEW_FOLD"));
+    ExpectOwnNamesInTrash();
     ExpectTidy();
+  }
+
+  // What was replaced or deleted, wherever its pass was cut off: "left over" is what was new.
+  void ExpectOwnNamesInTrash() const {
+    std::vector<TrashedItem> items;
+    std::string err;
+    ASSERT_TRUE(ListTrash(StateFolder(), items, err)) << err;
+    for (const TrashedItem& item : items) {
+      const std::string content = test::ReadWholeFile(StateFolder() / "trash" / item.id);
+      const bool isOld = content == "g1" || content == "c2" || content == "e1" || content == "i1";
+      EXPECT_TRUE(!isOld || item.why != "left over") << content << " as " << item.path;
+    }
   }
 
   // The old image has a temporary name between its two places.

@@ -76,7 +76,7 @@ class HostChange : public testing::Test {
 TEST_F(HostChange, LeftoverThatIsGone_IsNoFailure) {
   folder.File("host/.quorbix-there.tmp", "t");
   Look();
-  const Ending ending = Changes().SweepLeftovers({".quorbix-gone.tmp", ".quorbix-there.tmp"});
+  const Ending ending = Changes().SweepLeftovers({".quorbix-gone.tmp", ".quorbix-there.tmp"}, {});
   EXPECT_TRUE(ending.IsDone()) << ending.text;
   EXPECT_THAT(OnHost(), IsEmpty());
 }
@@ -263,7 +263,7 @@ TEST_F(HostChange, FolderToRemoveThatHoldsSomething_Stays) {
 TEST_F(HostChange, Leftovers_GoToTheTrash) {
   folder.File("host/d/.quorbix-1-7fffffff-3.tmp", "half way");
   Look();
-  EXPECT_TRUE(Changes().SweepLeftovers(view.leftovers).IsDone());
+  EXPECT_TRUE(Changes().SweepLeftovers(view.leftovers, {}).IsDone());
   EXPECT_EQ(OnHost(), Tree{});
   EXPECT_EQ(Trashed(), (Tree{{"left over d/.quorbix-1-7fffffff-3.tmp", "half way"}}));
 }
