@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <set>
 #include <utility>
 
 #include "common/fail.h"
@@ -15,6 +16,8 @@ constexpr std::string_view kTitle = "virtdisk sync state 1\n";
 constexpr std::string_view kTitleOfAnyVersion = "virtdisk sync state ";
 constexpr std::string_view kNothing = "-";
 constexpr std::string_view kTrashBeforeLine = "trash-before-pending";
+
+constexpr std::size_t kLongestShortName = 12;  // as it is listed: "LONG_NAM.TXT"
 
 // Some file systems tell times to two seconds only.
 constexpr std::int64_t kCoarsestTick = 2'000'000'000;
@@ -110,6 +113,21 @@ bool ReadLine(std::string_view text, State& state) {
   return line.IsSound();
 }
 
+// A plan from anything else could not be carried out.
+bool IsPossible(const Memory& memory, std::string& err) {
+  std::set<std::string> hosts;
+  std::set<std::string> disks;
+  for (const Pair& pair : memory.pairs) {
+    if (!hosts.insert(pair.host).second || !disks.insert(DiskKey(pair.disk)).second) {
+      return Fail(err, "it names something twice");
+    }
+    if (NameOf(pair.disk).size() > kLongestShortName) {
+      return Fail(err, "it has a name that no disk has");
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 bool IsTrustworthy(const Stamp& stamp, std::int64_t taken) {
@@ -165,7 +183,11 @@ bool ParseState(std::string_view text, State& state, std::string& err) {
     state = State();
     return Fail(err, "it has a line that cannot be read");
   }
-  return true;
+  if (IsPossible(state.memory, err) && (!state.pending || IsPossible(state.pending->memory, err))) {
+    return true;
+  }
+  state = State();
+  return false;
 }
 
 }  // namespace quorbix::virtdisk::internal::guard

@@ -85,7 +85,7 @@ TEST(State, AnyBytesInNames_AreReadBack) {
       const bool isNone = any == '/' || any == '\0';
       pair.host += isNone || random() % 4 == 0 ? plain : any;
     }
-    pair.disk = pair.host;
+    pair.disk = pair.host.substr(0, 14);
     state.memory.pairs.push_back(pair);
     EXPECT_EQ(Parsed(FormatState(state)), state);
   }
@@ -122,6 +122,26 @@ TEST(State, OtherText_IsToldAsSuch) {
 }
 
 // With a right checksum, as another version might write it.
+// Whoever has written it: no plan made of it could be carried out.
+TEST(State, NamesThatContradictEachOther_AreAFault) {
+  for (const bool isPending : {false, true}) {
+    const auto faultOf = [&](const Memory& memory) {
+      State state;
+      if (isPending) {
+        state.pending = Pending{.memory = memory};
+      } else {
+        state.memory = memory;
+      }
+      return Fault(FormatState(state));
+    };
+    EXPECT_EQ(faultOf(Knows({{"a", "A", 'a'}, {"a", "B", 'b'}})), "it names something twice");
+    EXPECT_EQ(faultOf(Knows({{"a", "A.TXT", 'a'}, {"b", "a.txt", 'b'}})),
+              "it names something twice");
+    EXPECT_EQ(faultOf(Knows({{"a", "LONG_NAM.TXT", 'a'}, {"b", "SUB/LONG_NAME.TXT", 'b'}})),
+              "it has a name that no disk has");
+  }
+}
+
 TEST(State, LineOfUnknownKind_IsNotPassedOver) {
   const auto withLine = [](const std::string& line) {
     State state;
