@@ -21,7 +21,6 @@
 #include "guard/host_view.h"
 #include "guard/lines.h"
 #include "guard/paths.h"
-#include "guard/renames.h"
 #include "guard/state_file.h"
 #include "guard/system_text.h"
 #include "quorbix/virtdisk/guarded_folder_sync.h"
@@ -221,12 +220,9 @@ bool CopyLink(int folder, const std::string& name, const fs::path& place) {
 
 bool CopyAndRemove(int folder, const std::string& name, const fs::path& place,
                    WorkMonitor& monitor) {
-  struct ::stat status;
-  if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
   const fs::path part = PartOf(place);
-  const bool copied = (S_ISLNK(status.st_mode) ? CopyLink(folder, name, part)
-                                               : CopyFile(folder, name, part, monitor)) &&
-                      ::rename(part.c_str(), place.c_str()) == 0;
+  const bool copied =
+      CopyEntry(folder, name, part, monitor) && ::rename(part.c_str(), place.c_str()) == 0;
   if (copied && FlushFolder(place.parent_path())) return ::unlinkat(folder, name.c_str(), 0) == 0;
   const int error = errno;
   ::unlink(part.c_str());
@@ -297,6 +293,17 @@ bool TrashRun::MakeFolder(std::string& err) {
   return Fail(err, CannotMake(trash, failed));
 }
 
+fs::path PlaceInTrash(const fs::path& stateFolder, const std::string& id) {
+  return stateFolder / kTrashName / id;
+}
+
+bool CopyEntry(int folder, const std::string& name, const fs::path& place, WorkMonitor& monitor) {
+  struct ::stat status;
+  if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  return S_ISLNK(status.st_mode) ? CopyLink(folder, name, place)
+                                 : CopyFile(folder, name, place, monitor);
+}
+
 Ending MoveToTrash(int folder, const std::string& name, const fs::path& place,
                    WorkMonitor& monitor) {
   if (::renameat(folder, name.c_str(), AT_FDCWD, place.c_str()) == 0) return {};
@@ -348,76 +355,16 @@ std::string LatestPassIn(const fs::path& stateFolder) {
 
 }  // namespace internal::guard
 
-namespace {
-
-namespace fs = std::filesystem;
-using namespace internal::guard;
-using internal::Fail;
-using internal::FlushFolder;
-
-void RemoveMade(const std::vector<fs::path>& made) {
-  for (auto folder = made.rbegin(); folder != made.rend(); ++folder) ::rmdir(folder->c_str());
-}
-
-// Makes the folder and all that is missing above it: `made`, the outermost first.
-bool MakeMissing(const fs::path& folder, std::vector<fs::path>& made, std::string& err) {
-  struct ::stat status;
-  std::vector<fs::path> missing;
-  for (fs::path path = folder; !path.empty(); path = path.parent_path()) {
-    if (::stat(path.c_str(), &status) == 0 || errno != ENOENT) break;
-    missing.push_back(path);
-  }
-  for (auto path = missing.rbegin(); path != missing.rend(); ++path) {
-    if (::mkdir(path->c_str(), 0777) == 0) {
-      made.push_back(*path);
-      const fs::path above = path->parent_path();
-      if (FlushFolder(above.empty() ? fs::path(".") : above)) continue;
-    } else if (errno == EEXIST) {
-      continue;  // somebody else was quicker
-    }
-    const std::string why = SystemText();
-    RemoveMade(made);
-    return Fail(err, "cannot make the folder " + path->string() + " (" + why + ")");
-  }
-  return true;
-}
-
-bool CopyOut(const fs::path& source, const fs::path& temporary, WorkMonitor& monitor,
-             std::string& err) {
-  std::error_code ignored;
-  const bool isLink = fs::is_symlink(fs::symlink_status(source, ignored));
-  const bool copied = isLink ? CopyLink(AT_FDCWD, source.string(), temporary)
-                             : CopyFile(AT_FDCWD, source.string(), temporary, monitor);
-  if (copied) return true;
-  const std::string why = SystemText();
-  ::unlink(temporary.c_str());
-  if (monitor.IsStopped()) return Fail(err, Ending::Stopped().text);
-  return Fail(err, "cannot write " + temporary.string() + " (" + why + ")");
-}
-
-bool Restore(const fs::path& source, const fs::path& folder, const fs::path& target,
-             WorkMonitor& monitor, std::string& err) {
-  const fs::path temporary = folder / NewRestoreName();
-  if (!CopyOut(source, temporary, monitor, err)) return false;
-  if (RenameIfFree(AT_FDCWD, temporary.c_str(), AT_FDCWD, target.c_str())) {
-    return FlushFolder(folder) || Fail(err, "cannot write out " + folder.string());
-  }
-  const bool exists = errno == EEXIST;
-  const std::string why = SystemText();
-  ::unlink(temporary.c_str());
-  return Fail(err, exists ? target.string() + " exists, and is not replaced"
-                          : "cannot name " + target.string() + " (" + why + ")");
-}
-
-}  // namespace
-
-bool ListTrash(const fs::path& stateFolder, std::vector<TrashedItem>& items, std::string& err) {
+bool ListTrash(const std::filesystem::path& stateFolder, std::vector<TrashedItem>& items,
+               std::string& err) {
+  namespace fs = std::filesystem;
+  using namespace internal::guard;
   items.clear();
   const fs::path trash = stateFolder / kTrashName;
   std::error_code error;
   const std::vector<std::string> passes = PassesIn(trash, error);
   if (error && error != std::errc::no_such_file_or_directory) {
-    return Fail(err, "cannot list " + trash.string() + " (" + error.message() + ")");
+    return internal::Fail(err, "cannot list " + trash.string() + " (" + error.message() + ")");
   }
   for (const std::string& pass : passes) {
     for (const ManifestLine& line : ReadManifest(trash / pass)) {
@@ -432,24 +379,6 @@ bool ListTrash(const fs::path& stateFolder, std::vector<TrashedItem>& items, std
     }
   }
   return true;
-}
-
-bool RestoreTrashed(const fs::path& stateFolder, const std::string& id, const fs::path& target,
-                    std::string& err, const std::atomic<bool>* stop,
-                    const std::function<void(const GuardedProgress&)>& onProgress) {
-  std::vector<TrashedItem> items;
-  if (!ListTrash(stateFolder, items, err)) return false;
-  const auto item = std::find_if(items.begin(), items.end(),
-                                 [&](const TrashedItem& listed) { return listed.id == id; });
-  if (item == items.end()) return Fail(err, "the trash holds nothing named " + id);
-  const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
-  std::vector<fs::path> made;
-  if (!MakeMissing(folder, made, err)) return false;
-  WorkMonitor monitor(stop, onProgress);
-  monitor.Begin(GuardedWork::kRestore, item->bytes);
-  const bool restored = Restore(stateFolder / kTrashName / id, folder, target, monitor, err);
-  if (!restored) RemoveMade(made);
-  return restored;
 }
 
 }  // namespace quorbix::virtdisk

@@ -56,6 +56,15 @@ class TrashRun {
 // Where a copy lies until it is whole: what is named in the manifest is never cut.
 std::filesystem::path PartOf(const std::filesystem::path& place);
 
+// Where a thing of the trash lies.
+std::filesystem::path PlaceInTrash(const std::filesystem::path& stateFolder, const std::string& id);
+
+// Copies the entry `name` of an open folder, a file or a link, to `place`, where nothing may be,
+// with its mode and times, and writes it out. False: the cause is in errno, ECANCELED when it was
+// stopped and EBUSY when it changed meanwhile; what there is at `place` is not whole.
+[[nodiscard]] bool CopyEntry(int folder, const std::string& name,
+                             const std::filesystem::path& place, WorkMonitor& monitor);
+
 // Moves the entry `name` of an open folder to `place`; copies it, with its mode and times, where
 // that is on another file system. Unless that is done, the entry is
 // where it was.

@@ -35,6 +35,7 @@ using quorbix::virtdisk::test::NextOf;
 int callsBeforeTheEnd = -1;       // negative: nothing happens
 std::function<int()> atThatCall;  // what happens then; an error, with which the call fails, or 0
 bool canExchange = true;
+bool canLink = true;
 bool countsOpenings = false;  // those that make nothing as well
 
 // Whether this call is the one that fails.
@@ -123,6 +124,10 @@ extern "C" int renameat2(int fromFolder, const char* from, int toFolder, const c
 }
 
 extern "C" int link(const char* from, const char* to) noexcept {
+  if (!canLink) {
+    errno = EPERM;
+    return -1;
+  }
   return IsRefused() ? -1 : NextOf<int(const char*, const char*)>("link")(from, to);
 }
 
@@ -528,6 +533,99 @@ INSTANTIATE_TEST_SUITE_P(
         Way{.number = 3, .name = "TakingTheDisks", .onConflict = kTakeDisk},
         Way{.number = 4, .name = "TakingTheHosts", .inPlace = true, .onConflict = kTakeHost}),
     [](const auto& way) { return way.param.name; });
+
+// --- restoring over what is there
+
+// A file of the trash in the place of another one, with and without a file system that can exchange
+// names, and where the trash cannot have a second name for it.
+struct Restoration {
+  const char* name;
+  bool canExchange = true;
+  bool canLink = true;
+};
+
+class CutOffRestore : public testing::TestWithParam<Restoration> {
+ protected:
+  void Begin() {
+    fs::remove_all(Root());
+    fs::create_directories(Root() / "state/trash/2026-11-21_17.20.05");
+    const fs::path trash = Root() / "state/trash/2026-11-21_17.20.05";
+    test::WriteWholeFile(trash / "manifest", "item 1 folder deleted a.txt\n");
+    test::WriteWholeFile(trash / "1", "of the trash");
+    fs::create_directories(Root() / "host");
+    test::WriteWholeFile(Target(), "there");
+  }
+
+  // Whether it ended before the call at which something was to happen.
+  bool RestoreToTheEnd(int calls, const std::function<int()>& atCall) {
+    const int status = test::RunInChild({}, [&] {
+      callsBeforeTheEnd = calls;
+      atThatCall = atCall;
+      canExchange = GetParam().canExchange;
+      canLink = GetParam().canLink;
+      static_cast<void>(Restore());
+      return callsBeforeTheEnd >= 0 ? 0 : 1;
+    });
+    EXPECT_TRUE(status == 0 || status == 1 || status == 256 + SIGKILL) << status;
+    return status == 0;
+  }
+
+  bool Restore() const {
+    std::string ignored;
+    return RestoreTrashedOver(Root() / "state", "2026-11-21_17.20.05/1", Target(), ignored);
+  }
+
+  int EndAtEveryCall(const std::function<int()>& atCall) {
+    countsOpenings = true;
+    int calls = 0;
+    for (bool ended = false; !ended && !HasFailure(); ++calls) {
+      SCOPED_TRACE("at call " + std::to_string(calls));
+      Begin();
+      ended = RestoreToTheEnd(calls, atCall);
+      const std::string now = test::ReadWholeFile(Target());
+      EXPECT_TRUE(now == "there" || now == "of the trash") << now;
+      EXPECT_TRUE(!ended || now == "of the trash");
+      ExpectNothingGone(now);
+      RestoreToTheEnd(kNeverCut, atCall);
+      EXPECT_EQ(test::ReadWholeFile(Target()), "of the trash");
+      ExpectNothingGone(now);
+    }
+    return calls;
+  }
+
+  // What is left beside the file can be deleted, as the docs say.
+  void ExpectNothingGone(const std::string& now) {
+    for (const auto& entry : fs::directory_iterator(Root() / "host")) {
+      if (entry.path() != Target()) fs::remove(entry.path());
+    }
+    Contents after{now};
+    AddFolder(Root() / "host", after);
+    AddTrash(Root() / "state", after);
+    ExpectAllIn({"there", "of the trash"}, after);
+  }
+
+  fs::path Root() const { return memory.Path() / "restore"; }
+  fs::path Target() const { return Root() / "host/a.txt"; }
+
+  test::MemoryFolder memory = test::MemoryFolder::OrOnDisk();
+};
+
+TEST_P(CutOffRestore, KilledAtAnyCall_LosesNothing) { EXPECT_GE(EndAtEveryCall(Die), 20); }
+
+TEST_P(CutOffRestore, FullDiskAtAnyCall_LosesNothing) {
+  EXPECT_GE(EndAtEveryCall([] { return ENOSPC; }), 20);
+}
+
+TEST_P(CutOffRestore, NoPermissionAtAnyCall_LosesNothing) {
+  EXPECT_GE(EndAtEveryCall([] { return EACCES; }), 20);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, CutOffRestore,
+                         testing::Values(Restoration{.name = "Exchanged"},
+                                         Restoration{.name = "WithoutExchange",
+                                                     .canExchange = false},
+                                         Restoration{.name = "WithoutLinks", .canLink = false}),
+                         [](const auto& way) { return way.param.name; });
 
 }  // namespace
 }  // namespace quorbix::virtdisk::internal::guard

@@ -25,6 +25,7 @@
 #include "support/temp_folder.h"
 #include "tools/built_program.h"
 #include "tools/program_run.h"
+#include "tools/sync_fixture.h"
 
 namespace quorbix::virtdisk::test {
 namespace {
@@ -39,32 +40,6 @@ using ::testing::MatchesRegex;
 using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::UnorderedElementsAre;
-
-class SyncCommand : public ::testing::Test {
- protected:
-  SyncCommand() {
-    folder.File("DISK/A long name.txt", "hello\n").File("DISK/SUB/B.TXT", "b\n");
-    EXPECT_EQ(RunVirtdisk({"build", Folder(), Image()}).status, 0);
-  }
-
-  std::string Image() const { return (folder / "disk.img").string(); }
-  std::string Folder() const { return (folder / "DISK").string(); }
-
-  // Nobody waits for quiet here.
-  ProgramRun Sync(std::vector<std::string> more = {"--once"}) const {
-    std::vector<std::string> arguments{"sync", Image(), Folder(), "--settle", "0"};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    return RunVirtdisk(arguments);
-  }
-
-  void GuestWrites(const std::string& path, const std::string& content) const {
-    GuestEditor guest(Image());
-    ASSERT_TRUE(guest.Write(path, content));
-    guest.Save();
-  }
-
-  TempFolder folder;
-};
 
 TEST_F(SyncCommand, SidesInStep_AreNoNews) {
   const ProgramRun run = Sync();
@@ -260,156 +235,6 @@ TEST_F(SyncCommand, Json_IsOneObjectAPass) {
   EXPECT_EQ(report["steps"][0]["to"], "disk");
   EXPECT_EQ(report["steps"][0]["hostPath"], "C.TXT");
   EXPECT_EQ(report["steps"][0]["done"], true);
-}
-
-class StatusFile : public SyncCommand {
- protected:
-  std::string Path() const { return (folder / "status").string(); }
-  nlohmann::json Read() const { return nlohmann::json::parse(folder.Read("status")); }
-
-  // The first status that fits; a discarded value when there is none in time.
-  nlohmann::json WaitForStatus(const std::function<bool(const nlohmann::json&)>& fits) const {
-    nlohmann::json status;
-    const bool found = WaitFor([&] {
-      status = folder.Exists("status") ? Read() : nlohmann::json();
-      return !status.is_null() && fits(status);
-    });
-    EXPECT_TRUE(found) << status;
-    return status;
-  }
-};
-
-TEST_F(StatusFile, AfterAPass_HoldsEachField) {
-  Sync();
-  folder.File("DISK/C.TXT", "new\n").File("DISK/.profile", "p");
-  ASSERT_EQ(Sync({"--once", "--status", Path()}).status, 0);
-  const nlohmann::json status = Read();
-  EXPECT_THAT(status["time"].get<std::string>(), MatchesRegex("....-..-.. ..:..:.."));
-  EXPECT_EQ(status["outcome"], "done");
-  EXPECT_EQ(status["message"], "");
-  EXPECT_EQ(status["steps"], nlohmann::json::array({{{"to", "disk"},
-                                                     {"action", "write"},
-                                                     {"type", "file"},
-                                                     {"reason", "new"},
-                                                     {"hostPath", "C.TXT"},
-                                                     {"diskPath", "/C.TXT"},
-                                                     {"bytes", 4},
-                                                     {"done", true}}}));
-  EXPECT_EQ(status["hazards"], nlohmann::json::array());
-  EXPECT_EQ(status["notes"],
-            nlohmann::json::array(
-                {{{"path", ".profile"}, {"text", "takes no part: its name begins with \".\""}}}));
-  EXPECT_EQ(status["firstMeeting"], false);
-  EXPECT_EQ(status["files"], 3);
-  EXPECT_EQ(status["bytes"], 6 + 2 + 4);
-  EXPECT_GT(status["lastReadInFull"], 1'700'000'000);
-  EXPECT_EQ(status["stepsDone"], 1);
-  EXPECT_EQ(status["nextLookWithinMs"], 0);
-  EXPECT_EQ(status.size(), 12u);
-}
-
-TEST_F(StatusFile, AfterARefusal_HoldsWhatStandsInTheWay) {
-  Sync();
-  fs::rename(Folder(), folder / "moved");
-  ASSERT_EQ(Sync({"--once", "--status", Path()}).status, 3);
-  const nlohmann::json status = Read();
-  EXPECT_EQ(status["outcome"], "refused");
-  ASSERT_EQ(status["hazards"].size(), 1u);
-  const nlohmann::json& hazard = status["hazards"][0];
-  EXPECT_EQ(hazard["name"], "folder-missing");
-  EXPECT_EQ(hazard["canBeAccepted"], true);
-  EXPECT_EQ(hazard["text"], status["message"]);
-  EXPECT_EQ(hazard["paths"].size(), hazard["pathCount"]);
-  EXPECT_EQ(hazard.size(), 5u);
-  EXPECT_EQ(status["stepsDone"], 0);
-}
-
-TEST_F(StatusFile, OfASyncThatWaits_TellsTheLongestWait) {
-  Background sync(
-      {"sync", Image(), Folder(), "--settle", "200", "--interval", "7000", "--status", Path()},
-      folder / "log");
-  const auto status = WaitForStatus([](const auto& told) { return told["outcome"] != "not now"; });
-  EXPECT_EQ(status["nextLookWithinMs"], 7200);  // a change at its very end has to settle
-}
-
-TEST_F(StatusFile, OfASyncThatTriesAgain_TellsWhenItDoes) {
-  Sync();
-  folder.File("DISK/C.TXT", "new\n");
-  const int writer = ::open(Image().c_str(), O_WRONLY | O_CLOEXEC);
-  Background sync({"sync", Image(), Folder(), "--settle", "0", "--status", Path()}, folder / "log");
-  const auto waiting = WaitForStatus([](const auto& told) { return told["outcome"] == "not now"; });
-  EXPECT_THAT(waiting["nextLookWithinMs"].get<int>(), ::testing::AnyOf(500, 1000, 2000, 4000));
-  ::close(writer);
-  // Long before the minute of the interval.
-  const auto done =
-      WaitForStatus([](const auto& told) { return told["outcome"] == "nothing to do"; });
-  EXPECT_EQ(done["nextLookWithinMs"], 60'000);
-  EXPECT_EQ(GuestEditor(Image()).Files().at("C.TXT"), "new\n");
-}
-
-TEST_F(SyncCommand, StatusInThePlaceOfSomethingElse_IsRefused) {
-  folder.File("letter", "Dear aunt,").File("list.json", "[1]").File("empty");
-  folder.Link("null", "/dev/null");
-  const std::vector<std::uint8_t> image = ReadBytes(Image());
-  for (const std::string& place :
-       {Image(), Folder(), (folder / "letter").string(), (folder / "list.json").string(),
-        (folder / "null").string(), (folder / "DISK/status").string()}) {
-    EXPECT_EQ(Sync({"--once", "--status", place}).status, 3) << place;
-    EXPECT_EQ(Sync({"--once", "--dry-run", "--status", place}).status, 3) << place;
-  }
-  EXPECT_EQ(ReadBytes(Image()), image);
-  EXPECT_EQ(folder.Read("letter"), "Dear aunt,");
-  EXPECT_EQ(folder.Read("list.json"), "[1]");
-  EXPECT_EQ(fs::read_symlink(folder / "null"), "/dev/null");
-  const std::string empty = (folder / "empty").string();
-  EXPECT_EQ(Sync({"--once", "--dry-run", "--status", empty}).status, 0);
-  EXPECT_EQ(folder.Read("empty"), "");
-  EXPECT_EQ(Sync({"--once", "--status", empty}).status, 0);
-  EXPECT_EQ(Sync({"--once", "--status", empty}).status, 0);  // in place of the one before
-}
-
-// Neither has to be there before the first pass.
-TEST_F(SyncCommand, StatusInThePlaceOfTheStateOrBelow_IsRefused) {
-  const std::string elsewhere = (folder / "elsewhere").string();
-  for (const char* place : {"disk.img.sync", "disk.img.sync/state", "DISK/../disk.img.sync/new"}) {
-    const ProgramRun run = Sync({"--once", "--status", (folder / place).string()});
-    EXPECT_EQ(run.status, 3) << place;
-    EXPECT_THAT(run.err, HasSubstr(" lies inside " + Image() + ".sync\n")) << place;
-  }
-  EXPECT_EQ(Sync({"--once", "--state", elsewhere, "--status", elsewhere + "/state"}).status, 3);
-  EXPECT_FALSE(folder.Exists("disk.img.sync"));
-  EXPECT_FALSE(folder.Exists("elsewhere"));
-  const std::string beside = (folder / "disk.img.sync.json").string();
-  EXPECT_EQ(Sync({"--once", "--status", beside}).status, 0);
-}
-
-TEST_F(SyncCommand, StatusInThePlaceOfAMissingImage_IsRefused) {
-  fs::remove(Image());
-  folder.Link("here", ".");
-  for (const char* place : {"disk.img", "here/disk.img", "DISK/../disk.img"}) {
-    const ProgramRun run = Sync({"--once", "--status", (folder / place).string()});
-    EXPECT_EQ(run.status, 3) << place;
-    EXPECT_THAT(run.err, HasSubstr(" is the image's path\n")) << place;
-    EXPECT_FALSE(folder.Exists("disk.img")) << place;
-  }
-}
-
-// The first pass may make what leads to it.
-TEST_F(SyncCommand, StatusThatComesToBeTheState_IsNotWritten) {
-  folder.Link("link", "disk.img.sync");
-  const ProgramRun run = Sync({"--once", "--status", (folder / "link/state").string()});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(folder.Read("disk.img.sync/state"), Not(HasSubstr("stepsDone")));
-}
-
-TEST_F(SyncCommand, StatusBehindALink_IsReplacedThere) {
-  folder.File("real").Link("link", "real").Link("dangling", "new");
-  EXPECT_EQ(Sync({"--once", "--status", (folder / "link").string()}).status, 0);
-  EXPECT_EQ(Sync({"--once", "--status", (folder / "dangling").string()}).status, 0);
-  EXPECT_TRUE(fs::is_symlink(folder / "link"));
-  EXPECT_TRUE(fs::is_symlink(folder / "dangling"));
-  EXPECT_THAT(folder.Read("real"), HasSubstr("stepsDone"));
-  EXPECT_THAT(folder.Read("new"), HasSubstr("stepsDone"));
 }
 
 TEST_F(SyncCommand, WhatTakesNoPart_IsTold) {
@@ -774,71 +599,6 @@ TEST_F(SyncCommand, TryThatDidSomething_IsToldThoughAnotherOneFollows) {
   for (const auto& step : first["steps"]) {
     EXPECT_EQ(step["done"], step["diskPath"] != "/C.TXT") << step;
   }
-}
-
-// --- restore
-
-TEST_F(SyncCommand, RestoreOfAWholeImage_GivesTheOldDisk) {
-  Sync();
-  const std::string before = ReadWholeFile(Image());
-  folder.File("DISK/C.TXT", "new\n");
-  Sync();
-  const auto items = RunVirtdisk({"restore", Image(), "--json"}).JsonLines();
-  ASSERT_THAT(items, SizeIs(1));
-  EXPECT_EQ(RunVirtdisk({"restore", Image(), items[0]["id"]}).status, 1);  // it would replace
-  const std::string target = (folder / "old.img").string();
-  EXPECT_EQ(RunVirtdisk({"restore", Image(), items[0]["id"], "--to", target}).status, 0);
-  EXPECT_EQ(ReadWholeFile(target), before);
-}
-
-TEST_F(SyncCommand, RestoreAsJson_HasTimesLikeTheOthersAndWhereTheItemWent) {
-  Sync();
-  GuestWrites("SUB/B.TXT", "of the guest");
-  Sync();
-  const auto listed = RunVirtdisk({"restore", Image(), "--json"}).JsonLines();
-  ASSERT_THAT(listed, SizeIs(1));
-  EXPECT_THAT(listed[0]["time"].get<std::string>(),
-              MatchesRegex("....-..-.. [0-9][0-9]:[0-9][0-9]:[0-9][0-9]"));
-  EXPECT_TRUE(listed[0].contains("restoredTo"));
-  EXPECT_EQ(listed[0]["restoredTo"], nullptr);
-  const std::string target = (folder / "old.txt").string();
-  nlohmann::json expected = listed[0];
-  expected["restoredTo"] = target;
-  EXPECT_EQ(RunVirtdisk({"restore", Image(), listed[0]["id"], "--to", target, "--json"}).Json(),
-            expected);
-}
-
-TEST_F(SyncCommand, Restore_ListsAndBringsBack) {
-  Sync();
-  GuestWrites("SUB/B.TXT", "of the guest");
-  Sync();
-  const ProgramRun list = RunVirtdisk({"restore", Image()});
-  EXPECT_THAT(list.out, HasSubstr("  replaced        folder  2 bytes  SUB/B.TXT\n"));
-  const std::string id = list.out.substr(0, list.out.find(' '));
-  EXPECT_EQ(RunVirtdisk({"restore", Image(), id}).status, 1);  // where to?
-  const std::string target = (folder / "old.txt").string();
-  EXPECT_EQ(RunVirtdisk({"restore", Image(), id, "--to", target}).status, 0);
-  EXPECT_EQ(folder.Read("old.txt"), "b\n");
-  EXPECT_EQ(RunVirtdisk({"restore", Image(), id, "--to", target}).status, 1);  // it exists
-}
-
-TEST_F(SyncCommand, RestoreIntoTheFolder_GivesTheOldName) {
-  Sync();
-  GuestEditor guest(Image());
-  ASSERT_TRUE(guest.Remove("SUB/B.TXT"));
-  guest.Save();
-  Sync();
-  EXPECT_FALSE(folder.Exists("DISK/SUB/B.TXT"));
-  const auto items = RunVirtdisk({"restore", Image(), "--json"}).JsonLines();
-  ASSERT_THAT(items, SizeIs(1));
-  EXPECT_EQ(RunVirtdisk({"restore", Image(), items[0]["id"], "--folder", Folder()}).status, 0);
-  EXPECT_EQ(folder.Read("DISK/SUB/B.TXT"), "b\n");
-}
-
-TEST_F(SyncCommand, RestoreWithoutState_Fails) {
-  const ProgramRun run = RunVirtdisk({"restore", Image()});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("there is no state folder " + Image() + ".sync"));
 }
 
 // --- its parts

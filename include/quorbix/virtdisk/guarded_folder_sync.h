@@ -226,7 +226,8 @@ struct TrashedItem {
   std::string time;  // of the pass that put it there: "2026-11-21 17.20.05"
   std::string side;  // "folder" or "disk"
   std::string path;  // where it was: relative to the folder; a whole image's is its file name
-  std::string why;   // "replaced", "deleted", "image replaced", "half written", "left over"
+  std::string why;   // "replaced", "deleted", "image replaced", "half written", "left over",
+                     // "restored over"
   std::uint64_t bytes = 0;
 };
 
@@ -242,6 +243,16 @@ struct TrashedItem {
 // `err`. `stop`, when it is set meanwhile, and `onProgress` are those of GuardedSyncOptions: what
 // was stopped has left nothing behind, and its text is "it was stopped".
 [[nodiscard]] QUORBIX_VIRTDISK_EXPORT bool RestoreTrashed(
+    const std::filesystem::path& stateFolder, const std::string& id,
+    const std::filesystem::path& target, std::string& err, const std::atomic<bool>* stop = nullptr,
+    const std::function<void(const GuardedProgress&)>& onProgress = {});
+
+// The same, and what stands at `target` goes to the trash first, as "restored over": it can be
+// brought back in turn. A file or a link is replaced, nothing else. There is a file under that name
+// at every moment, and a kill at any of them loses nothing. Fails, too, while somebody else has the
+// lock of the state's folder, which a running pass's object has, or has an image that is to be
+// replaced open for writing.
+[[nodiscard]] QUORBIX_VIRTDISK_EXPORT bool RestoreTrashedOver(
     const std::filesystem::path& stateFolder, const std::string& id,
     const std::filesystem::path& target, std::string& err, const std::atomic<bool>* stop = nullptr,
     const std::function<void(const GuardedProgress&)>& onProgress = {});

@@ -247,6 +247,9 @@ class Arguments::Commands {
     sub->add_option("--to", restore.target, "File to write it to")->needs(item);
     sub->add_option("--folder", restore.folder, "Folder in which it gets its old name")
         ->needs(item);
+    sub->add_flag("--force", restore.force,
+                  "Replace what has that name by now, which goes to the trash")
+        ->needs(item);
     sub->add_option("--state", restore.state, "Folder of what is remembered (IMAGE.sync)");
     sub->add_flag("--json", restore.json, "Print a JSON object a line");
   }

@@ -130,6 +130,7 @@ struct RestoreOptions {
   std::filesystem::path target;  // empty: the old name
   std::filesystem::path folder;  // that the pair's files were in
   std::filesystem::path state;   // empty: beside the image
+  bool force = false;            // what stands there goes to the trash
   bool json = false;
 };
 int RunRestore(Console& console, const RestoreOptions& options);

@@ -9,6 +9,7 @@
 
 #include "commands/commands.h"
 #include "commands/work_line.h"
+#include "common/host_file.h"
 #include "host/stop_flag.h"
 #include "terminal/columns.h"
 #include "terminal/exit_status.h"
@@ -54,15 +55,21 @@ int List(Console& console, const RestoreOptions& options, const std::vector<Tras
 // Under its old name, unless another was given.
 fs::path TargetFor(const RestoreOptions& options, const TrashedItem& item) {
   if (!options.target.empty()) return options.target;
-  if (item.side == "disk") return options.image;
+  if (item.side == "disk") return internal::FollowLinks(options.image);
   return options.folder.empty() ? fs::path() : options.folder / item.path;
 }
 
 bool CopyOut(Console& console, const RestoreOptions& options, const fs::path& target,
              std::string& err) {
   WorkLine line(console);
-  return RestoreTrashed(StateFolderOf(options), options.id, target, err, &StopFlag::Flag(),
-                        [&](const GuardedProgress& told) { line.Show(told); });
+  const auto restore = options.force ? RestoreTrashedOver : RestoreTrashed;
+  return restore(StateFolderOf(options), options.id, target, err, &StopFlag::Flag(),
+                 [&](const GuardedProgress& told) { line.Show(told); });
+}
+
+bool Exists(const fs::path& path) {
+  std::error_code unknown;
+  return fs::exists(fs::symlink_status(path, unknown));
 }
 
 int BringBack(Console& console, const RestoreOptions& options,
@@ -81,15 +88,21 @@ int BringBack(Console& console, const RestoreOptions& options,
   }
   std::string err;
   const StopFlag stop;
+  const bool isTaken = Exists(target);
   if (!CopyOut(console, options, target, err)) {
     if (StopFlag::IsSet()) return StopFlag::ExitStatus();
-    return Fail(console, err, "--to FILE gives it another name.");
+    const bool mayReplace = isTaken && !options.force;
+    return Fail(console, err,
+                mayReplace ? "--force puts what is there into the trash first; --to FILE gives "
+                             "it another name."
+                           : "--to FILE gives it another name.");
   }
   if (options.json) {
     console.out << OneLine(ItemObject(*item, target)) << "\n";
   } else if (!console.quiet) {
     PrintToOut(console, "Restored " + Printable(target.string()) + ", " + FormatBytes(item->bytes) +
-                            "; it stays in the trash as well.\n");
+                            "; it stays in the trash as well" +
+                            (isTaken ? ", and what was there is in it now.\n" : ".\n"));
   }
   return StopFlag::IsSet() ? StopFlag::ExitStatus() : kDone;
 }
