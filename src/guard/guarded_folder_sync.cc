@@ -113,13 +113,14 @@ class GuardedFolderSync final : public IGuardedFolderSync {
       return locked;
     }
     WorkMonitor monitor(options.stop, options.onProgress);
-    const Sight sight = Look(places, options, known, monitor);
+    KeptContents kept;
+    const Sight sight = Look(places, options, known, monitor, &kept);
     GuardedReport report = ReportOf(sight);
     report.outcome = OutcomeBefore(sight, accepted, report.message);
     const bool isToBeDone =
         report.outcome == GuardedOutcome::kDone || report.outcome == GuardedOutcome::kNothingToDo;
     if (isToBeDone && (lock.IsHeld() || TakeLockForTheFirstTime(places, report))) {
-      CarryOut(places, sight, monitor, report);
+      CarryOut(places, sight, kept, monitor, report);
     }
     const bool isQuiet = report.outcome == GuardedOutcome::kNothingToDo && report.hazards.empty();
     if (isQuiet && !options.verify) {
@@ -169,9 +170,9 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     return false;
   }
 
-  void CarryOut(const Places& places, const Sight& sight, WorkMonitor& monitor,
+  void CarryOut(const Places& places, const Sight& sight, KeptContents& kept, WorkMonitor& monitor,
                 GuardedReport& report) {
-    GuardedPass pass(places, options, sight, folderLock, monitor);
+    GuardedPass pass(places, options, sight, kept, folderLock, monitor);
     const Ending ending = pass.Run();
     for (GuardedStep& step : report.steps) step.isDone = pass.IsDone(step);
     if (!ending.IsDone()) {

@@ -34,10 +34,12 @@ bool IsAnother(const ImageFacts& image, std::uint32_t volumeId) {
 }  // namespace
 
 GuardedPass::GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsOptions,
-                         const Sight& whatIsSeen, FolderLock& lock, WorkMonitor& workMonitor)
+                         const Sight& whatIsSeen, KeptContents& keptContents, FolderLock& lock,
+                         WorkMonitor& workMonitor)
     : places(itsPlaces),
       options(itsOptions),
       sight(whatIsSeen),
+      kept(keptContents),
       folderLock(lock),
       monitor(workMonitor),
       when(LocalTimeText(NowNanoseconds())),
@@ -187,8 +189,10 @@ Ending GuardedPass::ChangeImage() {
                              .folder = places.folder,
                              .old = sight.disk,
                              .oldContents = oldContents,
+                             .kept = kept,
                              .volumeId = pending->volumeId},
                             image, suspect, monitor);
+  kept.Clear();
   if (!suspect.empty()) Doubt(suspect);
   if (!ending.IsDone()) return ending;
   const fs::path folder = options.inPlace ? places.stateFolder : places.image.parent_path();

@@ -8,6 +8,7 @@
 
 #include "guard/folder_lock.h"
 #include "guard/host_changes.h"
+#include "guard/kept_contents.h"
 #include "guard/sight.h"
 #include "guard/state.h"
 #include "guard/trash.h"
@@ -27,10 +28,12 @@ namespace quorbix::virtdisk::internal::guard {
 // Between 4 and 5 the volume id of the image tells that the pending state holds.
 class GuardedPass {
  public:
-  // The sight is whole, has a plan, and no hazard stands. `lock` is taken of a folder that the pass
-  // makes. Everything has to outlive this.
+  // The sight is whole, has a plan, and no hazard stands. What the look has `kept` goes as soon as
+  // the new image is made; `lock` is taken of a folder that the pass makes. Everything has to
+  // outlive this.
   GuardedPass(const Places& itsPlaces, const GuardedSyncOptions& itsOptions,
-              const Sight& whatIsSeen, FolderLock& lock, WorkMonitor& workMonitor);
+              const Sight& whatIsSeen, KeptContents& keptContents, FolderLock& lock,
+              WorkMonitor& workMonitor);
 
   [[nodiscard]] Ending Run();
 
@@ -59,6 +62,7 @@ class GuardedPass {
   const Places& places;
   const GuardedSyncOptions& options;
   const Sight& sight;
+  KeptContents& kept;
   FolderLock& folderLock;
   WorkMonitor& monitor;
   const std::string when;

@@ -16,7 +16,7 @@ constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
 HostContentReader::HostContentReader(WorkMonitor& workMonitor)
     : monitor(workMonitor), buffer(kBufferBytes) {}
 
-bool HostContentReader::Read(int file, Content& content) {
+bool HostContentReader::Read(int file, Content& content, std::vector<std::uint8_t>* bytes) {
   content = {.hash = kEmptyHash, .size = 0};
   while (!IsStopped()) {
     const std::ptrdiff_t got = ReadFully(file, buffer);
@@ -25,6 +25,9 @@ bool HostContentReader::Read(int file, Content& content) {
     const auto piece = std::span(buffer).first(static_cast<std::size_t>(got));
     content.hash = HashBytes(piece, content.hash);
     content.size += piece.size();
+    if (bytes != nullptr && content.size <= bytes->capacity()) {
+      bytes->insert(bytes->end(), piece.begin(), piece.end());
+    }
     monitor.Add(piece.size());
   }
   return false;

@@ -15,8 +15,9 @@ class HostContentReader {
   explicit HostContentReader(WorkMonitor& workMonitor);
 
   // Reads an open file from where it stands to its end. False: it was stopped, or the file could
-  // not be read, with the cause in errno.
-  [[nodiscard]] bool Read(int file, Content& content);
+  // not be read, with the cause in errno. `bytes`, unless null, gets what it says, as far as that
+  // fits into its capacity.
+  [[nodiscard]] bool Read(int file, Content& content, std::vector<std::uint8_t>* bytes = nullptr);
 
   bool IsStopped() const { return monitor.IsStopped(); }
 

@@ -225,7 +225,10 @@ class HostLooker {
       view.wasAllRead = false;
       return;
     }
-    if (!opened || !contents.Read(opened.Get(), file.content)) {
+    const bool isKept = look.kept != nullptr && look.kept->HasRoomFor(file.stamp.size);
+    std::vector<std::uint8_t> bytes;
+    if (isKept) bytes.reserve(file.stamp.size);
+    if (!opened || !contents.Read(opened.Get(), file.content, isKept ? &bytes : nullptr)) {
       if (contents.IsStopped()) return Stop(HostView::Result::kStopped, path);
       view.items[path] = {.isReadable = false};
       view.wasAllRead = false;
@@ -235,6 +238,7 @@ class HostLooker {
     const bool isSteady = ::fstat(opened.Get(), &after) == 0 && StampOf(after) == file.stamp &&
                           file.content.size == file.stamp.size;
     if (!isSteady) return Stop(HostView::Result::kBusy, path);
+    if (isKept) look.kept->Keep(path, file.content, std::move(bytes));
     view.items[path] = {.content = file.content};
     view.seen[path] = file;
   }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "guard/facts.h"
+#include "guard/kept_contents.h"
 #include "guard/model.h"
 #include "guard/planning.h"
 #include "guard/state.h"
@@ -43,6 +44,7 @@ struct HostLook {
   std::vector<Identity> leftOut{};
   const std::map<std::string, SeenFile>* known = nullptr;  // contents that need no reading
   bool readsEverything = false;
+  KeptContents* kept = nullptr;  // gets what is read, as far as it has room
   // Larger files have no room on the disk, whatever they say: of their content only the size is
   // found out.
   std::uint64_t mostBytes = std::numeric_limits<std::uint64_t>::max();

@@ -169,6 +169,11 @@ class ImageMaker {
   }
 
   Ending FillFromHost(const TreeEntry& entry, ChainWriter& writer) {
+    if (const auto* bytes = parts.kept.Find(entry.host, entry.content)) {
+      monitor.Add(bytes->size());
+      Fill(*bytes, writer);
+      return {};
+    }
     struct ::stat status;
     const Descriptor file = OpenRegularFile((parts.folder / entry.host).c_str(), status);
     if (!file && (errno == ENOENT || errno == ENOTDIR)) return FileChanged(entry.host);
@@ -201,17 +206,22 @@ class ImageMaker {
     Ending ending = parts.oldContents.Read(entry.disk, [&](std::span<const std::uint8_t> bytes) {
       hash = HashBytes(bytes, hash);
       monitor.Add(bytes.size());
-      while (!bytes.empty()) {
-        const auto part = writer.Next(bytes.size());
-        if (part.empty()) return false;
-        std::copy_n(bytes.begin(), part.size(), part.begin());
-        bytes = bytes.subspan(part.size());
-      }
-      return !monitor.IsStopped();
+      return Fill(bytes, writer) && !monitor.IsStopped();
     });
     if (monitor.IsStopped()) return Ending::Stopped();
     if (!ending.IsDone()) return ending;
     return hash == entry.content.hash ? Ending{} : FileChanged("the image");
+  }
+
+  // False: there is no room left for some of it.
+  static bool Fill(std::span<const std::uint8_t> bytes, ChainWriter& writer) {
+    while (!bytes.empty()) {
+      const auto part = writer.Next(bytes.size());
+      if (part.empty()) return false;
+      std::copy_n(bytes.begin(), part.size(), part.begin());
+      bytes = bytes.subspan(part.size());
+    }
+    return true;
   }
 
   // The writer knows no attributes and no times: they are put where it has made the entries.

@@ -9,6 +9,7 @@
 #include "guard/disk_view.h"
 #include "guard/ending.h"
 #include "guard/host_changes.h"
+#include "guard/kept_contents.h"
 #include "guard/planning.h"
 #include "guard/work_monitor.h"
 
@@ -20,11 +21,12 @@ struct ImageParts {
   std::filesystem::path folder{};  // of the host
   const DiskView& old;
   ImageContents& oldContents;
+  const KeptContents& kept;  // of the folder
   std::uint32_t volumeId = 0;
 };
 
-// Makes an image of the old one's size that holds the tree, in memory. Every file is read once, and
-// has to be what was planned.
+// Makes an image of the old one's size that holds the tree, in memory. Every file that is not kept
+// is read once, and has to be what was planned.
 //
 // From the old image it takes the label, the boot code, and for every entry that stays as it was
 // its attributes and times and its place among the others: machines start from files that come

@@ -84,8 +84,12 @@ void DoubtMixtures(const Memory& memory, std::map<std::string, DiskItem>& disk) 
 class Looker {
  public:
   Looker(const Places& itsPlaces, const GuardedSyncOptions& itsOptions, const KnownState& known,
-         WorkMonitor& workMonitor)
-      : places(itsPlaces), options(itsOptions), remembered(known), monitor(workMonitor) {}
+         WorkMonitor& workMonitor, KeptContents* keptContents)
+      : places(itsPlaces),
+        options(itsOptions),
+        remembered(known),
+        monitor(workMonitor),
+        kept(keptContents) {}
 
   Sight Run() {
     sight.state = remembered.state;
@@ -151,6 +155,7 @@ class Looker {
                   .leftOut = OwnParts(),
                   .known = &sight.state.seen,
                   .readsEverything = options.verify,
+                  .kept = kept,
                   .settleNanoseconds = SettleNanoseconds()};
     if (const auto image = StampAt(places.image)) look.mostBytes = image->size;
     sight.host = LookAtHost(look, monitor);
@@ -419,6 +424,7 @@ class Looker {
   const GuardedSyncOptions& options;
   const KnownState& remembered;
   WorkMonitor& monitor;
+  KeptContents* const kept;
   std::optional<SeenImage> imageBefore;  // as the last pass left it
   NameHints::Names namesBefore;          // that a side had which is replaced
   Sight sight;
@@ -427,8 +433,8 @@ class Looker {
 }  // namespace
 
 Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered,
-           WorkMonitor& monitor) {
-  return Looker(places, options, remembered, monitor).Run();
+           WorkMonitor& monitor, KeptContents* kept) {
+  return Looker(places, options, remembered, monitor, kept).Run();
 }
 
 TrashBound BoundOf(const GuardedSyncOptions& options, const std::optional<Pending>& cutOff) {

@@ -59,8 +59,9 @@ struct Sight {
 };
 
 // Looks at both sides and plans. A hazard that can be accepted is planned for as if it were.
+// `kept`, unless null, gets what it has read of the folder.
 Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered,
-           WorkMonitor& monitor);
+           WorkMonitor& monitor, KeptContents* kept = nullptr);
 
 // Of the trash, while a pass has to be ended that was cut off, if one has.
 TrashBound BoundOf(const GuardedSyncOptions& options, const std::optional<Pending>& cutOff);

@@ -18,6 +18,7 @@
 #include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "common/byte_order.h"
@@ -463,10 +464,33 @@ TEST_F(GuardedPassTest, FolderThatIsReplacedMeanwhile_IsNotAgreedOn) {
   const Sight sight = Look(places, options, known, nobody);
   std::filesystem::rename(Host(), folder / "moved");
   folder.Folder("host");
+  KeptContents kept;
   FolderLock lock;
-  EXPECT_EQ(GuardedPass(places, options, sight, lock, nobody).Run().result,
+  EXPECT_EQ(GuardedPass(places, options, sight, kept, lock, nobody).Run().result,
             Ending::Result::kBusy);
   EXPECT_THAT(HazardsOf(Pass()), testing::Contains(GuardedHazard::kFolderReplaced));
+}
+
+// The new image is made of what was looked at; what has come since is news to the next pass, also
+// where neither size nor time of the content tell.
+TEST_F(GuardedPassTest, EditBetweenTheLookAndTheNewImage_IsLeftForTheNextPass) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.File("host/b.txt", "looked at").File("host/c.txt", "looked at");
+  const auto time = std::filesystem::last_write_time(Host() / "c.txt");
+  bool wasEdited = false;
+  options.onProgress = [&](const GuardedProgress& progress) {
+    if (progress.work != GuardedWork::kReadDisk || std::exchange(wasEdited, true)) return;
+    folder.File("host/b.txt", "edited since").File("host/c.txt", "edited on");
+    std::filesystem::last_write_time(Host() / "c.txt", time);
+  };
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
+  EXPECT_TRUE(wasEdited);
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "a"}, {"B.TXT", "looked at"}, {"C.TXT", "looked at"}}));
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnDisk(),
+            (FileTree{{"A.TXT", "a"}, {"B.TXT", "edited since"}, {"C.TXT", "edited on"}}));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
 }
 
 TEST_F(GuardedPassTest, NewImageThatCannotBeWritten_IsRemovedAtOnce) {
@@ -491,8 +515,9 @@ TEST_F(GuardedPassTest, ImageThatIsOpenedMeanwhile_LeavesNoNewOneBehind) {
   WorkMonitor nobody;
   const Sight sight = Look(places, options, known, nobody);
   const Descriptor guest = OpenHostFile(Image().c_str(), O_RDWR);
+  KeptContents kept;
   FolderLock lock;
-  EXPECT_EQ(GuardedPass(places, options, sight, lock, nobody).Run().result,
+  EXPECT_EQ(GuardedPass(places, options, sight, kept, lock, nobody).Run().result,
             Ending::Result::kBusy);
   for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
     EXPECT_FALSE(entry.path().filename().string().starts_with(".")) << entry.path();

@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "guard/guarded_pair.h"
+#include "guard/kept_contents.h"
 #include "support/clock_ahead.h"
 #include "support/next_function.h"
 #include "sync/sync_pass.h"
@@ -191,18 +192,58 @@ TEST_F(ReadCost, PreviewOfAChangeOnTheHost_ReadsTheChangedFileAndTheImageOnce) {
   EXPECT_LE(OfImage(result), kContents + kBesideContents);
 }
 
-// Once to see what it says, and once, as every file, for the new image: what is built has to be
-// what was planned.
-TEST_F(ReadCost, ChangeOnTheHost_ReadsEveryFileOnceAndTheChangedOneTwice) {
-  folder.File("host/b.bin", std::string(kBytesOfB, 'x'));
+// What is changed and new for what it says, which the new image is made of; the others for the new
+// image.
+TEST_F(ReadCost, ChangesOnTheHost_ReadEveryFileOnce) {
+  folder.File("host/b.bin", std::string(kBytesOfB, 'x'))
+      .File("host/new.bin", std::string(1000, 'n'));
   const Counted result = CountPass(kDone);
   EXPECT_EQ(OfHost(result, "a.bin"), kBytesOfA);
-  EXPECT_EQ(OfHost(result, "b.bin"), 2 * kBytesOfB);
+  EXPECT_EQ(OfHost(result, "b.bin"), kBytesOfB);
   EXPECT_EQ(OfHost(result, "sub/c.bin"), kBytesOfC);
+  EXPECT_EQ(OfHost(result, "new.bin"), 1000u);
+  EXPECT_EQ(OnDisk().at("B.BIN"), std::string(kBytesOfB, 'x'));
   EXPECT_GE(OfImage(result), kContents);
   EXPECT_LE(OfImage(result), kContents + kBesideContents);
   EXPECT_GE(OfNewImage(result), kContents);
   EXPECT_LE(OfNewImage(result), kContents + kBesideContents);
+}
+
+TEST_F(ReadCost, ChangeOnTheHostWithVerify_ReadsEveryFileOnce) {
+  folder.File("host/b.bin", std::string(kBytesOfB, 'x'));
+  options.verify = true;
+  const Counted result = CountPass(kDone);
+  EXPECT_EQ(OfHost(result, "a.bin"), kBytesOfA);
+  EXPECT_EQ(OfHost(result, "b.bin"), kBytesOfB);
+  EXPECT_EQ(OfHost(result, "sub/c.bin"), kBytesOfC);
+}
+
+// So much is kept of what is read, and no more.
+class ReadCostOfALargeFile : public GuardedPair {
+ protected:
+  ~ReadCostOfALargeFile() override { test::secondsAhead = 0; }
+
+  std::uint64_t ReadOf(std::uint64_t bytes) {
+    folder.File("host/a.bin", "a");
+    BuildImage(std::uint64_t{80} << 20);
+    test::secondsAhead = 10;  // what is not the large file is known
+    EXPECT_EQ(Sync()->Pass().outcome, kNothingToDo);
+    folder.File("host/large.bin", "l");
+    fs::resize_file(Host() / "large.bin", bytes);
+    Counted result;
+    counted = &result;
+    EXPECT_EQ(Sync()->Pass().outcome, kDone);
+    counted = nullptr;
+    return result.read[(Host() / "large.bin").string()];
+  }
+};
+
+TEST_F(ReadCostOfALargeFile, ThatIsKept_IsOnce) {
+  EXPECT_EQ(ReadOf(kMostKeptBytes), kMostKeptBytes);
+}
+
+TEST_F(ReadCostOfALargeFile, OneByteTooLargeToBeKept_IsTwice) {
+  EXPECT_EQ(ReadOf(kMostKeptBytes + 1), 2 * (kMostKeptBytes + 1));
 }
 
 TEST_F(ReadCost, ChangeInTheImage_ReadsEveryFileOfTheImageOnceAndTheChangedOneTwice) {

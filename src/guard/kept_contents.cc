@@ -1,0 +1,24 @@
+#include "guard/kept_contents.h"
+
+#include <utility>
+
+namespace quorbix::virtdisk::internal::guard {
+
+void KeptContents::Keep(const std::string& hostPath, const Content& content,
+                        std::vector<std::uint8_t> bytes) {
+  held += bytes.size();
+  files.emplace(hostPath, File{content, std::move(bytes)});
+}
+
+const std::vector<std::uint8_t>* KeptContents::Find(const std::string& hostPath,
+                                                    const Content& content) const {
+  const auto file = files.find(hostPath);
+  return file != files.end() && file->second.content == content ? &file->second.bytes : nullptr;
+}
+
+void KeptContents::Clear() {
+  files.clear();
+  held = 0;
+}
+
+}  // namespace quorbix::virtdisk::internal::guard
