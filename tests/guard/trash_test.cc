@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
+
 #include "common/host_file.h"
 #include "guard/host_view.h"
 #include "guard/paths.h"
@@ -514,8 +516,12 @@ TEST_F(Renames, FileOfAnotherUserInAStickyFolder_GetsNoSecondName) {
 }
 
 TEST_F(Renames, Exchange_SwapsBoth) {
-  folder.File("a", "1").File("b", "2");
-  if (!ExchangeNames(Top().Get(), "a", "b")) GTEST_SKIP() << "this file system cannot";
+  folder.File("a", "1").File("b", "2").File("x").File("y");
+  const Descriptor top = Top();
+  if (::renameat2(top.Get(), "x", top.Get(), "y", RENAME_EXCHANGE) != 0) {
+    GTEST_SKIP() << "this file system cannot";
+  }
+  ASSERT_TRUE(ExchangeNames(top.Get(), "a", "b"));
   EXPECT_EQ(folder.Read("a"), "2");
   EXPECT_EQ(folder.Read("b"), "1");
 }
