@@ -9,6 +9,8 @@
 #include <system_error>
 #include <utility>
 
+#include "common/host_file.h"
+
 namespace quorbix::virtdisk::internal {
 namespace {
 
@@ -34,17 +36,12 @@ std::unique_ptr<FileSource> FileSource::Open(const std::filesystem::path& path, 
 
 FileSource::FileSource() : cache(kBlockBytes * kBlockCount) { blocks.fill(kNoBlock); }
 
-FileSource::~FileSource() {
-  if (file >= 0) ::close(file);
-}
-
 bool FileSource::OpenFile(const std::filesystem::path& path, std::string& err) {
-  // Not to wait for ever at a pipe.
-  file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  file = OpenHostFile(path.c_str(), O_RDONLY | O_NOCTTY);
   struct ::stat status;
-  if (file < 0 || ::fstat(file, &status) != 0) return FailToOpen(err, SystemText());
+  if (!file || ::fstat(file.Get(), &status) != 0) return FailToOpen(err, SystemText());
   if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)) return FailToOpen(err, kNoImage);
-  const ::off_t end = ::lseek(file, 0, SEEK_END);  // the status of a device says 0
+  const ::off_t end = ::lseek(file.Get(), 0, SEEK_END);  // the status of a device says 0
   if (end < 0) return FailToOpen(err, SystemText());
   size = static_cast<std::uint64_t>(end);
   return true;
@@ -90,7 +87,7 @@ bool FileSource::FailToRead(std::string& err, std::string_view reason) {
 bool FileSource::ReadFromFile(std::uint64_t offset, std::uint8_t* data, std::size_t count,
                               std::string& err) {
   while (count > 0) {
-    const ::ssize_t got = ::pread(file, data, count, static_cast<::off_t>(offset));
+    const ::ssize_t got = ::pread(file.Get(), data, count, static_cast<::off_t>(offset));
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return FailToRead(err, SystemText());
     if (got == 0) return FailToRead(err, kShorterThanBefore);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "browser/byte_source.h"
+#include "common/descriptor.h"
 
 namespace quorbix::virtdisk::internal {
 
@@ -22,11 +23,11 @@ namespace quorbix::virtdisk::internal {
 // shrinks or fails under the reader, a read fails with "image could not be read: " and the reason.
 class FileSource final : public ByteSource {
  public:
-  // Opens the image at `path`; a link is followed. Null when it cannot be opened, or is neither a
-  // regular file nor a block device; `err` then begins with "image could not be opened: ".
+  // Opens the image at `path`; a link is followed, and a lease that another process holds on the
+  // file waited for. Null when it cannot be opened, or is neither a regular file nor a block
+  // device; `err` then begins with "image could not be opened: ".
   static std::unique_ptr<FileSource> Open(const std::filesystem::path& path, std::string& err);
 
-  ~FileSource() override;
   FileSource(const FileSource&) = delete;
   FileSource& operator=(const FileSource&) = delete;
 
@@ -52,7 +53,7 @@ class FileSource final : public ByteSource {
   bool ReadFromFile(std::uint64_t offset, std::uint8_t* data, std::size_t count, std::string& err);
   bool FailToRead(std::string& err, std::string_view reason);
 
-  int file = -1;           // its descriptor
+  Descriptor file;
   std::uint64_t size = 0;  // bytes
   std::uint64_t bytesRead = 0;
   std::string failure;

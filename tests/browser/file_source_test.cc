@@ -12,6 +12,7 @@
 
 #include "browser/browser_fixture.h"
 #include "browser/volume_index.h"
+#include "support/lease_holder.h"
 #include "support/temp_folder.h"
 
 namespace quorbix::virtdisk::internal {
@@ -70,6 +71,16 @@ TEST(FileSource, LinkToAFile_IsFollowed) {
   folder.File("disk.img", "abc").Link("link", "disk.img");
 
   EXPECT_EQ(OpenImage(folder / "link")->Size(), 3u);
+}
+
+TEST(FileSource, LeasedFile_IsWaitedFor) {
+  test::TempFolder folder;
+  folder.File("F", "leased");
+  test::LeaseHolder holder(folder / "F");
+  if (!holder.Holds()) GTEST_SKIP() << "this file system has no leases";
+  std::string err;
+  EXPECT_NE(FileSource::Open(folder / "F", err), nullptr) << err;
+  EXPECT_TRUE(holder.WasAsked());
 }
 
 TEST(FileSource, Descriptor_IsNotInheritedAndIsClosed) {
