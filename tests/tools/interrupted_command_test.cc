@@ -116,6 +116,8 @@ namespace quorbix::virtdisk::test {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::Not;
 using Files = std::map<std::string, std::string>;
 
 class InterruptedCommand : public ::testing::Test {
@@ -153,11 +155,16 @@ class InterruptedCommand : public ::testing::Test {
     return EndAtEveryCall({false}, command, begin, check);
   }
 
+  // What the run that ended so said on the error output, also by its handler of signals.
+  std::string Told() const { return ReadWholeFile(told / "err"); }
+
   const MemoryFolder folder = MemoryFolder::OrOnDisk();
 
  private:
   static constexpr int kSilent = 99;
   static constexpr std::array<int, 3> kSignals{SIGTERM, SIGINT, SIGHUP};
+
+  const TempFolder told;
 
   int EndAtEveryCall(std::initializer_list<bool> ways, const std::vector<std::string>& command,
                      const std::function<void()>& begin, const std::function<void()>& check) {
@@ -173,7 +180,10 @@ class InterruptedCommand : public ::testing::Test {
           tool::EndOnSignals();
           isDiskFull = isFull;
           callsBeforeTheEnd = calls;
+          if (std::freopen((told / "err").c_str(), "w", stderr) == nullptr) return kSilent;
           const ProgramRun run = RunVirtdisk(command);
+          std::fputs(run.err.c_str(), stderr);
+          std::fflush(stderr);
           return run.status == 1 && run.err.empty() ? kSilent : run.status;
         });
         if (status == 0) continue;
@@ -269,8 +279,28 @@ TEST_F(InterruptedCommand, Build_LeavesTheOldImageOrTheNewOne) {
     const Files inside = GuestEditor(Path("disk.img")).Files();
     EXPECT_EQ(inside.at("A.TXT"), isOld ? "a" : "new");
     EXPECT_TRUE(inside.at("SUB/LARGE.BIN") == std::string(3'000'000, 'x'));
+    EXPECT_THAT(Told(), Not(HasSubstr("half")));
   });
   EXPECT_GE(calls, 4);
+}
+
+// The image is more than is written at once.
+TEST_F(InterruptedCommand, BuildInPlace_TellsThatTheImageMayBeHalfWritten) {
+  WriteWholeFile(Path("DISK/A.TXT"), "new");
+  const Files before = Found();
+  const std::string old = before.at("old.img") + std::string(9'000'000, 'o');
+  int mixtures = 0;
+  const int calls = EndAtEveryCall(
+      {"build", Path("DISK"), Path("old.img"), "--in-place", "--size", "10M"},
+      [&] { WriteWholeFile(Path("old.img"), old); },
+      [&] {
+        const std::string now = ReadWholeFile(Path("old.img"));
+        mixtures += now != old && now.ends_with("ooo") ? 1 : 0;
+        EXPECT_THAT(Told(), HasSubstr(" may be half old and half new; build it again"));
+        EXPECT_EQ(Found().size(), before.size());
+      });
+  EXPECT_GE(calls, 4);  // two pieces, the length, the flush
+  EXPECT_GE(mixtures, 2);
 }
 
 TEST_F(InterruptedCommand, Map_LeavesTheOldPictureOrTheNewOne) {

@@ -147,7 +147,7 @@ int FailToFill(Console& console, const BuildOptions& options, const BuildPreview
 int FailToWrite(Console& console, const ImageOutput& output, const BuildOptions& options,
                 const std::string& err) {
   return Fail(console, err,
-              output.IsTouched() ? "It may hold a part of the new image; build again."
+              output.IsTouched() ? std::string("It ") + kHalfWritten + "."
                                  : "Nothing was written to " + options.image.string() + ".");
 }
 

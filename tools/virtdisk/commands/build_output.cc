@@ -13,6 +13,7 @@
 #include "common/host_file.h"
 #include "host/host_file.h"
 #include "host/output_place.h"
+#include "host/stop_signals.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
@@ -93,20 +94,23 @@ bool ImageOutput::Open(const fs::path& image, bool inPlace, std::string& err) {
 }
 
 bool ImageOutput::Write(std::span<const std::uint8_t> bytes, const MovedBytes& moved,
-                        std::string& err) {
+                        const std::string& lastWords, std::string& err) {
   if (existing) {
-    return WriteIntoExisting(bytes, moved) || FailToWriteFile(err, path, SystemText(errno));
+    return WriteIntoExisting(bytes, moved, lastWords) ||
+           FailToWriteFile(err, path, SystemText(errno));
   }
-  if (!WriteInPieces(replacement.Descriptor(), bytes, moved)) {
+  if (!WriteInPieces(replacement.Descriptor(), bytes, moved))
     return FailToWriteFile(err, path, SystemText(errno));
   }
   return replacement.Commit(err);
 }
 
-bool ImageOutput::WriteIntoExisting(std::span<const std::uint8_t> bytes, const MovedBytes& moved) {
+bool ImageOutput::WriteIntoExisting(std::span<const std::uint8_t> bytes, const MovedBytes& moved,
+                                    const std::string& lastWords) {
   const auto size = static_cast<::off_t>(bytes.size());
   if (!MakeRoomOrShrink(existing.Get(), bytes.size())) return false;
   isTouched = true;
+  const LastWords spoken(lastWords);
   return WriteInPieces(existing.Get(), bytes, moved) && ::ftruncate(existing.Get(), size) == 0 &&
          ::fsync(existing.Get()) == 0;
 }

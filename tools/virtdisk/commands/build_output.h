@@ -21,6 +21,9 @@ bool AreExchanged(const std::filesystem::path& folder, const std::filesystem::pa
 // Whether an image may be written where the options want it. Tells the console why not.
 bool IsOutputAcceptable(Console& console, const BuildOptions& options);
 
+// What is to be said of an image that was being written in place when that ended early.
+inline constexpr char kHalfWritten[] = "may be half old and half new; build it again";
+
 // The file that an image is written to: a new one that takes its place when it is complete, or, in
 // place, the one that exists. A link stays, and what it leads to is replaced or written to.
 class ImageOutput {
@@ -30,15 +33,19 @@ class ImageOutput {
 
   // False: `err` says why. A new file has gone then, and its place is as it was. An image that is
   // written in place may be half old and half new, but not because the host's disk is full: room is
-  // made first.
+  // made first. `lastWords` are printed when a signal ends the program in the middle of that.
   [[nodiscard]] bool Write(std::span<const std::uint8_t> bytes, const MovedBytes& moved,
-                           std::string& err);
+                           const std::string& lastWords, std::string& err);
 
   // Whether the image that exists was written into.
   bool IsTouched() const { return isTouched; }
 
+  // Where the bytes go, behind links.
+  const std::filesystem::path& Path() const { return path; }
+
  private:
-  bool WriteIntoExisting(std::span<const std::uint8_t> bytes, const MovedBytes& moved);
+  bool WriteIntoExisting(std::span<const std::uint8_t> bytes, const MovedBytes& moved,
+                         const std::string& lastWords);
 
   std::filesystem::path path;
   internal::Descriptor existing;

@@ -29,8 +29,9 @@ bool WriteShown(Console& console, const internal::Fat16Image& image, ImageOutput
                 std::string& err) {
   image.PrepareToRead();
   Progress progress(console, "writing", image.Bytes().size());
+  const std::string lastWords = FailureText(console, output.Path().string() + " " + kHalfWritten);
   return output.Write(
-      image.Bytes(), [&](std::uint64_t bytes) { progress.Add(bytes); }, err);
+      image.Bytes(), [&](std::uint64_t bytes) { progress.Add(bytes); }, lastWords, err);
 }
 
 }  // namespace quorbix::virtdisk::tool

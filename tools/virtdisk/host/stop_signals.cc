@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstring>
+#include <utility>
 
 #include "terminal/exit_status.h"
 
@@ -24,7 +25,9 @@ struct Slot {
 };
 std::array<Slot, 8> slots;
 std::atomic<unsigned> shownColumns{0};
+std::atomic<const std::string*> lastWords{nullptr};
 static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<unsigned>::is_always_lock_free);
+static_assert(std::atomic<const std::string*>::is_always_lock_free);
 
 void EraseShownLine() {
   static constexpr char kBlanks[] = "                                ";
@@ -39,11 +42,20 @@ void EraseShownLine() {
   ignored = ::write(STDERR_FILENO, "\r", 1);
 }
 
+void SpeakLastWords() {
+  const std::string* text = lastWords;
+  if (text == nullptr) return;
+  [[maybe_unused]] const ::ssize_t ignored = ::write(STDERR_FILENO, text->data(), text->size());
+}
+
 void End(int signal) {
   for (const Slot& slot : slots) {
     if (slot.ready) ::unlink(slot.path.data());
   }
-  if (signal != SIGPIPE) EraseShownLine();
+  if (signal != SIGPIPE) {
+    EraseShownLine();
+    SpeakLastWords();
+  }
   ::_exit(kEndedBySignal + signal);
 }
 
@@ -90,6 +102,10 @@ void TakeBackFromSignals(int number) {
 }
 
 void EraseOnSignals(unsigned columns) { shownColumns = columns; }
+
+LastWords::LastWords(std::string spoken) : text(std::move(spoken)) { lastWords = &text; }
+
+LastWords::~LastWords() { lastWords = nullptr; }
 
 SignalsHeld::SignalsHeld() {
   const ::sigset_t ending = EndingSet();

@@ -3,6 +3,8 @@
 
 #include <signal.h>
 
+#include <string>
+
 namespace quorbix::virtdisk::tool {
 
 // From here on SIGINT, SIGTERM and SIGHUP end the process at once, and so does SIGPIPE, which
@@ -22,6 +24,19 @@ void TakeBackFromSignals(int number);
 // As many columns of the terminal's last line, on the standard error, are overwritten with blanks
 // before a signal ends the process; 0 for none.
 void EraseOnSignals(unsigned columns);
+
+// While it lives, a signal that asks for an end has the text printed on the standard error before the
+// process ends, for what is left half done. One at a time.
+class LastWords {
+ public:
+  explicit LastWords(std::string spoken);
+  ~LastWords();
+  LastWords(const LastWords&) = delete;
+  LastWords& operator=(const LastWords&) = delete;
+
+ private:
+  const std::string text;
+};
 
 // While it lives, signals that would end the process wait.
 class SignalsHeld {

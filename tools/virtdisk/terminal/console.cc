@@ -58,9 +58,15 @@ int Fail(Console& console, std::string_view message, std::string_view hint) {
     console.error = message;
     console.errorHint = hint;
   }
-  const std::string text = "virtdisk: " + Printable(message) + "\n";
-  PrintToErr(console, hint.empty() ? text : text + "  " + Printable(hint) + "\n");
+  EraseProgress(console);
+  console.err << FailureText(console, message, hint);
   return kFailed;
+}
+
+std::string FailureText(const Console& console, std::string_view message, std::string_view hint) {
+  std::string text = "virtdisk: " + Printable(message) + "\n";
+  if (!hint.empty()) text += "  " + Printable(hint) + "\n";
+  return console.errIsTerminal ? Wrap(text, console.errWidth) : text;
 }
 
 int Refuse(Console& console, std::string_view message, std::string_view hint) {

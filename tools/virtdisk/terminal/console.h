@@ -35,6 +35,10 @@ void PrintToErr(Console& console, const std::string& text);
 // branch is one line.
 int Fail(Console& console, std::string_view message, std::string_view hint = {});
 
+// What Fail would print, for who prints it himself.
+std::string FailureText(const Console& console, std::string_view message,
+                        std::string_view hint = {});
+
 // As Fail, for what is not done for a reason. Returns kRefused.
 int Refuse(Console& console, std::string_view message, std::string_view hint);
 
