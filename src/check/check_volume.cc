@@ -47,14 +47,14 @@ void CountClusters(const FatTable& fat, VolumeCounts& counts) {
 }
 
 bool CheckTree(ByteSource& image, const Fat16FsInfo& info, const FatTable& fat, CheckReport& report,
-               FindingList& findings, std::string& err) {
+               FindingList& findings, const FoundClusters& foundClusters, std::string& err) {
   const std::uint64_t rootEnd =
       (std::uint64_t{info.rootDirStartSector} + info.rootDirSectors) * kSectorBytes;
   if (rootEnd > image.Size()) {
     findings.Add(FindingKind::kRootBeyondImage);
     return true;
   }
-  TreeCheck tree(image, info, fat, findings, report.counts);
+  TreeCheck tree(image, info, fat, findings, report.counts, foundClusters);
   if (!tree.Run(err)) return false;
   report.meetings = tree.Meetings();
   const ClusterClaims::Lost lost = tree.CountLost();
@@ -88,7 +88,7 @@ bool CheckTable(ByteSource& image, const Fat16FsInfo& info, FindingList& finding
 }
 
 bool CheckDescribed(ByteSource& image, const Fat16FsInfo& info, CheckReport& report,
-                    FindingList& findings, std::string& err) {
+                    FindingList& findings, const FoundClusters& foundClusters, std::string& err) {
   std::vector<std::uint8_t> buffer;
   const std::uint8_t* boot = image.Read(info.volumeOffset, kSectorBytes, buffer, err);
   if (boot == nullptr) return false;
@@ -99,7 +99,7 @@ bool CheckDescribed(ByteSource& image, const Fat16FsInfo& info, CheckReport& rep
   if (!fat.Load(image, ClaimedClusters(info), err)) return false;
   CountClusters(fat, report.counts);
   return CheckFats(image, fat, mediaByte, info.fatCount, findings, err) &&
-         CheckTree(image, info, fat, report, findings, err);
+         CheckTree(image, info, fat, report, findings, foundClusters, err);
 }
 
 }  // namespace
@@ -111,7 +111,8 @@ bool CheckReport::IsSound() const {
   return true;
 }
 
-bool CheckVolume(ByteSource& image, CheckReport& report, std::string& err) {
+bool CheckVolume(ByteSource& image, CheckReport& report, std::string& err,
+                 const FoundClusters& foundClusters) {
   report = {};
   err.clear();
   FindingList findings(report);
@@ -125,7 +126,7 @@ bool CheckVolume(ByteSource& image, CheckReport& report, std::string& err) {
   }
   report.isPartitioned = info.partitioned;
   if (info.partitioned && !CheckTable(source, info, findings, err)) return false;
-  if (isDescribed) return CheckDescribed(source, info, report, findings, err);
+  if (isDescribed) return CheckDescribed(source, info, report, findings, foundClusters, err);
   TellWhyUnreadable(info, findings);
   return true;
 }

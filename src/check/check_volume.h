@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -59,12 +60,17 @@ struct CheckReport {
   }
 };
 
+// Told that some more of the clusters in use were found to belong to an entry, and how many are in
+// use in all; of those that are lost it is never told.
+using FoundClusters = std::function<void(std::uint64_t more, std::uint64_t inUse)>;
+
 // Checks the FAT16 volume in `image`, the one that Fat16FsImage would read: partition table, boot
 // sector, every copy of the FAT, and each chain, directory and entry; not the content of files.
 //
 // The image is not trusted. The work is bounded by its size, the memory by a few MiB and a report
 // that is full. False: the image could not be read, and `err` says why.
-[[nodiscard]] bool CheckVolume(ByteSource& image, CheckReport& report, std::string& err);
+[[nodiscard]] bool CheckVolume(ByteSource& image, CheckReport& report, std::string& err,
+                               const FoundClusters& foundClusters = {});
 
 }  // namespace quorbix::virtdisk::internal
 

@@ -193,6 +193,7 @@ void TreeCheck::CheckChain(const Node& node, std::uint32_t size) {
   if (chain.clusters > 0) {
     nodes.push_back(node);
     nodes.back().clusters = chain.clusters;
+    if (foundClusters) foundClusters(chain.clusters, counts.usedClusters);
   }
   if (chain.end == ClusterClaims::End::kTaken) {
     NoteMeeting(node.start);

@@ -24,14 +24,17 @@ bool IsUnusableName(const std::uint8_t* slot);
 // entries it keeps only those that own clusters: no more than there are clusters.
 class TreeCheck {
  public:
+  // What is given here has to outlive this.
   TreeCheck(ByteSource& imageSource, const Fat16FsInfo& volumeInfo, const FatTable& fatTable,
-            FindingList& findingList, VolumeCounts& volumeCounts)
+            FindingList& findingList, VolumeCounts& volumeCounts,
+            const FoundClusters& clustersTold)
       : image(imageSource),
         info(volumeInfo),
         fat(fatTable),
         claims(fatTable),
         findings(findingList),
-        counts(volumeCounts) {}
+        counts(volumeCounts),
+        foundClusters(clustersTold) {}
 
   // False: the image could not be read, and `err` says why.
   [[nodiscard]] bool Run(std::string& err);
@@ -84,6 +87,7 @@ class TreeCheck {
   ClusterClaims claims;
   FindingList& findings;
   VolumeCounts& counts;
+  const FoundClusters& foundClusters;
   std::vector<Node> nodes;
   std::vector<bool> meetings;
   bool hasLabel = false;  // the root, so far: others do not count

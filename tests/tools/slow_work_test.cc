@@ -55,7 +55,7 @@ class SlowWork : public ::testing::Test {
     std::ostringstream err;
     tool::Console console{
         .out = out, .err = err, .outIsTerminal = outIsTerminal, .errIsTerminal = true};
-    EXPECT_EQ(tool::RunProgram(console, std::move(arguments)), 0) << err.str();
+    EXPECT_EQ(tool::RunProgram(console, std::move(arguments)), expectedStatus) << err.str();
     return err.str();
   }
 
@@ -63,7 +63,18 @@ class SlowWork : public ::testing::Test {
     return AllOf(HasSubstr("\r" + work + ": "), EndsWith(" \r"));
   }
 
+  // Makes the entry of A.TXT say 20,000 bytes, while its chain holds 3,072.
+  void CutAShort() {
+    std::string image = ReadWholeFile(folder / "disk.img");
+    const std::size_t slot = image.find("A       TXT");
+    ASSERT_NE(slot, std::string::npos);
+    image.replace(slot + 28, 4, std::string("\x20\x4E\0\0", 4));
+    WriteWholeFile(folder / "disk.img", image);
+    expectedStatus = 1;
+  }
+
   TempFolder folder;
+  int expectedStatus = 0;
 };
 
 TEST_F(SlowWork, Build_TellsHowFarItIs) {
@@ -74,6 +85,16 @@ TEST_F(SlowWork, Build_TellsHowFarItIs) {
 
 TEST_F(SlowWork, Get_TellsHowFarItIs) {
   EXPECT_THAT(Shown({"get", Path("disk.img"), "/", Path("GOT")}), HasSubstr("2.9 KiB, 100 %"));
+}
+
+TEST_F(SlowWork, FileThatIsCutShort_IsCountedAsFarAsItGoes) {
+  CutAShort();
+  EXPECT_THAT(Shown({"cat", Path("disk.img"), "A.TXT"}, false),
+              HasSubstr("\rreading A.TXT: 3 KiB of 3 KiB, 100 %"));
+  EXPECT_THAT(Shown({"get", Path("disk.img"), "A.TXT", Path("A.TXT")}),
+              HasSubstr("\rcopying: 3 KiB of 3 KiB, 100 %"));
+  EXPECT_THAT(Shown({"get", Path("disk.img"), "/", Path("GOT")}),
+              HasSubstr("\rcopying: 3 KiB of 3 KiB, 100 %"));
 }
 
 TEST_F(SlowWork, Put_TellsHowFarItIs) {
@@ -116,6 +137,14 @@ TEST_F(SlowWork, ReadingCommands_TellHowMuchTheyHaveRead) {
                                                   {"cat", Path("disk.img"), "A.TXT"}}) {
     EXPECT_THAT(Shown(command), IsLineOf("reading the disk")) << command[0];
   }
+}
+
+TEST_F(SlowWork, Verify_TellsHowManyOfTheClustersInUseItHasSeen) {
+  folder.File("DISK/B.TXT", "b");
+  EXPECT_EQ(RunVirtdisk({"build", Path("DISK"), Path("disk.img"), "--size", "3M"}).status, 0);
+  EXPECT_THAT(Shown({"verify", Path("disk.img")}),
+              AllOf(HasSubstr("\rchecking clusters: 6 of 7, 85 %"),
+                    HasSubstr("\rchecking clusters: 7 of 7, 100 %")));
 }
 
 TEST_F(SlowWork, ManyEntries_AreToldWhileTheyArePutInOrder) {

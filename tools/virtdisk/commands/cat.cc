@@ -35,7 +35,7 @@ int RunCat(Console& console, const CatOptions& options) {
   internal::ContentReader content = image->Index().Open(entry->firstCluster, entry->size);
   std::optional<Progress> progress;
   // Among the content itself the line would be in the way.
-  if (!console.outIsTerminal) progress.emplace(console, "reading " + entry->name, entry->size);
+  if (!console.outIsTerminal) progress.emplace(console, "reading " + entry->name, content.Total());
   std::vector<std::uint8_t> all;  // for JSON
   std::string err;
   std::span<const std::uint8_t> piece;

@@ -54,10 +54,8 @@ void GetFile(Console& console, const OpenedImage& image, const GetOptions& optio
     return;
   }
   outcome.status = kDone;
-  if (Extractor(console, image, SettingsOf(options), entry->size, outcome)
-          .CopyFile(*entry, target)) {
-    return;
-  }
+  Extractor extractor(console, image, SettingsOf(options), BytesThere(image, *entry), outcome);
+  if (extractor.CopyFile(*entry, target)) return;
   outcome.failed.push_back({entry->path, ExtractionOutcome::kExists});
   outcome.status =
       Refuse(console, target.string() + " exists", "--force replaces it; nothing was written.");
@@ -67,7 +65,9 @@ void GetDirectory(Console& console, const OpenedImage& image, const ImageTree& t
                   const GetOptions& options, ExtractionOutcome& outcome) {
   const std::vector<const Fat16FsEntry*> entries = tree.Below(options.path);
   std::uint64_t bytes = 0;
-  for (const Fat16FsEntry* entry : entries) bytes += entry->isDirectory ? 0 : entry->size;
+  for (const Fat16FsEntry* entry : entries) {
+    if (!entry->isDirectory) bytes += BytesThere(image, *entry);
+  }
   Extractor(console, image, SettingsOf(options), bytes, outcome)
       .Run(PlanExtraction(entries, options.path));
   if (options.all) image.TellHiddenLeftOut(console);

@@ -1,5 +1,6 @@
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -153,7 +154,10 @@ int RunVerify(Console& console, const VerifyOptions& options) {
   std::string err;
   CheckReport report;
   ShownSource shown(console, *source);
-  const bool isChecked = CheckVolume(shown, report, err);
+  const bool isChecked =
+      CheckVolume(shown, report, err, [&](std::uint64_t more, std::uint64_t inUse) {
+        shown.Count("checking clusters", more, inUse);
+      });
   shown.Finish();
   if (!isChecked) {
     return Fail(console, err, "Nothing can be said about " + options.image.string() + ".");

@@ -47,6 +47,10 @@ std::optional<Fat16FsEntry> FindFile(Console& console, const OpenedImage& image,
   return std::nullopt;
 }
 
+std::uint64_t BytesThere(const OpenedImage& image, const Fat16FsEntry& file) {
+  return image.Index().Open(file.firstCluster, file.size).Total();
+}
+
 std::string HintFor(const std::string& message, const std::string& path, const fs::path& image) {
   const std::string what = Within(path, image);
   if (message == kNotFound) {

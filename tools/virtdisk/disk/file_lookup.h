@@ -18,6 +18,9 @@ std::optional<Fat16FsEntry> FindFile(Console& console, const OpenedImage& image,
                                      const std::string& path,
                                      const std::filesystem::path& imagePath, bool hiddenToo);
 
+// How much of a file there is to read: less than its size when its chain of clusters ends early.
+std::uint64_t BytesThere(const OpenedImage& image, const Fat16FsEntry& file);
+
 // What to do about a file of an image that could not be found or read, by the library's message.
 std::string HintFor(const std::string& message, const std::string& path,
                     const std::filesystem::path& image);

@@ -67,8 +67,8 @@ Progress::Progress(Console& theConsole, std::string what, std::uint64_t total, P
 
 Progress::~Progress() { EraseProgress(console); }
 
-void Progress::Turn(std::string what, std::uint64_t total) {
-  state = {std::move(what), 0, total, state.unit, {}};
+void Progress::Turn(std::string what, std::uint64_t total, ProgressUnit unit) {
+  state = {std::move(what), 0, total, unit, {}};
   begin = now();
 }
 

@@ -46,7 +46,7 @@ class Progress {
 
   // Goes on with another kind of work, counted anew, on the same line. The half second of silence
   // counts from the beginning of the first one.
-  void Turn(std::string what, std::uint64_t total);
+  void Turn(std::string what, std::uint64_t total, ProgressUnit unit = ProgressUnit::kBytes);
 
   // Goes on with the same work under another name.
   void Rename(const std::string& what) { state.what = what; }
