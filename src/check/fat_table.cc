@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "fat16/geometry.h"
+
 namespace quorbix::virtdisk::internal {
 namespace {
 

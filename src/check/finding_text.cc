@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "fat16/geometry.h"
+
 namespace quorbix::virtdisk::internal {
 namespace {
 
@@ -63,10 +65,11 @@ std::string AboutTheBootSector(const Finding& finding) {
       return "the volume has " + Count(n[0], "cluster", "clusters") +
              ", which makes it FAT12, and its boot sector does not say FAT16";
     case FindingKind::kFewClusters:
-      return "the boot sector says FAT16, but with fewer than 4,085 clusters (" + Text(n[0]) +
-             ") other systems take the volume for FAT12";
+      return "the boot sector says FAT16, but with fewer than " + Text(kFewestFat16Clusters) +
+             " clusters (" + Text(n[0]) + ") other systems take the volume for FAT12";
     case FindingKind::kManyClusters:
-      return "the volume has " + Text(n[0]) + " clusters; FAT16 has at most 65,524";
+      return "the volume has " + Text(n[0]) + " clusters; FAT16 has at most " +
+             Text(kMostFat16Clusters);
     case FindingKind::kNoSectorCount:
       return "the boot sector does not tell how many sectors there are";
     case FindingKind::kNoRoom:

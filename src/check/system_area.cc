@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/byte_order.h"
+#include "fat16/geometry.h"
 #include "fat16/volume_layout.h"
 
 namespace quorbix::virtdisk::internal {

@@ -1,5 +1,7 @@
 #include "check/volume_claim.h"
 
+#include "fat16/geometry.h"
+
 namespace quorbix::virtdisk::internal {
 
 std::uint64_t ClaimedClusters(const Fat16FsInfo& info) {

@@ -7,10 +7,6 @@
 
 namespace quorbix::virtdisk::internal {
 
-// Other systems go by the number of clusters alone: fewer are FAT12, more are FAT32.
-inline constexpr std::uint64_t kFewestFat16Clusters = 4085;
-inline constexpr std::uint64_t kMostFat16Clusters = 65524;
-
 // Which kind of FAT a volume is, as far as its boot sector tells.
 enum class VolumeClaim {
   kFat16,

@@ -15,7 +15,6 @@ constexpr char kTooLarge[] = "Volume too large for FAT16 (max ~2 GB)";
 
 constexpr std::uint64_t kMinimumBytes = 65536;
 constexpr std::uint64_t kMiB = 1048576;
-constexpr std::uint64_t kMostClusters = 65524;
 constexpr std::uint64_t kMostSectorsPerCluster = 128;
 constexpr std::uint64_t kPreferredFatSectors = 64;
 constexpr std::uint64_t kMetadataOnlySectors = 35;  // boot sector, two FATs of one sector, root
@@ -73,7 +72,7 @@ bool LayOutSectors(std::uint64_t imageSectors, Geometry& geometry, std::string& 
   if (dataStartSector >= imageSectors) return Fail(err, kTooSmallForMetadata);
   const std::uint64_t dataSectors = imageSectors - dataStartSector;
   const std::uint64_t clusterCount = dataSectors / sectorsPerCluster;
-  if (clusterCount > kMostClusters) return Fail(err, kTooLarge);
+  if (clusterCount > kMostFat16Clusters) return Fail(err, kTooLarge);
 
   // From here on at most 65,525 clusters of 128 sectors: everything fits into 32 bits.
   geometry.imageSectors = static_cast<std::uint32_t>(imageSectors);

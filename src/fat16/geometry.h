@@ -13,6 +13,11 @@ inline constexpr std::uint32_t kFatCount = 2;
 inline constexpr std::uint32_t kFirstFatSector = kPartitionStart + kReservedSectors;
 inline constexpr std::uint32_t kRootEntryCount = 512;
 inline constexpr std::uint32_t kRootDirSectors = 32;
+inline constexpr std::uint32_t kMostRootEntries = kRootEntryCount - 1;  // the label takes a slot
+
+// Other systems go by the number of clusters alone: fewer are FAT12, more are FAT32.
+inline constexpr std::uint64_t kFewestFat16Clusters = 4085;
+inline constexpr std::uint64_t kMostFat16Clusters = 65524;
 
 // Where everything lies in an image of a given size. Sectors count from the start of the image.
 struct Geometry {

@@ -29,7 +29,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::uint32_t kFewestClusters = 4085;  // of a volume that everybody takes for FAT16
 // Directories nested thousands deep have paths of gigabytes in all.
 constexpr std::uint64_t kMostPathBytes = std::uint64_t{64} << 20;
 
@@ -139,7 +138,7 @@ class DiskLooker {
         info.totalSectors -
         std::min(info.totalSectors, info.dataStartSector - info.partitionStartLba);
     const std::uint32_t clusters = dataSectors / info.sectorsPerCluster;
-    view.facts.isTakenForFat12 = clusters < kFewestClusters;
+    view.facts.isTakenForFat12 = clusters < kFewestFat16Clusters;
     if (!info.partitioned) {
       Spoil(ImageFacts::State::kNoFat16, "it has no partition table");
     } else if (view.facts.isTakenForFat12 && info.fileSystemType != "FAT16") {

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "fat16/geometry.h"
 #include "guard/fitting.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -124,9 +125,9 @@ void CheckImage(const Facts& facts, Collector& found) {
   if (image.isTakenForFat12) {
     found.Add(
         kImageNotFat16, true,
-        "the volume in " + facts.image +
-            " has fewer than 4,085 clusters, so that other systems take it for FAT12 and read "
-            "nonsense. Use an image of 3 MiB or more, or accept that it is read as FAT16");
+        "the volume in " + facts.image + " has fewer than " + std::to_string(kFewestFat16Clusters) +
+            " clusters, so that other systems take it for FAT12 and read nonsense. Use an image of "
+            "3 MiB or more, or accept that it is read as FAT16");
   }
   if (image.otherPartitions > 0) {
     found.Add(kOtherPartitions, true,
@@ -317,7 +318,8 @@ void CheckPermissions(const Facts& facts, const PlanFacts& planFacts, const Plan
 std::string HowToFit(const Fitting& fitting, std::uint64_t imageBytes) {
   if (fitting.bytesThatDo == 0) {
     return "No image would hold it: take something out of the folder, or move entries of its top "
-           "into folders, since a disk's top directory holds 511";
+           "into folders, since a disk's top directory holds " +
+           std::to_string(kMostRootEntries);
   }
   const std::string size = std::to_string(fitting.bytesThatDo >> 20) + " MiB";
   if (fitting.bytesThatDo > imageBytes) {

@@ -23,12 +23,8 @@ namespace dir_entry = internal::dir_entry;
 
 constexpr char kCannotBeLookedAt[] = "Source folder cannot be looked at: ";
 
-// Below this count other systems take a volume for FAT12.
-constexpr std::uint32_t kFewestFat16Clusters = 4085;
 constexpr std::uint64_t kMiB = 1048576;
 constexpr std::uint64_t kMostMiB = 4096;
-// The label takes one slot.
-constexpr std::uint64_t kMostRootEntries = internal::kRootEntryCount - 1;
 
 bool CheckSource(const fs::path& folder, std::string& err) {
   try {
@@ -80,7 +76,7 @@ std::uint32_t UsableClusters(const Geometry& geometry) {
 }
 
 bool IsCommonlyRead(const Geometry& geometry) {
-  return geometry.clusterCount >= kFewestFat16Clusters &&
+  return geometry.clusterCount >= internal::kFewestFat16Clusters &&
          UsableClusters(geometry) == geometry.clusterCount;
 }
 
@@ -136,7 +132,7 @@ ImageFit FitIntoImage(const BuildPreview& preview, std::uint64_t imageBytes) {
 }
 
 std::uint64_t SmallestImage(const BuildPreview& preview, std::uint64_t aboveBytes) {
-  if (preview.isEndless || CountEntries(preview)[0] > kMostRootEntries) return 0;
+  if (preview.isEndless || CountEntries(preview)[0] > internal::kMostRootEntries) return 0;
   std::map<std::uint32_t, std::uint64_t> needed;  // by cluster size: eight at most
   for (std::uint64_t mebi = aboveBytes / kMiB + 1; mebi <= kMostMiB; ++mebi) {
     Geometry geometry;

@@ -4,7 +4,7 @@
 
 #include "builder/file_reading.h"
 #include "common/host_file.h"
-#include "fat16/volume_layout.h"
+#include "fat16/geometry.h"
 #include "preview/shown_name.h"
 
 namespace quorbix::virtdisk::internal {
@@ -12,7 +12,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::uint64_t kMostClusters = 65524;
 constexpr std::uint64_t kLargestClusterBytes = 65536;
 
 // Whether the metadata may not say how much there is to read, as with what the system makes up:
@@ -27,7 +26,7 @@ bool IsSizeDoubtful(const struct ::stat& status) {
 std::optional<std::uint64_t> ReadableBytes(int file, const struct ::stat& status,
                                            ByteBuffer& content) {
   if (!IsSizeDoubtful(status)) return static_cast<std::uint64_t>(status.st_size);
-  if (ReadOpenedFile(file, 0, content, kMostClusters * kLargestClusterBytes) != kReadWhole) {
+  if (ReadOpenedFile(file, 0, content, kMostFat16Clusters * kLargestClusterBytes) != kReadWhole) {
     return std::nullopt;
   }
   return content.size();
@@ -122,7 +121,7 @@ void DryTarget::Add(BuildPreviewEntry entry) {
 
 bool DryTarget::Claim(std::uint64_t clusters) {
   clustersAtLeast += clusters;
-  return clustersAtLeast <= kMostClusters;
+  return clustersAtLeast <= kMostFat16Clusters;
 }
 
 }  // namespace quorbix::virtdisk::internal

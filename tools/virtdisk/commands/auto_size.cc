@@ -1,5 +1,8 @@
 #include "commands/auto_size.h"
 
+#include "fat16/geometry.h"
+#include "terminal/text.h"
+
 namespace quorbix::virtdisk::tool {
 namespace {
 
@@ -13,7 +16,7 @@ BuildPreview WithoutDropped(BuildPreview preview) {
   std::uint64_t inRoot = 0;
   for (BuildPreviewEntry& entry : preview.entries) {
     if (!IsInRoot(entry)) continue;
-    if (inRoot == kMostRootEntries && IsEmptyFile(entry)) {
+    if (inRoot == internal::kMostRootEntries && IsEmptyFile(entry)) {
       entry.fate = BuildFate::kPassedOver;
     } else {
       ++inRoot;
@@ -25,7 +28,7 @@ BuildPreview WithoutDropped(BuildPreview preview) {
 bool RootOverflows(const BuildPreview& preview) {
   std::uint64_t inRoot = 0;
   for (const BuildPreviewEntry& entry : preview.entries) inRoot += IsInRoot(entry) ? 1U : 0U;
-  return inRoot > kMostRootEntries;
+  return inRoot > internal::kMostRootEntries;
 }
 
 }  // namespace
@@ -35,14 +38,15 @@ std::uint64_t AutoSize(const BuildPreview& preview, std::uint64_t aboveBytes) {
   return SmallestImage(WithoutDropped(preview), aboveBytes);
 }
 
-const char* WhyNoSizeWillDo(const BuildPreview& preview) {
+std::string WhyNoSizeWillDo(const BuildPreview& preview) {
   if (preview.isEndless) {
     return "It needs more than 4.0 GiB, the most that an image can hold; do links in it lead back "
            "up?";
   }
   if (RootOverflows(preview)) {
-    return "It has more than 511 entries at its top, and the root of an image holds no more, "
-           "whatever the size; move some of them into subfolders.";
+    return "It has more than " + Count(internal::kMostRootEntries, "entry", "entries") +
+           " at its top, and the root of an image holds no more, whatever the size; move some of "
+           "them into subfolders.";
   }
   return "Its files and folders need more clusters than any image has; leave something out.";
 }

@@ -2,20 +2,18 @@
 #define QUORBIX_VIRTDISK_TOOL_AUTO_SIZE_H_
 
 #include <cstdint>
+#include <string>
 
 #include <quorbix/virtdisk/build_preview.h>
 
 namespace quorbix::virtdisk::tool {
-
-// The root has 512 slots, one of which is the label's.
-inline constexpr std::uint64_t kMostRootEntries = 511;
 
 // The size that `--size auto` stands for: as SmallestImage, but a root with too many entries is no
 // hindrance where a build only drops the empty files among them. In bytes; 0 when no size will do.
 std::uint64_t AutoSize(const BuildPreview& preview, std::uint64_t aboveBytes = 0);
 
 // Why no size will do, as a sentence about the folder with what to do. For an AutoSize of 0.
-const char* WhyNoSizeWillDo(const BuildPreview& preview);
+std::string WhyNoSizeWillDo(const BuildPreview& preview);
 
 }  // namespace quorbix::virtdisk::tool
 

@@ -14,7 +14,6 @@
 #include "browser/byte_source.h"
 #include "browser/volume_description.h"
 #include "builder/image_content.h"
-#include "check/volume_claim.h"
 #include "commands/auto_size.h"
 #include "commands/build_output.h"
 #include "commands/build_report.h"
@@ -23,6 +22,7 @@
 #include "commands/shown_preview.h"
 #include "disk/volume_view.h"
 #include "fat16/fat16_image.h"
+#include "fat16/geometry.h"
 #include "terminal/exit_status.h"
 #include "terminal/text.h"
 
@@ -52,8 +52,9 @@ std::string HintFor(const std::string& message, const BuildPreview& preview) {
   }
   if (IsDiskFull(message)) return WhatTheFolderNeeds(preview);
   if (message == kRootFull) {
-    return "The root holds at most 511 entries beside the label, whatever the size; move some of "
-           "the folder's entries into subfolders.";
+    return "The root holds at most " + Count(internal::kMostRootEntries, "entry", "entries") +
+           " beside the label, whatever the size; move some of the folder's entries into "
+           "subfolders.";
   }
   if (StartsWith(message, "Image too small")) {
     return "Take a larger size, or --size auto to have it chosen.";
@@ -65,8 +66,9 @@ void WarnAboutSize(Console& console, const ImageFit& fit, std::uint64_t size) {
   if (fit.clusters == 0 || fit.isCommonlyRead) return;
   const std::string image = "an image of " + GroupDigits(size) + " bytes ";
   if (fit.clusters < internal::kFewestFat16Clusters) {
-    Warn(console, image + "has " + Count(fit.clusters, "cluster", "clusters") +
-                      ", fewer than 4,085: other systems read it as FAT12. 3 MiB is enough.");
+    Warn(console, image + "has " + Count(fit.clusters, "cluster", "clusters") + ", fewer than " +
+                      GroupDigits(internal::kFewestFat16Clusters) +
+                      ": other systems read it as FAT12. 3 MiB is enough.");
   } else {
     Warn(console, image +
                       "has a FAT too short for its clusters: other FAT tools refuse it. "

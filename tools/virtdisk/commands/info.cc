@@ -12,6 +12,7 @@
 #include "disk/map.h"
 #include "disk/opened_image.h"
 #include "disk/volume_view.h"
+#include "fat16/geometry.h"
 #include "terminal/exit_status.h"
 #include "terminal/json.h"
 #include "terminal/text.h"
@@ -100,8 +101,8 @@ std::string Note(VolumeClaim claim, std::uint64_t clusters) {
     case VolumeClaim::kFat16:
       return {};
     case VolumeClaim::kSmallFat16:
-      return "with fewer than 4,085 clusters (" + GroupDigits(clusters) +
-             "), other systems take the volume for FAT12";
+      return "with fewer than " + GroupDigits(internal::kFewestFat16Clusters) + " clusters (" +
+             GroupDigits(clusters) + "), other systems take the volume for FAT12";
     case VolumeClaim::kFat12:
       return "the volume says FAT12; read as FAT16, its files are wrong";
     case VolumeClaim::kFat32:
