@@ -118,6 +118,36 @@ TEST_F(PutFile, VolumeThatSaysFat12_IsRefusedUnlessForced) {
   EXPECT_EQ(Put("a.txt", "hello", {"--force"}).status, 0);
 }
 
+// The chain of A.TXT, 7 -> 3 -> 4, meets something else.
+void MeetADirectory(ImageCrafter& crafter) { crafter.FatWord(7, 9); }
+void MeetAFile(ImageCrafter& crafter) {
+  crafter.InRoot().File("B.TXT", {.firstCluster = 4, .size = 3});
+}
+void MeetTheMiddleOfAFile(ImageCrafter& crafter) {
+  crafter.InRoot().File("B.TXT", {.firstCluster = 5, .size = 600}).FatWord(5, 3);
+}
+void MeetAHiddenFile(ImageCrafter& crafter) {
+  crafter.InRoot().RawSlot("        PRO", {.firstCluster = 3, .size = 3});
+}
+void MeetALostChain(ImageCrafter& crafter) { crafter.FatWord(20, 4); }
+
+TEST_F(PutFile, FileWhoseClustersOthersHaveToo_IsRefusedUnlessForced) {
+  const ImageCrafter sound = crafter;
+  for (const auto meet :
+       {MeetADirectory, MeetAFile, MeetTheMiddleOfAFile, MeetAHiddenFile, MeetALostChain}) {
+    crafter = sound;
+    meet(crafter);
+    test::WriteBytes(Image(), crafter.Bytes());
+    for (const std::vector<std::string>& more : {std::vector<std::string>{}, {"--in-place"}}) {
+      const ProgramRun run = Put("a.txt", "hello", more);
+      EXPECT_EQ(run.status, 3);
+      EXPECT_THAT(run.err, HasSubstr("a.txt in " + Image() + " shares clusters with another file"));
+      EXPECT_EQ(test::ReadBytes(Image()), crafter.Bytes());
+    }
+  }
+  EXPECT_EQ(Put("a.txt", "hello", {"--force"}).status, 0);
+}
+
 TEST_F(PutFile, Json_TellsWhatWasWritten) {
   const auto record = Put("a.txt", "hello", {"--json"}).Json();
   EXPECT_EQ(record["image"], Image());

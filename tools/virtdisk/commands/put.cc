@@ -67,8 +67,8 @@ class Rewrite {
     std::uint64_t newBytes = 0;
     if (!HostFileBytes(options.file, newBytes, err)) return FailToRead();
     int status = kFailed;
-    const auto image =
-        OpenedImage::Open(console, options.image, {.force = options.force, .whole = true}, status);
+    const auto image = OpenedImage::Open(
+        console, options.image, {.force = options.force, .hidden = true, .whole = true}, status);
     if (!image) return status;
     if (!options.inPlace && !options.force && IsDenied(target, W_OK)) {
       return Refuse(console, target.string() + " is write-protected",
@@ -77,6 +77,12 @@ class Rewrite {
     internal::RewritePlan plan;
     if (!internal::PlanRewrite(image->Index(), options.path, newBytes, plan, err)) {
       return Fail(console, err, HintFor(image->Index(), newBytes));
+    }
+    if (!options.force && WritesOverOthers(image->Index(), plan)) {
+      return Refuse(console,
+                    Within(options.path, options.image) +
+                        " shares clusters with another file, a directory or a lost chain",
+                    "`virtdisk verify` tells more; --force writes all the same.");
     }
     if (!ReadContent(newBytes)) return FailToRead();
     return options.inPlace ? WriteInPlace() : WriteCopy(image->Bytes());

@@ -8,7 +8,9 @@
 #include <cerrno>
 #include <cstddef>
 
+#include "check/volume_claim.h"
 #include "common/byte_order.h"
+#include "fat16/volume_layout.h"
 #include "host/piecewise.h"
 
 namespace quorbix::virtdisk::tool {
@@ -51,7 +53,38 @@ bool WriteZerosAt(int file, std::uint64_t offset, std::uint64_t count, const Mov
   return true;
 }
 
+// The number after that of a volume's last cluster: as many as its boot sector tells of, its
+// partition holds and its FAT has words for. 0xFFF8 at most.
+std::uint64_t FirstBeyond(const Fat16FsInfo& info) {
+  std::uint64_t end = std::min<std::uint64_t>(
+      std::uint64_t{info.sectorsPerFat} * internal::kSectorBytes / internal::fat::kWordBytes,
+      internal::fat::kFirstEndOfChain);
+  Fat16FsInfo inPartition = info;
+  inPartition.totalSectors = info.partitionSectorCount;
+  for (const Fat16FsInfo& bound : {info, inPartition}) {
+    if (bound.totalSectors == 0) continue;  // which says nothing
+    end = std::min(end, internal::fat::kFirstCluster + internal::ClaimedClusters(bound));
+  }
+  return end;
+}
+
 }  // namespace
+
+bool WritesOverOthers(const internal::VolumeIndex& volume, const internal::RewritePlan& plan) {
+  std::vector<bool> isOwn(std::size_t{1} << 16);  // by cluster
+  for (const std::uint16_t cluster : plan.chain) isOwn[cluster] = true;
+  const std::uint64_t ownSlot = plan.sizeOffset - internal::dir_entry::kFileSize;
+  const auto beginsThere = [&](const auto& entry) {
+    return entry.dirEntryOffset != ownSlot && isOwn[entry.firstCluster];
+  };
+  // What lies behind the FAT's words is no word.
+  const std::uint64_t end = FirstBeyond(volume.Info());
+  for (std::uint16_t cluster = internal::fat::kFirstCluster; cluster < end; ++cluster) {
+    if (!isOwn[cluster] && isOwn[volume.Chains().Next(cluster)]) return true;
+  }
+  return std::any_of(volume.Records().begin(), volume.Records().end(), beginsThere) ||
+         std::any_of(volume.HiddenEntries().begin(), volume.HiddenEntries().end(), beginsThere);
+}
 
 std::vector<ByteRun> RunsOf(const std::vector<std::uint16_t>& chain,
                             const internal::ChainTable& table) {

@@ -8,6 +8,7 @@
 
 #include "browser/chain_table.h"
 #include "browser/rewrite_plan.h"
+#include "browser/volume_index.h"
 #include "host/piecewise.h"
 
 namespace quorbix::virtdisk::tool {
@@ -18,6 +19,10 @@ struct ByteRun {
   std::uint64_t bytes = 0;
   bool operator==(const ByteRun&) const = default;
 };
+
+// Whether what is planned would write over clusters that something else leads to: another entry of
+// the index, hidden ones among them if they were collected, or a cluster of another chain.
+bool WritesOverOthers(const internal::VolumeIndex& volume, const internal::RewritePlan& plan);
 
 // Where the clusters of a chain lie, in its order; those side by side in one.
 std::vector<ByteRun> RunsOf(const std::vector<std::uint16_t>& chain,
