@@ -77,6 +77,22 @@ TEST_F(ReadingOther, VerifyAndMapOfFat12_SayThatItIsNoFat16) {
   EXPECT_THAT(verify.out,
               ::testing::EndsWith("\nThis is no FAT16 volume; the rest was not looked at.\n"));
   EXPECT_THAT(RunVirtdisk({"map", image}).err, HasSubstr("disk.img is no FAT16 volume"));
+  EXPECT_EQ(RunVirtdisk({"map", image, "--json"}).Json()["remark"],
+            image + " is no FAT16 volume: what is drawn tells little; `virtdisk info` says more");
+}
+
+TEST_F(ReadingOther, SectorsOf1024Bytes_AreNamedAsTheReason) {
+  const std::string image = (folder / "disk.img").string();
+  WriteBytes(image, DiskOfOneFile().U16(512 + 11, 1024).Bytes());
+  for (const char* command : {"ls", "info", "map"}) {
+    const ProgramRun run = RunVirtdisk({command, image});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.err, HasSubstr("The volume in " + image +
+                                   " has sectors of 1,024 bytes; "
+                                   "virtdisk reads those of 512 only"));
+  }
+  WriteBytes(image, DiskOfOneFile().U16(512 + 11, 1000).Bytes());
+  EXPECT_THAT(RunVirtdisk({"ls", image}).err, HasSubstr("is it the right file, and whole?"));
 }
 
 TEST_P(ReadingCommand, VolumeThatSaysFat32_IsRefused) {

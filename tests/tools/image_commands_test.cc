@@ -99,6 +99,24 @@ TEST_F(InfoCommand, Fat12_IsNamedAndNotRefused) {
   EXPECT_EQ(RunVirtdisk({"info", Image(), "--json"}).Json()["takenFor"], "FAT12");
 }
 
+// 12-bit words, so that a sector of the FAT has some for more clusters than 16-bit ones would be
+// for.
+TEST_F(InfoCommand, Fat12_HasNoNumbersThatCannotBeKnown) {
+  ImageCrafter crafter({.clusters = 300});
+  crafter.Directory("SUB", 3).Byte(512 + 58, '2');
+  Write(crafter);
+  const std::string text = RunVirtdisk({"info", Image()}).out;
+  EXPECT_THAT(text, HasSubstr("\nclusters     300 of 512 bytes\nFATs         2 of 1 sector\n"
+                              "root         16 entries\nnote "));
+  const auto record = RunVirtdisk({"info", Image(), "--json"}).Json();
+  EXPECT_EQ(record["clusters"], 300);
+  for (const char* unknown : {"clustersUsed", "clustersFree", "clustersBad", "largestFreeRun",
+                              "fragmented", "fragments", "slackBytes", "files", "directories",
+                              "fileBytes", "hiddenFiles", "hiddenDirectories", "hiddenBytes"}) {
+    EXPECT_TRUE(record.at(unknown).is_null()) << unknown;
+  }
+}
+
 // 70,000 clusters of 512 bytes behind 32 sectors and two FATs of 547; what is in them is not there.
 std::vector<std::uint8_t> Fat32Boot() {
   std::vector<std::uint8_t> bytes(1024 * 2);

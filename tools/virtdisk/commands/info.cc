@@ -114,6 +114,12 @@ std::string Note(VolumeClaim claim, std::uint64_t clusters) {
   return {};
 }
 
+// Of a volume that would be misread there are as many as its boot sector says.
+std::uint64_t Clusters(const OpenedImage& image, const VolumeView& view, const Summary& summary) {
+  return internal::WouldBeMisread(summary.claim) ? internal::ClaimedClusters(image.Info())
+                                                 : view.ClusterCount();
+}
+
 Json Record(const InfoOptions& options, const OpenedImage& image, const VolumeView& view,
             const Summary& summary) {
   const Fat16FsInfo& info = image.Info();
@@ -121,34 +127,39 @@ Json Record(const InfoOptions& options, const OpenedImage& image, const VolumeVi
   const Json partition = {{"type", info.partitionType},
                           {"startSector", info.partitionStartLba},
                           {"sectors", info.partitionSectorCount}};
-  return {{"image", options.image.string()},
-          {"bytes", image.Bytes()},
-          {"partition", info.partitioned ? partition : Json(nullptr)},
-          {"label", info.volumeLabel},
-          {"volumeId", id ? Json(FormatVolumeId(*id)) : Json(nullptr)},
-          {"fileSystemType", info.fileSystemType},
-          {"takenFor", ClaimName(summary.claim)},
-          {"sectorBytes", info.bytesPerSector},
-          {"clusterBytes", view.ClusterBytes()},
-          {"totalSectors", info.totalSectors},
-          {"reservedSectors", info.reservedSectors},
-          {"fats", info.fatCount},
-          {"sectorsPerFat", info.sectorsPerFat},
-          {"rootEntries", info.rootEntryCount},
-          {"clusters", view.ClusterCount()},
-          {"clustersUsed", summary.clusters.used},
-          {"clustersFree", summary.clusters.free},
-          {"clustersBad", summary.clusters.bad},
-          {"largestFreeRun", summary.layout.largestGap},
-          {"fragmented", summary.layout.fragmented},
-          {"fragments", summary.layout.parts},
-          {"slackBytes", summary.layout.slackBytes},
-          {"files", summary.listed.files},
-          {"directories", summary.listed.directories},
-          {"fileBytes", summary.listed.bytes},
-          {"hiddenFiles", summary.hidden.files},
-          {"hiddenDirectories", summary.hidden.directories},
-          {"hiddenBytes", summary.hidden.bytes}};
+  Json record{{"image", options.image.string()},
+              {"bytes", image.Bytes()},
+              {"partition", info.partitioned ? partition : Json(nullptr)},
+              {"label", info.volumeLabel},
+              {"volumeId", id ? Json(FormatVolumeId(*id)) : Json(nullptr)},
+              {"fileSystemType", info.fileSystemType},
+              {"takenFor", ClaimName(summary.claim)},
+              {"sectorBytes", info.bytesPerSector},
+              {"clusterBytes", view.ClusterBytes()},
+              {"totalSectors", info.totalSectors},
+              {"reservedSectors", info.reservedSectors},
+              {"fats", info.fatCount},
+              {"sectorsPerFat", info.sectorsPerFat},
+              {"rootEntries", info.rootEntryCount},
+              {"clusters", Clusters(image, view, summary)},
+              {"clustersUsed", summary.clusters.used},
+              {"clustersFree", summary.clusters.free},
+              {"clustersBad", summary.clusters.bad},
+              {"largestFreeRun", summary.layout.largestGap},
+              {"fragmented", summary.layout.fragmented},
+              {"fragments", summary.layout.parts},
+              {"slackBytes", summary.layout.slackBytes},
+              {"files", summary.listed.files},
+              {"directories", summary.listed.directories},
+              {"fileBytes", summary.listed.bytes},
+              {"hiddenFiles", summary.hidden.files},
+              {"hiddenDirectories", summary.hidden.directories},
+              {"hiddenBytes", summary.hidden.bytes}};
+  if (internal::WouldBeMisread(summary.claim)) {
+    ForgetContent(record);
+    record["clustersUsed"] = record["clustersFree"] = nullptr;
+  }
+  return record;
 }
 
 std::string PartitionText(const Fat16FsInfo& info) {
@@ -156,11 +167,12 @@ std::string PartitionText(const Fat16FsInfo& info) {
   return PartitionPlace(info.partitionType, info.partitionStartLba, info.partitionSectorCount);
 }
 
-std::string ClustersText(const VolumeView& view) {
-  const ClusterCounts counts = view.CountClusters();
-  std::string text = GroupDigits(view.ClusterCount()) + " of " + FormatBytes(view.ClusterBytes()) +
-                     ": " + GroupDigits(counts.used) + " used, " + GroupDigits(counts.free) +
-                     " free";
+std::string ClustersText(const OpenedImage& image, const VolumeView& view, const Summary& summary) {
+  const ClusterCounts& counts = summary.clusters;
+  std::string text =
+      GroupDigits(Clusters(image, view, summary)) + " of " + FormatBytes(view.ClusterBytes());
+  if (internal::WouldBeMisread(summary.claim)) return text;
+  text += ": " + GroupDigits(counts.used) + " used, " + GroupDigits(counts.free) + " free";
   if (counts.bad != 0) text += ", " + GroupDigits(counts.bad) + " marked bad";
   return text;
 }
@@ -189,10 +201,19 @@ std::string HiddenText(const Totals& hidden) {
          Count(hidden.bytes, "byte", "bytes") + ", that only `ls --all` lists";
 }
 
+std::string EntriesText(const Summary& summary) {
+  std::string text = "files        " + GroupDigits(summary.listed.files) + ", " +
+                     Count(summary.listed.bytes, "byte", "bytes") + "\n" + "directories  " +
+                     GroupDigits(summary.listed.directories) + "\n";
+  const bool hasHidden = summary.hidden.files + summary.hidden.directories > 0;
+  return hasHidden ? text + "hidden       " + HiddenText(summary.hidden) + "\n" : text;
+}
+
 std::string Text(const InfoOptions& options, const OpenedImage& image, const VolumeView& view,
                  const Summary& summary) {
   const Fat16FsInfo& info = image.Info();
   const auto id = view.VolumeId();
+  const bool isMisread = internal::WouldBeMisread(summary.claim);
   std::ostringstream text;
   text << "image        " << Printable(options.image.string()) << ", " << GroupDigits(image.Bytes())
        << " bytes\n"
@@ -201,17 +222,15 @@ std::string Text(const InfoOptions& options, const OpenedImage& image, const Vol
        << "\n"
        << "volume id    " << (id ? FormatVolumeId(*id) : "(none)") << "\n"
        << "file system  " << Printable(info.fileSystemType) << "\n"
-       << "clusters     " << ClustersText(view) << "\n"
-       << "full         " << FullText(view, summary) << "\n"
-       << "fragments    " << FragmentsText(summary.layout) << "\n"
-       << "FATs         " << unsigned{info.fatCount} << " of "
+       << "clusters     " << ClustersText(image, view, summary) << "\n";
+  if (!isMisread) {
+    text << "full         " << FullText(view, summary) << "\n"
+         << "fragments    " << FragmentsText(summary.layout) << "\n";
+  }
+  text << "FATs         " << unsigned{info.fatCount} << " of "
        << Count(info.sectorsPerFat, "sector", "sectors") << "\n"
-       << "root         " << Count(info.rootEntryCount, "entry", "entries") << "\n"
-       << "files        " << GroupDigits(summary.listed.files) << ", "
-       << Count(summary.listed.bytes, "byte", "bytes") << "\n"
-       << "directories  " << GroupDigits(summary.listed.directories) << "\n";
-  const bool hasHidden = summary.hidden.files + summary.hidden.directories > 0;
-  if (hasHidden) text << "hidden       " << HiddenText(summary.hidden) << "\n";
+       << "root         " << Count(info.rootEntryCount, "entry", "entries") << "\n";
+  if (!isMisread) text << EntriesText(summary);
   const std::string note = Note(summary.claim, internal::ClaimedClusters(info));
   if (!note.empty()) text << "note         " << note << "\n";
   return text.str();

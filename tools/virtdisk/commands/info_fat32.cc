@@ -38,11 +38,7 @@ Json Fat32Record(const InfoOptions& options, std::uint64_t imageBytes, const Fat
   record["clusters"] = volume.Clusters();
   record["clustersUsed"] = isCounted ? Json(UsedClusters(volume)) : Json();
   record["clustersFree"] = isCounted ? Json(*volume.freeClusters) : Json();
-  for (const char* unknown :
-       {"clustersBad", "largestFreeRun", "fragmented", "fragments", "slackBytes", "files",
-        "directories", "fileBytes", "hiddenFiles", "hiddenDirectories", "hiddenBytes"}) {
-    record[unknown] = nullptr;
-  }
+  ForgetContent(record);
   return record;
 }
 
@@ -86,6 +82,14 @@ int TellFat32(Console& console, const InfoOptions& options, std::uint64_t imageB
     PrintToOut(console, Fat32Text(options, imageBytes, volume));
   }
   return kDone;
+}
+
+void ForgetContent(Json& record) {
+  for (const char* unknown :
+       {"clustersBad", "largestFreeRun", "fragmented", "fragments", "slackBytes", "files",
+        "directories", "fileBytes", "hiddenFiles", "hiddenDirectories", "hiddenBytes"}) {
+    record[unknown] = nullptr;
+  }
 }
 
 std::string PartitionPlace(std::uint8_t type, std::uint32_t start, std::uint32_t sectors) {

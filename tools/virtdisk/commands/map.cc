@@ -131,10 +131,11 @@ int RunMap(Console& console, const MapOptions& options) {
   std::string err;
   const auto view = VolumeView::Read(image->Info(), image->Source(), err);
   if (!view) return Fail(console, err, "Nothing was drawn.");
+  std::string remark;
   if (internal::WouldBeMisread(internal::ClaimOf(image->Info()))) {
-    Remark(console,
-           options.image.string() +
-               " is no FAT16 volume: what is drawn tells little; `virtdisk info` says more");
+    remark = options.image.string() +
+             " is no FAT16 volume: what is drawn tells little; `virtdisk info` says more";
+    Remark(console, remark);
   }
   const ImageTree tree = image->Tree(console);
   const DiskMap map = MapVolume(*view, tree);
@@ -143,6 +144,7 @@ int RunMap(Console& console, const MapOptions& options) {
   const std::string& label = image->Info().volumeLabel;
   if (options.json) {
     Json record = Record(options, map);
+    record["remark"] = remark.empty() ? Json() : Json(remark);
     AddError(console, record);
     console.out << OneLine(record) << "\n";
     return kDone;

@@ -25,6 +25,13 @@ bool IsFat32ThatCannotBeRead(const Fat16FsInfo& info) {
          internal::ClaimOf(info) == VolumeClaim::kFat32;
 }
 
+// Which other systems read.
+bool HasLargeSectors(const Fat16FsInfo& info) {
+  const bool isLarge =
+      info.bytesPerSector == 1024 || info.bytesPerSector == 2048 || info.bytesPerSector == 4096;
+  return isLarge && info.sectorsPerCluster != 0 && info.fatCount != 0;
+}
+
 bool IsDescribed(const Fat16FsInfo& info) { return info.dataStartSector != 0; }
 
 // What the boot sector has against being read as FAT16; empty for nothing.
@@ -47,6 +54,12 @@ int TellUnreadable(Console& console, const std::filesystem::path& path, const Fa
   const std::string reason = IsDescribed(info) ? ReasonOf(info) : "";
   if (!reason.empty()) {
     return Fail(console, message, "The volume in " + path.string() + " " + reason + ".");
+  }
+  if (HasLargeSectors(info)) {
+    return Fail(console, message,
+                "The volume in " + path.string() + " has sectors of " +
+                    GroupDigits(info.bytesPerSector) +
+                    " bytes; virtdisk reads those of 512 only, mtools and 7-Zip others.");
   }
   if (!IsFat32ThatCannotBeRead(info)) {
     return Fail(console, message,
