@@ -6,6 +6,7 @@
 #include "browser/volume_description.h"
 #include "check/fat_table.h"
 #include "check/finding_list.h"
+#include "check/partitions.h"
 #include "check/system_area.h"
 #include "check/tree_check.h"
 #include "common/fat_words.h"
@@ -87,6 +88,17 @@ bool CheckTable(ByteSource& image, const Fat16FsInfo& info, FindingList& finding
   return true;
 }
 
+// Where there is no volume, and none of them is of a kind that is looked into.
+bool TellPartitions(ByteSource& image, const Fat16FsInfo& info, FindingList& findings,
+                    std::string& err) {
+  std::vector<Partition> partitions;
+  if (!FindOtherPartitions(image, info, partitions, err)) return false;
+  for (const Partition& one : partitions) {
+    findings.Add(FindingKind::kOtherPartition, {one.number, one.type});
+  }
+  return true;
+}
+
 bool CheckDescribed(ByteSource& image, const Fat16FsInfo& info, CheckReport& report,
                     FindingList& findings, const FoundClusters& foundClusters, std::string& err) {
   std::vector<std::uint8_t> buffer;
@@ -128,7 +140,7 @@ bool CheckVolume(ByteSource& image, CheckReport& report, std::string& err,
   if (info.partitioned && !CheckTable(source, info, findings, err)) return false;
   if (isDescribed) return CheckDescribed(source, info, report, findings, foundClusters, err);
   TellWhyUnreadable(info, findings);
-  return true;
+  return info.partitioned || TellPartitions(source, info, findings, err);
 }
 
 }  // namespace quorbix::virtdisk::internal

@@ -6,31 +6,13 @@
 #include <iterator>
 #include <vector>
 
+#include "check/partitions.h"
 #include "common/byte_order.h"
 #include "fat16/geometry.h"
 #include "fat16/volume_layout.h"
 
 namespace quorbix::virtdisk::internal {
 namespace {
-
-struct Partition {
-  std::uint64_t number = 0;  // from 1
-  std::uint8_t type = 0;
-  std::uint64_t start = 0;  // sector
-  std::uint64_t end = 0;    // sector
-};
-
-std::vector<Partition> UsedPartitions(const std::uint8_t* sector) {
-  std::vector<Partition> partitions;
-  for (std::size_t i = 0; i < mbr::kPartitionCount; ++i) {
-    const std::uint8_t* entry = sector + mbr::kPartitionTable + i * partition_entry::kSize;
-    if (entry[partition_entry::kType] == 0) continue;
-    const std::uint64_t start = LoadU32(entry + partition_entry::kStartLba);
-    const std::uint64_t count = LoadU32(entry + partition_entry::kSectorCount);
-    partitions.push_back({i + 1, entry[partition_entry::kType], start, start + count});
-  }
-  return partitions;
-}
 
 bool Overlap(const Partition& a, const Partition& b) {
   return std::max(a.start, b.start) < std::min(a.end, b.end);
@@ -73,7 +55,7 @@ void CheckSizes(std::uint64_t imageBytes, const Fat16FsInfo& info, FindingList& 
 void CheckPartitions(const std::uint8_t* sector, std::uint64_t imageBytes, const Fat16FsInfo& info,
                      FindingList& findings) {
   const std::vector<Partition> partitions = UsedPartitions(sector);
-  bool isChosen = false;  // the first that fits is the one that is read
+  const std::size_t chosen = PlaceOf(info, partitions);
   for (std::size_t i = 0; i < partitions.size(); ++i) {
     const Partition& one = partitions[i];
     const std::uint64_t endByte = one.end * kSectorBytes;
@@ -84,10 +66,7 @@ void CheckPartitions(const std::uint8_t* sector, std::uint64_t imageBytes, const
       if (!Overlap(one, partitions[j])) continue;
       findings.Add(FindingKind::kPartitionsOverlap, {one.number, partitions[j].number});
     }
-    const bool isThisOne =
-        !isChosen && one.start == info.partitionStartLba && one.type == info.partitionType;
-    if (!isThisOne) findings.Add(FindingKind::kOtherPartition, {one.number, one.type});
-    isChosen = isChosen || isThisOne;
+    if (i != chosen) findings.Add(FindingKind::kOtherPartition, {one.number, one.type});
   }
 }
 

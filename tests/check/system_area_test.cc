@@ -40,6 +40,22 @@ TEST(SystemArea, OtherPartition_IsARemark) {
   EXPECT_TRUE(report.IsSound());
 }
 
+// A table alone, as of a disk whose volumes are logical ones, and a boot sector of another kind.
+TEST(SystemArea, PartitionsOfOtherKindsAlone_AreNamed) {
+  std::vector<std::uint8_t> image(8192);
+  image[510] = 0x55;
+  image[511] = 0xAA;
+  image[446 + 4] = 0x05;
+  image[446 + 8] = 2;
+  image[446 + 12] = 14;
+  const CheckReport report = Checked(image);
+  EXPECT_THAT(Said(report), ElementsAre("there is no FAT16 volume in the image",
+                                        "partition 1 of type 0x05 was not looked at"));
+  EXPECT_FALSE(report.isPartitioned);
+  image[446] = 'e';
+  EXPECT_THAT(Findings(image), ElementsAre("there is no FAT16 volume in the image"));
+}
+
 TEST(SystemArea, SecondPartitionWithinTheImage_EndsWithItsLastSector) {
   EXPECT_EQ(Checked(WithPartition(6, 95, 100)).Found(FindingKind::kPartitionBeyondImage), 0u);
   EXPECT_EQ(Checked(WithPartition(6, 95, 101)).Found(FindingKind::kPartitionBeyondImage), 1u);

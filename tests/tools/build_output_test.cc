@@ -19,6 +19,7 @@
 
 #include <quorbix/virtdisk/fat16_fs_image.h>
 
+#include "host/output_place.h"
 #include "program_run.h"
 #include "support/child_process.h"
 #include "support/image_crafter.h"
@@ -170,6 +171,22 @@ TEST_F(BuildOutput, FloppyOfFat12_IsNoImageToReplace) {
   EXPECT_EQ(run.status, 3);
   EXPECT_THAT(run.err, HasSubstr("floppy.img exists, and is no FAT16 disk image"));
   EXPECT_EQ(test::ReadBytes(folder / "floppy.img"), floppy.Bytes());
+}
+
+TEST_F(BuildOutput, DiskWithOtherPartitions_IsRefusedUnlessForced) {
+  test::ImageCrafter disk({.trailingSectors = 100});
+  disk.Byte(462 + 4, 0x83).U32(462 + 8, 95);
+  test::WriteBytes(folder / "disk.img", disk.Bytes());
+  EXPECT_EQ(LookAtOutput(folder / "disk.img"), OutputKind::kDiskImage);  // of no length
+  disk.U32(462 + 12, 100);
+  test::WriteBytes(folder / "disk.img", disk.Bytes());
+  for (const std::vector<std::string>& more : {std::vector<std::string>{}, {"--in-place"}}) {
+    const ProgramRun run = Build("disk.img", more);
+    EXPECT_EQ(run.status, 3);
+    EXPECT_THAT(run.err, HasSubstr("disk.img has other partitions, which would be lost\n"));
+    EXPECT_EQ(test::ReadBytes(folder / "disk.img"), disk.Bytes());
+  }
+  EXPECT_EQ(Build("disk.img", {"--force"}).status, 0);
 }
 
 TEST_F(BuildOutput, ProtectedImage_IsRefusedUnlessForced) {

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <numeric>
 #include <ostream>
@@ -79,6 +80,24 @@ TEST_F(ReadingOther, VerifyAndMapOfFat12_SayThatItIsNoFat16) {
   EXPECT_THAT(RunVirtdisk({"map", image}).err, HasSubstr("disk.img is no FAT16 volume"));
   EXPECT_EQ(RunVirtdisk({"map", image, "--json"}).Json()["remark"],
             image + " is no FAT16 volume: what is drawn tells little; `virtdisk info` says more");
+}
+
+TEST_F(ReadingOther, DiskOfOtherPartitionsAlone_IsCalledThat) {
+  std::vector<std::uint8_t> disk(8192);
+  const std::vector<std::uint8_t> table{0, 0, 0, 0, 0x05, 0, 0, 0, 2, 0, 0, 0, 6, 0, 0, 0,
+                                        0, 0, 0, 0, 0xEE, 0, 0, 0, 8, 0, 0, 0, 8, 0, 0, 0};
+  std::copy(table.begin(), table.end(), disk.begin() + 446);
+  disk[510] = 0x55;
+  disk[511] = 0xAA;
+  const std::string image = (folder / "disk.img").string();
+  WriteBytes(image, disk);
+  const ProgramRun run = RunVirtdisk({"ls", image});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("\n  " + image + " has partitions of type 0x05, 0xEE only;"));
+  disk[446 + 4] = 0x06;
+  disk[446 + 8] = 16;  // which the image does not reach
+  WriteBytes(image, disk);
+  EXPECT_THAT(RunVirtdisk({"ls", image}).err, HasSubstr("is it the right file, and whole?"));
 }
 
 TEST_F(ReadingOther, SectorsOf1024Bytes_AreNamedAsTheReason) {

@@ -99,6 +99,25 @@ TEST_F(InfoCommand, Fat12_IsNamedAndNotRefused) {
   EXPECT_EQ(RunVirtdisk({"info", Image(), "--json"}).Json()["takenFor"], "FAT12");
 }
 
+TEST_F(InfoCommand, OtherPartitions_AreTold) {
+  EXPECT_TRUE(RunVirtdisk({"info", Image(), "--json"}).Json()["otherPartitions"].empty());
+  Write(ImageCrafter({.trailingSectors = 100})
+            .Byte(462 + 4, 0x83)
+            .U32(462 + 8, 95)
+            .U32(462 + 12, 60)
+            .Byte(478 + 4, 0x0E)
+            .U32(478 + 8, 155)
+            .U32(478 + 12, 40));
+  EXPECT_THAT(RunVirtdisk({"info", Image()}).out,
+              ::testing::EndsWith(
+                  "\nnote         other partitions are not looked into: type 0x83, type 0x0E\n"));
+  const auto others = RunVirtdisk({"info", Image(), "--json"}).Json()["otherPartitions"];
+  ASSERT_EQ(others.size(), 2U);
+  EXPECT_EQ(others[1]["type"], 14);
+  EXPECT_EQ(others[1]["startSector"], 155);
+  EXPECT_EQ(others[1]["sectors"], 40);
+}
+
 // 12-bit words, so that a sector of the FAT has some for more clusters than 16-bit ones would be
 // for.
 TEST_F(InfoCommand, Fat12_HasNoNumbersThatCannotBeKnown) {

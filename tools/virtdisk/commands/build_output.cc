@@ -48,7 +48,7 @@ bool MakeRoomOrShrink(int file, std::uint64_t size) {
 bool AreExchanged(const fs::path& folder, const fs::path& image) {
   if (LookAtOutput(image) != OutputKind::kFolder) return false;
   const OutputKind kind = LookAtOutput(folder);
-  return kind == OutputKind::kDiskImage ||
+  return kind == OutputKind::kDiskImage || HasOtherPartitions(folder) ||
          (kind == OutputKind::kNothing && HasNameOfAnImage(folder));
 }
 
@@ -66,6 +66,10 @@ bool IsOutputAcceptable(Console& console, const BuildOptions& options) {
       if (IsDenied(options.image, R_OK)) {
         return Refuse(console, image + " exists, and you may not read it",
                       "Give another path; --force replaces it unread.");
+      }
+      if (HasOtherPartitions(options.image)) {
+        return Refuse(console, image + " has other partitions, which would be lost",
+                      "Give another path, or --force to have the whole disk replaced.");
       }
       return Refuse(console, image + " exists, and is no FAT16 disk image that can be read",
                     "Give another path, or --force to have the file replaced.");

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "check/partitions.h"
 #include "check/volume_claim.h"
 #include "commands/commands.h"
 #include "commands/info_fat32.h"
@@ -43,6 +44,7 @@ struct Summary {
   Layout layout;
   ClusterCounts clusters;
   VolumeClaim claim{};
+  std::vector<internal::Partition> otherPartitions;
 };
 
 void CountEntries(const ImageTree& tree, Summary& summary) {
@@ -120,6 +122,15 @@ std::uint64_t Clusters(const OpenedImage& image, const VolumeView& view, const S
                                                  : view.ClusterCount();
 }
 
+Json PartitionRecords(const std::vector<internal::Partition>& partitions) {
+  Json records = Json::array();
+  for (const internal::Partition& one : partitions) {
+    records.push_back(
+        {{"type", one.type}, {"startSector", one.start}, {"sectors", one.end - one.start}});
+  }
+  return records;
+}
+
 Json Record(const InfoOptions& options, const OpenedImage& image, const VolumeView& view,
             const Summary& summary) {
   const Fat16FsInfo& info = image.Info();
@@ -130,6 +141,7 @@ Json Record(const InfoOptions& options, const OpenedImage& image, const VolumeVi
   Json record{{"image", options.image.string()},
               {"bytes", image.Bytes()},
               {"partition", info.partitioned ? partition : Json(nullptr)},
+              {"otherPartitions", PartitionRecords(summary.otherPartitions)},
               {"label", info.volumeLabel},
               {"volumeId", id ? Json(FormatVolumeId(*id)) : Json(nullptr)},
               {"fileSystemType", info.fileSystemType},
@@ -209,6 +221,14 @@ std::string EntriesText(const Summary& summary) {
   return hasHidden ? text + "hidden       " + HiddenText(summary.hidden) + "\n" : text;
 }
 
+std::string OtherPartitionsText(const std::vector<internal::Partition>& partitions) {
+  std::string types;
+  for (const internal::Partition& one : partitions)
+    types += ", type " + FormatPartitionType(one.type);
+  return (partitions.size() == 1 ? "another partition is" : "other partitions are") +
+         std::string(" not looked into: ") + types.substr(2);
+}
+
 std::string Text(const InfoOptions& options, const OpenedImage& image, const VolumeView& view,
                  const Summary& summary) {
   const Fat16FsInfo& info = image.Info();
@@ -233,6 +253,9 @@ std::string Text(const InfoOptions& options, const OpenedImage& image, const Vol
   if (!isMisread) text << EntriesText(summary);
   const std::string note = Note(summary.claim, internal::ClaimedClusters(info));
   if (!note.empty()) text << "note         " << note << "\n";
+  if (!summary.otherPartitions.empty()) {
+    text << "note         " << OtherPartitionsText(summary.otherPartitions) << "\n";
+  }
   return text.str();
 }
 
@@ -251,7 +274,11 @@ int RunInfo(Console& console, const InfoOptions& options) {
   std::string err;
   const auto view = VolumeView::Read(image->Info(), image->Source(), err);
   if (!view) return Fail(console, err, "Nothing was told of " + options.image.string() + ".");
-  const Summary summary = Summarize(console, *image, *view);
+  Summary summary = Summarize(console, *image, *view);
+  if (image->Info().partitioned &&
+      !FindOtherPartitions(image->Source(), image->Info(), summary.otherPartitions, err)) {
+    return Fail(console, err, "Nothing was told of " + options.image.string() + ".");
+  }
   if (options.json) {
     Json record = Record(options, *image, *view, summary);
     AddError(console, record);

@@ -1,7 +1,5 @@
 #include "commands/info_fat32.h"
 
-#include <array>
-#include <cstdio>
 #include <sstream>
 #include <string>
 
@@ -24,6 +22,7 @@ Json Fat32Record(const InfoOptions& options, std::uint64_t imageBytes, const Fat
                            {"sectors", partition->sectors}};
   }
   const bool isCounted = volume.freeClusters.has_value();
+  record["otherPartitions"] = nullptr;
   record["label"] = volume.label;
   record["volumeId"] = volume.volumeId ? Json(FormatVolumeId(*volume.volumeId)) : Json();
   record["fileSystemType"] = volume.fileSystemType;
@@ -93,9 +92,7 @@ void ForgetContent(Json& record) {
 }
 
 std::string PartitionPlace(std::uint8_t type, std::uint32_t start, std::uint32_t sectors) {
-  std::array<char, 8> number{};
-  std::snprintf(number.data(), number.size(), "0x%02X", static_cast<unsigned>(type));
-  return std::string("type ") + number.data() + ", sectors from " + GroupDigits(start) + ", " +
+  return "type " + FormatPartitionType(type) + ", sectors from " + GroupDigits(start) + ", " +
          GroupDigits(sectors) + " of them";
 }
 

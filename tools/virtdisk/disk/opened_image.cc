@@ -7,7 +7,9 @@
 #include <string_view>
 #include <vector>
 
+#include "check/partitions.h"
 #include "check/volume_claim.h"
+#include "common/partition_types.h"
 #include "disk/image_tree.h"
 #include "host/output_place.h"
 #include "terminal/exit_status.h"
@@ -49,8 +51,22 @@ std::string ReasonOf(const Fat16FsInfo& info) {
   }
 }
 
-int TellUnreadable(Console& console, const std::filesystem::path& path, const Fat16FsInfo& info,
+// What is in the partitions of a disk none of which is looked into; empty where there are none.
+std::string KindsOfPartitions(internal::ByteSource& source, const Fat16FsInfo& info) {
+  std::string unknown;
+  std::string kinds;
+  std::vector<internal::Partition> partitions;
+  if (info.partitioned || !FindOtherPartitions(source, info, partitions, unknown)) return {};
+  for (const internal::Partition& one : partitions) {
+    if (internal::partition_entry::IsSupportedType(one.type)) return {};  // beyond the image's end
+    kinds += (kinds.empty() ? "" : ", ") + FormatPartitionType(one.type);
+  }
+  return kinds;
+}
+
+int TellUnreadable(Console& console, const std::filesystem::path& path, const OpenedImage& image,
                    const std::string& message) {
+  const Fat16FsInfo& info = image.Info();
   const std::string reason = IsDescribed(info) ? ReasonOf(info) : "";
   if (!reason.empty()) {
     return Fail(console, message, "The volume in " + path.string() + " " + reason + ".");
@@ -60,6 +76,12 @@ int TellUnreadable(Console& console, const std::filesystem::path& path, const Fa
                 "The volume in " + path.string() + " has sectors of " +
                     GroupDigits(info.bytesPerSector) +
                     " bytes; virtdisk reads those of 512 only, mtools and 7-Zip others.");
+  }
+  const std::string kinds = KindsOfPartitions(image.Source(), info);
+  if (!kinds.empty()) {
+    return Fail(console, message,
+                path.string() + " has partitions of type " + kinds +
+                    " only; virtdisk looks into those of FAT16 that the table itself names.");
   }
   if (!IsFat32ThatCannotBeRead(info)) {
     return Fail(console, message,
@@ -101,7 +123,7 @@ std::unique_ptr<OpenedImage> OpenedImage::Open(Console& console, const std::file
     image->TellBroken(console, path);
     return image;
   }
-  status = isRefused ? int{kRefused} : TellUnreadable(console, path, image->Info(), err);
+  status = isRefused ? int{kRefused} : TellUnreadable(console, path, *image, err);
   return nullptr;
 }
 

@@ -15,6 +15,7 @@
 
 #include "browser/file_source.h"
 #include "browser/volume_description.h"
+#include "check/partitions.h"
 #include "check/volume_claim.h"
 #include "common/host_file.h"
 #include "fat16/volume_layout.h"
@@ -40,12 +41,24 @@ bool IsSigned(internal::ByteSource& source) {
                     first + internal::mbr::kSignature);
 }
 
-bool HoldsVolume(const fs::path& path) {
+enum class Disk { kNone, kOneVolume, kWithOtherPartitions };
+
+Disk LookAtDisk(const fs::path& path) {
   std::string err;
   Fat16FsInfo info;
+  std::vector<internal::Partition> others;
   const auto source = internal::FileSource::Open(path, err);
-  return source && IsSigned(*source) && internal::DescribeVolume(*source, info, err) &&
-         !internal::WouldBeMisread(internal::ClaimOf(info));
+  const bool hasVolume = source && IsSigned(*source) &&
+                         internal::DescribeVolume(*source, info, err) &&
+                         !internal::WouldBeMisread(internal::ClaimOf(info)) &&
+                         internal::FindOtherPartitions(*source, info, others, err);
+  if (!hasVolume) return Disk::kNone;
+  // An entry of no length has nothing in it that could be lost. A volume that is bare has no table.
+  const bool isAlone = !info.partitioned || std::all_of(others.begin(), others.end(),
+                                                        [](const internal::Partition& other) {
+                                                          return other.start == other.end;
+                                                        });
+  return isAlone ? Disk::kOneVolume : Disk::kWithOtherPartitions;
 }
 
 // Without links, and without a separator at its end; what leads there need not exist. Empty: nobody
@@ -66,7 +79,12 @@ OutputKind LookAtOutput(const fs::path& path) {
   if (fs::is_directory(status)) return OutputKind::kFolder;
   if (!fs::exists(status)) return OutputKind::kNothing;
   if (!fs::is_regular_file(status)) return OutputKind::kNoRegularFile;
-  return IsBlank(path) || HoldsVolume(path) ? OutputKind::kDiskImage : OutputKind::kOtherFile;
+  const bool isImage = IsBlank(path) || LookAtDisk(path) == Disk::kOneVolume;
+  return isImage ? OutputKind::kDiskImage : OutputKind::kOtherFile;
+}
+
+bool HasOtherPartitions(const fs::path& path) {
+  return LookAtDisk(path) == Disk::kWithOtherPartitions;
 }
 
 bool IsDenied(const fs::path& path, int access) {

@@ -177,6 +177,12 @@ std::string Count(std::uint64_t number, std::string_view singular, std::string_v
   return GroupDigits(number) + " " + std::string(number == 1 ? singular : plural);
 }
 
+std::string FormatPartitionType(std::uint8_t type) {
+  std::array<char, 8> text{};
+  std::snprintf(text.data(), text.size(), "0x%02X", static_cast<unsigned>(type));
+  return text.data();
+}
+
 std::string FormatVolumeId(std::uint32_t id) {
   std::array<char, 16> text{};
   std::snprintf(text.data(), text.size(), "%04X-%04X", id >> 16U, id & 0xFFFFU);

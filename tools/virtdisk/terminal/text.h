@@ -28,6 +28,9 @@ std::string Count(std::uint64_t number, std::string_view singular, std::string_v
 // 0x1A2B3C4D -> "1A2B-3C4D"
 std::string FormatVolumeId(std::uint32_t id);
 
+// 12 -> "0x0C"
+std::string FormatPartitionType(std::uint8_t type);
+
 // "65536", "64K", "64KB", "64 MiB", "1.5g" -> bytes, rounded down; units are powers of 1024 however
 // they are written. Nothing for zero, a sign, a fraction of bytes, an unknown unit, or more than 64
 // bits.
