@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <iterator>
@@ -53,6 +54,23 @@ TEST(ReadHostFile, FolderOrPipe_IsRefused) {
   EXPECT_THAT(err, HasSubstr("it is not a regular file"));
   EXPECT_FALSE(ReadHostFile(folder / "PIPE", bytes, err));
   EXPECT_THAT(err, HasSubstr("it is not a regular file"));
+}
+
+TEST(ReadHostFile, FileThatChangesMeanwhile_IsNotTakenForWhole) {
+  TempFolder folder;
+  const auto cut = [&](std::uint64_t) { fs::resize_file(folder / "A", 3); };
+  const auto grow = [&](std::uint64_t) { fs::resize_file(folder / "A", 30); };
+  const auto touch = [&](std::uint64_t) {
+    fs::last_write_time(folder / "A", fs::file_time_type() + std::chrono::hours(1));
+  };
+  for (const MovedBytes& change : {MovedBytes(cut), MovedBytes(grow), MovedBytes(touch)}) {
+    folder.File("A", "content");
+    std::vector<std::uint8_t> bytes;
+    std::string err;
+    EXPECT_FALSE(ReadHostFile(folder / "A", bytes, err, change));
+    EXPECT_EQ(err, "cannot read " + (folder / "A").string() + ": it changed while it was read");
+    EXPECT_TRUE(bytes.empty());
+  }
 }
 
 TEST(WriteHostFile, NewFile_HasTheContentAndNothingElseIsLeft) {

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <iterator>
 #include <string>
 #include <system_error>
 
@@ -17,22 +18,28 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr char kHasChanged[] = "it changed while it was read";
+
 bool FailToRead(std::string& err, const fs::path& path, const std::string& reason) {
   err = "cannot read " + path.string() + ": " + reason;
   return false;
 }
 
-bool OpenToRead(const fs::path& path, internal::Descriptor& file, std::uint64_t& bytes,
+bool OpenToRead(const fs::path& path, internal::Descriptor& file, struct ::stat& status,
                 std::string& err) {
   // Not to wait for a writer, should it be a pipe.
   file = internal::OpenHostFile(path.c_str(), O_RDONLY);
-  struct ::stat status {};
   if (!file || ::fstat(file.Get(), &status) != 0) {
     return FailToRead(err, path, SystemText(errno));
   }
-  if (!S_ISREG(status.st_mode)) return FailToRead(err, path, kNotRegular);
-  bytes = static_cast<std::uint64_t>(status.st_size);
-  return true;
+  return S_ISREG(status.st_mode) || FailToRead(err, path, kNotRegular);
+}
+
+bool IsAsItWas(int file, const struct ::stat& before) {
+  struct ::stat now {};
+  return ::fstat(file, &now) == 0 && now.st_size == before.st_size &&
+         now.st_mtim.tv_sec == before.st_mtim.tv_sec &&
+         now.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
 }
 
 }  // namespace
@@ -46,20 +53,25 @@ bool FailToWriteFile(std::string& err, const fs::path& path, const std::string& 
 
 bool HostFileBytes(const fs::path& path, std::uint64_t& bytes, std::string& err) {
   internal::Descriptor ignored;
-  return OpenToRead(path, ignored, bytes, err);
+  struct ::stat status {};
+  if (!OpenToRead(path, ignored, status, err)) return false;
+  bytes = static_cast<std::uint64_t>(status.st_size);
+  return true;
 }
 
 bool ReadHostFile(const fs::path& path, std::vector<std::uint8_t>& bytes, std::string& err,
                   const MovedBytes& moved) {
   bytes.clear();
   internal::Descriptor file;
-  std::uint64_t size = 0;
-  if (!OpenToRead(path, file, size, err)) return false;
-  bytes.resize(static_cast<std::size_t>(size));
+  struct ::stat status {};
+  if (!OpenToRead(path, file, status, err)) return false;
+  bytes.resize(static_cast<std::size_t>(status.st_size));
   const std::ptrdiff_t got = ReadInPieces(file.Get(), bytes, moved);
-  const int error = errno;
-  bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
-  return got >= 0 || FailToRead(err, path, SystemText(error));
+  const std::string reason = got < 0 ? SystemText(errno) : kHasChanged;
+  const bool isWhole = got == std::ssize(bytes) && IsAsItWas(file.Get(), status);
+  if (isWhole) return true;
+  bytes.clear();
+  return FailToRead(err, path, reason);
 }
 
 bool WriteHostFile(const fs::path& path, std::span<const std::uint8_t> bytes, std::string& err) {

@@ -24,8 +24,8 @@ bool FailToWriteFile(std::string& err, const std::filesystem::path& path,
 // Tells how many bytes a regular file of the host has that may be read. False: `err` says why not.
 bool HostFileBytes(const std::filesystem::path& path, std::uint64_t& bytes, std::string& err);
 
-// Reads a regular file of the host whole. On failure returns false, says why in `err` and leaves
-// `bytes` empty.
+// Reads a regular file of the host whole. On failure, and when it changes meanwhile, returns false,
+// says why in `err` and leaves `bytes` empty.
 bool ReadHostFile(const std::filesystem::path& path, std::vector<std::uint8_t>& bytes,
                   std::string& err, const MovedBytes& moved = {});
 
