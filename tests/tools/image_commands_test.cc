@@ -484,6 +484,39 @@ TEST_F(MapCommand, PictureToTheStandardOutput_IsData) {
   EXPECT_THAT(folder.Read("letter.svg"), ::testing::StartsWith("<svg "));
 }
 
+TEST_F(MapCommand, PictureOrPageOfSomebodyElse_IsRefusedUnlessForced) {
+  const std::vector<std::string> documents{
+      "<?xml version=\"1.0\"?>\n<letter>Dear aunt,</letter>\n",
+      "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>Letter",
+      "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 1 1\"></svg>\n", "<html>", "<svg"};
+  for (const char* name : {"letter.svg", "letter.html"}) {
+    const std::string letter = (folder / name).string();
+    for (const std::string& document : documents) {
+      folder.File(name, document);
+      const ProgramRun run = RunVirtdisk({"map", Image(), "-o", letter});
+      EXPECT_EQ(run.status, 3) << document;
+      EXPECT_THAT(run.err, HasSubstr(letter + " exists, and `virtdisk map` did not draw it\n"));
+      EXPECT_EQ(folder.Read(name), document);
+    }
+    EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", letter, "--force"}).status, 0);
+  }
+}
+
+// By what it begins with, which later versions have to keep.
+TEST_F(MapCommand, PictureOrPageThatItDrew_IsReplaced) {
+  folder.File("disk.svg",
+              "<svg xmlns=\"http://www.w3.org/2000/svg\" data-drawn-by=\"virtdisk map\" ");
+  folder.File("disk.html",
+              "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+              "<meta name=\"generator\" content=\"virtdisk map\">\n");
+  for (const char* name : {"disk.svg", "disk.html"}) {
+    const std::string place = (folder / name).string();
+    EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", place}).status, 0) << name;
+    EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", place}).status, 0) << name;
+    EXPECT_THAT(folder.Read(name), HasSubstr("CRAFTED"));
+  }
+}
+
 TEST_F(MapCommand, NameOfNoPicture_GivesStatus2AndTheEndingsThereAre) {
   for (const char* name : {"disk.png", "disk", "disk.svg.bak", "svg"}) {
     const ProgramRun run = RunVirtdisk({"map", Image(), "-o", (folder / name).string(), "--force"});

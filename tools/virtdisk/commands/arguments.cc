@@ -183,7 +183,7 @@ class Arguments::Commands {
     CLI::App* sub = Add("map", "Draw how an image's clusters are used", "map games.img -o disk.svg",
                         [this] { return RunMap(console, map); });
     sub->add_option("IMAGE", map.image, kImageHelp)->required();
-    sub->add_flag("--force", map.force, "Replace a file that is no picture");
+    sub->add_flag("--force", map.force, "Replace a file that `map` did not draw");
     sub->add_option("-o,--output", map.picture,
                     "Write a picture there when it ends in .svg, a page to search when it ends in "
                     ".html (- for a picture on the standard output)")

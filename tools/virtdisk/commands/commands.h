@@ -100,7 +100,7 @@ int RunPut(Console& console, const PutOptions& options);
 struct MapOptions {
   std::filesystem::path image;
   std::filesystem::path picture;  // empty: draw on the console
-  bool force = false;             // replace what is no picture
+  bool force = false;             // replace what it did not draw
   bool json = false;
 };
 int RunMap(Console& console, const MapOptions& options);

@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <iterator>
 #include <span>
 #include <string>
 #include <string_view>
@@ -31,10 +30,6 @@ namespace quorbix::virtdisk::tool {
 
 namespace {
 
-constexpr std::size_t kBeginningBytes = 64;
-constexpr const char* kBeginnings[] = {"<svg", "<?xml", "<!DOCTYPE html", "<!doctype html",
-                                       "<html"};
-
 enum class PictureKind { kSvg, kPage, kUnknown };
 
 PictureKind KindOf(const std::filesystem::path& picture) {
@@ -44,7 +39,7 @@ PictureKind KindOf(const std::filesystem::path& picture) {
   return isPage ? PictureKind::kPage : PictureKind::kUnknown;
 }
 
-// Whether a picture would take the place of a file that is neither blank nor one itself.
+// Whether a picture would take the place of a file that is neither empty nor drawn by this program.
 bool IsSomethingElse(const std::filesystem::path& place) {
   std::string err;
   if (LookAtOutput(place) == OutputKind::kNothing) return false;
@@ -52,12 +47,12 @@ bool IsSomethingElse(const std::filesystem::path& place) {
   if (!source) return true;
   if (source->Size() == 0) return false;
   std::vector<std::uint8_t> buffer;
-  const std::size_t size = std::min<std::uint64_t>(source->Size(), kBeginningBytes);
+  const std::size_t most = std::max(kSvgBeginning.size(), kHtmlBeginning.size());
+  const std::size_t size = std::min<std::uint64_t>(source->Size(), most);
   const std::uint8_t* bytes = source->Read(0, size, buffer, err);
   if (bytes == nullptr) return true;
   const std::string_view text(reinterpret_cast<const char*>(bytes), size);
-  return std::none_of(std::begin(kBeginnings), std::end(kBeginnings),
-                      [&](const char* beginning) { return text.starts_with(beginning); });
+  return !text.starts_with(kSvgBeginning) && !text.starts_with(kHtmlBeginning);
 }
 
 Json OwnerRecord(const Owner& owner) {
@@ -103,7 +98,7 @@ int WritePicture(Console& console, const MapOptions& options, const std::string&
                   "Give the path of a file with -o, or - for the standard output.");
   }
   if (!options.force && IsSomethingElse(options.picture)) {
-    return Refuse(console, options.picture.string() + " exists, and is no picture or page",
+    return Refuse(console, options.picture.string() + " exists, and `virtdisk map` did not draw it",
                   "Give another path with -o, or --force to have the file replaced.");
   }
   std::string err;

@@ -125,7 +125,7 @@ std::string GridPicture(const MapGrid& grid) {
 
 std::string DrawHtml(const DiskMap& map, const std::string& title, const std::string& subtitle) {
   const MapGrid grid(map, kPageGridWidth, 0, 0);
-  std::string page = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n";
+  std::string page(kHtmlBeginning);
   page += "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>";
   page += EscapeXml(title) + ": map of the disk</title>\n<style>" + std::string(kPageStyle);
   page += "</style>\n</head>\n<body>\n<header><h1>" + EscapeXml(title) + "</h1><p>";

@@ -88,7 +88,7 @@ class Picture {
 
  private:
   std::string Opening(double height, const std::string& title) const {
-    return "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " + SvgNumber(kWidth) + " " +
+    return std::string(kSvgBeginning) + "viewBox=\"0 0 " + SvgNumber(kWidth) + " " +
            SvgNumber(height) + "\" width=\"" + SvgNumber(kWidth) + "\" height=\"" +
            SvgNumber(height) + "\" role=\"img\" aria-label=\"Map of the disk " + EscapeXml(title) +
            "\">\n<style>text{font-family:system-ui,'DejaVu Sans',sans-serif;fill:#2b2f38}"
