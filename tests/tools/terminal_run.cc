@@ -8,15 +8,36 @@
 
 #include <algorithm>
 #include <array>
-#include <sstream>
 
 namespace quorbix::virtdisk::test {
 
+namespace {
+
+// Escape sequences as the program prints them begin with ESC and "[" and end with a letter.
+std::size_t ColumnsOf(const std::string& line) {
+  std::size_t columns = 0;
+  bool isEscape = false;
+  for (const char c : line) {
+    if (c == '\x1b') {
+      isEscape = true;
+    } else if (isEscape) {
+      isEscape = !((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'));
+    } else {
+      const bool goesOn = (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+      columns += goesOn ? 0 : 1;
+    }
+  }
+  return columns;
+}
+
+}  // namespace
+
 std::size_t TerminalRun::Widest() const {
-  std::istringstream lines(shown);
   std::size_t widest = 0;
-  for (std::string line; std::getline(lines, line);) {
-    widest = std::max(widest, line.find_last_not_of('\r') + 1);
+  for (std::size_t begin = 0; begin < shown.size();) {
+    const std::size_t end = std::min(shown.find_first_of("\r\n", begin), shown.size());
+    widest = std::max(widest, ColumnsOf(shown.substr(begin, end - begin)));
+    begin = end + 1;
   }
   return widest;
 }

@@ -19,7 +19,8 @@ struct TerminalRun {
   int status = 0;     // exit status, or 256 plus the signal's number
   std::string shown;  // both streams, as the terminal gets them: lines end in "\r\n"
 
-  // The longest line in bytes.
+  // The columns of the widest line, by the characters that the terminal shows: of what is no UTF-8
+  // each byte, of escape sequences none. No character that these tests print is wide.
   std::size_t Widest() const;
 };
 

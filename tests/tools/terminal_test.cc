@@ -103,6 +103,7 @@ TEST_P(TerminalOfColumns, EveryCommand_KeepsToThem) {
   TempFolder folder;
   folder.File("DISK/a letter to aunt.txt", std::string(2000, 'a')).File("DISK/.profile", "p");
   folder.File("DISK/SUB/B.TXT", "b").Link("DISK/again", "SUB").Link("DISK/nowhere", "missing");
+  folder.File("DISK/caf\xC3\xA9 au lait, s'il vous pla\xC3\xAEt, \xC3\xA0 c\xC3\xB4t\xC3\xA9.txt");
   fs::current_path(folder.Path());
   const std::vector<std::vector<std::string>> commands{
       {"build", "DISK", "d.img", "--size", "100K", "--verbose"},
@@ -123,12 +124,21 @@ TEST_P(TerminalOfColumns, EveryCommand_KeepsToThem) {
       {"info", "DISK/a letter to aunt.txt"},
       {"demo"}};
   for (const std::vector<std::string>& command : commands) {
-    const TerminalRun run =
-        RunOnTerminal(command, {.columns = GetParam(), .term = "dumb", .locale = "C"});
-    EXPECT_LE(run.Widest(), GetParam()) << command[0] << "\n" << run.shown;
-    EXPECT_LE(run.status, 3) << command[0];
+    for (const auto& [term, locale] : {std::pair{"dumb", "C"}, {"xterm-256color", "C.UTF-8"}}) {
+      const TerminalRun run =
+          RunOnTerminal(command, {.columns = GetParam(), .term = term, .locale = locale});
+      EXPECT_LE(run.Widest(), GetParam()) << command[0] << "\n" << run.shown;
+      EXPECT_LE(run.status, 3) << command[0];
+    }
   }
   fs::current_path("/");
+}
+
+TEST(TerminalRunTest, Widest_CountsWhatIsShown) {
+  EXPECT_EQ((TerminalRun{0, "ab\r\nabc\r\n"}).Widest(), 3U);
+  EXPECT_EQ((TerminalRun{0, "\x1b[1;34mabc\x1b[0m/\r\n"}).Widest(), 4U);
+  EXPECT_EQ((TerminalRun{0, "caf\xC3\xA9 \xE2\x94\x82"}).Widest(), 6U);
+  EXPECT_EQ((TerminalRun{0, "\rcopying: 1\rcopy\r\n"}).Widest(), 10U);
 }
 
 TEST_F(Terminal, DetailsOnANarrowTerminal_HaveTheDayAlone) {

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -165,6 +166,41 @@ TEST(Usage, Json_MakesEveryErrorAnObjectToo) {
   EXPECT_EQ(run.Json()["error"], "cannot read /nonexistent/c: No such file or directory");
   EXPECT_TRUE(run.Json()["hint"].is_string());
   EXPECT_THAT(run.err, StartsWith("virtdisk: cannot read /nonexistent/c"));
+}
+
+TEST(Usage, MissingImageOrFolder_IsAnObjectWithJson) {
+  test::TempFolder folder;
+  folder.File("new", "n");
+  const std::string missing = (folder / "missing.img").string();
+  const std::string content = (folder / "new").string();
+  const std::string got = (folder / "GOT").string();
+  const std::vector<std::vector<std::string>> commands{
+      {"build", missing, got},
+      {"measure", missing},
+      {"info", missing},
+      {"ls", missing},
+      {"tree", missing},
+      {"find", missing, "A"},
+      {"cat", missing, "A"},
+      {"get", missing, "A", got},
+      {"put", missing, "A", content},
+      {"map", missing},
+      {"verify", missing},
+      {"sync", missing, got, "--once"},
+      {"demo", missing},
+      {"restore", missing, "2026-11-21_17.20.05/1"}};
+  ASSERT_EQ(commands.size(), std::size(kCommands));
+  for (std::vector<std::string> command : commands) {
+    SCOPED_TRACE(command[0]);
+    command.emplace_back("--json");
+    const ProgramRun run = RunVirtdisk(command);
+    EXPECT_TRUE(run.status == 1 || run.status == 3) << run.status;
+    const auto lines = run.JsonLines();
+    ASSERT_FALSE(lines.empty());
+    EXPECT_TRUE(lines.back().contains("error") || lines.back().contains("hazards")) << run.out;
+    if (command[0] != "sync") EXPECT_THAT(run.err, StartsWith("virtdisk: "));
+    EXPECT_FALSE(folder.Exists("GOT"));
+  }
 }
 
 TEST(Usage, JsonAsAName_IsNoOption) {
