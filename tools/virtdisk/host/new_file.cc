@@ -10,6 +10,7 @@
 #include "common/host_file.h"
 #include "guard/host_view.h"
 #include "guard/renames.h"
+#include "host/file_rights.h"
 #include "host/host_file.h"
 #include "host/stop_signals.h"
 
@@ -64,7 +65,8 @@ bool NewFile::Create(const fs::path& path, std::string& err, Naming naming) {
 fs::path NewFile::PathSoFar() const { return name.empty() ? NameByDescriptor(file.Get()) : name; }
 
 bool NewFile::Commit(std::string& err) {
-  if (!TakeOverModeAndOwner() || ::fsync(file.Get()) != 0) {
+  const bool isReady = !ReplacesFile() || TakeOverRights(file.Get(), target, *before);
+  if (!isReady || ::fsync(file.Get()) != 0) {
     return FailToWriteFile(err, target, SystemText(errno));
   }
   if (!TakePlace()) {
@@ -91,13 +93,6 @@ bool NewFile::CreateNamed() {
   });
   if (file) leftToSignals = LeaveToSignals(name.c_str());
   return static_cast<bool>(file);
-}
-
-bool NewFile::TakeOverModeAndOwner() {
-  if (!ReplacesFile()) return true;
-  // Only the superuser may give files away; anybody else keeps their own.
-  [[maybe_unused]] const int ignored = ::fchown(file.Get(), before->st_uid, before->st_gid);
-  return ::fchmod(file.Get(), before->st_mode & 07777) == 0;
 }
 
 bool NewFile::MoveIntoPlace() const {

@@ -37,10 +37,10 @@ class NewFile {
   // Where it can be opened once more, until Commit.
   std::filesystem::path PathSoFar() const;
 
-  // Flushes it to the disk and puts it into its place. There it has the mode and, where the process
-  // may give it away, the owner of the file that it replaces; hard links to that keep the old
-  // content. On failure returns false, says why in `err`, and leaves the place as it was; so it
-  // does when that holds something else by now than at Create, or the same has changed.
+  // Flushes it to the disk and puts it into its place. There it has the rights of the file that it
+  // replaces (see TakeOverRights); hard links to that keep the old content. On failure returns
+  // false, says why in `err`, and leaves the place as it was; so it does when that holds something
+  // else by now than at Create, or the same has changed.
   [[nodiscard]] bool Commit(std::string& err);
 
  private:
@@ -48,7 +48,6 @@ class NewFile {
   ::mode_t FirstMode() const { return ReplacesFile() ? 0600 : 0666; }
   bool CreateNameless();
   bool CreateNamed();
-  bool TakeOverModeAndOwner();
   bool MoveIntoPlace() const;
   bool TakePlace();
   bool Name();
