@@ -223,6 +223,22 @@ TEST_F(BuildOutput, PlaceInsideTheFolder_IsRefusedUnlessForced) {
   EXPECT_EQ(Build("DISK/disk.img", {"--force"}).status, 0);
 }
 
+TEST_F(BuildOutput, PlaceThatALinkInTheFolderLeadsTo_IsRefusedUnlessForced) {
+  folder.Folder("OTHER").Link("DISK/SUB/link", "../../OTHER").Link("DISK/self", "../disk.img");
+  const ProgramRun run = Build("OTHER/new.img");
+  EXPECT_EQ(run.status, 3);
+  EXPECT_THAT(run.err,
+              HasSubstr("DISK/SUB/link is the folder of " + (folder / "OTHER/new.img").string()));
+  EXPECT_FALSE(folder.Exists("OTHER/new.img"));
+  EXPECT_THAT(Build("disk.img").err, HasSubstr("DISK/self is " + (folder / "disk.img").string()));
+  EXPECT_TRUE(IsOld());
+  fs::remove(folder / "DISK/self");
+  fs::create_hard_link(folder / "disk.img", folder / "DISK/self");
+  EXPECT_EQ(Build("disk.img").status, 3);
+  EXPECT_TRUE(IsOld());
+  EXPECT_EQ(Build("disk.img", {"--force"}).status, 0);
+}
+
 TEST_F(BuildOutput, FolderWithALongerName_IsNotTheFolder) {
   folder.Folder("DISK2");
   EXPECT_EQ(Build("DISK2/disk.img").status, 0);
@@ -236,6 +252,30 @@ TEST_F(BuildOutput, DevicesPipesAndFolders_AreRefusedWhateverIsForced) {
   }
   EXPECT_TRUE(fs::is_fifo(folder / "pipe"));
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
+}
+
+// Another user's folder of his own image, and one where each may remove but his own.
+TEST_F(BuildOutput, PlaceThatTakesNoNewFile_IsToldOfTheOtherWay) {
+  folder.Folder("shut").Folder("sticky");
+  fs::permissions(folder.Path(), fs::perms{0755});
+  for (const auto& [name, mode] : {std::pair{"shut", 0555u}, {"sticky", 01777u}}) {
+    const std::string image = std::string(name) + "/disk.img";
+    test::WriteBytes(folder / image, old);
+    fs::permissions(folder / image, fs::perms{0666});
+    fs::permissions(folder / name, fs::perms{mode});
+    folder.File("new", "new");
+    const int status = test::RunInChild({.dropRoot = true}, [&] {
+      const std::string hint = " --in-place writes into the image itself.\n";
+      const bool isTold = Build(image).err.find(hint) != std::string::npos;
+      const int done = Build(image, {"--in-place"}).status;
+      const std::vector<std::string> put{"put", (folder / image).string(), "A.TXT",
+                                         (folder / "new").string()};
+      const bool isToldByPut = RunVirtdisk(put).err.find(hint) != std::string::npos;
+      return isTold && isToldByPut ? done : 9;
+    });
+    EXPECT_EQ(status, 0) << name;
+    fs::permissions(folder / name, fs::perms{0777});
+  }
 }
 
 TEST_F(BuildOutput, WithoutTheRightToWrite_IsToldBeforeTheWork) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "program_run.h"
+#include "support/child_process.h"
 #include "support/image_crafter.h"
 #include "support/temp_folder.h"
 
@@ -515,6 +516,20 @@ TEST_F(MapCommand, PictureOrPageThatItDrew_IsReplaced) {
     EXPECT_EQ(RunVirtdisk({"map", Image(), "-o", place}).status, 0) << name;
     EXPECT_THAT(folder.Read(name), HasSubstr("CRAFTED"));
   }
+}
+
+TEST_F(MapCommand, WriteProtectedPicture_IsRefusedUnlessForced) {
+  std::filesystem::permissions(folder.Path(), std::filesystem::perms{0777});
+  const std::string picture = (folder / "disk.svg").string();
+  const int status = test::RunInChild({.dropRoot = true}, [&] {
+    if (RunVirtdisk({"map", Image(), "-o", picture}).status != 0) return 9;
+    std::filesystem::permissions(picture, std::filesystem::perms{0444});
+    const ProgramRun run = RunVirtdisk({"map", Image(), "-o", picture});
+    if (run.err.find("disk.svg is write-protected") == std::string::npos) return 8;
+    const int forced = RunVirtdisk({"map", Image(), "-o", picture, "--force"}).status;
+    return forced == 0 ? run.status : 7;
+  });
+  EXPECT_EQ(status, 3);
 }
 
 TEST_F(MapCommand, NameOfNoPicture_GivesStatus2AndTheEndingsThereAre) {

@@ -265,6 +265,21 @@ TEST_F(InterruptedCommand, PutWithoutRoomForACopy_TellsOfTheOtherWay) {
   EXPECT_EQ(status, 0);
 }
 
+TEST_F(InterruptedCommand, BuildWithoutRoomBeside_TellsOfTheOtherWay) {
+  const auto isTold = [&](const std::string& size) {
+    return RunInChild({}, [&] {
+      isDiskFull = true;
+      callsBeforeTheEnd = 0;
+      const ProgramRun run = RunVirtdisk({"build", Path("DISK"), Path("old.img"), "--size", size});
+      if (run.err.find("Nothing was written to ") == std::string::npos) return 9;
+      return run.err.find("--in-place needs no room for a copy.") != std::string::npos ? 1 : 0;
+    });
+  };
+  fs::resize_file(Path("old.img"), std::uintmax_t{10} << 20);
+  EXPECT_EQ(isTold("10M"), 1);
+  EXPECT_EQ(isTold("11M"), 0);
+}
+
 TEST_F(InterruptedCommand, Build_LeavesTheOldImageOrTheNewOne) {
   const auto begin = [&] {
     fs::copy_file(Path("old.img"), Path("disk.img"), fs::copy_options::overwrite_existing);

@@ -203,6 +203,20 @@ TEST(Usage, MissingImageOrFolder_IsAnObjectWithJson) {
   }
 }
 
+// As an unset variable of a script makes them.
+TEST(Usage, EmptyPaths_AreMistakesAndNotTheWholeDisk) {
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"get", "disk.img", "", "DEST"},
+                                             {"cat", "disk.img", ""},
+                                             {"put", "disk.img", "", "new"}}) {
+    const ProgramRun run = RunVirtdisk(arguments);
+    EXPECT_EQ(run.status, 2) << arguments[0];
+    EXPECT_THAT(run.err, StartsWith("virtdisk: PATH is empty\n"));
+  }
+  EXPECT_THAT(RunVirtdisk({"get", "disk.img", "/", ""}).err,
+              StartsWith("virtdisk: DEST is empty\n"));
+}
+
 TEST(Usage, JsonAsAName_IsNoOption) {
   EXPECT_THAT(RunVirtdisk({"info", "--", "--json"}).out, IsEmpty());
 }

@@ -147,10 +147,11 @@ int FailToFill(Console& console, const BuildOptions& options, const BuildPreview
 }
 
 int FailToWrite(Console& console, const ImageOutput& output, const BuildOptions& options,
-                const std::string& err) {
+                std::uint64_t bytes, const std::string& err) {
   return Fail(console, err,
               output.IsTouched() ? std::string("It ") + kHalfWritten + "."
-                                 : "Nothing was written to " + options.image.string() + ".");
+                                 : "Nothing was written to " + options.image.string() + "." +
+                                       output.OtherWay(bytes));
 }
 
 // Exchanges the arguments where they can only have been meant the other way round.
@@ -219,10 +220,12 @@ int Build(Console& console, const BuildOptions& options) {
   if (!PreviewWithProgress(console, options.folder, preview, err)) {
     return Fail(console, err, "Give the path of an existing folder that you may open.");
   }
+  if (!options.force && !IsLeftAlone(console, options, preview)) return kRefused;
   if (options.size) WarnAboutSize(console, FitIntoImage(preview, *options.size), *options.size);
   ImageOutput output;
   if (!output.Open(options.image, options.inPlace, err)) {
-    return Fail(console, err, "Does its folder exist, and may you write there?");
+    return Fail(console, err,
+                "Does its folder exist, and may you write there?" + output.OtherWay(0));
   }
   FilledImage filled;
   filled.size = options.size.value_or(0);
@@ -230,7 +233,7 @@ int Build(Console& console, const BuildOptions& options) {
   const bool done = options.size ? Fill(source, filled) : FillAtAutoSize(source, filled);
   if (!done) return FailToFill(console, options, preview, filled);
   if (!WriteShown(console, filled.image, output, err)) {
-    return FailToWrite(console, output, options, err);
+    return FailToWrite(console, output, options, filled.image.Bytes().size(), err);
   }
   BuildReport report;
   report.image = options.image;

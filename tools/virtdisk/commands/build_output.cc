@@ -85,6 +85,27 @@ bool IsOutputAcceptable(Console& console, const BuildOptions& options) {
                 "The next build would copy the image into itself. Give another path, or --force.");
 }
 
+bool IsLeftAlone(Console& console, const BuildOptions& options, const BuildPreview& preview) {
+  const fs::path path = internal::FollowLinks(options.image);
+  struct ::stat image {};
+  struct ::stat folder {};
+  const bool isThere = ::stat(path.c_str(), &image) == 0;
+  if (::stat(path.has_parent_path() ? path.parent_path().c_str() : ".", &folder) != 0) return true;
+  const auto leadsThere = [&](const BuildPreviewEntry& entry) {
+    if (entry.fate != BuildFate::kCopied || (!entry.isDirectory && !isThere)) return false;
+    const struct ::stat& place = entry.isDirectory ? folder : image;
+    struct ::stat found {};
+    return ::stat((options.folder / entry.hostPath).c_str(), &found) == 0 &&
+           found.st_ino == place.st_ino && found.st_dev == place.st_dev;
+  };
+  const auto found = std::find_if(preview.entries.begin(), preview.entries.end(), leadsThere);
+  if (found == preview.entries.end()) return true;
+  return Refuse(console,
+                (options.folder / found->hostPath).string() +
+                    (found->isDirectory ? " is the folder of " : " is ") + options.image.string(),
+                "The next build would copy the image into itself. Give another path, or --force.");
+}
+
 bool ImageOutput::Open(const fs::path& image, bool inPlace, std::string& err) {
   path = internal::FollowLinks(image);
   if (!inPlace || LookAtOutput(path) == OutputKind::kNothing) return replacement.Create(path, err);
@@ -103,10 +124,16 @@ bool ImageOutput::Write(std::span<const std::uint8_t> bytes, const MovedBytes& m
     return WriteIntoExisting(bytes, moved, lastWords) ||
            FailToWriteFile(err, path, SystemText(errno));
   }
-  if (!WriteInPieces(replacement.Descriptor(), bytes, moved))
-    return FailToWriteFile(err, path, SystemText(errno));
+  if (!WriteInPieces(replacement.Descriptor(), bytes, moved)) {
+    error = errno;
+    return FailToWriteFile(err, path, SystemText(error));
   }
   return replacement.Commit(err);
+}
+
+std::string ImageOutput::OtherWay(std::uint64_t bytes) const {
+  if (existing) return {};
+  return InPlaceHint(path, replacement.Error() != 0 ? replacement.Error() : error, bytes);
 }
 
 bool ImageOutput::WriteIntoExisting(std::span<const std::uint8_t> bytes, const MovedBytes& moved,

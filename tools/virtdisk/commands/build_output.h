@@ -6,6 +6,8 @@
 #include <span>
 #include <string>
 
+#include <quorbix/virtdisk/build_preview.h>
+
 #include "commands/commands.h"
 #include "common/descriptor.h"
 #include "host/new_file.h"
@@ -20,6 +22,10 @@ bool AreExchanged(const std::filesystem::path& folder, const std::filesystem::pa
 
 // Whether an image may be written where the options want it. Tells the console why not.
 bool IsOutputAcceptable(Console& console, const BuildOptions& options);
+
+// Whether what is to be copied has nothing to do with the place where the image goes: by a link the
+// folder may lead there, or to the image itself. Tells the console where it does.
+bool IsLeftAlone(Console& console, const BuildOptions& options, const BuildPreview& preview);
 
 // What is to be said of an image that was being written in place when that ended early.
 inline constexpr char kHalfWritten[] = "may be half old and half new; build it again";
@@ -37,6 +43,9 @@ class ImageOutput {
   [[nodiscard]] bool Write(std::span<const std::uint8_t> bytes, const MovedBytes& moved,
                            const std::string& lastWords, std::string& err);
 
+  // Of a failure of either: whether it would have gone in place, as InPlaceHint tells.
+  std::string OtherWay(std::uint64_t bytes) const;
+
   // Whether the image that exists was written into.
   bool IsTouched() const { return isTouched; }
 
@@ -50,6 +59,7 @@ class ImageOutput {
   std::filesystem::path path;
   internal::Descriptor existing;
   NewFile replacement;
+  int error = 0;  // errno of what failed
   bool isTouched = false;
 };
 

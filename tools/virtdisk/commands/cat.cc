@@ -27,6 +27,7 @@ void PrintContent(Console& console, const Fat16FsEntry& entry,
 }  // namespace
 
 int RunCat(Console& console, const CatOptions& options) {
+  if (options.path.empty()) return FailAsEmpty(console, "PATH");
   int status = kDone;
   const auto image = OpenedImage::Open(console, options.image, {.force = options.force}, status);
   if (!image) return status;

@@ -93,6 +93,8 @@ Json OutcomeRecord(Console& console, const GetOptions& options, const Extraction
 }  // namespace
 
 int RunGet(Console& console, const GetOptions& options) {
+  if (options.path.empty()) return FailAsEmpty(console, "PATH");
+  if (options.destination.empty()) return FailAsEmpty(console, "DEST");
   if (options.destination == "-") {
     return FailUsage(console, "`get` writes to files, not to the standard output",
                      "`virtdisk cat IMAGE PATH` does; ./- is a file of that name.");

@@ -1,5 +1,7 @@
 #include "disk/map.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -100,6 +102,10 @@ int WritePicture(Console& console, const MapOptions& options, const std::string&
   if (!options.force && IsSomethingElse(options.picture)) {
     return Refuse(console, options.picture.string() + " exists, and `virtdisk map` did not draw it",
                   "Give another path with -o, or --force to have the file replaced.");
+  }
+  if (!options.force && IsDenied(options.picture, W_OK)) {
+    return Refuse(console, options.picture.string() + " is write-protected",
+                  "Give another path with -o, or --force to have it replaced.");
   }
   std::string err;
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(drawn.data());

@@ -97,9 +97,10 @@ class Rewrite {
 
   int WriteCopy(std::uint64_t imageBytes) {
     NewFile copy;
-    if (!copy.Create(target, err) || !CopyTo(copy, imageBytes)) return FailToWrite();
-    if (!RewriteIn(copy.PathSoFar(), copy.Descriptor())) return FailToWrite();
-    return copy.Commit(err) ? Done() : FailToWrite();
+    const bool isDone = copy.Create(target, err) && CopyTo(copy, imageBytes) &&
+                        RewriteIn(copy.PathSoFar(), copy.Descriptor()) && copy.Commit(err);
+    if (copy.Error() != 0) error = copy.Error();
+    return isDone ? Done() : FailToWrite();
   }
 
   bool CopyTo(const NewFile& copy, std::uint64_t imageBytes) {
@@ -167,13 +168,13 @@ class Rewrite {
   }
 
   bool FailAtTarget() {
-    hasNoRoom = errno == ENOSPC;
-    return FailToWriteFile(err, target, SystemText(errno));
+    error = errno;
+    return FailToWriteFile(err, target, SystemText(error));
   }
 
   bool FailToCopy() {
-    hasNoRoom = errno == ENOSPC;
-    err = "cannot copy " + target.string() + ": " + SystemText(errno);
+    error = errno;
+    err = "cannot copy " + target.string() + ": " + SystemText(error);
     return false;
   }
 
@@ -184,10 +185,9 @@ class Rewrite {
       return Fail(console, err,
                   Within(options.path, options.image) + " may be half written; put it again.");
     }
-    const std::string hint = "Nothing was written to " + options.image.string() + ".";
-    return Fail(
-        console, err,
-        hasNoRoom && !options.inPlace ? hint + " --in-place needs no room for a copy." : hint);
+    return Fail(console, err,
+                "Nothing was written to " + options.image.string() + "." +
+                    (options.inPlace ? "" : InPlaceHint(target, error, 0)));
   }
 
   std::string HintFor(const internal::VolumeIndex& index, std::uint64_t newBytes) const {
@@ -212,12 +212,13 @@ class Rewrite {
   std::string err;
   std::uint64_t spareClusters = 0;
   bool isTouched = false;
-  bool hasNoRoom = false;
+  int error = 0;  // errno of what failed
 };
 
 }  // namespace
 
 int RunPut(Console& console, const PutOptions& options) {
+  if (options.path.empty()) return FailAsEmpty(console, "PATH");
   if (options.file == "-") {
     return FailUsage(console, "`put` reads a file, not the standard input",
                      "Give its path; ./- is a file of that name.");

@@ -59,18 +59,16 @@ bool NewFile::Create(const fs::path& path, std::string& err, Naming naming) {
   const bool isSpecial = ::stat(path.c_str(), &end) == 0 && !S_ISREG(end.st_mode);
   if (isSpecial) return FailToWriteFile(err, target, kNotRegular);
   if (naming == Naming::kNamelessIfPossible && CreateNameless()) return true;
-  return CreateNamed() || FailToWriteFile(err, target, SystemText(errno));
+  return CreateNamed() || Fail(err, errno);
 }
 
 fs::path NewFile::PathSoFar() const { return name.empty() ? NameByDescriptor(file.Get()) : name; }
 
 bool NewFile::Commit(std::string& err) {
   const bool isReady = !ReplacesFile() || TakeOverRights(file.Get(), target, *before);
-  if (!isReady || ::fsync(file.Get()) != 0) {
-    return FailToWriteFile(err, target, SystemText(errno));
-  }
+  if (!isReady || ::fsync(file.Get()) != 0) return Fail(err, errno);
   if (!TakePlace()) {
-    return FailToWriteFile(err, target, errno == EEXIST ? kChangedMeanwhile : SystemText(errno));
+    return errno == EEXIST ? FailToWriteFile(err, target, kChangedMeanwhile) : Fail(err, errno);
   }
   file.Close();
   // The file is in its place already; not every file system can write a folder out.
@@ -112,11 +110,16 @@ bool NewFile::TakePlace() {
   const SignalsHeld held;
   if (name.empty() && !Name()) return false;
   const bool inPlace = MoveIntoPlace();
-  const int error = errno;
+  const int reason = errno;
   if (!inPlace) ::unlink(name.c_str());
   name.clear();
-  errno = error;
+  errno = reason;
   return inPlace;
+}
+
+bool NewFile::Fail(std::string& err, int number) {
+  error = number;
+  return FailToWriteFile(err, target, SystemText(number));
 }
 
 bool NewFile::Name() {

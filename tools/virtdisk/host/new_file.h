@@ -43,6 +43,9 @@ class NewFile {
   // else by now than at Create, or the same has changed.
   [[nodiscard]] bool Commit(std::string& err);
 
+  // Why Create or Commit failed, as an errno; 0 where the system has no number for it.
+  int Error() const { return error; }
+
  private:
   bool ReplacesFile() const { return before && S_ISREG(before->st_mode); }
   ::mode_t FirstMode() const { return ReplacesFile() ? 0600 : 0666; }
@@ -51,12 +54,14 @@ class NewFile {
   bool MoveIntoPlace() const;
   bool TakePlace();
   bool Name();
+  bool Fail(std::string& err, int number);
 
   std::filesystem::path target;
   std::optional<struct ::stat> before;  // of what had the place
   internal::Descriptor file;
   std::string name;  // empty as long as it has none
   int leftToSignals = -1;
+  int error = 0;
 };
 
 }  // namespace quorbix::virtdisk::tool

@@ -91,6 +91,15 @@ bool IsDenied(const fs::path& path, int access) {
   return ::faccessat(AT_FDCWD, path.c_str(), access, AT_EACCESS) != 0 && errno == EACCES;
 }
 
+std::string InPlaceHint(const fs::path& image, int error, std::uint64_t bytes) {
+  std::error_code unknown;
+  if (!fs::is_regular_file(image, unknown) || IsDenied(image, W_OK)) return {};
+  if (error == EACCES || error == EPERM) return " --in-place writes into the image itself.";
+  const bool hasNoRoom = error == ENOSPC || error == EDQUOT;
+  const bool isLargeEnough = hasNoRoom && fs::file_size(image, unknown) >= bytes && !unknown;
+  return isLargeEnough ? " --in-place needs no room for a copy." : "";
+}
+
 bool IsSameFile(const fs::path& a, const fs::path& b) {
   std::error_code unknown;
   return fs::equivalent(a, b, unknown) && !unknown;

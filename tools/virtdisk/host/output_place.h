@@ -1,7 +1,9 @@
 #ifndef QUORBIX_VIRTDISK_TOOL_OUTPUT_PLACE_H_
 #define QUORBIX_VIRTDISK_TOOL_OUTPUT_PLACE_H_
 
+#include <cstdint>
 #include <filesystem>
+#include <string>
 
 namespace quorbix::virtdisk::tool {
 
@@ -27,6 +29,10 @@ bool HaveSamePlace(const std::filesystem::path& a, const std::filesystem::path& 
 
 // Whether something is there that the process has no right to: R_OK to read it, W_OK to write it.
 bool IsDenied(const std::filesystem::path& path, int access);
+
+// Where a new image of `bytes` bytes could not be put in the place of `image` because of `error`,
+// an errno: a sentence, behind a blank, that --in-place would do, or nothing.
+std::string InPlaceHint(const std::filesystem::path& image, int error, std::uint64_t bytes);
 
 // Whether a file at `path` is `folder`, or lies in it or below it, by their real places. Neither
 // needs to exist.

@@ -79,6 +79,11 @@ int FailUsage(Console& console, std::string_view message, std::string_view hint)
   return kUsage;
 }
 
+int FailAsEmpty(Console& console, std::string_view argument) {
+  return FailUsage(console, std::string(argument) + " is empty",
+                   "The whole disk is /; `virtdisk COMMAND --help` tells the arguments.");
+}
+
 void Warn(Console& console, std::string_view message) {
   if (!console.quiet) PrintToErr(console, "virtdisk: warning: " + Printable(message) + "\n");
 }

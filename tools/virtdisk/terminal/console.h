@@ -45,6 +45,9 @@ int Refuse(Console& console, std::string_view message, std::string_view hint);
 // As Fail, for what cannot have been meant. Returns kUsage.
 int FailUsage(Console& console, std::string_view message, std::string_view hint);
 
+// FailUsage for an argument that is empty, as an unset variable of a script makes it.
+int FailAsEmpty(Console& console, std::string_view argument);
+
 // Prints "virtdisk: KIND: MESSAGE" to the error stream, for what does not fail a command, unless
 // the console is quiet.
 void Warn(Console& console, std::string_view message);
