@@ -20,6 +20,13 @@ inline DiskMap Map(const test::ImageCrafter& crafter) {
   return MapVolume(VolumeView(image.Info(), image.ImageBytes()), tree.Entries());
 }
 
+inline test::ImageCrafter DrawnDisk() {
+  test::ImageCrafter crafter({.clusters = 20});
+  crafter.File("A.TXT", {.firstCluster = 2, .size = 1200}).Chain({2, 3, 9});
+  crafter.Directory("SUB", 5).Chain({5}).InCluster(5).Chain({11});
+  return crafter;
+}
+
 }  // namespace quorbix::virtdisk::tool
 
 #endif  // QUORBIX_VIRTDISK_TESTS_TOOLS_MAP_FIXTURE_H_

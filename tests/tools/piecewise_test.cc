@@ -18,6 +18,7 @@
 
 #include "program_run.h"
 #include "support/memory_folder.h"
+#include "support/need_tool.h"
 #include "support/sharing_folder.h"
 #include "support/sizes.h"
 #include "support/temp_folder.h"
@@ -119,6 +120,7 @@ std::uint64_t SharedBytes(const std::filesystem::path& path) {
 class CopyWithSharing : public CopyInPiecesTest {
  protected:
   void SetUp() override {
+    if (::geteuid() == 0) NEED_TOOL("mkfs.xfs");
     if (!sharing.Usable()) GTEST_SKIP() << sharing.WhyNot();
   }
 

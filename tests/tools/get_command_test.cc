@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "program_run.h"
+#include "small_disk.h"
 #include "support/child_process.h"
 #include "support/image_crafter.h"
 #include "support/temp_folder.h"
@@ -22,21 +23,13 @@ namespace fs = std::filesystem;
 using test::ImageCrafter;
 using test::ProgramRun;
 using test::RunVirtdisk;
+using test::SmallDisk;
 using test::TempFolder;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::Pair;
-
-ImageCrafter SmallDisk() {
-  ImageCrafter crafter;
-  crafter.File("A.TXT", {.firstCluster = 2, .size = 3}).Chain({2}).Data(2, "aaa");
-  crafter.Directory("SUB", 3).Chain({3}).InCluster(3).DotEntries(3, 0);
-  crafter.File("B.TXT", {.firstCluster = 4, .size = 3}).Chain({4}).Data(4, "bbb");
-  crafter.Directory("IN", 5).Chain({5}).InCluster(5).DotEntries(5, 3).File("EMPTY");
-  return crafter;
-}
 
 class GetCommand : public ::testing::Test {
  protected:
@@ -429,59 +422,6 @@ TEST_F(GetCommand, TwoFilesOfAName_GiveTheFirst) {
   EXPECT_THAT(run.err, HasSubstr("another entry has the same name"));
 }
 
-class PutCommand : public ::testing::Test {
- protected:
-  PutCommand() { test::WriteBytes(folder / "disk.img", SmallDisk().Bytes()); }
-
-  ProgramRun Put(const std::string& path, const std::string& content,
-                 const std::string& image = "disk.img") {
-    folder.File("new", content);
-    return RunVirtdisk({"put", (folder / image).string(), path, (folder / "new").string()});
-  }
-
-  TempFolder folder;
-};
-
-TEST_F(PutCommand, File_GetsTheNewContentAndNothingElseChanges) {
-  ImageCrafter expected = SmallDisk();
-  expected.Fill(2, 0).Data(2, "hello").U32(expected.RootOffset() + 28, 5);
-  EXPECT_EQ(Put("/a.txt", "hello").status, 0);
-  EXPECT_EQ(test::ReadBytes(folder / "disk.img"), expected.Bytes());
-}
-
-TEST_F(PutCommand, Image_KeepsItsMode) {
-  fs::permissions(folder / "disk.img", fs::perms{0640});
-  EXPECT_EQ(Put("/a.txt", "hello").status, 0);
-  EXPECT_EQ(fs::status(folder / "disk.img").permissions(), fs::perms{0640});
-}
-
-TEST_F(PutCommand, ImageBehindALink_IsReplacedAndTheLinkStays) {
-  folder.Link("link.img", "disk.img");
-  EXPECT_EQ(Put("/a.txt", "hello", "link.img").status, 0);
-  EXPECT_TRUE(fs::is_symlink(folder / "link.img"));
-  EXPECT_EQ(RunVirtdisk({"cat", (folder / "disk.img").string(), "/A.TXT"}).out, "hello");
-}
-
-TEST_F(PutCommand, ContentBeyondItsClusters_FailsAndTellsTheRoom) {
-  const ProgramRun run = Put("/A.TXT", std::string(513, 'x'));
-  EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("virtdisk: new file content exceeds allocated cluster chain\n"));
-  EXPECT_THAT(run.err, HasSubstr("has 513 bytes"));
-  EXPECT_THAT(run.err, HasSubstr("has room for 512"));
-  EXPECT_EQ(test::ReadBytes(folder / "disk.img"), SmallDisk().Bytes());
-}
-
-TEST_F(PutCommand, StandardInput_IsNotTakenForAFile) {
-  const ProgramRun run = RunVirtdisk({"put", (folder / "disk.img").string(), "/A.TXT", "-"});
-  EXPECT_EQ(run.status, 2);
-  EXPECT_THAT(run.err, HasSubstr("`put` reads a file, not the standard input"));
-  EXPECT_EQ(test::ReadBytes(folder / "disk.img"), SmallDisk().Bytes());
-}
-
-TEST_F(PutCommand, MissingFileInTheImage_Fails) {
-  EXPECT_THAT(Put("/NOPE", "x").err, HasSubstr("virtdisk: file not found\n"));
-}
-
 TEST_F(GetCommand, DeviceAsTheNewFile_IsRefused) {
   test::WriteBytes(folder / "disk.img", SmallDisk().Bytes());
   for (const char* force : {"--quiet", "--force"}) {
@@ -490,25 +430,6 @@ TEST_F(GetCommand, DeviceAsTheNewFile_IsRefused) {
     EXPECT_EQ(run.status, 3);
     EXPECT_THAT(run.err, HasSubstr("/dev/null is no regular file"));
   }
-}
-
-TEST_F(PutCommand, MissingFileOnTheHost_Fails) {
-  const ProgramRun run =
-      RunVirtdisk({"put", (folder / "disk.img").string(), "/A.TXT", "/nonexistent"});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("virtdisk: cannot read /nonexistent: "));
-}
-
-TEST_F(PutCommand, HostDiskFull_LeavesTheOldImageAndNothingElse) {
-  folder.File("new", "hello");
-  const int status = test::RunInChild({.fileSizeLimit = 4096}, [&] {
-    const ProgramRun run =
-        RunVirtdisk({"put", (folder / "disk.img").string(), "/A.TXT", (folder / "new").string()});
-    return run.err.find("Nothing was written to") != std::string::npos ? run.status : 99;
-  });
-  EXPECT_EQ(status, 1);
-  EXPECT_EQ(test::ReadBytes(folder / "disk.img"), SmallDisk().Bytes());
-  EXPECT_THAT(folder.Files("."), ElementsAre(Pair("disk.img", ::testing::_), Pair("new", "hello")));
 }
 
 }  // namespace
