@@ -51,6 +51,19 @@ TEST(PlanExtraction, Tree_GetsDirectoriesBeforeFiles) {
               ElementsAre("SUB", "SUB/IN", "SUB/IN/C.TXT", "A.TXT"));
 }
 
+TEST(PlanExtraction, DirectoriesDeeperThanAPathIsLong_AreRefused) {
+  std::vector<Fat16FsEntry> entries;
+  std::string parent = "/";
+  for (int i = 0; i < 2050; ++i) {
+    entries.push_back(Entry(parent, "A", true));
+    parent = entries.back().path;
+  }
+  const std::vector<std::string> lines = Plan(entries);
+  EXPECT_EQ(lines[2047].size(), 4095U);  // of a path of 4,096 with its end
+  EXPECT_EQ(lines[2048], "!" + entries[2048].path);
+  EXPECT_EQ(lines[2049], "!" + entries[2049].path);
+}
+
 TEST(PlanExtraction, Subtree_CountsFromItsTop) {
   EXPECT_THAT(Plan({Entry("/SUB", "IN", true), Entry("/SUB/IN", "C.TXT")}, "sub/"),
               ElementsAre("IN", "IN/C.TXT"));

@@ -148,6 +148,23 @@ TEST_F(PutFile, FileWhoseClustersOthersHaveToo_IsRefusedUnlessForced) {
   EXPECT_EQ(Put("a.txt", "hello", {"--force"}).status, 0);
 }
 
+// The 90 clusters of the volume are 2 to 91; behind them lies something else.
+TEST_F(PutFile, FileWithClustersOutsideOfTheVolume_IsRefusedUnlessForced) {
+  for (const std::uint16_t last : {std::uint16_t{91}, std::uint16_t{92}}) {
+    crafter = ImageCrafter({.trailingSectors = 4});
+    crafter.U16(512 + 19, 94).U32(446 + 12, 94);
+    crafter.File("A.TXT", {.firstCluster = 7, .size = 1000}).Chain({7, last});
+    test::WriteBytes(Image(), crafter.Bytes());
+    const ProgramRun run = Put("a.txt", std::string(1024, 'x'));
+    EXPECT_EQ(run.status, last == 91 ? 0 : 3);
+    if (last == 91) continue;
+    EXPECT_THAT(run.err, HasSubstr("a.txt in " + Image() + " has clusters outside of the volume"));
+    EXPECT_EQ(Put("a.txt", "x", {"--in-place"}).status, 3);
+    EXPECT_EQ(test::ReadBytes(Image()), crafter.Bytes());
+  }
+  EXPECT_EQ(Put("a.txt", "x", {"--force"}).status, 0);
+}
+
 TEST_F(PutFile, Json_TellsWhatWasWritten) {
   const auto record = Put("a.txt", "hello", {"--json"}).Json();
   EXPECT_EQ(record["image"], Image());

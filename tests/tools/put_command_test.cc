@@ -73,6 +73,15 @@ TEST_F(PutCommand, StandardInput_IsNotTakenForAFile) {
   EXPECT_EQ(test::ReadBytes(folder / "disk.img"), SmallDisk().Bytes());
 }
 
+TEST_F(PutCommand, DeviceOrPipe_IsRefused) {
+  folder.Pipe("pipe").Link("device", "/dev/null");
+  for (const char* place : {"pipe", "device"}) {
+    const ProgramRun run = Put("/A.TXT", "x", place);
+    EXPECT_EQ(run.status, 3);
+    EXPECT_THAT(run.err, HasSubstr(std::string(place) + " is no regular file\n"));
+  }
+}
+
 TEST_F(PutCommand, MissingFileInTheImage_Fails) {
   EXPECT_THAT(Put("/NOPE", "x").err, HasSubstr("virtdisk: file not found\n"));
 }

@@ -66,6 +66,10 @@ class Rewrite {
   int Run() {
     std::uint64_t newBytes = 0;
     if (!HostFileBytes(options.file, newBytes, err)) return FailToRead();
+    if (LookAtOutput(target) == OutputKind::kNoRegularFile) {
+      return Refuse(console, options.image.string() + " is no regular file",
+                    "Write to a copy of it, and copy that back.");
+    }
     int status = kFailed;
     const auto image = OpenedImage::Open(
         console, options.image, {.force = options.force, .hidden = true, .whole = true}, status);
@@ -78,17 +82,22 @@ class Rewrite {
     if (!internal::PlanRewrite(image->Index(), options.path, newBytes, plan, err)) {
       return Fail(console, err, HintFor(image->Index(), newBytes));
     }
+    if (!options.force && WritesOutside(image->Index(), plan)) {
+      return RefuseToWrite("has clusters outside of the volume");
+    }
     if (!options.force && WritesOverOthers(image->Index(), plan)) {
-      return Refuse(console,
-                    Within(options.path, options.image) +
-                        " shares clusters with another file, a directory or a lost chain",
-                    "`virtdisk verify` tells more; --force writes all the same.");
+      return RefuseToWrite("shares clusters with another file, a directory or a lost chain");
     }
     if (!ReadContent(newBytes)) return FailToRead();
     return options.inPlace ? WriteInPlace() : WriteCopy(image->Bytes());
   }
 
  private:
+  int RefuseToWrite(const std::string& why) {
+    return Refuse(console, Within(options.path, options.image) + " " + why,
+                  "`virtdisk verify` tells more; --force writes all the same.");
+  }
+
   // Before anything is written: what may be slow, or fail, is over by then.
   bool ReadContent(std::uint64_t bytes) {
     Progress progress(console, "reading", bytes);

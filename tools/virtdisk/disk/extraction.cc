@@ -1,5 +1,7 @@
 #include "disk/extraction.h"
 
+#include <limits.h>
+
 #include <algorithm>
 #include <unordered_map>
 #include <unordered_set>
@@ -13,6 +15,7 @@ namespace {
 
 constexpr char kLeavesFolder[] = "its name would lead out of the destination";
 constexpr char kParentRefused[] = "its directory was refused";
+constexpr char kTooLong[] = "its path is too long for the host";
 constexpr char kShadowed[] = "another entry has the same name";
 
 // Puts host paths together from names that were looked at one by one. Paths of an image are not cut
@@ -36,6 +39,7 @@ class Planner {
       step.refusal = kShadowed;
     } else {
       step.target = isTop ? entry.name : folder->second + "/" + entry.name;
+      if (step.target.size() >= PATH_MAX) step.refusal = kTooLong;
     }
     if (step.refusal == nullptr && entry.isDirectory) targets[entry.path] = step.target;
     return step;

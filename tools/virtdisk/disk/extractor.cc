@@ -1,5 +1,6 @@
 #include "disk/extractor.h"
 
+#include <cstddef>
 #include <string>
 #include <system_error>
 
@@ -75,7 +76,8 @@ void Extractor::Take(const ExtractionStep& step) {
     Refuse(*step.entry, step.refusal);
     return;
   }
-  const std::string parent = fs::path(step.target).parent_path().string();
+  const std::size_t end = step.target.rfind('/');
+  const std::string parent = end == std::string::npos ? "" : step.target.substr(0, end);
   if (!parent.empty() && !realFolders.contains(parent)) {
     const bool isUnmade = unmadeFolders.contains(parent);
     if (isUnmade && step.entry->isDirectory) unmadeFolders.insert(step.target);

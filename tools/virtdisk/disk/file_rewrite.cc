@@ -86,6 +86,12 @@ bool WritesOverOthers(const internal::VolumeIndex& volume, const internal::Rewri
          std::any_of(volume.HiddenEntries().begin(), volume.HiddenEntries().end(), beginsThere);
 }
 
+bool WritesOutside(const internal::VolumeIndex& volume, const internal::RewritePlan& plan) {
+  const std::uint64_t end = FirstBeyond(volume.Info());
+  return std::any_of(plan.chain.begin(), plan.chain.end(),
+                     [end](std::uint16_t cluster) { return cluster >= end; });
+}
+
 std::vector<ByteRun> RunsOf(const std::vector<std::uint16_t>& chain,
                             const internal::ChainTable& table) {
   std::vector<ByteRun> runs;

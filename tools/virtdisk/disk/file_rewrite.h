@@ -24,6 +24,10 @@ struct ByteRun {
 // the index, hidden ones among them if they were collected, or a cluster of another chain.
 bool WritesOverOthers(const internal::VolumeIndex& volume, const internal::RewritePlan& plan);
 
+// Whether what is planned would write to clusters that the volume does not have: they lie behind
+// its end, where the next partition may begin, or have no word in its FAT.
+bool WritesOutside(const internal::VolumeIndex& volume, const internal::RewritePlan& plan);
+
 // Where the clusters of a chain lie, in its order; those side by side in one.
 std::vector<ByteRun> RunsOf(const std::vector<std::uint16_t>& chain,
                             const internal::ChainTable& table);

@@ -16,7 +16,7 @@ namespace {
 using internal::VolumeIndex;
 
 // Of all entries together; a disk that is full of files has some tens of MiB.
-constexpr std::uint64_t kMostPathBytes = std::uint64_t{256} << 20;
+constexpr std::uint64_t kMostPathBytes = std::uint64_t{64} << 20;
 
 constexpr std::string_view kNoBase = "        ";
 
