@@ -26,8 +26,7 @@ class TreeCheck {
  public:
   // What is given here has to outlive this.
   TreeCheck(ByteSource& imageSource, const Fat16FsInfo& volumeInfo, const FatTable& fatTable,
-            FindingList& findingList, VolumeCounts& volumeCounts,
-            const FoundClusters& clustersTold)
+            FindingList& findingList, VolumeCounts& volumeCounts, const FoundClusters& clustersTold)
       : image(imageSource),
         info(volumeInfo),
         fat(fatTable),

@@ -14,6 +14,7 @@
 #include "browser/volume_description.h"
 #include "browser/volume_index.h"
 #include "check/check_volume.h"
+#include "check/partitions.h"
 #include "common/byte_order.h"
 #include "fat16/geometry.h"
 #include "guard/clock.h"
@@ -159,12 +160,10 @@ class DiskLooker {
       return false;
     }
     view.facts.volumeId = LoadU32(view.boot.data() + boot_sector::kVolumeId);
-    for (std::size_t i = 0; i < mbr::kPartitionCount; ++i) {
-      const std::uint8_t* entry =
-          view.masterBoot.data() + mbr::kPartitionTable + i * partition_entry::kSize;
-      const bool isOther = LoadU32(entry + partition_entry::kStartLba) != info.partitionStartLba;
-      if (entry[partition_entry::kType] != 0 && isOther) ++view.facts.otherPartitions;
-    }
+    std::vector<Partition> others;
+    std::string err;
+    if (!FindOtherPartitions(source, info, others, err)) return false;
+    view.facts.otherPartitions = others.size();
     return true;
   }
 

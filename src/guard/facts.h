@@ -1,6 +1,7 @@
 #ifndef QUORBIX_VIRTDISK_GUARD_FACTS_H_
 #define QUORBIX_VIRTDISK_GUARD_FACTS_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -41,7 +42,7 @@ struct ImageFacts {
   std::optional<std::uint32_t> volumeIdBefore{};
   bool isOlder = false;          // its time has gone back since the last pass
   bool isTakenForFat12 = false;  // fewer than 4,085 clusters
-  unsigned otherPartitions = 0;
+  std::size_t otherPartitions = 0;
   std::vector<std::string> damage{};  // what is unsound, a text each
 };
 
