@@ -1,10 +1,12 @@
 #include "host/output_place.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <string>
 
+#include "common/host_file.h"
 #include "support/image_crafter.h"
 #include "support/temp_folder.h"
 
@@ -36,6 +38,18 @@ TEST(LookAtOutput, FileThatLooksLikeAVolumeButHasNoSignature_IsNoImage) {
   const TempFolder folder;
   test::WriteBytes(folder / "data", bytes);
   EXPECT_EQ(LookAtOutput(folder / "data"), OutputKind::kOtherFile);
+}
+
+TEST(LookAtOutput, WhatAProcessHasOpen_IsNoFileOfItsOwn) {
+  TempFolder folder;
+  folder.File("out", "text");
+  const internal::Descriptor open = internal::OpenHostFile((folder / "out").c_str(), O_RDONLY);
+  const std::string name = "/proc/self/fd/" + std::to_string(open.Get());
+  folder.Link("stdout", name).Link("other", "stdout").Link("plain", "out");
+  EXPECT_EQ(LookAtOutput(name), OutputKind::kNoRegularFile);
+  EXPECT_EQ(LookAtOutput(folder / "stdout"), OutputKind::kNoRegularFile);
+  EXPECT_EQ(LookAtOutput(folder / "other"), OutputKind::kNoRegularFile);
+  EXPECT_EQ(LookAtOutput(folder / "plain"), OutputKind::kOtherFile);
 }
 
 TEST(LookAtOutput, ZerosThatWereWritten_AreNoBlankFile) {

@@ -61,6 +61,22 @@ Disk LookAtDisk(const fs::path& path) {
   return isAlone ? Disk::kOneVolume : Disk::kWithOtherPartitions;
 }
 
+// Whether the links lead into the folder that the system makes up for processes: what is there
+// stands for what somebody has open, and a file in the place of /dev/stdout would take that from
+// every program of the machine.
+bool LeadsIntoProcesses(fs::path path) {
+  constexpr int kMostLinks = 40;
+  std::error_code failed;
+  for (int i = 0; i < kMostLinks; ++i) {
+    const fs::path folder = fs::weakly_canonical(fs::absolute(path, failed).parent_path(), failed);
+    if (folder.native().starts_with("/proc/")) return true;
+    const fs::path target = fs::read_symlink(path, failed);
+    if (failed) return false;
+    path = folder / target;
+  }
+  return true;
+}
+
 // Without links, and without a separator at its end; what leads there need not exist. Empty: nobody
 // knows.
 fs::path RealPlace(const fs::path& path) {
@@ -78,7 +94,7 @@ OutputKind LookAtOutput(const fs::path& path) {
   const fs::file_status status = fs::status(path, unknown);
   if (fs::is_directory(status)) return OutputKind::kFolder;
   if (!fs::exists(status)) return OutputKind::kNothing;
-  if (!fs::is_regular_file(status)) return OutputKind::kNoRegularFile;
+  if (!fs::is_regular_file(status) || LeadsIntoProcesses(path)) return OutputKind::kNoRegularFile;
   const bool isImage = IsBlank(path) || LookAtDisk(path) == Disk::kOneVolume;
   return isImage ? OutputKind::kDiskImage : OutputKind::kOtherFile;
 }
