@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -12,7 +13,7 @@
 #include <quorbix/virtdisk/fat16_fs_image.h>
 
 #include "browser/byte_source.h"
-#include "browser/volume_description.h"
+#include "browser/volume_index.h"
 #include "builder/image_content.h"
 #include "commands/auto_size.h"
 #include "commands/build_output.h"
@@ -23,6 +24,7 @@
 #include "disk/volume_view.h"
 #include "fat16/fat16_image.h"
 #include "fat16/geometry.h"
+#include "guard/host_view.h"
 #include "terminal/exit_status.h"
 #include "terminal/text.h"
 
@@ -76,20 +78,21 @@ void WarnAboutSize(Console& console, const ImageFit& fit, std::uint64_t size) {
   }
 }
 
-// What a build leaves in the image, after it dropped the empty files that found no slot.
-void CountEntries(const BuildPreview& preview, std::uint64_t dropped, BuildReport& report) {
-  report.files = preview.files - std::min(preview.files, dropped);
-  report.directories = preview.directories;
+void CountEntry(bool isDirectory, BuildReport& report) {
+  (isDirectory ? report.directories : report.files) += 1;
 }
 
+// As it has become, not as it was foretold.
 void DescribeImage(const internal::Fat16Image& image, BuildReport& report) {
   std::string err;
-  Fat16FsInfo info;
   internal::MemorySource source(image.Bytes());
-  if (!internal::DescribeVolume(source, info, err)) return;
-  const VolumeView view(info, image.Bytes());
+  internal::VolumeIndex index(source);
+  if (!index.Parse(err, internal::VolumeIndex::Hidden::kCollect)) return;
+  for (const auto& record : index.Records()) CountEntry(record.IsDirectory(), report);
+  for (const auto& hidden : index.HiddenEntries()) CountEntry(hidden.IsDirectory(), report);
+  const VolumeView view(index.Info(), image.Bytes());
   report.bytes = image.Bytes().size();
-  report.label = info.volumeLabel;
+  report.label = index.Info().volumeLabel;
   report.volumeId = view.VolumeId().value_or(0);
   report.clusterBytes = view.ClusterBytes();
   report.clusters = view.CountClusters();
@@ -202,8 +205,48 @@ int Tell(Console& console, const BuildOptions& options, const BuildReport& repor
     console.out.flush();
   }
   TellRemarks(console, options, report);
-  const bool remarks = !report.notes.leftOut.empty() || !report.remark.empty();
+  if (report.hasFolderChanged) {
+    Remark(console, options.folder.string() + " has changed while it was copied");
+  }
+  const bool remarks =
+      !report.notes.leftOut.empty() || !report.remark.empty() || report.hasFolderChanged;
   return options.strict && remarks ? kRemarks : kDone;
+}
+
+// Opens the output and looks at the folder. Returns kDone, or what the program is to end with.
+int Prepare(Console& console, const BuildOptions& options, ImageOutput& output,
+            BuildPreview& preview) {
+  // Opened before it is looked at, and that before the folder is: what comes into its place later
+  // is somebody's, and stays.
+  std::string err;
+  const bool isOpen = output.Open(options.image, options.inPlace, err);
+  if (!IsOutputAcceptable(console, options)) return kRefused;
+  if (!isOpen) {
+    return Fail(console, err,
+                "Does its folder exist, and may you write there?" + output.OtherWay(0));
+  }
+  if (!PreviewWithProgress(console, options.folder, preview, err)) {
+    return Fail(console, err, "Give the path of an existing folder that you may open.");
+  }
+  return options.force || IsLeftAlone(console, options, preview) ? kDone : kRefused;
+}
+
+bool IsSameFolder(const std::optional<internal::guard::Stamp>& before,
+                  const std::filesystem::path& folder) {
+  const auto now = internal::guard::StampAt(folder);
+  return before && now && before->identity == now->identity;
+}
+
+BuildReport ReportOf(const BuildSource& source, const FilledImage& filled) {
+  BuildReport report;
+  report.image = source.options.image;
+  DescribeImage(filled.image, report);
+  const ImageFit fit = FitIntoImage(source.preview, filled.size);
+  report.hasFolderChanged = report.files + fit.dropped != source.preview.files ||
+                            report.directories != source.preview.directories;
+  report.notes = TakeNotes(source.preview, fit, filled.skipped);
+  report.remark = filled.message;
+  return report;
 }
 
 int Build(Console& console, const BuildOptions& options) {
@@ -214,35 +257,26 @@ int Build(Console& console, const BuildOptions& options) {
     return FailUsage(console, "an image cannot be written to the standard output",
                      "Give a file; ./- is one of that name.");
   }
-  if (!IsOutputAcceptable(console, options)) return kRefused;
-  BuildPreview preview;
-  std::string err;
-  if (!PreviewWithProgress(console, options.folder, preview, err)) {
-    return Fail(console, err, "Give the path of an existing folder that you may open.");
-  }
-  if (!options.force && !IsLeftAlone(console, options, preview)) return kRefused;
-  if (options.size) WarnAboutSize(console, FitIntoImage(preview, *options.size), *options.size);
   ImageOutput output;
-  if (!output.Open(options.image, options.inPlace, err)) {
-    return Fail(console, err,
-                "Does its folder exist, and may you write there?" + output.OtherWay(0));
-  }
+  BuildPreview preview;
+  const auto folder = internal::guard::StampAt(options.folder);
+  const int status = Prepare(console, options, output, preview);
+  if (status != kDone) return status;
+  if (options.size) WarnAboutSize(console, FitIntoImage(preview, *options.size), *options.size);
   FilledImage filled;
   filled.size = options.size.value_or(0);
   const BuildSource source{console, options, preview};
   const bool done = options.size ? Fill(source, filled) : FillAtAutoSize(source, filled);
   if (!done) return FailToFill(console, options, preview, filled);
-  if (!WriteShown(console, filled.image, output, err)) {
+  // What is in the image then is what nobody could find any more: next to nothing.
+  if (!IsSameFolder(folder, options.folder)) {
+    return Fail(console, CannotList(options.folder, "it has gone while it was copied"),
+                "Nothing was written to " + options.image.string() + ".");
+  }
+  if (std::string err; !WriteShown(console, filled.image, output, err)) {
     return FailToWrite(console, output, options, filled.image.Bytes().size(), err);
   }
-  BuildReport report;
-  report.image = options.image;
-  DescribeImage(filled.image, report);
-  const ImageFit fit = FitIntoImage(preview, filled.size);
-  CountEntries(preview, fit.dropped, report);
-  report.notes = TakeNotes(preview, fit, filled.skipped);
-  report.remark = filled.message;
-  return Tell(console, options, report);
+  return Tell(console, options, ReportOf(source, filled));
 }
 
 }  // namespace

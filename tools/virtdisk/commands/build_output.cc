@@ -11,6 +11,7 @@
 
 #include "common/ascii.h"
 #include "common/host_file.h"
+#include "guard/host_view.h"
 #include "host/host_file.h"
 #include "host/output_place.h"
 #include "host/stop_signals.h"
@@ -114,13 +115,16 @@ bool ImageOutput::Open(const fs::path& image, bool inPlace, std::string& err) {
   if (!existing || ::fstat(existing.Get(), &status) != 0) {
     return FailToWriteFile(err, path, SystemText(errno));
   }
-  if (S_ISREG(status.st_mode)) return true;
-  return FailToWriteFile(err, path, kNotRegular);
+  before = internal::guard::StampOf(status);
+  return S_ISREG(status.st_mode) || FailToWriteFile(err, path, kNotRegular);
 }
 
 bool ImageOutput::Write(std::span<const std::uint8_t> bytes, const MovedBytes& moved,
                         const std::string& lastWords, std::string& err) {
   if (existing) {
+    if (!internal::guard::IsStill(AT_FDCWD, path, before)) {
+      return FailToWriteFile(err, path, kChangedMeanwhile);
+    }
     return WriteIntoExisting(bytes, moved, lastWords) ||
            FailToWriteFile(err, path, SystemText(errno));
   }

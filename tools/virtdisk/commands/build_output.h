@@ -10,6 +10,7 @@
 
 #include "commands/commands.h"
 #include "common/descriptor.h"
+#include "guard/host_view.h"
 #include "host/new_file.h"
 #include "host/piecewise.h"
 #include "terminal/console.h"
@@ -58,6 +59,7 @@ class ImageOutput {
 
   std::filesystem::path path;
   internal::Descriptor existing;
+  internal::guard::Stamp before{};  // of what is there, for one that is written in place
   NewFile replacement;
   int error = 0;  // errno of what failed
   bool isTouched = false;

@@ -131,6 +131,7 @@ Json ReportRecord(const BuildReport& report) {
           {"clustersFree", report.clusters.free},
           {"files", report.files},
           {"directories", report.directories},
+          {"folderChanged", report.hasFolderChanged},
           {"hidden", report.notes.hiddenEntries},
           {"skipped", report.notes.leftOut},
           {"dropped", report.notes.dropped.size()},

@@ -26,6 +26,7 @@ struct BuildReport {
   std::uint64_t directories = 0;
   BuildNotes notes;
   std::string remark;
+  bool hasFolderChanged = false;  // between the look at it and its copying
 };
 
 // The summary for people.

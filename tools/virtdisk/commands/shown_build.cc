@@ -2,6 +2,7 @@
 
 #include "builder/build_observer.h"
 #include "builder/image_content.h"
+#include "commands/shown_preview.h"
 #include "terminal/progress.h"
 
 namespace quorbix::virtdisk::tool {
@@ -22,7 +23,10 @@ bool FillShown(Console& console, internal::Fat16Image& image, std::uint64_t size
                std::string_view label, const std::filesystem::path& folder, std::uint64_t fileBytes,
                std::string& err, std::vector<std::string>& skipped) {
   ShownBuild shown(console, fileBytes);
-  return internal::FillImage(image, sizeBytes, label, folder, err, skipped, &shown);
+  if (!internal::FillImage(image, sizeBytes, label, folder, err, skipped, &shown)) return false;
+  const std::string unlisted = WhyTopIsUnlisted(folder, skipped);
+  if (!unlisted.empty()) err = CannotList(folder, unlisted);
+  return unlisted.empty();
 }
 
 bool WriteShown(Console& console, const internal::Fat16Image& image, ImageOutput& output,

@@ -13,7 +13,8 @@
 
 namespace quorbix::virtdisk::tool {
 
-// internal::FillImage, with a progress line. `fileBytes` is how much there is to copy.
+// internal::FillImage, with a progress line. `fileBytes` is how much there is to copy. False, too,
+// when the folder itself could not be listed to its end: a disk without its files helps nobody.
 [[nodiscard]] bool FillShown(Console& console, internal::Fat16Image& image, std::uint64_t sizeBytes,
                              std::string_view label, const std::filesystem::path& folder,
                              std::uint64_t fileBytes, std::string& err,

@@ -26,6 +26,20 @@ std::string WhyTopIsUnlisted(const BuildPreview& preview) {
 
 }  // namespace
 
+std::string WhyTopIsUnlisted(const std::filesystem::path& folder,
+                             const std::vector<std::string>& skipped) {
+  const std::string beginning = folder.string() + " [" + std::string(kPrefix);
+  for (const std::string& item : skipped) {
+    if (!item.starts_with(beginning)) continue;
+    return item.substr(beginning.size(), item.size() - beginning.size() - 1);
+  }
+  return {};
+}
+
+std::string CannotList(const std::filesystem::path& folder, const std::string& why) {
+  return "cannot list " + folder.string() + ": " + why;
+}
+
 bool PreviewWithProgress(Console& console, const std::filesystem::path& folder,
                          BuildPreview& preview, std::string& err) {
   Progress progress(console, "looking at files and folders", 0, ProgressUnit::kEntries);
@@ -37,7 +51,7 @@ bool PreviewWithProgress(Console& console, const std::filesystem::path& folder,
   };
   if (!internal::PreviewFolder(folder, host, preview, err)) return false;
   const std::string unlisted = WhyTopIsUnlisted(preview);
-  if (!unlisted.empty()) err = "cannot list " + folder.string() + ": " + unlisted;
+  if (!unlisted.empty()) err = CannotList(folder, unlisted);
   return unlisted.empty();
 }
 

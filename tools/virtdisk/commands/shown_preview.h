@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <quorbix/virtdisk/build_preview.h>
 
@@ -13,6 +14,13 @@ namespace quorbix::virtdisk::tool {
 // As PreviewBuild, showing how many entries it has looked at.
 [[nodiscard]] bool PreviewWithProgress(Console& console, const std::filesystem::path& folder,
                                        BuildPreview& preview, std::string& err);
+
+// Why a build could not list the folder itself to its end, from what it tells that it left out;
+// empty when it could.
+std::string WhyTopIsUnlisted(const std::filesystem::path& folder,
+                             const std::vector<std::string>& skipped);
+
+std::string CannotList(const std::filesystem::path& folder, const std::string& why);
 
 }  // namespace quorbix::virtdisk::tool
 

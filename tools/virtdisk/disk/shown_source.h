@@ -14,8 +14,8 @@
 namespace quorbix::virtdisk::tool {
 
 // An image that somebody reads who cannot tell how far he is: how much has been read is shown, on a
-// line that goes with this object, or before. Of a tree that is being discovered nobody knows how much
-// there is to read; where somebody knows another measure, that can take its place.
+// line that goes with this object, or before. Of a tree that is being discovered nobody knows how
+// much there is to read; where somebody knows another measure, that can take its place.
 class ShownSource final : public internal::ByteSource {
  public:
   // `image` has to outlive this.

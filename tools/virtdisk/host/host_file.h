@@ -13,6 +13,7 @@ namespace quorbix::virtdisk::tool {
 
 // A reason for failing to read or write.
 inline constexpr char kNotRegular[] = "it is not a regular file";
+inline constexpr char kChangedMeanwhile[] = "it has changed meanwhile, and was left as it is";
 
 // The system's words for an error number.
 std::string SystemText(int error);

@@ -20,7 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kMostTries = 1000;
-constexpr char kChangedMeanwhile[] = "it has changed meanwhile, and was left as it is";
 
 fs::path FolderOf(const fs::path& file) {
   return file.has_parent_path() ? file.parent_path() : fs::path(".");

@@ -25,8 +25,8 @@ void TakeBackFromSignals(int number);
 // before a signal ends the process; 0 for none.
 void EraseOnSignals(unsigned columns);
 
-// While it lives, a signal that asks for an end has the text printed on the standard error before the
-// process ends, for what is left half done. One at a time.
+// While it lives, a signal that asks for an end has the text printed on the standard error before
+// the process ends, for what is left half done. One at a time.
 class LastWords {
  public:
   explicit LastWords(std::string spoken);
