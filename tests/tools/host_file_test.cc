@@ -56,6 +56,15 @@ TEST(ReadHostFile, FolderOrPipe_IsRefused) {
   EXPECT_THAT(err, HasSubstr("it is not a regular file"));
 }
 
+TEST(ReadHostFile, FileWhoseSizeSaysNothing_IsReadToItsEnd) {
+  std::vector<std::uint8_t> bytes;
+  std::string err;
+  EXPECT_TRUE(ReadHostFile("/proc/sys/kernel/ostype", bytes, err)) << err;
+  EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "Linux\n");
+  EXPECT_TRUE(ReadHostFile("/proc/sys/kernel/ostype", bytes, err, {}, 3)) << err;
+  EXPECT_EQ(bytes.size(), 3U);
+}
+
 TEST(ReadHostFile, FileThatChangesMeanwhile_IsNotTakenForWhole) {
   TempFolder folder;
   const auto cut = [&](std::uint64_t) { fs::resize_file(folder / "A", 3); };

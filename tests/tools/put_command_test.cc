@@ -73,6 +73,16 @@ TEST_F(PutCommand, StandardInput_IsNotTakenForAFile) {
   EXPECT_EQ(test::ReadBytes(folder / "disk.img"), SmallDisk().Bytes());
 }
 
+TEST_F(PutCommand, FileThatTheSystemMakesUp_IsStoredWhole) {
+  const std::string disk = (folder / "disk.img").string();
+  EXPECT_EQ(RunVirtdisk({"put", disk, "A.TXT", "/proc/sys/kernel/ostype"}).status, 0);
+  EXPECT_EQ(RunVirtdisk({"cat", disk, "A.TXT"}).out, "Linux\n");
+  const ProgramRun large = RunVirtdisk({"put", disk, "A.TXT", "/proc/cpuinfo"});
+  EXPECT_EQ(large.status, 1);
+  EXPECT_THAT(large.err, HasSubstr("/proc/cpuinfo has more than the 512 bytes that A.TXT in "));
+  EXPECT_EQ(RunVirtdisk({"cat", disk, "A.TXT"}).out, "Linux\n");
+}
+
 TEST_F(PutCommand, DeviceOrPipe_IsRefused) {
   folder.Pipe("pipe").Link("device", "/dev/null");
   for (const char* place : {"pipe", "device"}) {

@@ -88,7 +88,15 @@ class Rewrite {
     if (!options.force && WritesOverOthers(image->Index(), plan)) {
       return RefuseToWrite("shares clusters with another file, a directory or a lost chain");
     }
-    if (!ReadContent(newBytes)) return FailToRead();
+    const std::uint64_t room = BytesOf(RunsOf(plan.chain, image->Index().Chains()));
+    // One byte more tells that there are too many.
+    if (!ReadContent(newBytes, room + 1)) return FailToRead();
+    if (!internal::PlanRewrite(image->Index(), options.path, content.size(), plan, err)) {
+      return Fail(console, err,
+                  options.file.string() + " has more than the " + Count(room, "byte", "bytes") +
+                      " that " + Within(options.path, options.image) +
+                      " has room for. Build the image again to let it grow.");
+    }
     return options.inPlace ? WriteInPlace() : WriteCopy(image->Bytes());
   }
 
@@ -99,9 +107,10 @@ class Rewrite {
   }
 
   // Before anything is written: what may be slow, or fail, is over by then.
-  bool ReadContent(std::uint64_t bytes) {
+  bool ReadContent(std::uint64_t bytes, std::uint64_t most) {
     Progress progress(console, "reading", bytes);
-    return ReadHostFile(options.file, content, err, [&](std::uint64_t n) { progress.Add(n); });
+    const auto moved = [&](std::uint64_t n) { progress.Add(n); };
+    return ReadHostFile(options.file, content, err, moved, most);
   }
 
   int WriteCopy(std::uint64_t imageBytes) {

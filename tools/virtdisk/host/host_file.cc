@@ -3,9 +3,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
-#include <iterator>
 #include <string>
 #include <system_error>
 
@@ -35,6 +36,19 @@ bool OpenToRead(const fs::path& path, internal::Descriptor& file, struct ::stat&
   return S_ISREG(status.st_mode) || FailToRead(err, path, kNotRegular);
 }
 
+// What a file has beyond its size, as those that the system makes up do.
+bool ReadOn(int file, std::vector<std::uint8_t>& bytes, std::uint64_t most) {
+  std::array<std::uint8_t, 4096> piece;
+  while (bytes.size() < most) {
+    const std::uint64_t wanted = std::min<std::uint64_t>(piece.size(), most - bytes.size());
+    const std::ptrdiff_t got =
+        internal::ReadFully(file, std::span(piece).first(static_cast<std::size_t>(wanted)));
+    if (got <= 0) return got == 0;
+    bytes.insert(bytes.end(), piece.begin(), piece.begin() + got);
+  }
+  return true;
+}
+
 bool IsAsItWas(int file, const struct ::stat& before) {
   struct ::stat now {};
   return ::fstat(file, &now) == 0 && now.st_size == before.st_size &&
@@ -60,18 +74,23 @@ bool HostFileBytes(const fs::path& path, std::uint64_t& bytes, std::string& err)
 }
 
 bool ReadHostFile(const fs::path& path, std::vector<std::uint8_t>& bytes, std::string& err,
-                  const MovedBytes& moved) {
+                  const MovedBytes& moved, std::uint64_t most) {
   bytes.clear();
   internal::Descriptor file;
   struct ::stat status {};
   if (!OpenToRead(path, file, status, err)) return false;
-  bytes.resize(static_cast<std::size_t>(status.st_size));
+  bytes.resize(
+      static_cast<std::size_t>(std::min(static_cast<std::uint64_t>(status.st_size), most)));
   const std::ptrdiff_t got = ReadInPieces(file.Get(), bytes, moved);
-  const std::string reason = got < 0 ? SystemText(errno) : kHasChanged;
-  const bool isWhole = got == std::ssize(bytes) && IsAsItWas(file.Get(), status);
-  if (isWhole) return true;
+  bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+  if (got < 0 || !ReadOn(file.Get(), bytes, most)) {
+    const std::string reason = SystemText(errno);
+    bytes.clear();
+    return FailToRead(err, path, reason);
+  }
+  if (IsAsItWas(file.Get(), status)) return true;
   bytes.clear();
-  return FailToRead(err, path, reason);
+  return FailToRead(err, path, kHasChanged);
 }
 
 bool WriteHostFile(const fs::path& path, std::span<const std::uint8_t> bytes, std::string& err) {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <limits>
 #include <span>
 #include <string>
 #include <vector>
@@ -25,10 +26,12 @@ bool FailToWriteFile(std::string& err, const std::filesystem::path& path,
 // Tells how many bytes a regular file of the host has that may be read. False: `err` says why not.
 bool HostFileBytes(const std::filesystem::path& path, std::uint64_t& bytes, std::string& err);
 
-// Reads a regular file of the host whole. On failure, and when it changes meanwhile, returns false,
-// says why in `err` and leaves `bytes` empty.
+// Reads a regular file of the host to its end, whatever its size says, but `most` bytes at most. On
+// failure, and when it changes meanwhile, returns false, says why in `err` and leaves `bytes`
+// empty.
 bool ReadHostFile(const std::filesystem::path& path, std::vector<std::uint8_t>& bytes,
-                  std::string& err, const MovedBytes& moved = {});
+                  std::string& err, const MovedBytes& moved = {},
+                  std::uint64_t most = std::numeric_limits<std::uint64_t>::max());
 
 // Puts `bytes` in place of the file `path` through a temporary file in the same folder, which is
 // written out to the disk and then renamed, so that a crash leaves the old file or the new one.
