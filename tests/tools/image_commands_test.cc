@@ -1,11 +1,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "image_commands_fixture.h"
 #include "program_run.h"
+#include "terminal/json.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
@@ -165,6 +168,22 @@ TEST_F(CatCommand, Json_HasTheContentInBase64) {
   for (int i = 0; i < 29; ++i) expected += "Y2Nj";
   EXPECT_EQ(record["contentBase64"], expected);
   EXPECT_TRUE(record["error"].is_null());
+  EXPECT_EQ(record["hidden"], false);
+}
+
+// Which comes in pieces of 256 KiB, no multiple of three.
+TEST_F(CatCommand, JsonOfALargeFile_IsOneBase64Text) {
+  std::vector<std::uint8_t> content(600'001);
+  for (std::size_t i = 0; i < content.size(); ++i) content[i] = static_cast<std::uint8_t>(i * i);
+  test::WriteBytes((folder.Folder("DISK") / "DISK/A.BIN"), content);
+  ASSERT_EQ(RunVirtdisk({"build", (folder / "DISK").string(), Image(), "-q"}).status, 0);
+  const auto record = RunVirtdisk({"cat", Image(), "A.BIN", "--json"}).Json();
+  EXPECT_EQ(record["bytes"], 600'001);
+  EXPECT_EQ(record["contentBase64"], Base64(content));
+}
+
+TEST_F(CatCommand, EmptyFileAsJson_HasNoContent) {
+  EXPECT_EQ(RunVirtdisk({"cat", Image(), "EMPTY", "--json"}).Json()["contentBase64"], "");
 }
 
 TEST_F(CatCommand, MissingFile_FailsWithTheLibrarysMessage) {

@@ -1,7 +1,9 @@
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "browser/content_reader.h"
@@ -15,14 +17,55 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
-void PrintContent(Console& console, const Fat16FsEntry& entry,
-                  std::span<const std::uint8_t> content) {
-  Json record = EntryRecord(entry);
-  record["bytes"] = content.size();
-  record["contentBase64"] = Base64(content);
-  AddError(console, record);
-  console.out << OneLine(record) << "\n";
-}
+// Prints a file's content as it comes: as it is, or as an object in JSON, which is never held
+// whole.
+class ContentOutput {
+ public:
+  ContentOutput(Console& theConsole, const Fat16FsEntry& theEntry, bool asJson)
+      : console(theConsole), entry(theEntry), isJson(asJson) {}
+
+  void Add(std::span<const std::uint8_t> piece) {
+    if (!isJson) {
+      console.out.write(reinterpret_cast<const char*>(piece.data()),
+                        static_cast<std::streamsize>(piece.size()));
+      return;
+    }
+    Begin();
+    bytes += piece.size();
+    rest.insert(rest.end(), piece.begin(), piece.end());
+    const std::size_t whole = rest.size() - rest.size() % kBytesOfFourDigits;
+    console.out << Base64(std::span(rest).first(whole));
+    rest.erase(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(whole));
+  }
+
+  bool HasBegun() const { return hasBegun; }
+
+  // After what there is to tell of failures was told.
+  void End() {
+    if (!isJson) return;
+    Begin();
+    Json behind{{"bytes", bytes}};
+    AddError(console, behind);
+    console.out << Base64(rest) << "\"," << OneLine(behind).substr(1) << "\n";
+  }
+
+ private:
+  static constexpr std::size_t kBytesOfFourDigits = 3;
+
+  void Begin() {
+    if (std::exchange(hasBegun, true)) return;
+    std::string record = OneLine(EntryRecord(entry, false));
+    record.back() = ',';  // in place of its end
+    console.out << record << "\"contentBase64\":\"";
+  }
+
+  Console& console;
+  const Fat16FsEntry& entry;
+  const bool isJson;
+  bool hasBegun = false;
+  std::uint64_t bytes = 0;
+  std::vector<std::uint8_t> rest;
+};
 
 }  // namespace
 
@@ -37,24 +80,21 @@ int RunCat(Console& console, const CatOptions& options) {
   std::optional<Progress> progress;
   // Among the content itself the line would be in the way.
   if (!console.outIsTerminal) progress.emplace(console, "reading " + entry->name, content.Total());
-  std::vector<std::uint8_t> all;  // for JSON
+  ContentOutput output(console, *entry, options.json);
   std::string err;
   std::span<const std::uint8_t> piece;
   do {
     if (!content.Next(piece, err)) {
-      return Fail(console, err, HintFor(err, options.path, options.image));
+      Fail(console, err, HintFor(err, options.path, options.image));
+      if (output.HasBegun()) output.End();
+      return kFailed;
     }
     if (progress) progress->Add(piece.size());
-    if (options.json) {
-      all.insert(all.end(), piece.begin(), piece.end());
-    } else {
-      console.out.write(reinterpret_cast<const char*>(piece.data()),
-                        static_cast<std::streamsize>(piece.size()));
-    }
+    output.Add(piece);
   } while (!piece.empty() && console.out);
   const bool isShort = content.Total() != entry->size;
   if (isShort) Fail(console, ShortText(*entry, content.Total()), kShortHint);
-  if (options.json) PrintContent(console, *entry, all);
+  output.End();
   return isShort ? kFailed : kDone;
 }
 

@@ -257,7 +257,9 @@ class Demonstration {
     for (const auto& [path, bytes] : FilesOf(folder)) {
       record["folder"].push_back({{"path", path}, {"bytes", bytes}});
     }
-    for (const Fat16FsEntry* entry : tree.Below("/")) record["disk"].push_back(EntryRecord(*entry));
+    for (const Fat16FsEntry* entry : tree.Below("/")) {
+      record["disk"].push_back(EntryRecord(*entry, tree.IsHidden(*entry)));
+    }
     console.out << OneLine(record) << "\n";
   }
 

@@ -136,8 +136,7 @@ int RunTree(Console& console, const TreeOptions& options) {
     return kDone;
   }
   for (const Branch& branch : branches) {
-    Json record = EntryRecord(*branch.entry);
-    record["hidden"] = tree.IsHidden(*branch.entry);
+    Json record = EntryRecord(*branch.entry, tree.IsHidden(*branch.entry));
     record["bytes"] = branch.bytes;
     console.out << OneLine(record) << "\n";
   }

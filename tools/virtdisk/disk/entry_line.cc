@@ -47,9 +47,7 @@ std::string NarrowDetails(const Fat16FsEntry& entry) {
 void PrintEntry(Console& console, const Fat16FsEntry& entry, const EntryStyle& style,
                 bool isHidden) {
   if (style.json) {
-    Json record = EntryRecord(entry);
-    record["hidden"] = isHidden;
-    console.out << OneLine(record) << "\n";
+    console.out << OneLine(EntryRecord(entry, isHidden)) << "\n";
     return;
   }
   const bool isNarrow = console.outIsTerminal && console.width < kWideEnough;

@@ -30,7 +30,7 @@ void AddError(Console& console, Json& object) {
   console.isErrorInJson = true;
 }
 
-Json EntryRecord(const Fat16FsEntry& entry) {
+Json EntryRecord(const Fat16FsEntry& entry, bool isHidden) {
   const std::string date = FormatFatDate(entry.writeDate, entry.writeTime);
   const bool known = !date.empty() && date != kInvalidDate;
   return {{"path", entry.path},
@@ -39,7 +39,8 @@ Json EntryRecord(const Fat16FsEntry& entry) {
           {"size", entry.size},
           {"modified", known ? Json(date) : Json(nullptr)},
           {"attributes", entry.attributes},
-          {"firstCluster", entry.firstCluster}};
+          {"firstCluster", entry.firstCluster},
+          {"hidden", isHidden}};
 }
 
 }  // namespace quorbix::virtdisk::tool

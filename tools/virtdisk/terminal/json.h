@@ -26,8 +26,8 @@ std::string Base64(std::span<const std::uint8_t> bytes);
 // nothing.
 void AddError(Console& console, Json& object);
 
-// The record of one entry, as `ls --json` and `find --json` print it.
-Json EntryRecord(const Fat16FsEntry& entry);
+// The record of one entry. Hidden: no listing of the library has it.
+Json EntryRecord(const Fat16FsEntry& entry, bool isHidden);
 
 }  // namespace quorbix::virtdisk::tool
 
