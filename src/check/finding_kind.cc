@@ -35,6 +35,7 @@ constexpr std::array<Traits, kFindingKinds> kTraits{{
     {kManyClusters, kBootSector, kDamage, "manyClusters"},
     {kNoSectorCount, kBootSector, kDamage, "noSectorCount"},
     {kNoRoom, kBootSector, kDamage, "noRoom"},
+    {kBeyondSectorNumbers, kBootSector, kDamage, "beyondSectorNumbers"},
     {kOddClusterSize, kBootSector, kDamage, "oddClusterSize"},
     {kFatTooShort, kBootSector, kRemark, "fatTooShort"},
     {kFatsDiffer, kFats, kDamage, "fatsDiffer"},

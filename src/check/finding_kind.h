@@ -27,7 +27,8 @@ enum class FindingKind : std::uint8_t {
   kFewClusters,    // clusters; other systems take the volume for FAT12, which says FAT16
   kManyClusters,   // clusters
   kNoSectorCount,
-  kNoRoom,          // sectors in front of the clusters, sectors of the volume
+  kNoRoom,  // sectors in front of the clusters, sectors of the volume
+  kBeyondSectorNumbers,
   kOddClusterSize,  // sectors per cluster
   kFatTooShort,     // clusters that the FAT has words for, clusters
 

@@ -75,6 +75,8 @@ std::string AboutTheBootSector(const Finding& finding) {
     case FindingKind::kNoRoom:
       return "the FATs and the root directory take " + Count(n[0], "sector", "sectors") + " of " +
              Text(n[1]) + ", and none is left for clusters";
+    case FindingKind::kBeyondSectorNumbers:
+      return "the FATs and the root directory lie beyond what numbers of sectors can tell";
     case FindingKind::kOddClusterSize:
       return "a cluster has " + Text(n[0]) + " sectors, which is no power of two";
     default:

@@ -77,6 +77,10 @@ bool CheckBootSector(const std::uint8_t* boot, std::uint64_t imageBytes, const F
     findings.Add(FindingKind::kOddClusterSize, {info.sectorsPerCluster});
   }
   CheckSizes(imageBytes, info, findings);
+  if (IsBeyondSectorNumbers(info)) {
+    findings.Add(FindingKind::kBeyondSectorNumbers);
+    return false;
+  }
   const VolumeClaim claim = ClaimOf(info);
   if (claim == VolumeClaim::kFat12) findings.Add(FindingKind::kFat12, {ClaimedClusters(info)});
   if (claim == VolumeClaim::kFat32) findings.Add(FindingKind::kFat32);

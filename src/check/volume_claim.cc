@@ -1,11 +1,21 @@
 #include "check/volume_claim.h"
 
+#include <limits>
+
 #include "fat16/geometry.h"
 
 namespace quorbix::virtdisk::internal {
 
+bool IsBeyondSectorNumbers(const Fat16FsInfo& info) {
+  const std::uint64_t dataStart = std::uint64_t{info.partitionStartLba} + info.reservedSectors +
+                                  std::uint64_t{info.fatCount} * info.sectorsPerFat +
+                                  info.rootDirSectors;
+  return dataStart > std::numeric_limits<std::uint32_t>::max();
+}
+
 std::uint64_t ClaimedClusters(const Fat16FsInfo& info) {
-  const std::uint64_t inFront = std::uint64_t{info.dataStartSector} - info.partitionStartLba;
+  if (info.dataStartSector < info.partitionStartLba) return 0;
+  const std::uint64_t inFront = info.dataStartSector - info.partitionStartLba;
   if (info.sectorsPerCluster == 0 || info.totalSectors <= inFront) return 0;
   return (info.totalSectors - inFront) / info.sectorsPerCluster;
 }

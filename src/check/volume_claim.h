@@ -16,6 +16,10 @@ enum class VolumeClaim {
   kTooFew,      // fewer clusters than FAT16 has, and says nothing
 };
 
+// Whether the sectors in front of the clusters lie beyond what 32-bit numbers of sectors tell, as
+// those of a partition at the end of 2 TiB can: the description has wrong places for them then.
+bool IsBeyondSectorNumbers(const Fat16FsInfo& info);
+
 // As the boot sector counts them; 0 when it leaves no room for any.
 std::uint64_t ClaimedClusters(const Fat16FsInfo& info);
 

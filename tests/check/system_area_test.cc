@@ -75,6 +75,35 @@ TEST(SystemArea, BareVolume_HasNoPartitionTable) {
   EXPECT_THAT(Findings(ImageCrafter({.partitioned = false})), IsEmpty());
 }
 
+// An image of more than 2 TiB: a partition table, and a volume at the last sector that has a
+// number.
+class FarVolume final : public ByteSource {
+ public:
+  std::uint64_t Size() const override { return kVolumeAt + bytes.size(); }
+  const std::uint8_t* Read(std::uint64_t offset, std::size_t size,
+                           std::vector<std::uint8_t>& buffer, std::string& /*err*/) override {
+    buffer.assign(size, 0);
+    const std::uint64_t from = offset >= kVolumeAt ? offset - kVolumeAt + 512 : offset;
+    const std::uint64_t end = std::min<std::uint64_t>(bytes.size(), from + size);
+    if (from < end) std::copy(bytes.data() + from, bytes.data() + end, buffer.begin());
+    return buffer.data();
+  }
+
+ private:
+  static constexpr std::uint64_t kVolumeAt = std::uint64_t{0xFFFFFFFF} * 512;
+  const std::vector<std::uint8_t> bytes = ImageCrafter().U32(446 + 8, 0xFFFFFFFF).Bytes();
+};
+
+TEST(SystemArea, VolumeBeyondTheNumbersOfSectors_IsOneFault) {
+  FarVolume source;
+  CheckReport report;
+  std::string err;
+  EXPECT_TRUE(CheckVolume(source, report, err)) << err;
+  EXPECT_EQ(report.Found(FindingKind::kBeyondSectorNumbers), 1u);
+  EXPECT_EQ(report.Found(FindingKind::kNoRoom), 0u);
+  EXPECT_FALSE(report.IsSound());
+}
+
 TEST(SystemArea, NoVolume_IsDamageAndNotWhole) {
   const CheckReport report = Checked(std::vector<std::uint8_t>(4096));
   EXPECT_EQ(report.Found(FindingKind::kNoVolume), 1u);

@@ -24,6 +24,19 @@ TEST(VolumeClaim, NumberOfClusters_IsThatBehindTheRoot) {
   EXPECT_EQ(ClaimedClusters(Fat16FsInfo()), 0u);
 }
 
+TEST(VolumeClaim, SectorsInFrontOfTheClusters_EndWhereNumbersEnd) {
+  Fat16FsInfo info = Volume(5000, "FAT16");
+  info.reservedSectors = 1;
+  info.fatCount = 2;
+  info.rootDirSectors = 32;
+  info.partitionStartLba = 0xFFFFFFFF - 65;
+  EXPECT_FALSE(IsBeyondSectorNumbers(info));
+  ++info.partitionStartLba;
+  EXPECT_TRUE(IsBeyondSectorNumbers(info));
+  info.dataStartSector = 0;  // as it then wraps
+  EXPECT_EQ(ClaimedClusters(info), 0u);
+}
+
 TEST(VolumeClaim, UntypedVolume_GoesByItsClusters) {
   EXPECT_EQ(ClaimOf(Volume(4084, "")), VolumeClaim::kTooFew);
   EXPECT_EQ(ClaimOf(Volume(4085, "")), VolumeClaim::kFat16);

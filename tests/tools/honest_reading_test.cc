@@ -5,7 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <numeric>
 #include <ostream>
 #include <sstream>
@@ -98,6 +101,30 @@ TEST_F(ReadingOther, DiskOfOtherPartitionsAlone_IsCalledThat) {
   disk[446 + 8] = 16;  // which the image does not reach
   WriteBytes(image, disk);
   EXPECT_THAT(RunVirtdisk({"ls", image}).err, HasSubstr("is it the right file, and whole?"));
+}
+
+// At the last sector that has a number, of a disk that is a hole.
+TEST_F(ReadingOther, VolumeBeyondTheNumbersOfSectors_IsNotTakenForAnEmptyOne) {
+  const std::uint64_t place = std::uint64_t{0xFFFFFFFF} * 512;
+  const std::vector<std::uint8_t> bytes = DiskOfOneFile().U32(446 + 8, 0xFFFFFFFF).Bytes();
+  const std::string image = (folder / "disk.img").string();
+  std::ofstream disk(image, std::ios::binary);
+  const auto write = [&](std::size_t from, std::size_t count) {
+    disk.write(reinterpret_cast<const char*>(bytes.data()) + from,
+               static_cast<std::streamsize>(count));
+  };
+  write(0, 512);
+  disk.seekp(static_cast<std::streamoff>(place));
+  write(512, bytes.size() - 512);
+  disk.close();
+  if (!disk) GTEST_SKIP() << "this file system has no files of 2 TiB";
+  for (const char* command : {"ls", "info", "map"}) {
+    const ProgramRun run = RunVirtdisk({command, image});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.err, HasSubstr("lies beyond what numbers of sectors can tell"));
+  }
+  EXPECT_THAT(RunVirtdisk({"verify", image}).out,
+              HasSubstr("lie beyond what numbers of sectors can tell\n"));
 }
 
 TEST_F(ReadingOther, SectorsOf1024Bytes_AreNamedAsTheReason) {

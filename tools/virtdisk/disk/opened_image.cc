@@ -113,6 +113,12 @@ std::unique_ptr<OpenedImage> OpenedImage::Open(Console& console, const std::file
   // Even where its misread directories lead nowhere, what it says of itself is the better reason.
   const bool isRefused =
       IsDescribed(image->Info()) && RefuseMisread(console, image->Info(), path, wish.force);
+  if (internal::IsBeyondSectorNumbers(image->Info())) {
+    status = Fail(
+        console, "the volume in " + path.string() + " lies beyond what numbers of sectors can tell",
+        "Copy its partition into a file of its own.");
+    return nullptr;
+  }
   if (isParsed && !isRefused && HasEndlessPaths(image->index)) {
     Fail(console, "the directories in " + path.string() + " are nested too deep to be listed",
          "`virtdisk verify` tells more.");
