@@ -20,6 +20,11 @@ TEST(Suggest, LettersMissingWrongOrTooMany_AreFound) {
   EXPECT_EQ(Suggest("mesuer", kWords), "measure");
 }
 
+TEST(Suggest, CapitalLetters_AreNoMistakes) {
+  EXPECT_EQ(Suggest("BUILD", kWords), "build");
+  EXPECT_EQ(Suggest("MESURE", kWords), "measure");
+}
+
 TEST(Suggest, ThreeMistakes_AreTooMany) { EXPECT_EQ(Suggest("mxxxure", kWords), ""); }
 
 TEST(Suggest, WordWithNoLetterRight_IsNoMistake) {

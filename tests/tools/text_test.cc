@@ -73,6 +73,12 @@ TEST(FormatBytes, Amounts_ReadInTheLargestUnit) {
   EXPECT_EQ(FormatBytes(4293918720), "4.0 GiB");
 }
 
+TEST(FormatBytes, AmountsThatRoundToTheNextUnit_AreInThat) {
+  EXPECT_EQ(FormatBytes(1'048'524), "1023.9 KiB");
+  EXPECT_EQ(FormatBytes(1'048'570), "1.0 MiB");
+  EXPECT_EQ(FormatBytes((std::uint64_t{1} << 50) - 1), "1024.0 TiB");
+}
+
 TEST(Count, One_IsSingular) {
   EXPECT_EQ(Count(1, "file", "files"), "1 file");
   EXPECT_EQ(Count(2, "file", "files"), "2 files");

@@ -43,6 +43,7 @@ TEST(Usage, EveryCommand_HasHelpWithAnExample) {
 TEST(Usage, HelpAsACommand_IsTheOption) {
   EXPECT_EQ(RunVirtdisk({"help"}).out, RunVirtdisk({"--help"}).out);
   EXPECT_EQ(RunVirtdisk({"help", "put"}).out, RunVirtdisk({"put", "--help"}).out);
+  EXPECT_EQ(RunVirtdisk({"help", "help"}).out, RunVirtdisk({"--help"}).out);
   EXPECT_EQ(RunVirtdisk({"help"}).status, 0);
   for (const std::vector<std::string>& command :
        {std::vector<std::string>{"help", "biuld"}, {"biuld", "--help"}}) {

@@ -60,7 +60,7 @@ class CommandLine {
 
   int Run(std::vector<std::string> arguments) {
     if (!arguments.empty() && arguments.front() == "help") {
-      arguments.erase(arguments.begin());
+      while (!arguments.empty() && arguments.front() == "help") arguments.erase(arguments.begin());
       arguments.emplace_back("--help");
     }
     const std::string unknown = UnknownCommand(arguments);

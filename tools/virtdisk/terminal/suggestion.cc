@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "common/ascii.h"
+
 namespace quorbix::virtdisk::tool {
 namespace {
 
@@ -35,7 +37,7 @@ std::string Suggest(std::string_view word, const std::vector<std::string>& candi
   std::size_t fewest = kMostEdits + 1;
   if (word.size() > kLongestWord) return best;
   for (const std::string& candidate : candidates) {
-    const std::size_t edits = Edits(word, candidate);
+    const std::size_t edits = Edits(internal::ToAsciiLower(std::string(word)), candidate);
     if (edits >= fewest || edits >= std::max(word.size(), candidate.size())) continue;
     fewest = edits;
     best = candidate;

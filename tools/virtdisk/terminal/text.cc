@@ -160,7 +160,9 @@ std::string FormatBytes(std::uint64_t bytes) {
   if (bytes < kKibi) return Count(bytes, "byte", "bytes");
   std::uint64_t unitBytes = kKibi;
   std::size_t unit = 0;
-  while (unit + 1 < kUnits.size() && bytes / unitBytes >= kKibi) {
+  const auto amount = [&] { return static_cast<double>(bytes) / static_cast<double>(unitBytes); };
+  constexpr double kRoundedToTheNextUnit = 1023.95;
+  while (unit + 1 < kUnits.size() && amount() >= kRoundedToTheNextUnit) {
     unitBytes *= kKibi;
     ++unit;
   }
@@ -168,8 +170,7 @@ std::string FormatBytes(std::uint64_t bytes) {
   if (bytes % unitBytes == 0) {
     return GroupDigits(bytes / unitBytes) + " " + std::string(kUnits[unit]);
   }
-  std::snprintf(text.data(), text.size(), "%.1f",
-                static_cast<double>(bytes) / static_cast<double>(unitBytes));
+  std::snprintf(text.data(), text.size(), "%.1f", amount());
   return std::string(text.data()) + " " + std::string(kUnits[unit]);
 }
 
