@@ -64,6 +64,10 @@ std::string HostNames::TakeMarked(const std::string& folder, const std::string& 
   return path;
 }
 
+bool MayBeBeside(const std::string& name) {
+  return name.find(std::string(" (") + kMark + ' ') != std::string::npos;
+}
+
 bool IsBeside(const std::string& candidate, const std::string& hostPath) {
   if (ParentOf(candidate) != ParentOf(hostPath)) return false;
   const std::string name = NameOf(hostPath);

@@ -29,6 +29,9 @@ class HostNames {
   std::unordered_set<std::string> used;
 };
 
+// Whether a name has the mark of those that TakeBeside gives.
+bool MayBeBeside(const std::string& name);
+
 // Whether `candidate` is a path that TakeBeside gives for `hostPath`, whatever the time.
 bool IsBeside(const std::string& candidate, const std::string& hostPath);
 

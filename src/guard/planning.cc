@@ -54,8 +54,14 @@ class Planner {
   Planner(const Observation& seen, const Memory& known, const Pairing& paired,
           const PlanRules& planRules)
       : observation(seen), memory(known), pairing(paired), rules(planRules) {
+    std::set<std::string> agreed;
     for (const Pair& pair : memory.pairs) {
-      if (pair.agreed) agreedHosts.insert(pair.host);
+      if (pair.agreed) agreed.insert(pair.host);
+    }
+    for (const auto& [path, item] : observation.host) {
+      const bool isReadable = item.type == EntryType::kFile && item.isReadable;
+      if (!isReadable || !MayBeBeside(NameOf(path)) || agreed.contains(path)) continue;
+      versionsBeside[ParentOf(path)].push_back(path);
     }
   }
 
@@ -209,16 +215,12 @@ class Planner {
   // Whether a file beside the host's own holds the disk's version already, from a pass that was cut
   // off. What has been agreed on may be about to change or to go.
   bool HasKeptVersion(const Row& row) const {
-    const std::string first = Join(ParentOf(row.host), "");
-    for (auto item = observation.host.lower_bound(first);
-         item != observation.host.end() && item->first.starts_with(first); ++item) {
-      const HostItem& file = item->second;
-      if (file.type == EntryType::kFile && file.isReadable && file.content == row.onDisk->content &&
-          IsBeside(item->first, row.host) && !agreedHosts.contains(item->first)) {
-        return true;
-      }
-    }
-    return false;
+    const auto beside = versionsBeside.find(ParentOf(row.host));
+    return beside != versionsBeside.end() &&
+           std::any_of(beside->second.begin(), beside->second.end(), [&](const std::string& path) {
+             return observation.host.at(path).content == row.onDisk->content &&
+                    IsBeside(path, row.host);
+           });
   }
 
   // What is on the disk stays there as well; a deletion on one side waits until both can be seen.
@@ -318,7 +320,8 @@ class Planner {
 
   const Observation& observation;
   const Memory& memory;
-  std::set<std::string> agreedHosts;
+  // Files of the host that are new and have names of kept versions, by their folders.
+  std::map<std::string, std::vector<std::string>> versionsBeside;
   const Pairing& pairing;
   const PlanRules& rules;
   HostNames hostNames;

@@ -107,6 +107,21 @@ TEST(Planning, ConflictWhoseOtherVersionIsKeptAlready_WritesItOnce) {
   EXPECT_EQ(plan.tree.size(), 2u);
 }
 
+// Not a look at every file for each of them: that would take longer than a test may.
+TEST(Planning, ManyConflicts_ArePlannedWithOneLookAtTheFolder) {
+  Observation seen;
+  Memory memory;
+  for (int i = 0; i < 40'000; ++i) {
+    const std::string host = "f" + std::to_string(i);
+    const std::string disk = "F" + std::to_string(i);
+    seen.host[host] = HostFile('b');
+    seen.disk[DiskKey(disk)] = {
+        .path = disk, .shortName = ShortNameOf(disk), .content = Says('c'), .isDated = true};
+    memory.pairs.push_back({host, disk, EntryType::kFile, Says('a')});
+  }
+  EXPECT_EQ(Planned(seen, memory).conflicts.size(), 40'000u);
+}
+
 TEST(Planning, ConflictRules_TakeOneSide) {
   const Observation seen = Seen({{"a.txt", 'h'}}, {{"A.TXT", 'd'}});
   const Memory memory = Knows({{"a.txt", "A.TXT", 'o'}});
