@@ -1,0 +1,353 @@
+// Hazards that keep a pass from being carried out, from end to end, and what comes of those that
+// are accepted.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "common/byte_order.h"
+#include "guard/guarded_pair.h"
+#include "support/child_process.h"
+
+namespace quorbix::virtdisk::internal::guard {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using enum GuardedOutcome;
+
+class RefusedPass : public GuardedPair {};
+
+TEST_F(RefusedPass, AnotherFolder_IsRefusedAndMergedWhenAccepted) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  std::filesystem::rename(Host(), folder / "moved");
+  folder.File("host/other.txt", "o");
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kFolderReplaced));
+  EXPECT_EQ(Pass({GuardedHazard::kFolderReplaced}).outcome, kDone);
+  EXPECT_EQ(OnHost(), (FileTree{{"a.txt", "a"}, {"other.txt", "o"}}));
+}
+
+TEST_F(RefusedPass, FileLargerThanTheImage_IsRefusedWithoutReadingIt) {
+  BuildAndAgree();
+  folder.File("host/large", "");
+  std::filesystem::resize_file(Host() / "large", kImageBytes + 1);
+  std::uint64_t most = 0;
+  options.onProgress = [&](const GuardedProgress& progress) {
+    if (progress.work == GuardedWork::kReadFolder) most = std::max(most, progress.bytes);
+  };
+  const GuardedReport report = Pass();
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kDoesNotFit));
+  EXPECT_EQ(most, 0u);
+  std::filesystem::resize_file(Host() / "large", kImageBytes / 2);
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(most, kImageBytes / 2);
+}
+
+TEST_F(RefusedPass, DamagedState_IsRefusedAndMergedWhenAccepted) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  test::WriteWholeFile(StateFolder() / "state", "something else");
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kStateDamaged));
+  EXPECT_EQ(Pass({GuardedHazard::kStateDamaged}).outcome, kNothingToDo);
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+TEST_F(RefusedPass, SomebodyElsesFileInTheLocksPlace_IsToldBeforehandAndLeftAlone) {
+  folder.File("host/a.txt", "a").File("DISK.IMG.sync/lock", "mine");
+  BuildImage();
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kStateNotWritable));
+  EXPECT_THAT(report.message, testing::HasSubstr((StateFolder() / "lock").string() +
+                                                 " is no lock of this program"));
+  EXPECT_EQ(folder.Read("DISK.IMG.sync/lock"), "mine");
+}
+
+TEST_F(RefusedPass, DamagedState_IsKeptUnderAnotherName) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  test::WriteWholeFile(StateFolder() / "state", "my own notes");
+  EXPECT_EQ(Pass({GuardedHazard::kStateDamaged}).outcome, kNothingToDo);
+  std::vector<std::string> kept;
+  for (const auto& [path, content] : folder.Files("DISK.IMG.sync")) {
+    if (path.starts_with("state-damaged-")) kept.push_back(content);
+  }
+  EXPECT_THAT(kept, ElementsAre("my own notes"));
+}
+
+TEST_F(RefusedPass, ResizedImage_IsRefused) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  std::filesystem::resize_file(Image(), kImageBytes + 1024);
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kImageResized));
+}
+
+TEST_F(RefusedPass, DifferingFats_AreRefused) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  std::vector<std::uint8_t> bytes = test::ReadBytes(Image());
+  bytes[1024 + 8] ^= 1;  // a word of the first FAT
+  test::WriteBytes(Image(), bytes);
+  const GuardedReport report = Pass();
+  EXPECT_THAT(HazardsOf(report), testing::Contains(GuardedHazard::kImageUnsound));
+  EXPECT_EQ(report.outcome, kRefused);
+}
+
+// Behind the first cluster of a file that has three.
+TEST_F(RefusedPass, DamagedChains_AreRefused) {
+  folder.File("host/a.bin", std::string(1200, 'a')).File("host/b.bin", "b");
+  BuildAndAgree();
+  const std::vector<std::uint8_t> sound = test::ReadBytes(Image());
+  const std::size_t fatBytes = std::size_t{512} * LoadU16(&sound[512 + 22]);
+  const auto firstOf = [&](const std::string& name) {
+    const auto slot = std::search(sound.begin(), sound.end(), name.begin(), name.end());
+    return slot == sound.end() ? std::uint16_t{0} : LoadU16(&*slot + 26);
+  };
+  const std::uint16_t first = firstOf("A       BIN");
+  const std::uint16_t ofOther = firstOf("B       BIN");
+  ASSERT_TRUE(first != 0 && ofOther != 0);
+  const std::map<std::string, std::uint16_t> nexts{{"loop", first},       {"free", 0},
+                                                   {"bad", 0xFFF7},       {"outside", 0xFFE0},
+                                                   {"early end", 0xFFFF}, {"meets", ofOther}};
+  for (const auto& [damage, next] : nexts) {
+    SCOPED_TRACE(damage);
+    std::vector<std::uint8_t> bytes = sound;
+    for (const std::size_t fat : {std::size_t{1024}, 1024 + fatBytes}) {
+      StoreU16(&bytes[fat + 2 * std::size_t{first}], next);
+    }
+    test::WriteBytes(Image(), bytes);
+    const GuardedReport report = Pass();
+    EXPECT_EQ(report.outcome, kRefused);
+    EXPECT_THAT(HazardsOf(report), testing::Contains(GuardedHazard::kImageUnsound));
+    EXPECT_THAT(OnHost(), SizeIs(2));
+  }
+}
+
+TEST_F(RefusedPass, StateInsideTheFolder_IsRefusedAndLeftOutWhenAccepted) {
+  folder.File("host/a.txt", "a");
+  BuildImage();
+  options.stateFolder = Host() / "state";
+  EXPECT_THAT(HazardsOf(Sync()->Pass()), ElementsAre(GuardedHazard::kNested));
+  EXPECT_FALSE(folder.Exists("host/state"));
+  EXPECT_EQ(Sync()->Pass({GuardedHazard::kNested}).outcome, kNothingToDo);
+  EXPECT_EQ(Sync()->Pass({GuardedHazard::kNested}).files, 1u);
+}
+
+TEST_F(RefusedPass, FolderInsideTheState_IsRefusedWhateverIsAccepted) {
+  folder.File("host/a.txt", "a");
+  BuildImage();
+  options.stateFolder = folder.Path();
+  const GuardedReport report = Sync()->Pass({GuardedHazard::kNested});
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(HazardsOf(report), testing::Contains(GuardedHazard::kNested));
+  EXPECT_FALSE(folder.Exists("state"));
+}
+
+TEST_F(RefusedPass, FoldersThatMayNotBeWritten_AreNamed) {
+  folder.File("host/in/a.txt", "a");
+  BuildAndAgree();
+  GuestWrites("IN/B.TXT", "b");
+  for (const std::filesystem::path& place : {folder.Path(), Host(), StateFolder()}) {
+    std::filesystem::permissions(place, std::filesystem::perms{0777});
+  }
+  for (const std::filesystem::path& file :
+       {Image(), StateFolder() / "state", StateFolder() / "lock"}) {
+    std::filesystem::permissions(file, std::filesystem::perms{0666});
+  }
+  std::filesystem::permissions(Host() / "in", std::filesystem::perms{0555});
+  const int status = test::RunInChild({.dropRoot = true}, [&] {
+    const GuardedReport report = Sync()->Preview();
+    for (const GuardedHazardReport& hazard : report.hazards) {
+      const bool isIt = hazard.hazard == GuardedHazard::kFolderNotWritable;
+      if (isIt && hazard.paths == std::vector<std::string>{"in"}) return 0;
+    }
+    return 1;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(RefusedPass, WhatABrokenDirectoryHeld_IsTakenFromTheFolderWhenAccepted) {
+  folder.File("host/SUB/a.txt", "a").File("host/b.txt", "b").File("host/c.txt", "c");
+  BuildAndAgree();
+  std::vector<std::uint8_t> bytes = test::ReadBytes(Image());
+  const std::string name = "SUB        ";
+  const auto slot = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
+  ASSERT_NE(slot, bytes.end());
+  std::fill_n(slot + 26, 2, std::uint8_t{0});  // its first cluster
+  test::WriteBytes(Image(), bytes);
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kImageUnsound));
+  EXPECT_EQ(Pass({GuardedHazard::kImageUnsound}).outcome, kDone);
+  ASSERT_EQ(OnHost(), (FileTree{{"SUB/a.txt", "a"}, {"b.txt", "b"}, {"c.txt", "c"}}));
+  EXPECT_EQ(OnDisk(), (FileTree{{"SUB/A.TXT", "a"}, {"B.TXT", "b"}, {"C.TXT", "c"}}));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
+TEST_F(RefusedPass, ImageInsideTheFolder_IsRefusedAndLeftOutWhenAccepted) {
+  folder.File("host/a.txt", "a");
+  BuildImage();
+  std::filesystem::rename(Image(), Host() / "DISK.IMG");
+  const auto inside = CreateGuardedFolderSync(Host() / "DISK.IMG", Host(), options);
+  GuardedReport report = inside->Pass();
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kNested));
+  EXPECT_EQ(OnHost().size(), 2u);
+  EXPECT_FALSE(folder.Exists("host/DISK.IMG.sync"));
+  report = inside->Pass({GuardedHazard::kNested});
+  EXPECT_EQ(report.outcome, kNothingToDo) << report.message;
+  EXPECT_EQ(report.files, 1u);
+}
+
+TEST_F(RefusedPass, ImageThatIsNoFile_IsToldForWhatItIs) {
+  folder.File("host/a.txt", "a").Pipe("DISK.IMG");
+  GuardedReport report = Pass();
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kImageUnreadable));
+  EXPECT_EQ(report.message,
+            "the image " + Image().string() + " is a pipe and no file. Name the file");
+  folder.Remove("DISK.IMG").Folder("DISK.IMG");
+  report = Pass();
+  EXPECT_EQ(report.message,
+            "the image " + Image().string() + " is a folder and no file. Name the file");
+}
+
+TEST_F(RefusedPass, FileThatIsNoImage_GetsNoStateFolder) {
+  folder.File("host/a.txt", "a").File("DISK.IMG", "a photograph");
+  EXPECT_EQ(Pass().outcome, kRefused);
+  EXPECT_FALSE(folder.Exists("DISK.IMG.sync"));
+}
+
+TEST_F(RefusedPass, ManyDeletions_AreRefused) {
+  for (int i = 0; i < 30; ++i) folder.File("host/F" + std::to_string(i), "x");
+  BuildAndAgree();
+  for (int i = 0; i < 20; ++i) folder.Remove("host/F" + std::to_string(i));
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kManyDeletions));
+  EXPECT_EQ(Pass({GuardedHazard::kManyDeletions}).outcome, kDone);
+  EXPECT_THAT(OnDisk(), SizeIs(10));
+}
+
+TEST_F(RefusedPass, ManyDeletions_AreAsManyAsTheOptionsSay) {
+  for (int i = 0; i < 4; ++i) folder.File("host/F" + std::to_string(i), "x");
+  BuildAndAgree();
+  folder.Remove("host/F0").Remove("host/F1");
+  options.mostDeletions = 1;
+  options.mostDeletedShare = 0.25;
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kManyDeletions));
+  options.mostDeletedShare = 0.75;
+  EXPECT_THAT(HazardsOf(Preview()), IsEmpty());
+  options.mostDeletedShare = 0.25;
+  options.mostDeletions = 2;
+  EXPECT_EQ(Pass().outcome, kDone);
+}
+
+// As another user, who may read and write all but one thing: 0 when `what` holds there.
+class WithoutRights : public GuardedPair {
+ protected:
+  int AsNobody(const std::function<bool()>& what) const {
+    namespace fs = std::filesystem;
+    for (const fs::path& place : {folder.Path(), StateFolder()}) {
+      fs::permissions(place, fs::perms{0777});
+    }
+    for (const fs::path& file : {Image(), StateFolder() / "state", StateFolder() / "lock"}) {
+      fs::permissions(file, fs::perms{0666});
+    }
+    return test::RunInChild({.dropRoot = true}, [&] { return what() ? 0 : 1; });
+  }
+};
+
+TEST_F(WithoutRights, FolderThatMayNotBeListed_IsRefused) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  std::filesystem::permissions(Host(), std::filesystem::perms{0});
+  EXPECT_EQ(AsNobody([&] {
+              const GuardedReport report = Sync()->Pass({GuardedHazard::kFolderEmpty});
+              return report.outcome == kRefused &&
+                     HazardsOf(report) == std::vector{GuardedHazard::kFolderUnreadable};
+            }),
+            0);
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "a"}}));
+}
+
+TEST_F(WithoutRights, FileThatMayNotBeRead_IsRefusedAndStaysOnBothSidesWhenAccepted) {
+  folder.File("host/a.txt", "a").File("host/b.txt", "b");
+  BuildAndAgree();
+  folder.File("host/b.txt", "edited");
+  std::filesystem::permissions(Host(), std::filesystem::perms{0777});
+  std::filesystem::permissions(Host() / "a.txt", std::filesystem::perms{0});
+  EXPECT_EQ(AsNobody([&] {
+              const GuardedReport report = Sync()->Pass();
+              return report.outcome == kRefused &&
+                     HazardsOf(report) == std::vector{GuardedHazard::kEntryUnreadable} &&
+                     report.hazards[0].paths == std::vector<std::string>{"a.txt"};
+            }),
+            0);
+  EXPECT_EQ(
+      AsNobody([&] { return Sync()->Pass({GuardedHazard::kEntryUnreadable}).outcome == kDone; }),
+      0);
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "a"}, {"B.TXT", "edited"}}));
+  EXPECT_EQ(OnHost(), (FileTree{{"a.txt", "a"}, {"b.txt", "edited"}}));
+}
+
+// What lies behind the end of an index that loops is not seen: it is not taken for deleted.
+TEST_F(RefusedPass, DirectoryThatLoops_IsRefusedWhateverIsAccepted) {
+  for (int i = 0; i < 40; ++i) folder.File("host/d/f" + std::to_string(i), "x");
+  BuildAndAgree();
+  std::vector<std::uint8_t> bytes = test::ReadBytes(Image());
+  const std::string name = "D          ";
+  const auto slot = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
+  ASSERT_NE(slot, bytes.end());
+  const std::uint16_t first = LoadU16(&*slot + 26);
+  const std::size_t fatBytes = std::size_t{512} * LoadU16(&bytes[512 + 22]);
+  for (const std::size_t fat : {std::size_t{1024}, 1024 + fatBytes}) {
+    StoreU16(&bytes[fat + 2 * std::size_t{first}], first);
+  }
+  test::WriteBytes(Image(), bytes);
+  const GuardedReport report = Pass(
+      {GuardedHazard::kImageUnsound, GuardedHazard::kManyDeletions, GuardedHazard::kImageEmpty});
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(HazardsOf(report), testing::Contains(GuardedHazard::kImageCutShort));
+  EXPECT_THAT(OnHost(), SizeIs(40));
+}
+
+TEST_F(RefusedPass, KindClash_IsRefusedAndKeptApartWhenAccepted) {
+  folder.File("host/a", "file");
+  BuildAndAgree();
+  GuestRemoves("A");
+  GuestMakesFolder("A");
+  EXPECT_THAT(HazardsOf(Pass()), testing::Contains(GuardedHazard::kKindClash));
+  EXPECT_EQ(Pass({GuardedHazard::kKindClash, GuardedHazard::kImageEmpty}).outcome, kDone);
+  EXPECT_EQ(OnHost().at("a"), "file");
+  EXPECT_TRUE(std::filesystem::is_directory(Host() / "A (disk)"));
+}
+
+TEST_F(RefusedPass, OtherPartition_IsRefusedAndLeftOutWhenAccepted) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  std::vector<std::uint8_t> bytes = test::ReadBytes(Image());
+  bytes.resize(bytes.size() + 512 * 100);
+  const std::size_t second = 446 + 16;
+  bytes[second + 4] = 0x83;
+  StoreU32(&bytes[second + 8], static_cast<std::uint32_t>(bytes.size() / 512 - 100));
+  StoreU32(&bytes[second + 12], 100);
+  test::WriteBytes(Image(), bytes);
+  folder.File("host/a.txt", "edited");
+  const GuardedReport refused = Pass();
+  EXPECT_EQ(refused.outcome, kRefused);
+  EXPECT_THAT(HazardsOf(refused),
+              ElementsAre(GuardedHazard::kImageResized, GuardedHazard::kOtherPartitions));
+  EXPECT_EQ(test::ReadBytes(Image()), bytes);
+  const GuardedReport done = Pass({GuardedHazard::kImageResized, GuardedHazard::kOtherPartitions});
+  EXPECT_EQ(done.outcome, kDone) << done.message;
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "edited"}}));
+  EXPECT_EQ(test::ReadBytes(Image())[second + 4], 0);
+  EXPECT_EQ(InTrash().at("image replaced DISK.IMG"), std::string(bytes.begin(), bytes.end()));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+}  // namespace
+}  // namespace quorbix::virtdisk::internal::guard
