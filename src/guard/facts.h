@@ -17,9 +17,9 @@ struct Identity {
 };
 
 struct FolderFacts {
-  enum class State { kPresent, kMissing, kUnreadable };
+  enum class State { kPresent, kMissing, kUnreadable, kNoFolder };
   State state = State::kPresent;
-  std::string error{};  // with kUnreadable: the system's text
+  std::string error{};  // with the last two: the system's text, and what it is
   Identity identity{};
   std::optional<Identity> identityBefore{};  // at the last pass
 };

@@ -50,6 +50,10 @@ void CheckFolder(const Facts& facts, Collector& found) {
                   "): what it holds would count as deleted. Make it readable");
     return;
   }
+  if (folder.state == FolderFacts::State::kNoFolder) {
+    found.Add(kFolderUnreadable, false, facts.folder + " is " + folder.error + ". Name the folder");
+    return;
+  }
   if (folder.identityBefore && !(*folder.identityBefore == folder.identity)) {
     found.Add(kFolderReplaced, true,
               "the folder " + facts.folder +

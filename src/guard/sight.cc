@@ -148,9 +148,11 @@ class Looker {
       facts.state =
           errno == ENOENT ? FolderFacts::State::kMissing : FolderFacts::State::kUnreadable;
       facts.error = SystemText();
+      NoteWhatIsNoFolder(facts);
       return true;
     }
     facts.identity = status->identity;
+    if (NoteWhatIsNoFolder(facts)) return true;
     HostLook look{.folder = places.folder,
                   .leftOut = OwnParts(),
                   .known = &sight.state.seen,
@@ -175,6 +177,18 @@ class Looker {
         return false;
     }
     return false;
+  }
+
+  // A link that leads to nothing, or something that is there and no folder.
+  bool NoteWhatIsNoFolder(FolderFacts& facts) const {
+    std::error_code unknown;
+    const fs::file_status there = fs::status(places.folder, unknown);
+    const bool isLink = fs::is_symlink(fs::symlink_status(places.folder, unknown));
+    const bool isDangling = isLink && there.type() == fs::file_type::not_found;
+    if (!isDangling && (!fs::exists(there) || fs::is_directory(there))) return false;
+    facts.state = FolderFacts::State::kNoFolder;
+    facts.error = isDangling ? "a link that leads nowhere" : "no folder";
+    return true;
   }
 
   // A folder that is not quiet is no reason to wait for a disk that is not there.

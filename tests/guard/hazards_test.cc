@@ -65,6 +65,8 @@ INSTANTIATE_TEST_SUITE_P(
                             [](Facts& f) { f.onHost.state = FolderFacts::State::kMissing; }},
                     SideRow{"FolderUnreadable", GuardedHazard::kFolderUnreadable, false,
                             [](Facts& f) { f.onHost.state = FolderFacts::State::kUnreadable; }},
+                    SideRow{"FolderThatIsNone", GuardedHazard::kFolderUnreadable, false,
+                            [](Facts& f) { f.onHost.state = FolderFacts::State::kNoFolder; }},
                     SideRow{"FolderReplaced", GuardedHazard::kFolderReplaced, true,
                             [](Facts& f) {
                               f.onHost.identity = {1, 3};

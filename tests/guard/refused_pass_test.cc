@@ -205,6 +205,23 @@ TEST_F(RefusedPass, ImageInsideTheFolder_IsRefusedAndLeftOutWhenAccepted) {
   EXPECT_EQ(report.files, 1u);
 }
 
+TEST_F(RefusedPass, FolderThatIsNone_IsToldForWhatItIs) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.File("file").Pipe("pipe").Link("nowhere", "none").Link("link", "host");
+  const auto textOf = [&](const char* name) {
+    const GuardedReport report =
+        CreateGuardedFolderSync(Image(), folder / name, options)
+            ->Pass({GuardedHazard::kFolderReplaced, GuardedHazard::kFolderMissing});
+    return report.outcome == kRefused ? report.message : "(not refused)";
+  };
+  EXPECT_EQ(textOf("file"), (folder / "file").string() + " is no folder. Name the folder");
+  EXPECT_EQ(textOf("pipe"), (folder / "pipe").string() + " is no folder. Name the folder");
+  EXPECT_EQ(textOf("nowhere"),
+            (folder / "nowhere").string() + " is a link that leads nowhere. Name the folder");
+  EXPECT_EQ(textOf("link"), "(not refused)");
+}
+
 TEST_F(RefusedPass, ImageThatIsNoFile_IsToldForWhatItIs) {
   folder.File("host/a.txt", "a").Pipe("DISK.IMG");
   GuardedReport report = Pass();
