@@ -89,10 +89,10 @@ class Planner {
 
   Decision Decide(const Row& row) const {
     if (row.onHost && !row.onHost->isReadable) return {FileAction::kLeaveAlone};
-    if (IsNewWhereNothingCanBeSeen(row)) return {FileAction::kLeaveAlone};
     if (row.onDisk && !row.onDisk->isReadable) {
       return {row.onHost ? FileAction::kToDisk : FileAction::kLose};
     }
+    if (IsNewWhereNothingCanBeSeen(row)) return {FileAction::kLeaveAlone};
     if (row.onDisk && observation.hostCutLinks.contains(row.host)) return {FileAction::kToHost};
     const auto host = VersionOf(row.onHost);
     const auto disk = VersionOf(row.onDisk);
@@ -113,8 +113,11 @@ class Planner {
 
   // On the disk, below a folder that cannot be listed, and so not written to by its path either.
   bool IsNewWhereNothingCanBeSeen(const Row& row) const {
-    if (row.onHost || !row.onDisk) return false;
-    for (std::string path = ParentOf(row.host); !path.empty(); path = ParentOf(path)) {
+    return !row.onHost && row.onDisk && IsWhereNothingCanBeSeen(row.host);
+  }
+
+  bool IsWhereNothingCanBeSeen(const std::string& hostPath) const {
+    for (std::string path = ParentOf(hostPath); !path.empty(); path = ParentOf(path)) {
       const auto folder = observation.host.find(path);
       if (folder != observation.host.end() && !folder->second.isReadable) return true;
     }
@@ -283,7 +286,10 @@ class Planner {
     NoteLife(row.host);
     if (row.agreed && row.onHost && !row.onDisk) plan.keptFolders.push_back(row.host);
     plan.tree.push_back({row.disk, row.host, EntryType::kFolder, {}, false});
-    plan.after.pairs.push_back({row.host, row.disk, EntryType::kFolder, Content{}});
+    // What is only assumed to be there is not agreed on.
+    const auto agreed =
+        IsWhereNothingCanBeSeen(row.host) ? row.agreed : std::optional<Content>(Content{});
+    plan.after.pairs.push_back({row.host, row.disk, EntryType::kFolder, agreed});
     if (!row.onHost) {
       AddStep(Kind::kMakeOnHost, Reason::kNew, row, 0);
       plan.hostFolders.push_back(row.host);

@@ -326,8 +326,19 @@ TEST(MakePlan, WhatIsNewOnTheDiskInAFolderThatCannotBeListed_StaysThereAlone) {
   EXPECT_THAT(tree,
               ElementsAre("DOCS", "DOCS/A.TXT", "DOCS/NEW.TXT", "DOCS/SUB", "DOCS/SUB/NEW.TXT"));
   EXPECT_EQ(plan.after.pairs.size(), 5u);
-  // Once both have been named, nothing else comes of it.
-  EXPECT_THAT(StepsOf(Planned(seen, plan.after)), IsEmpty());
+  // Once both have been named, nothing else comes of it; nobody has agreed on what nobody saw.
+  const Plan next = Planned(seen, plan.after);
+  EXPECT_THAT(StepsOf(next), IsEmpty());
+  const Observation readable = Seen({{"docs/", 'f'}, {"docs/a.txt", 'a'}},
+                                    {{"DOCS/", 'f'}, {"DOCS/A.TXT", 'a'}, {"DOCS/SUB/", 'f'}});
+  EXPECT_THAT(StepsOf(Planned(readable, next.after)),
+              ElementsAre("make host docs/SUB /DOCS/SUB new"));
+}
+
+TEST(MakePlan, WhatIsNewAndUnreadableOnTheDiskInSuchAFolder_IsToldAsLost) {
+  const Observation seen = Seen({{"docs/", '?'}}, {{"DOCS/", 'f'}, {"DOCS/NEW.TXT", '?'}});
+  const Plan plan = Planned(seen, Knows({{"docs/", "DOCS/", 'f'}}), {.mendsDisk = true});
+  EXPECT_THAT(plan.lostOnDisk, ElementsAre("DOCS/NEW.TXT"));
 }
 
 }  // namespace
