@@ -97,10 +97,11 @@ class MapPage : public ::testing::Test {
                 "try {" +
                     script + "} catch (error) { say('failed: ' + error); }</script>");
     test::WriteWholeFile(folder / "page.html", page);
-    const test::CommandResult result =
-        test::RunCommand({"chromium", "--headless", "--no-sandbox", "--disable-gpu", "--dump-dom",
-                          "--user-data-dir=" + (folder / "profile").string(),
-                          "file://" + (folder / "page.html").string() + address});
+    const test::CommandResult result = test::RunCommand(
+        {"chromium", "--headless", "--no-sandbox", "--disable-gpu",
+         "--disable-background-networking", "--disable-component-update", "--disable-sync",
+         "--no-first-run", "--dump-dom", "--user-data-dir=" + (folder / "profile").string(),
+         "file://" + (folder / "page.html").string() + address});
     EXPECT_EQ(result.status, 0) << result.err;
     return result.out;
   }
