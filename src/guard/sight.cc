@@ -81,6 +81,13 @@ void DoubtMixtures(const Memory& memory, std::map<std::string, DiskItem>& disk) 
   for (auto& [key, item] : disk) item.isReadable = item.isReadable && !item.sharesClusters;
 }
 
+// Whether the image's time has gone back. One that lay in the future when it was looked at, by a
+// clock that has been set since, tells nothing.
+bool IsOlder(const Stamp& now, const SeenImage& before) {
+  const bool tells = before.stamp.modified <= before.taken;
+  return tells && now.modified + kCoarsestTime < before.stamp.modified;
+}
+
 class Looker {
  public:
   Looker(const Places& itsPlaces, const GuardedSyncOptions& itsOptions, const KnownState& known,
@@ -240,8 +247,7 @@ class Looker {
     sight.facts.onDisk = sight.disk.facts;
     NoteImageBefore();
     if (sight.disk.result == DiskView::Result::kComplete) {
-      sight.facts.onDisk.isOlder =
-          imageBefore && sight.disk.stamp.modified + kCoarsestTime < imageBefore->stamp.modified;
+      sight.facts.onDisk.isOlder = imageBefore && IsOlder(sight.disk.stamp, *imageBefore);
       return true;
     }
     if (sight.disk.result == DiskView::Result::kStopped) {

@@ -129,6 +129,16 @@ TEST_F(Losses, BackupOfTheDisk_GuardedRefusesAndDeletesNothingWhenAccepted) {
   EXPECT_EQ(OnHost(), OnDisk());
 }
 
+TEST_F(Losses, DiskFromTheFuture_IsNotTakenForABackupWhenTheClockIsRight) {
+  BuildUsual();
+  const auto inAnHour = fs::file_time_type::clock::now() + std::chrono::hours(1);
+  fs::last_write_time(Image(), inAnHour);
+  Pass();
+  GuestWrites("NEW.TXT", "n");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnHost().at("NEW.TXT"), "n");
+}
+
 TEST_F(Losses, BackupOfTheDisk_PlainDeletesWhatCameAfterIt) {
   BuildUsual();
   PlainPass();
