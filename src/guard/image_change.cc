@@ -16,6 +16,7 @@
 #include "common/byte_order.h"
 #include "common/host_file.h"
 #include "fat16/volume_layout.h"
+#include "guard/copying.h"
 #include "guard/disk_view.h"
 #include "guard/host_view.h"
 #include "guard/renames.h"
@@ -26,7 +27,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kReplaced[] = "image replaced";
-constexpr std::size_t kCopiedAtOnce = std::size_t{1} << 20;
 // The master boot record and the boot sector, which every image made here has behind it.
 constexpr std::size_t kHeadBytes = std::size_t{2} * kSectorBytes;
 constexpr std::size_t kVolumeIdAt = std::size_t{kSectorBytes} + boot_sector::kVolumeId;
@@ -217,17 +217,17 @@ Ending ImageChange::CopyTo(const fs::path& copy, int from) {
 }
 
 Ending ImageChange::CopyBytes(int from, int to, const fs::path& copy) {
-  std::vector<std::uint8_t> buffer(kCopiedAtOnce);
-  for (;;) {
-    if (monitor.IsStopped()) return Ending::Stopped();
-    const std::ptrdiff_t got = ReadFully(from, buffer);
-    if (got < 0) return Cannot("read", path);
-    if (got == 0) return {};
-    if (!WriteFully(to, std::span(buffer).first(static_cast<std::size_t>(got)))) {
+  switch (CopyToEnd(from, to, WhenStopped::kEnd, monitor)) {
+    case Copying::kDone:
+      return {};
+    case Copying::kStopped:
+      return Ending::Stopped();
+    case Copying::kCannotRead:
+      return Cannot("read", path);
+    case Copying::kCannotWrite:
       return Cannot("write", copy);
-    }
-    monitor.Add(static_cast<std::size_t>(got));
   }
+  return {};
 }
 
 Ending ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId,
@@ -255,16 +255,9 @@ Ending ImageChange::CopyOver(int from, int to, std::uint32_t tornId) {
   if (!WriteAt(to, 0, torn) || ::fsync(to) != 0) return Cannot("write to the image", path);
   monitor.Begin(GuardedWork::kWriteDisk, seen.size);
   monitor.Add(torn.size());
-  std::vector<std::uint8_t> buffer(kCopiedAtOnce);
-  for (;;) {
-    const std::ptrdiff_t got = ReadFully(from, buffer);
-    if (got < 0) return Cannot("read the new image for", path);
-    if (got == 0) break;
-    if (!WriteFully(to, std::span(buffer).first(static_cast<std::size_t>(got)))) {
-      return Cannot("write to the image", path);
-    }
-    monitor.Add(static_cast<std::size_t>(got));
-  }
+  const Copying copying = CopyToEnd(from, to, WhenStopped::kGoOn, monitor);
+  if (copying == Copying::kCannotRead) return Cannot("read the new image for", path);
+  if (copying != Copying::kDone) return Cannot("write to the image", path);
   if (::fsync(to) != 0 || !WriteAt(to, 0, head) || ::fsync(to) != 0) {
     return Cannot("write to the image", path);
   }

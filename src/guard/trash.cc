@@ -8,7 +8,6 @@
 #include <array>
 #include <cerrno>
 #include <optional>
-#include <span>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -18,6 +17,7 @@
 #include "common/folder_listing.h"
 #include "common/host_file.h"
 #include "common/text_bytes.h"
+#include "guard/copying.h"
 #include "guard/host_view.h"
 #include "guard/lines.h"
 #include "guard/paths.h"
@@ -177,27 +177,15 @@ void VisitPasses(const fs::path& trash, const TrashBound& bound, const Visit& vi
   }
 }
 
-bool CopyBytes(int from, int to, WorkMonitor& monitor) {
-  std::array<std::uint8_t, 65536> buffer{};
-  for (;;) {
-    const std::ptrdiff_t got = ReadFully(from, buffer);
-    if (got < 0) return false;
-    if (got == 0) return true;
-    if (!WriteFully(to, std::span(buffer).first(static_cast<std::size_t>(got)))) return false;
-    monitor.Add(static_cast<std::size_t>(got));
-    if (monitor.IsStopped()) {
-      errno = ECANCELED;
-      return false;
-    }
-  }
-}
-
 bool CopyFile(int folder, const std::string& name, const fs::path& place, WorkMonitor& monitor) {
   struct ::stat status;
   const Descriptor from = OpenRegularFileIn(folder, name.c_str(), status);
   if (!from) return false;
   const Descriptor to = OpenHostFile(place.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
-  if (!to || !CopyBytes(from.Get(), to.Get(), monitor)) return false;
+  if (!to) return false;
+  const Copying copying = CopyToEnd(from.Get(), to.Get(), WhenStopped::kEnd, monitor);
+  if (copying == Copying::kStopped) errno = ECANCELED;
+  if (copying != Copying::kDone) return false;
   struct ::stat after;
   if (::fstat(from.Get(), &after) != 0 || !(StampOf(after) == StampOf(status))) {
     errno = EBUSY;  // what somebody writes into it would be lost with it

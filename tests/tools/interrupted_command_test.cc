@@ -335,7 +335,7 @@ TEST_F(InterruptedCommand, Restore_LeavesTheWholeFileOrNothing) {
   const std::string trash = Path("old.img.sync/trash/2026-11-21_17.20.05/");
   fs::create_directories(trash);
   WriteWholeFile(trash + "manifest", "item 1 folder deleted LARGE.BIN\n");
-  WriteWholeFile(trash + "1", std::string(300'000, 'x'));
+  WriteWholeFile(trash + "1", std::string(1'000'000, 'x'));
   const Files before = Found();
   const int calls = EndAtEveryCall(
       {"restore", Path("old.img"), "2026-11-21_17.20.05/1", "--to", Path("BACK.BIN")},
@@ -343,12 +343,12 @@ TEST_F(InterruptedCommand, Restore_LeavesTheWholeFileOrNothing) {
       [&] {
         Files after = Found();
         if (after.erase("BACK.BIN") != 0) {
-          EXPECT_EQ(ReadWholeFile(Path("BACK.BIN")), std::string(300'000, 'x'));
+          EXPECT_EQ(ReadWholeFile(Path("BACK.BIN")), std::string(1'000'000, 'x'));
         }
         EXPECT_TRUE(after == before);
       });
   EXPECT_GE(calls, 6);
-  EXPECT_EQ(ReadWholeFile(Path("BACK.BIN")), std::string(300'000, 'x'));
+  EXPECT_EQ(ReadWholeFile(Path("BACK.BIN")), std::string(1'000'000, 'x'));
 }
 
 }  // namespace
