@@ -84,6 +84,13 @@ bool WriteFully(int file, std::span<const std::uint8_t> bytes) {
   return true;
 }
 
+bool IsOpenAt(int file, const std::filesystem::path& path) {
+  struct ::stat opened;
+  struct ::stat there;
+  return ::fstat(file, &opened) == 0 && ::stat(path.c_str(), &there) == 0 &&
+         opened.st_dev == there.st_dev && opened.st_ino == there.st_ino;
+}
+
 bool FlushFolder(const std::filesystem::path& folder) {
   const Descriptor file = OpenHostPath(folder.c_str(), O_RDONLY | O_DIRECTORY);
   // Some file systems have nothing to write out, and say so.

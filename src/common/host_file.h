@@ -40,6 +40,9 @@ std::ptrdiff_t ReadFully(int file, std::span<std::uint8_t> buffer);
 // False: the system did not take all of `bytes`.
 [[nodiscard]] bool WriteFully(int file, std::span<const std::uint8_t> bytes);
 
+// Whether `path` leads to the very file or folder that is open.
+bool IsOpenAt(int file, const std::filesystem::path& path);
+
 // Writes a folder's entries out to the disk, so that what was renamed in it stays so.
 [[nodiscard]] bool FlushFolder(const std::filesystem::path& folder);
 

@@ -63,15 +63,8 @@ std::string HolderOf(const struct ::stat& folder) {
 
 }  // namespace
 
-bool FolderLock::IsStillAt(const fs::path& path) const {
-  struct ::stat held;
-  struct ::stat there;
-  return locked && ::fstat(locked.Get(), &held) == 0 && ::stat(path.c_str(), &there) == 0 &&
-         held.st_dev == there.st_dev && held.st_ino == there.st_ino;
-}
-
 bool FolderLock::Take(const fs::path& folder, std::string& err) {
-  if (IsStillAt(folder)) return true;
+  if (locked && IsOpenAt(locked.Get(), folder)) return true;
   // Whoever finds the old folder elsewhere may work on it.
   locked.Close();
   Descriptor opened = OpenHostPath(folder.c_str(), O_RDONLY | O_DIRECTORY);

@@ -18,8 +18,6 @@ class FolderLock {
   [[nodiscard]] bool Take(const std::filesystem::path& folder, std::string& err);
 
  private:
-  bool IsStillAt(const std::filesystem::path& path) const;
-
   Descriptor locked;
 };
 

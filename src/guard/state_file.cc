@@ -115,14 +115,9 @@ bool MakeStateFolder(const fs::path& folder, std::string& err) {
 }
 
 // The lock of a folder that is gone keeps nobody out.
-bool StateLock::IsStillAt(const fs::path& path) const {
-  struct ::stat held;
-  struct ::stat there;
-  return IsHeld() && ::fstat(file.Get(), &held) == 0 && ::stat(path.c_str(), &there) == 0 &&
-         held.st_dev == there.st_dev && held.st_ino == there.st_ino;
+bool StateLock::IsHeldIn(const fs::path& folder) const {
+  return IsHeld() && IsOpenAt(file.Get(), folder / kLockName);
 }
-
-bool StateLock::IsHeldIn(const fs::path& folder) const { return IsStillAt(folder / kLockName); }
 
 bool StateLock::CanBeTaken(const fs::path& folder, std::string& err) {
   const fs::path path = folder / kLockName;
@@ -134,7 +129,7 @@ bool StateLock::CanBeTaken(const fs::path& folder, std::string& err) {
 
 StateLock::Result StateLock::Take(const fs::path& folder, std::string& err) {
   const fs::path path = folder / kLockName;
-  if (IsStillAt(path)) return Result::kTaken;
+  if (IsHeldIn(folder)) return Result::kTaken;
   file.Close();
   Descriptor lock = OpenHostFile(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
   if (!lock || (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0 && errno != EWOULDBLOCK)) {

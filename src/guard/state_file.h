@@ -58,8 +58,6 @@ class StateLock {
   bool IsHeldIn(const std::filesystem::path& folder) const;
 
  private:
-  bool IsStillAt(const std::filesystem::path& path) const;
-
   Descriptor file;
 };
 
