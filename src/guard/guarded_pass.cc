@@ -232,16 +232,26 @@ Ending GuardedPass::Finish() {
   if (!folder || (wasThere && !(folder->identity == seen.identity))) {
     return Ending::Busy("the folder " + places.folder.string() + " has been replaced");
   }
-  const std::int64_t now = NowNanoseconds();
+  RememberSides(folder->identity);
+  Ending ending = RememberNewImage();
+  if (!ending.IsDone()) return ending;
+  KeepEarlierLooks();
+  if (!IsNews()) return {};
+  ending = Save(after);
+  if (ending.IsDone()) TrimToBound();
+  return ending;
+}
+
+void GuardedPass::RememberSides(const Identity& folder) {
   after = {.memory = sight.plan.after,
-           .folder = folder->identity,
+           .folder = folder,
            .image = SeenImage{.volumeId = sight.facts.onDisk.volumeId,
                               .stamp = sight.disk.stamp,
                               .taken = sight.disk.taken},
            .seen = sight.host.seen,
            .lastReadInFull = sight.state.lastReadInFull};
   if (sight.host.wasAllRead && !sight.host.seen.empty()) {
-    after.lastReadInFull = now / kNanosecondsPerSecond;
+    after.lastReadInFull = NowNanoseconds() / kNanosecondsPerSecond;
   }
   for (const std::string& path : sight.plan.hostDeletions) after.seen.erase(path);
   for (const auto& [path, file] : host.Written()) after.seen.insert_or_assign(path, file);
@@ -250,6 +260,10 @@ Ending GuardedPass::Finish() {
                        !sight.facts.onDisk.isTakenForFat12 &&
                        sight.facts.onDisk.otherPartitions == 0;
   after.image->isAsRemembered = isSound && IsAsRemembered(sight.disk.items, after.memory);
+}
+
+// Or the one that was torn and is whole now.
+Ending GuardedPass::RememberNewImage() {
   if (isImageDone || mended) {
     const auto status = isImageDone ? StampAt(places.image) : mended;
     if (!status) return Ending::Busy("the image is gone");
@@ -262,11 +276,7 @@ Ending GuardedPass::Finish() {
     after.image->isAsRemembered = !sight.facts.onDisk.isTakenForFat12 &&
                                   IsAsRemembered(Apply(sight.plan, sight.seen).disk, after.memory);
   }
-  KeepEarlierLooks();
-  if (!IsNews()) return {};
-  Ending ending = Save(after);
-  if (ending.IsDone()) TrimToBound();
-  return ending;
+  return {};
 }
 
 // One more look at what has not changed is worth remembering only where its times could not tell

@@ -53,6 +53,8 @@ class GuardedPass {
   Ending MakeHostFolder();
   Ending ChangeImage();
   Ending Finish();
+  void RememberSides(const Identity& folder);
+  Ending RememberNewImage();
   void Doubt(const std::string& path);
   void KeepEarlierLooks();
   bool IsNews();

@@ -63,7 +63,8 @@ void CheckFolder(const Facts& facts, Collector& found) {
   }
 }
 
-void CheckImage(const Facts& facts, Collector& found) {
+// False: there is no volume to say more of.
+bool CheckImageItself(const Facts& facts, Collector& found) {
   const ImageFacts& image = facts.onDisk;
   switch (image.state) {
     case ImageFacts::State::kMissing:
@@ -73,27 +74,27 @@ void CheckImage(const Facts& facts, Collector& found) {
               " is not there. Bring back the latest one: where it comes from the trash of the "
               "state's folder or a backup, both sides meet for the first time. Or build a new one "
               "from the folder");
-      return;
+      return false;
     case ImageFacts::State::kUnreadable:
       found.Add(kImageUnreadable, false,
                 "the image " + facts.image + " cannot be read (" + image.error +
                     "): what it holds would count as deleted. Make it readable");
-      return;
+      return false;
     case ImageFacts::State::kNoFile:
       found.Add(kImageUnreadable, false,
                 "the image " + facts.image + " is " + image.error + " and no file. Name the file");
-      return;
+      return false;
     case ImageFacts::State::kNoFat16:
       found.Add(kImageNotFat16, false,
                 "the image " + facts.image + " holds no FAT16 volume in a partition (" +
                     image.error + "): nothing can be told from it. Name the right image");
-      return;
+      return false;
     case ImageFacts::State::kCutShort:
       found.Add(kImageCutShort, false,
                 "the image " + facts.image + " cannot be listed to its end (" + image.error +
                     "): what is missing from the list would be deleted from the folder. Repair the "
                     "image, or bring back an older one from the trash");
-      return;
+      return false;
     case ImageFacts::State::kTorn:
       found.Add(kImageUnreadable, false,
                 "the image " + facts.image +
@@ -101,10 +102,16 @@ void CheckImage(const Facts& facts, Collector& found) {
                     "end (" +
                     image.error + "). Bring back the image that was: the trash in " +
                     facts.stateFolder + " holds it");
-      return;
+      return false;
     case ImageFacts::State::kPresent:
-      break;
+      return true;
   }
+  return false;
+}
+
+void CheckImage(const Facts& facts, Collector& found) {
+  if (!CheckImageItself(facts, found)) return;
+  const ImageFacts& image = facts.onDisk;
   if (image.volumeIdBefore && *image.volumeIdBefore != image.volumeId) {
     found.Add(
         kImageReplaced, true,
