@@ -14,7 +14,6 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cstdarg>
 #include <functional>
 #include <random>
 #include <string>
@@ -26,6 +25,7 @@
 #include "support/child_process.h"
 #include "support/memory_folder.h"
 #include "support/next_function.h"
+#include "support/opening.h"
 #include "support/search_effort.h"
 
 namespace {
@@ -53,26 +53,13 @@ int Die() {
 
 }  // namespace
 
+int quorbix::virtdisk::test::InPlaceOf(const Opening& opening) {
+  const bool isCounted = (opening.flags & O_CREAT) != 0 || countsOpenings;
+  return isCounted && IsRefused() ? -1 : opening.Next();
+}
+
 // These stand in front of the C library's functions for the whole program, the C++ library
 // included.
-
-extern "C" int openat(int folder, const char* path, int flags, ...) {
-  std::va_list rest;
-  va_start(rest, flags);
-  const int mode = va_arg(rest, int);
-  va_end(rest);
-  if (((flags & O_CREAT) != 0 || countsOpenings) && IsRefused()) return -1;
-  return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
-}
-
-extern "C" int open(const char* path, int flags, ...) {
-  std::va_list rest;
-  va_start(rest, flags);
-  const int mode = va_arg(rest, int);
-  va_end(rest);
-  if (((flags & O_CREAT) != 0 || countsOpenings) && IsRefused()) return -1;
-  return NextOf<int(const char*, int, ...)>("open")(path, flags, mode);
-}
 
 extern "C" ssize_t write(int file, const void* bytes, size_t size) {
   static const auto next = NextOf<ssize_t(int, const void*, size_t)>("write");

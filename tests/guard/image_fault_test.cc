@@ -7,7 +7,6 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
@@ -23,19 +22,14 @@
 #include "support/child_process.h"
 #include "support/clock_ahead.h"
 #include "support/next_function.h"
+#include "support/path_of.h"
 
 namespace {
 
 using quorbix::virtdisk::test::NextOf;
+using quorbix::virtdisk::test::PathOf;
 
 bool IsDisk(std::string_view path) { return path.ends_with("/DISK.IMG"); }
-
-std::string PathOf(int file) {
-  std::array<char, 4096> path{};
-  const std::string link = "/proc/self/fd/" + std::to_string(file);
-  const ssize_t length = ::readlink(link.c_str(), path.data(), path.size());
-  return length < 0 ? "" : std::string(path.data(), static_cast<std::size_t>(length));
-}
 
 int readsBeforeError = -1;   // of the image; negative: they succeed
 int looksBeforeChange = -1;  // at the image's status; negative: nothing happens

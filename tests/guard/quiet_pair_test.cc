@@ -8,7 +8,6 @@
 #include <sys/mman.h>
 
 #include <chrono>
-#include <cstdarg>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -22,37 +21,22 @@
 #include "guard/lines.h"
 #include "support/clock_ahead.h"
 #include "support/memory_folder.h"
-#include "support/next_function.h"
+#include "support/opening.h"
 
 namespace {
-
-using quorbix::virtdisk::test::NextOf;
 
 int statesRead = 0;
 std::function<void()> beforeReadingTheDisk;  // once
 
 }  // namespace
 
-// These stand in front of the C library's functions for the whole program.
-
-extern "C" int open(const char* path, int flags, ...) {
-  std::va_list rest;
-  va_start(rest, flags);
-  const int mode = va_arg(rest, int);
-  va_end(rest);
-  if (beforeReadingTheDisk && std::string_view(path).ends_with("/DISK.IMG")) {
+int quorbix::virtdisk::test::InPlaceOf(const Opening& opening) {
+  const std::string_view path = opening.path;
+  if (beforeReadingTheDisk && !opening.isOpenat && path.ends_with("/DISK.IMG")) {
     std::exchange(beforeReadingTheDisk, nullptr)();
   }
-  return NextOf<int(const char*, int, ...)>("open")(path, flags, mode);
-}
-
-extern "C" int openat(int folder, const char* path, int flags, ...) {
-  std::va_list rest;
-  va_start(rest, flags);
-  const int mode = va_arg(rest, int);
-  va_end(rest);
-  if (std::string_view(path).ends_with(".sync/state")) ++statesRead;
-  return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
+  if (path.ends_with(".sync/state")) ++statesRead;
+  return opening.Next();
 }
 
 namespace quorbix::virtdisk::internal::guard {

@@ -6,8 +6,6 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -21,24 +19,20 @@
 #include "guard/kept_contents.h"
 #include "support/clock_ahead.h"
 #include "support/next_function.h"
+#include "support/opening.h"
+#include "support/path_of.h"
 #include "sync/sync_pass.h"
 
 namespace {
 
 using quorbix::virtdisk::test::NextOf;
+using quorbix::virtdisk::test::PathOf;
 
 struct Counted {
   std::set<std::string> opened;               // paths
   std::map<std::string, std::uint64_t> read;  // bytes by path
 };
 Counted* counted = nullptr;  // null: nothing is counted
-
-std::string PathOf(int file) {
-  std::array<char, 4096> path{};
-  const std::string link = "/proc/self/fd/" + std::to_string(file);
-  const ssize_t length = ::readlink(link.c_str(), path.data(), path.size());
-  return length < 0 ? "" : std::string(path.data(), static_cast<std::size_t>(length));
-}
 
 int Opened(int file) {
   if (counted != nullptr && file >= 0) counted->opened.insert(PathOf(file));
@@ -52,24 +46,10 @@ ssize_t Read(int file, ssize_t got) {
 
 }  // namespace
 
+int quorbix::virtdisk::test::InPlaceOf(const Opening& opening) { return Opened(opening.Next()); }
+
 // These stand in front of the C library's functions for the whole program, the C++ library
 // included.
-
-extern "C" int open(const char* path, int flags, ...) {
-  std::va_list rest;
-  va_start(rest, flags);
-  const int mode = va_arg(rest, int);
-  va_end(rest);
-  return Opened(NextOf<int(const char*, int, ...)>("open")(path, flags, mode));
-}
-
-extern "C" int openat(int folder, const char* path, int flags, ...) {
-  std::va_list rest;
-  va_start(rest, flags);
-  const int mode = va_arg(rest, int);
-  va_end(rest);
-  return Opened(NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode));
-}
 
 extern "C" ssize_t read(int file, void* buffer, size_t size) {
   return Read(file, NextOf<ssize_t(int, void*, size_t)>("read")(file, buffer, size));

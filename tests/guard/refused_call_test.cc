@@ -32,11 +32,14 @@
 #include "guard/guarded_pair.h"
 #include "quorbix/virtdisk/fat16_fs_image.h"
 #include "support/next_function.h"
+#include "support/opening.h"
+#include "support/path_of.h"
 #include "support/search_effort.h"
 
 namespace {
 
 using quorbix::virtdisk::test::NextOf;
+using quorbix::virtdisk::test::PathOf;
 
 // Is asked before each call: the error with which it fails, or 0. Its own calls are not asked
 // about. "open" is an openat that makes nothing.
@@ -57,13 +60,6 @@ bool IsRefused(std::string_view call, const std::string& path) {
   return error != 0;
 }
 
-std::string PathOf(int file) {
-  std::array<char, 4096> path{};
-  const std::string link = "/proc/self/fd/" + std::to_string(file);
-  const ssize_t length = ::readlink(link.c_str(), path.data(), path.size());
-  return length < 0 ? "" : std::string(path.data(), static_cast<std::size_t>(length));
-}
-
 std::string PathIn(int folder, const char* path) {
   return *path == '/' || folder == AT_FDCWD ? path : PathOf(folder) + '/' + path;
 }
@@ -74,20 +70,19 @@ bool IsNewImage(const std::string& path) { return path.find("/.quorbix-") != std
 
 }  // namespace
 
-// These stand in front of the C library's functions for the whole program.
-
-extern "C" int openat(int folder, const char* path, int flags, ...) {
-  std::va_list rest;
-  va_start(rest, flags);
-  const int mode = va_arg(rest, int);
-  va_end(rest);
-  const bool isMade = (flags & O_CREAT) != 0;
-  if (answer && IsRefused(isMade ? "openat" : "open", PathIn(folder, path))) return -1;
-  if (!locksOfTheSystem.empty() && path == std::string_view("/proc/locks")) {
-    path = locksOfTheSystem.c_str();
+int quorbix::virtdisk::test::InPlaceOf(const Opening& opening) {
+  const bool isMade = (opening.flags & O_CREAT) != 0;
+  const std::string path = answer ? PathIn(opening.folder, opening.path) : "";
+  if (IsRefused(isMade ? "openat" : "open", path)) return -1;
+  if (locksOfTheSystem.empty() || opening.path != std::string_view("/proc/locks")) {
+    return opening.Next();
   }
-  return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
+  Opening other = opening;
+  other.path = locksOfTheSystem.c_str();
+  return other.Next();
 }
+
+// These stand in front of the C library's functions for the whole program.
 
 extern "C" ssize_t write(int file, const void* bytes, size_t size) {
   if (IsRefused("write", file)) return -1;

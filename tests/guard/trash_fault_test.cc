@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -28,17 +27,12 @@
 #include "support/clock_ahead.h"
 #include "support/memory_folder.h"
 #include "support/next_function.h"
+#include "support/path_of.h"
 
 namespace {
 
 using quorbix::virtdisk::test::NextOf;
-
-std::string PathOf(int file) {
-  std::array<char, 4096> path{};
-  const std::string link = "/proc/self/fd/" + std::to_string(file);
-  const ssize_t length = ::readlink(link.c_str(), path.data(), path.size());
-  return length < 0 ? "" : std::string(path.data(), static_cast<std::size_t>(length));
-}
+using quorbix::virtdisk::test::PathOf;
 
 std::function<void()> whenTrashIsWrittenOut;  // these once
 std::function<void()> whenCopiedToTrash;

@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -13,6 +12,7 @@
 #include "quorbix/virtdisk/fat_image_builder.h"
 #include "support/guest_editor.h"
 #include "support/next_function.h"
+#include "support/opening.h"
 #include "support/temp_folder.h"
 #include "sync/sync_pass.h"
 
@@ -35,26 +35,13 @@ FILE* NotedOpen(const char* function, const char* path, const char* mode) {
 
 }  // namespace
 
+int quorbix::virtdisk::test::InPlaceOf(const Opening& opening) {
+  Note(opening.path, (opening.flags & O_CLOEXEC) != 0);
+  return opening.Next();
+}
+
 // These stand in front of the C library's functions for the whole program, the C++ library
 // included.
-
-extern "C" int open(const char* path, int flags, ...) {
-  Note(path, (flags & O_CLOEXEC) != 0);
-  std::va_list rest;
-  va_start(rest, flags);
-  const int mode = va_arg(rest, int);
-  va_end(rest);
-  return NextOf<int(const char*, int, ...)>("open")(path, flags, mode);
-}
-
-extern "C" int openat(int folder, const char* path, int flags, ...) {
-  Note(path, (flags & O_CLOEXEC) != 0);
-  std::va_list rest;
-  va_start(rest, flags);
-  const int mode = va_arg(rest, int);
-  va_end(rest);
-  return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
-}
 
 extern "C" FILE* fopen(const char* path, const char* mode) {
   return NotedOpen("fopen", path, mode);

@@ -9,12 +9,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <string>
 
 #include "support/child_process.h"
 #include "support/next_function.h"
+#include "support/opening.h"
 #include "sync/sync_pass.h"
 #include "sync/synced_disk.h"
 
@@ -32,17 +32,13 @@ void EndIfLast() {
 
 }  // namespace
 
+int quorbix::virtdisk::test::InPlaceOf(const Opening& opening) {
+  if ((opening.flags & O_CREAT) != 0) EndIfLast();
+  return opening.Next();
+}
+
 // These stand in front of the C library's functions for the whole program, the C++ library
 // included. The process ends before the call, or half way through a write.
-
-extern "C" int openat(int folder, const char* path, int flags, ...) {
-  std::va_list rest;
-  va_start(rest, flags);
-  const int mode = va_arg(rest, int);
-  va_end(rest);
-  if ((flags & O_CREAT) != 0) EndIfLast();
-  return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
-}
 
 extern "C" ssize_t write(int file, const void* bytes, size_t size) {
   static const auto next = NextOf<ssize_t(int, const void*, size_t)>("write");

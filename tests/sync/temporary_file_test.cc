@@ -5,12 +5,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstdarg>
 #include <functional>
 #include <string>
 #include <utility>
 
 #include "support/next_function.h"
+#include "support/opening.h"
 #include "support/temp_folder.h"
 #include "sync/host_write.h"
 
@@ -24,16 +24,13 @@ std::function<void(int file)> beforeSettingTheMode;
 
 }  // namespace
 
-// These stand in front of the C library's functions for the whole program.
-
-extern "C" int openat(int folder, const char* path, int flags, ...) {
-  std::va_list rest;
-  va_start(rest, flags);
-  const int mode = va_arg(rest, int);
-  va_end(rest);
-  if ((flags & O_CREAT) != 0 && beforeCreating) std::exchange(beforeCreating, nullptr)();
-  return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
+int quorbix::virtdisk::test::InPlaceOf(const Opening& opening) {
+  const bool isMade = (opening.flags & O_CREAT) != 0;
+  if (isMade && beforeCreating) std::exchange(beforeCreating, nullptr)();
+  return opening.Next();
 }
+
+// These stand in front of the C library's functions for the whole program.
 
 extern "C" int fchmod(int file, mode_t mode) noexcept {
   if (beforeSettingTheMode) std::exchange(beforeSettingTheMode, nullptr)(file);

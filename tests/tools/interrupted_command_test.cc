@@ -10,7 +10,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <filesystem>
@@ -25,6 +24,7 @@
 #include "support/guest_editor.h"
 #include "support/memory_folder.h"
 #include "support/next_function.h"
+#include "support/opening.h"
 #include "support/temp_folder.h"
 #include "tools/program_run.h"
 
@@ -54,16 +54,12 @@ bool IsRefused() {
 
 }  // namespace
 
-// These stand in front of the C library's functions for the whole program.
-
-extern "C" int openat(int folder, const char* path, int flags, ...) {
-  std::va_list rest;
-  va_start(rest, flags);
-  const int mode = va_arg(rest, int);
-  va_end(rest);
-  if ((flags & O_CREAT) != 0 && IsRefused()) return -1;
-  return NextOf<int(int, const char*, int, ...)>("openat")(folder, path, flags, mode);
+int quorbix::virtdisk::test::InPlaceOf(const Opening& opening) {
+  const bool isMade = (opening.flags & O_CREAT) != 0;
+  return isMade && IsRefused() ? -1 : opening.Next();
 }
+
+// These stand in front of the C library's functions for the whole program.
 
 extern "C" int mkostemp(char* path, int flags) {
   if (IsRefused()) return -1;
