@@ -26,8 +26,9 @@ class VolumeIndex {
   static constexpr std::uint32_t kNoRecord = PathTable::kNoRecord;
 
   // What a parse does about slots that make no record since their base name is blank, as the
-  // library's own builder gives them to files such as ".profile".
-  enum class Hidden { kPassOver, kCollect };
+  // library's own builder gives them to files such as ".profile"; and about files of the root that
+  // have the name "." or "..", which are no directory's names for itself.
+  enum class Hidden { kPassOver, kCollect, kCollectDotsToo };
 
   // What a parse does at a directory whose chain leads out of the volume or never ends: it fails,
   // or goes on without what that directory holds.

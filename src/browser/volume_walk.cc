@@ -15,13 +15,18 @@ constexpr std::string_view kDirectoryOutOfRange = "directory block out of range"
 
 constexpr std::uint16_t kRootStart = 0;  // start cluster of the fixed root directory
 
+bool IsFile(const std::uint8_t* slot) {
+  return (slot[dir_entry::kAttributes] & dir_entry::kAttrDirectory) == 0 && !IsVolumeLabel(slot);
+}
+
 bool IsDotName(std::string_view name) { return name == "." || name == ".."; }
 
 }  // namespace
 
 VolumeIndex::Walk::Walk(VolumeIndex& volumeIndex, Hidden hiddenEntries, Broken brokenDirectories)
     : index(volumeIndex),
-      collectsHidden(hiddenEntries == Hidden::kCollect),
+      collectsHidden(hiddenEntries != Hidden::kPassOver),
+      collectsDots(hiddenEntries == Hidden::kCollectDotsToo),
       passesOverBroken(brokenDirectories == Broken::kPassOver),
       visited(std::size_t{1} << 16),
       slotsLeft(volumeIndex.image.Size() / dir_entry::kSize) {}
@@ -126,7 +131,12 @@ bool VolumeIndex::Walk::AddEntry(const Slot& slot, std::uint32_t parent) {
     if (collectsHidden && !IsVolumeLabel(slot.bytes)) AddHidden(slot, parent, kNoRecord);
     return false;
   }
-  if (IsDotName(name)) return false;
+  if (IsDotName(name)) {
+    if (collectsDots && parent == kNoRecord && IsFile(slot.bytes)) {
+      AddHidden(slot, kNoRecord, kNoRecord);
+    }
+    return false;
+  }
   if (IsVolumeLabel(slot.bytes)) {
     // In any directory, and with the dot of a file's name: both are meant.
     if (index.info.volumeLabel.empty()) index.info.volumeLabel = name;

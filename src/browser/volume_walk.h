@@ -54,6 +54,7 @@ class VolumeIndex::Walk {
 
   VolumeIndex& index;
   bool collectsHidden;
+  bool collectsDots;  // of the root
   bool passesOverBroken;
   std::vector<Directory> open;
   std::vector<bool> visited;  // start clusters of the directories met

@@ -172,8 +172,10 @@ void TreeCheck::CheckEntry(Place& place, const std::uint8_t* slot) {
   }
   if (place.names.size() < kMostSlots) place.names.push_back(node.name);
   const bool isDot = NameField(slot) == kDotName || NameField(slot) == kDotDotName;
+  // Of a file in the root they are no directory's names for itself and for that above.
+  const bool leadsBack = isDot && (place.number != kRoot || node.isDirectory);
   if (IsUnusableName(slot)) findings.AddFor(path, FindingKind::kUnusableName);
-  if (!isDot) CheckChain(node, LoadU32(slot + dir_entry::kFileSize));
+  if (!leadsBack) CheckChain(node, LoadU32(slot + dir_entry::kFileSize));
 }
 
 void TreeCheck::CheckChain(const Node& node, std::uint32_t size) {

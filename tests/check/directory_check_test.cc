@@ -269,5 +269,12 @@ TEST(CheckReport, LongPath_KeepsItsEnd) {
   EXPECT_TRUE(path.ends_with("/LONGNAME.EXT/LONGNAME.EXT/A"));
 }
 
+TEST(DirectoryCheck, FileOfTheRootNamedAsTheDirectoryAbove_HasItsClusters) {
+  const CheckReport report = Checked(
+      ImageCrafter().RawSlot("..         ", {.firstCluster = 2, .size = 600}).Chain({2, 3}));
+  EXPECT_EQ(report.Found(FindingKind::kUnusableName), 1u);
+  EXPECT_EQ(report.Found(FindingKind::kLostClusters), 0u);
+}
+
 }  // namespace
 }  // namespace quorbix::virtdisk::internal

@@ -131,6 +131,23 @@ TEST_F(CatCommand, HiddenFile_IsToldWithTheWayToIt) {
                          " is in no listing: `virtdisk get --all` copies it.\n");
 }
 
+// Which other systems list.
+TEST_F(LsCommand, FileOfTheRootNamedAsTheDirectoryAbove_IsHidden) {
+  ImageCrafter crafter = DatedDisk();
+  crafter.InRoot().RawSlot("..         ", {.firstCluster = 8, .size = 3}).Chain({8}).Data(8, "xyz");
+  Write(crafter);
+  EXPECT_THAT(RunVirtdisk({"ls", Image()}).out, Not(HasSubstr("..")));
+  EXPECT_THAT(RunVirtdisk({"ls", Image(), "--all"}).out, HasSubstr("\n..\n"));
+  EXPECT_EQ(RunVirtdisk({"info", Image(), "--json"}).Json()["hiddenFiles"], 1);
+  EXPECT_EQ(RunVirtdisk({"map", Image(), "--json"}).Json()["lostOrBroken"], 0);
+  const std::string got = (folder / "GOT").string();
+  EXPECT_EQ(RunVirtdisk({"get", Image(), "/..", got, "--all"}).status, 0);
+  EXPECT_EQ(folder.Read("GOT"), "xyz");
+  const ProgramRun whole = RunVirtdisk({"get", Image(), "/", (folder / "DEST").string(), "--all"});
+  EXPECT_EQ(whole.status, 1);
+  EXPECT_THAT(whole.err, HasSubstr("refused to extract /..: its name would lead out"));
+}
+
 TEST_F(CatCommand, MissingFileBesideHiddenOnes_IsToldWithAll) {
   Write(DiskWithADotFolder());
   EXPECT_THAT(RunVirtdisk({"cat", Image(), "/NOPE"}).err,

@@ -19,7 +19,7 @@ std::string HintForMissing(const OpenedImage& image, const std::string& path,
                            const fs::path& imagePath) {
   VolumeIndex index(image.Source());
   std::string unknown;
-  const bool isRead = index.Parse(unknown, VolumeIndex::Hidden::kCollect);
+  const bool isRead = index.Parse(unknown, VolumeIndex::Hidden::kCollectDotsToo);
   if (!isRead || index.HiddenEntries().empty() || HasEndlessPaths(index)) {
     return HintFor(kNotFound, path, imagePath);
   }

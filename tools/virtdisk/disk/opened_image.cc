@@ -106,7 +106,8 @@ std::unique_ptr<OpenedImage> OpenedImage::Open(Console& console, const std::file
   }
   std::string err;
   std::unique_ptr<OpenedImage> image(new OpenedImage(console, std::move(source)));
-  const auto hidden = wish.hidden ? VolumeIndex::Hidden::kCollect : VolumeIndex::Hidden::kPassOver;
+  const auto hidden =
+      wish.hidden ? VolumeIndex::Hidden::kCollectDotsToo : VolumeIndex::Hidden::kPassOver;
   const auto broken = wish.whole ? VolumeIndex::Broken::kFail : VolumeIndex::Broken::kPassOver;
   const bool isParsed = image->index.Parse(err, hidden, broken);
   image->shown.Finish();
