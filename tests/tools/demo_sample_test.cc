@@ -5,8 +5,8 @@
 
 #include <filesystem>
 
+#include "browser/path_text.h"
 #include "support/temp_folder.h"
-#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
@@ -28,7 +28,7 @@ TEST(WriteSample, Names_AreThoseOfTheDiskInAnotherCase) {
   const BuildPreview preview = PreviewOf(folder / "SAMPLE");
   EXPECT_EQ(preview.files, 6U);
   for (const BuildPreviewEntry& entry : preview.entries) {
-    EXPECT_EQ(PathKey(entry.hostPath), PathKey(entry.imagePath));
+    EXPECT_EQ(internal::NormalizePath(entry.hostPath), internal::NormalizePath(entry.imagePath));
     EXPECT_TRUE(entry.isDirectory || entry.bytes != 0);
   }
 }

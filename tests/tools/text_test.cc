@@ -142,13 +142,5 @@ TEST(WhyNoLabel, Labels_AreWhatEverySystemShows) {
   EXPECT_EQ(WhyNoLabel("A\x7F"), "a label has no other characters than those of ASCII");
 }
 
-TEST(PathKey, Paths_ReadAlikeInAnyCaseAndWithAnySeparators) {
-  EXPECT_EQ(PathKey(""), "/");
-  EXPECT_EQ(PathKey("///"), "/");
-  EXPECT_EQ(PathKey("Docs\\Sub//"), "/docs/sub");
-  EXPECT_EQ(PathKey("a/./b"), "/a/./b");
-  EXPECT_EQ(PathKey("/\xC3\x84"), "/\xC3\x84");
-}
-
 }  // namespace
 }  // namespace quorbix::virtdisk::tool

@@ -6,6 +6,7 @@
 #include <array>
 #include <ctime>
 
+#include "browser/path_text.h"
 #include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
@@ -68,7 +69,7 @@ std::string DiskPath(const GuardedStep& step) {
 // From where it comes to where it goes, once when both have the same name.
 std::string Names(const GuardedStep& step) {
   const std::string disk = DiskPath(step);
-  if (PathKey(disk) == PathKey(step.hostPath)) {
+  if (internal::NormalizePath(disk) == internal::NormalizePath(step.hostPath)) {
     return Printable(IsOnHost(step.kind) ? step.hostPath : disk);
   }
   const std::string& from = IsOnHost(step.kind) ? disk : step.hostPath;

@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "browser/path_text.h"
 #include "commands/commands.h"
 #include "common/ascii.h"
 #include "disk/image_tree.h"
@@ -34,12 +35,12 @@ std::vector<Branch> Branches(const ImageTree& tree, const std::string& path) {
   std::vector<Branch> branches;
   std::unordered_map<std::string, std::size_t> directories;  // by path key
   std::unordered_map<std::size_t, std::size_t> lastIn;       // by directory
-  const std::string top = PathKey(path);
+  const std::string top = internal::NormalizePath(path);
   for (const Fat16FsEntry* entry : tree.Below(path)) {
     const std::size_t number = branches.size();
-    const std::string parentKey = PathKey(ParentPath(*entry));
+    const std::string parentKey = internal::NormalizePath(ParentPath(*entry));
     const std::size_t parent = parentKey == top ? kTop : directories.at(parentKey);
-    if (entry->isDirectory) directories.try_emplace(PathKey(entry->path), number);
+    if (entry->isDirectory) directories.try_emplace(internal::NormalizePath(entry->path), number);
     const auto [last, isFirst] = lastIn.try_emplace(parent, number);
     if (!isFirst) branches[last->second].isLast = false;
     last->second = number;

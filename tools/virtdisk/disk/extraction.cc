@@ -7,8 +7,8 @@
 #include <unordered_set>
 #include <utility>
 
+#include "browser/path_text.h"
 #include "disk/image_tree.h"
-#include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
@@ -22,7 +22,7 @@ constexpr char kShadowed[] = "another entry has the same name";
 // up for that: a name may hold separators.
 class Planner {
  public:
-  explicit Planner(const std::string& top) : topKey(PathKey(top)) {}
+  explicit Planner(const std::string& top) : topKey(internal::NormalizePath(top)) {}
 
   ExtractionStep Plan(const Fat16FsEntry& entry) {
     ExtractionStep step{&entry, {}, nullptr};
@@ -32,10 +32,10 @@ class Planner {
     }
     const std::string parent = ParentPath(entry);
     const auto folder = targets.find(parent);
-    const bool isTop = PathKey(parent) == topKey;
+    const bool isTop = internal::NormalizePath(parent) == topKey;
     if (!isTop && folder == targets.end()) {
       step.refusal = kParentRefused;
-    } else if (!entry.isDirectory && !fileKeys.insert(PathKey(entry.path)).second) {
+    } else if (!entry.isDirectory && !fileKeys.insert(internal::NormalizePath(entry.path)).second) {
       step.refusal = kShadowed;
     } else {
       step.target = isTop ? entry.name : folder->second + "/" + entry.name;

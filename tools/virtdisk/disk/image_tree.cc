@@ -7,7 +7,7 @@
 #include <unordered_set>
 #include <utility>
 
-#include "terminal/text.h"
+#include "browser/path_text.h"
 
 namespace quorbix::virtdisk::tool {
 
@@ -119,7 +119,7 @@ void ImageTree::SortHiddenIn(std::size_t visible) {
 void ImageTree::ListChildren(const LookedAt& lookedAt) {
   for (std::size_t i = 0; i < entries.size(); ++i) {
     if (lookedAt) lookedAt(1);
-    children[PathKey(ParentPath(entries[i]))].push_back(i);
+    children[internal::NormalizePath(ParentPath(entries[i]))].push_back(i);
   }
   for (auto& [key, list] : children) {
     std::stable_partition(list.begin(), list.end(),
@@ -128,23 +128,23 @@ void ImageTree::ListChildren(const LookedAt& lookedAt) {
 }
 
 bool ImageTree::IsDirectory(const std::string& path) const {
-  const std::string key = PathKey(path);
+  const std::string key = internal::NormalizePath(path);
   return key == "/" || std::any_of(entries.begin(), entries.end(), [&](const Fat16FsEntry& entry) {
-           return entry.isDirectory && PathKey(entry.path) == key;
+           return entry.isDirectory && internal::NormalizePath(entry.path) == key;
          });
 }
 
 const Fat16FsEntry* ImageTree::Find(const std::string& path) const& {
-  const std::string key = PathKey(path);
+  const std::string key = internal::NormalizePath(path);
   const auto found = std::find_if(entries.begin(), entries.end(), [&](const Fat16FsEntry& entry) {
-    return PathKey(entry.path) == key;
+    return internal::NormalizePath(entry.path) == key;
   });
   return found == entries.end() ? nullptr : &*found;
 }
 
 std::vector<const Fat16FsEntry*> ImageTree::In(const std::string& path) const& {
   std::vector<const Fat16FsEntry*> found;
-  const auto list = children.find(PathKey(path));
+  const auto list = children.find(internal::NormalizePath(path));
   if (list == children.end()) return found;
   for (const std::size_t i : list->second) found.push_back(&entries[i]);
   return found;
@@ -160,12 +160,12 @@ std::vector<const Fat16FsEntry*> ImageTree::Below(const std::string& path) const
     if (list == children.end()) return;
     pending.insert(pending.end(), list->second.rbegin(), list->second.rend());
   };
-  open(PathKey(path));
+  open(internal::NormalizePath(path));
   while (!pending.empty()) {
     const Fat16FsEntry& entry = entries[pending.back()];
     pending.pop_back();
     found.push_back(&entry);
-    if (entry.isDirectory) open(PathKey(entry.path));
+    if (entry.isDirectory) open(internal::NormalizePath(entry.path));
   }
   return found;
 }

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <limits>
 
+#include "common/ascii.h"
+
 namespace quorbix::virtdisk::tool {
 namespace {
 
@@ -59,16 +61,8 @@ void AppendHex(std::string& out, std::string_view bytes) {
   }
 }
 
-char ToLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-std::string ToLower(std::string_view text) {
-  std::string lower(text);
-  std::transform(lower.begin(), lower.end(), lower.begin(), [](char c) { return ToLower(c); });
-  return lower;
-}
-
 std::optional<std::uint64_t> UnitFactor(std::string_view text) {
-  const std::string unit = ToLower(text);
+  const std::string unit = internal::ToAsciiLower(std::string(text));
   if (unit.empty()) return 1;
   if (unit == "k" || unit == "kb" || unit == "kib") return kKibi;
   if (unit == "m" || unit == "mb" || unit == "mib") return kKibi * kKibi;
@@ -216,16 +210,6 @@ std::string WhyNoLabel(std::string_view text) {
     }
   }
   return {};
-}
-
-std::string PathKey(std::string_view path) {
-  std::string key = "/";
-  for (const char c : path) {
-    const char next = c == '\\' ? '/' : ToLower(c);
-    if (next != '/' || key.back() != '/') key += next;
-  }
-  if (key.size() > 1 && key.back() == '/') key.pop_back();
-  return key;
 }
 
 std::string Within(const std::string& name, const std::filesystem::path& image) {

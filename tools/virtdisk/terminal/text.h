@@ -39,10 +39,6 @@ std::optional<std::uint64_t> ParseSize(std::string_view text);
 // Why a text cannot be the label of a disk that every system shows; empty when it can.
 std::string WhyNoLabel(std::string_view text);
 
-// The form in which two paths inside an image mean the same entry: "/" in front, separators of
-// either kind single, none at the end, ASCII letters lower-case.
-std::string PathKey(std::string_view path);
-
 // "NAME in IMAGE", for messages.
 std::string Within(const std::string& name, const std::filesystem::path& image);
 
