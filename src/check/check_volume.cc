@@ -41,9 +41,7 @@ void CountClusters(const FatTable& fat, VolumeCounts& counts) {
   for (std::uint32_t cluster = fat::kFirstCluster; cluster < fat.End(); ++cluster) {
     const std::uint16_t word = fat.Word(cluster);
     const bool isFree = fat::IsFree(word);
-    ++(isFree                ? counts.freeClusters
-       : word == kBadCluster ? counts.badClusters
-                             : counts.usedClusters);
+    ++(isFree ? counts.freeClusters : fat::IsBad(word) ? counts.badClusters : counts.usedClusters);
   }
 }
 

@@ -19,7 +19,7 @@ ClusterClaims::Chain ClusterClaims::Take(std::uint16_t start, Owner owner) {
       return chain;
     }
     const std::uint16_t word = fat.Word(cluster);
-    if (fat::IsFree(word) || word == kBadCluster) {
+    if (fat::IsFree(word) || fat::IsBad(word)) {
       chain.end = fat::IsFree(word) ? End::kFree : End::kBad;
       return chain;
     }
@@ -31,7 +31,7 @@ ClusterClaims::Chain ClusterClaims::Take(std::uint16_t start, Owner owner) {
 
 bool ClusterClaims::IsLost(std::uint32_t cluster) const {
   const std::uint16_t word = fat.Word(cluster);
-  return owners[cluster] == kNobody && !fat::IsFree(word) && word != kBadCluster;
+  return owners[cluster] == kNobody && !fat::IsFree(word) && !fat::IsBad(word);
 }
 
 void ClusterClaims::MarkRest(std::uint32_t cluster, std::vector<bool>& counted) const {

@@ -13,8 +13,6 @@
 
 namespace quorbix::virtdisk::internal {
 
-inline constexpr std::uint16_t kBadCluster = 0xFFF7;  // a FAT word
-
 // The first FAT of a volume, as far as it tells of clusters of the volume that lie in the image.
 class FatTable {
  public:

@@ -8,6 +8,7 @@
 namespace quorbix::virtdisk::internal::fat {
 
 constexpr bool IsFree(std::uint16_t word) { return word == kFree; }
+constexpr bool IsBad(std::uint16_t word) { return word == kBadCluster; }
 constexpr bool IsEndOfChain(std::uint16_t word) { return word >= kFirstEndOfChain; }
 
 // Whether a first cluster or a FAT word leads to a cluster. Reserved values and the bad-cluster

@@ -94,6 +94,7 @@ namespace fat {  // an array of u16, one word per cluster
 inline constexpr std::uint32_t kWordBytes = 2;
 inline constexpr std::uint32_t kFirstCluster = 2;  // words 0 and 1 are reserved
 inline constexpr std::uint16_t kFree = 0x0000;
+inline constexpr std::uint16_t kBadCluster = 0xFFF7;
 inline constexpr std::uint16_t kFirstEndOfChain = 0xFFF8;
 inline constexpr std::uint16_t kEndOfChain = 0xFFFF;
 inline constexpr std::uint16_t kReservedWord0 = 0xFFF8;  // media byte in the low byte

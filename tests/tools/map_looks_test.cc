@@ -253,7 +253,7 @@ DiskMap MapOf(const std::vector<int>& owners) {
     if (owners[i] < 0) continue;
     const auto owner = static_cast<std::uint32_t>(owners[i]);
     map.clusters.back() = {Area::kFile, owner};
-    map.owners[owner].runs.push_back({kFirstCluster + static_cast<std::uint32_t>(i), 1});
+    map.owners[owner].runs.push_back({2 + static_cast<std::uint32_t>(i), 1});
   }
   return map;
 }

@@ -28,7 +28,6 @@ constexpr std::size_t kExtendedSignature = 66;  // u8
 constexpr std::size_t kVolumeId = 67;           // u32
 constexpr std::size_t kVolumeLabel = 71;        // char[11]
 constexpr std::size_t kFileSystemType = 82;     // char[8]
-constexpr std::uint8_t kHasVolumeId = 0x29;
 
 // In the sector that counts.
 constexpr std::size_t kInfoSignature = 484;  // u32
@@ -92,7 +91,8 @@ std::optional<Fat32Volume> VolumeAt(internal::ByteSource& image, std::uint64_t o
   volume.totalSectors = LoadU32(boot + boot_sector::kTotalSectors32);
   volume.sectorsPerFat = LoadU32(boot + kSectorsPerFat32);
   if (!IsFat32(volume, boot)) return std::nullopt;
-  if (boot[kExtendedSignature] == kHasVolumeId) volume.volumeId = LoadU32(boot + kVolumeId);
+  if (boot[kExtendedSignature] == boot_sector::kExtendedSignatureValue)
+    volume.volumeId = LoadU32(boot + kVolumeId);
   volume.label = internal::TrimPaddedAscii(boot + kVolumeLabel, boot_sector::kVolumeLabelSize);
   volume.fileSystemType =
       internal::TrimPaddedAscii(boot + kFileSystemType, boot_sector::kFileSystemTypeSize);

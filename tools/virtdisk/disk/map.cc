@@ -3,10 +3,14 @@
 #include <algorithm>
 #include <map>
 
+#include "common/fat_words.h"
+#include "fat16/volume_layout.h"
+
 namespace quorbix::virtdisk::tool {
 namespace {
 
-constexpr std::uint64_t kSectorBytes = 512;
+namespace fat = internal::fat;
+using internal::kSectorBytes;
 
 Area AreaOf(const Owner& owner) {
   if (owner.isHidden) return Area::kHidden;
@@ -28,7 +32,7 @@ class Mapper {
   Mapper(const VolumeView& theView, DiskMap& theMap) : view(theView), map(theMap) {}
 
   void Follow(const Fat16FsEntry& entry, bool isHidden) {
-    if (entry.firstCluster < kFirstCluster || IsEndOfChain(entry.firstCluster)) return;
+    if (!fat::LeadsToCluster(entry.firstCluster)) return;
     if (!IsUnclaimed(entry.firstCluster)) {
       // Nothing of its own to draw; where two chains meet, the disk is broken.
       if (view.HasCluster(entry.firstCluster)) Break(entry.firstCluster);
@@ -41,8 +45,8 @@ class Mapper {
     for (;;) {
       Claim(cluster, owner, area);
       const std::uint16_t next = view.FatWord(cluster);
-      if (IsEndOfChain(next)) return;
-      if (!IsUnclaimed(next) || next < kFirstCluster) return Break(cluster);
+      if (fat::IsEndOfChain(next)) return;
+      if (!IsUnclaimed(next) || next < fat::kFirstCluster) return Break(cluster);
       cluster = next;
     }
   }
@@ -50,13 +54,14 @@ class Mapper {
   void MarkTheRest() {
     for (std::uint32_t i = 0; i < map.clusters.size(); ++i) {
       ClusterUse& use = map.clusters[i];
-      const std::uint16_t word = view.FatWord(kFirstCluster + i);
-      if (use.owner == kNobody && word != 0) use.area = IsBadMark(word) ? Area::kBad : Area::kLost;
+      const std::uint16_t word = view.FatWord(fat::kFirstCluster + i);
+      if (use.owner == kNobody && !fat::IsFree(word))
+        use.area = fat::IsBad(word) ? Area::kBad : Area::kLost;
     }
   }
 
  private:
-  ClusterUse& Use(std::uint32_t cluster) { return map.clusters[cluster - kFirstCluster]; }
+  ClusterUse& Use(std::uint32_t cluster) { return map.clusters[cluster - fat::kFirstCluster]; }
 
   bool IsUnclaimed(std::uint32_t cluster) {
     return view.HasCluster(cluster) && Use(cluster).owner == kNobody;
@@ -81,7 +86,7 @@ class Mapper {
 
 Cell DrawGroup(const DiskMap& map, std::size_t begin, std::size_t end) {
   Cell cell;
-  cell.first = kFirstCluster + static_cast<std::uint32_t>(begin);
+  cell.first = fat::kFirstCluster + static_cast<std::uint32_t>(begin);
   std::map<std::uint32_t, std::size_t> shares;  // clusters by owner
   std::size_t used = 0;
   std::uint64_t slack = 0;
@@ -96,7 +101,7 @@ Cell DrawGroup(const DiskMap& map, std::size_t begin, std::size_t end) {
     ++shares[use.owner];
     if (use.owner == kNobody) continue;
     const Owner& owner = map.owners[use.owner];
-    if (LastCluster(owner) == kFirstCluster + i) slack += SlackOf(owner, map.clusterBytes);
+    if (LastCluster(owner) == fat::kFirstCluster + i) slack += SlackOf(owner, map.clusterBytes);
   }
   const std::uint64_t bytes = std::uint64_t{map.clusterBytes} * (end - begin);
   if (bytes != 0) cell.slack = static_cast<double>(slack) / static_cast<double>(bytes);

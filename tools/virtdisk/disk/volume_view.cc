@@ -3,18 +3,19 @@
 #include <algorithm>
 
 #include "common/byte_order.h"
+#include "common/fat_words.h"
+#include "fat16/volume_layout.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
 
-constexpr std::uint64_t kBytesPerSector = 512;
-constexpr std::uint64_t kWordsPerFatSector = 256;
-constexpr std::uint64_t kMostFatClusters =
-    0xFFF7 - kFirstCluster;                       // numbers end below the bad mark
-constexpr std::uint64_t kExtendedSignature = 38;  // u8, from the boot sector's start
-constexpr std::uint64_t kVolumeId = 39;           // u32
-constexpr std::uint64_t kVolumeIdBytes = 4;
-constexpr std::uint8_t kHasVolumeId = 0x29;
+namespace boot_sector = internal::boot_sector;
+namespace fat = internal::fat;
+using internal::kSectorBytes;
+
+constexpr std::uint64_t kWordsPerFatSector = kSectorBytes / fat::kWordBytes;
+constexpr std::uint64_t kMostFatClusters = fat::kBadCluster - fat::kFirstCluster;
+constexpr std::size_t kBytesToTheVolumeId = boot_sector::kVolumeId + 4;
 
 // The sectors between the first cluster and the end of the volume. A volume that does not tell its
 // length goes to the end of the image.
@@ -50,19 +51,19 @@ bool VolumeView::Load(const Fat16FsInfo& info, internal::ByteSource& source,
                       std::uint64_t imageBytes, std::string& err) {
   if (!LoadVolumeId(info.volumeOffset, source, err)) return false;
   const std::uint64_t fatStart = std::uint64_t{info.partitionStartLba} + info.reservedSectors;
-  const std::uint64_t fatOffset = fatStart * kBytesPerSector;
+  const std::uint64_t fatOffset = fatStart * kSectorBytes;
   rootStart = fatStart + std::uint64_t{info.fatCount} * info.sectorsPerFat;
   dataStart = rootStart + info.rootDirSectors;
-  clusterBytes = static_cast<std::uint32_t>(info.sectorsPerCluster * kBytesPerSector);
+  clusterBytes = static_cast<std::uint32_t>(info.sectorsPerCluster * kSectorBytes);
   if (info.sectorsPerCluster == 0 || fatOffset >= source.Size()) return true;
   const std::uint64_t clusters =
-      DataSectors(info, dataStart, imageBytes / kBytesPerSector) / info.sectorsPerCluster;
+      DataSectors(info, dataStart, imageBytes / kSectorBytes) / info.sectorsPerCluster;
   const std::uint64_t fatWords = std::min<std::uint64_t>(info.sectorsPerFat * kWordsPerFatSector,
                                                          (source.Size() - fatOffset) / 2);
-  const std::uint64_t inFat = fatWords < kFirstCluster ? 0 : fatWords - kFirstCluster;
+  const std::uint64_t inFat = fatWords < fat::kFirstCluster ? 0 : fatWords - fat::kFirstCluster;
   clusterCount = static_cast<std::uint32_t>(std::min({clusters, inFat, kMostFatClusters}));
   if (clusterCount == 0) return true;
-  const std::size_t wordsBytes = (std::size_t{clusterCount} + kFirstCluster) * 2;
+  const std::size_t wordsBytes = (std::size_t{clusterCount} + fat::kFirstCluster) * 2;
   std::vector<std::uint8_t> buffer;
   const std::uint8_t* fat = source.Read(fatOffset, wordsBytes, buffer, err);
   if (fat == nullptr) return false;
@@ -73,17 +74,18 @@ bool VolumeView::Load(const Fat16FsInfo& info, internal::ByteSource& source,
 bool VolumeView::LoadVolumeId(std::uint64_t bootSector, internal::ByteSource& source,
                               std::string& err) {
   const bool isThere =
-      bootSector < source.Size() && source.Size() - bootSector >= kVolumeId + kVolumeIdBytes;
+      bootSector < source.Size() && source.Size() - bootSector >= kBytesToTheVolumeId;
   if (!isThere) return true;
   std::vector<std::uint8_t> buffer;
-  const std::uint8_t* boot = source.Read(bootSector, kVolumeId + kVolumeIdBytes, buffer, err);
+  const std::uint8_t* boot = source.Read(bootSector, kBytesToTheVolumeId, buffer, err);
   if (boot == nullptr) return false;
-  if (boot[kExtendedSignature] == kHasVolumeId) volumeId = internal::LoadU32(boot + kVolumeId);
+  if (boot[boot_sector::kExtendedSignature] == boot_sector::kExtendedSignatureValue)
+    volumeId = internal::LoadU32(boot + boot_sector::kVolumeId);
   return true;
 }
 
 bool VolumeView::HasCluster(std::uint32_t cluster) const {
-  return cluster >= kFirstCluster && cluster - kFirstCluster < clusterCount;
+  return cluster >= fat::kFirstCluster && cluster - fat::kFirstCluster < clusterCount;
 }
 
 std::uint16_t VolumeView::FatWord(std::uint32_t cluster) const {
@@ -94,8 +96,8 @@ std::uint16_t VolumeView::FatWord(std::uint32_t cluster) const {
 ClusterCounts VolumeView::CountClusters() const {
   ClusterCounts counts;
   for (std::uint32_t i = 0; i < clusterCount; ++i) {
-    const std::uint16_t word = FatWord(kFirstCluster + i);
-    ++(word == 0 ? counts.free : IsBadMark(word) ? counts.bad : counts.used);
+    const std::uint16_t word = FatWord(fat::kFirstCluster + i);
+    ++(fat::IsFree(word) ? counts.free : fat::IsBad(word) ? counts.bad : counts.used);
   }
   return counts;
 }

@@ -14,8 +14,6 @@
 
 namespace quorbix::virtdisk::tool {
 
-inline constexpr std::uint32_t kFirstCluster = 2;
-
 struct ClusterCounts {
   std::uint32_t used = 0;
   std::uint32_t free = 0;
@@ -37,7 +35,7 @@ class VolumeView {
   static std::optional<VolumeView> Read(const Fat16FsInfo& info, internal::ByteSource& source,
                                         std::string& err);
 
-  // Numbered from kFirstCluster: as many as the boot sector tells of, the image holds and the FAT
+  // Numbered from 2: as many as the boot sector tells of, the image holds and the FAT
   // has words for.
   std::uint32_t ClusterCount() const { return clusterCount; }
   std::uint32_t ClusterBytes() const { return clusterBytes; }
@@ -66,9 +64,6 @@ class VolumeView {
   std::uint32_t clusterBytes = 0;
   std::uint32_t clusterCount = 0;
 };
-
-constexpr bool IsEndOfChain(std::uint16_t word) { return word >= 0xFFF8; }
-constexpr bool IsBadMark(std::uint16_t word) { return word == 0xFFF7; }
 
 }  // namespace quorbix::virtdisk::tool
 
