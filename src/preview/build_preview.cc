@@ -6,6 +6,7 @@
 
 #include "builder/source_folder.h"
 #include "builder/tree_population.h"
+#include "common/divide_up.h"
 #include "common/fail.h"
 #include "fat16/geometry.h"
 #include "fat16/volume_layout.h"
@@ -35,10 +36,6 @@ bool CheckSource(const fs::path& folder, std::string& err) {
   }
 }
 
-std::uint64_t DivideUp(std::uint64_t amount, std::uint64_t unit) {
-  return amount / unit + (amount % unit != 0 ? 1 : 0);
-}
-
 // How many entries each directory of the image gets, in the order of the preview; the root first.
 std::vector<std::uint64_t> CountEntries(const BuildPreview& preview) {
   std::vector<std::uint64_t> counts{0};
@@ -59,10 +56,10 @@ std::uint64_t ClustersNeeded(const BuildPreview& preview, std::uint64_t clusterB
   const std::vector<std::uint64_t> counts = CountEntries(preview);
   for (std::size_t i = 1; i < counts.size(); ++i) {
     // "." and ".." come first.
-    clusters += DivideUp(counts[i] + 2, clusterBytes / dir_entry::kSize);
+    clusters += internal::DivideUp(counts[i] + 2, clusterBytes / dir_entry::kSize);
   }
   for (const BuildPreviewEntry& entry : preview.entries) {
-    if (entry.fate == BuildFate::kCopied) clusters += DivideUp(entry.bytes, clusterBytes);
+    if (entry.fate == BuildFate::kCopied) clusters += internal::DivideUp(entry.bytes, clusterBytes);
   }
   return clusters;
 }

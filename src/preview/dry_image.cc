@@ -1,5 +1,6 @@
 #include "preview/dry_image.h"
 
+#include "common/divide_up.h"
 #include "common/fail.h"
 #include "fat16/full_disk.h"
 #include "fat16/volume_layout.h"
@@ -21,7 +22,7 @@ bool DryImage::AddDirectory(std::size_t parent, std::string& err) {
 }
 
 bool DryImage::AddFile(std::size_t parent, std::uint64_t bytes, std::string& err) {
-  const std::uint64_t clusters = bytes / clusterBytes + (bytes % clusterBytes != 0 ? 1 : 0);
+  const std::uint64_t clusters = DivideUp(bytes, clusterBytes);
   if (clusters > 0 && taken == usable) return Fail(err, kDiskFull);
   if (!Take(clusters)) return Fail(err, kDiskFullInFile);
   return TakeSlot(parent, err);

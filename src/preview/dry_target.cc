@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "builder/file_reading.h"
+#include "common/divide_up.h"
 #include "common/host_file.h"
 #include "fat16/geometry.h"
 #include "preview/shown_name.h"
@@ -65,8 +66,7 @@ PopulationTarget::FileResult DryTarget::AddFile(const PlacedEntry& entry) {
   ++preview.files;
   preview.fileBytes += *bytes;
   Add(std::move(described));
-  const std::uint64_t clusters =
-      *bytes / kLargestClusterBytes + (*bytes % kLargestClusterBytes != 0 ? 1 : 0);
+  const std::uint64_t clusters = DivideUp(*bytes, kLargestClusterBytes);
   return Claim(clusters) ? FileResult::kAdded : FileResult::kFull;
 }
 

@@ -15,6 +15,7 @@
 #include "browser/rewrite_plan.h"
 #include "browser/volume_index.h"
 #include "commands/commands.h"
+#include "common/divide_up.h"
 #include "common/host_file.h"
 #include "disk/file_rewrite.h"
 #include "disk/opened_image.h"
@@ -150,7 +151,7 @@ class Rewrite {
     }
     const std::vector<ByteRun> runs = RunsOf(plan.chain, image.index->Chains());
     const std::uint64_t clusterBytes = image.index->Chains().ClusterBytes();
-    spareClusters = plan.chain.size() - (content.size() + clusterBytes - 1) / clusterBytes;
+    spareClusters = plan.chain.size() - internal::DivideUp(content.size(), clusterBytes);
     return (MakeRoomFor(file, runs, plan.sizeOffset) || FailAtTarget()) &&
            Write(file, runs, plan.sizeOffset) && image.Open(console, path, err);
   }

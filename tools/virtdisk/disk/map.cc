@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "common/divide_up.h"
 #include "common/fat_words.h"
 #include "fat16/volume_layout.h"
 
@@ -117,10 +118,6 @@ Cell DrawGroup(const DiskMap& map, std::size_t begin, std::size_t end) {
   return cell;
 }
 
-std::uint64_t CellsFor(std::uint64_t amount, std::uint64_t perCell) {
-  return amount / perCell + (amount % perCell != 0 ? 1 : 0);
-}
-
 void SortOwnersByPlace(DiskMap& map) {
   std::vector<std::uint32_t> order(map.owners.size());
   for (std::uint32_t i = 0; i < order.size(); ++i) order[i] = i;
@@ -211,8 +208,9 @@ Drawing DrawCells(const DiskMap& map, std::size_t mostCells) {
   const std::uint64_t sectorsPerCluster = map.clusterBytes / kSectorBytes;
   const auto cellsAt = [&](std::uint64_t clusters) {
     const std::uint64_t sectors = clusters * sectorsPerCluster;
-    return CellsFor(map.systemSectors, sectors) + CellsFor(map.rootSectors, sectors) +
-           CellsFor(map.clusters.size(), clusters);
+    return internal::DivideUp(map.systemSectors, sectors) +
+           internal::DivideUp(map.rootSectors, sectors) +
+           internal::DivideUp(map.clusters.size(), clusters);
   };
   std::uint64_t perCell = 1;
   while (cellsAt(perCell) > mostCells && perCell < map.clusters.size()) perCell *= 2;
@@ -220,7 +218,8 @@ Drawing DrawCells(const DiskMap& map, std::size_t mostCells) {
   const std::uint64_t sectors = perCell * sectorsPerCluster;
   // A boot sector can claim FATs larger than any drawing.
   const auto areaCells = [&](std::uint64_t amount) {
-    return static_cast<std::size_t>(std::min<std::uint64_t>(CellsFor(amount, sectors), mostCells));
+    return static_cast<std::size_t>(
+        std::min<std::uint64_t>(internal::DivideUp(amount, sectors), mostCells));
   };
   drawing.cells.assign(areaCells(map.systemSectors), {Area::kSystem, kNobody, 0, 1.0});
   drawing.cells.resize(drawing.cells.size() + areaCells(map.rootSectors),
