@@ -1,9 +1,7 @@
 #include "browser/volume_description.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <string_view>
 #include <vector>
 
@@ -24,9 +22,7 @@ constexpr std::string_view kBadBpb = "unsupported or invalid FAT16 BPB";
 // used. False when its boot sector does not fit an image of `imageBytes`; a table without such an
 // entry is no failure.
 bool ChoosePartition(const std::uint8_t* sector, std::uint64_t imageBytes, Fat16FsInfo& info) {
-  const bool isSigned =
-      std::equal(std::begin(kSignatureBytes), std::end(kSignatureBytes), sector + mbr::kSignature);
-  if (!isSigned) return true;
+  if (!HasSignature(sector)) return true;
   for (std::size_t i = 0; i < mbr::kPartitionCount; ++i) {
     const std::uint8_t* entry = sector + mbr::kPartitionTable + i * partition_entry::kSize;
     const std::uint8_t type = entry[partition_entry::kType];

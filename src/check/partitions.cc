@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <iterator>
 
 #include "common/byte_order.h"
 #include "fat16/volume_layout.h"
@@ -23,8 +22,7 @@ bool CanBeATable(const std::uint8_t* sector) {
     if (LoadU32(entry + partition_entry::kStartLba) == 0) return false;
     if (LoadU32(entry + partition_entry::kSectorCount) == 0) return false;
   }
-  return std::equal(std::begin(kSignatureBytes), std::end(kSignatureBytes),
-                    sector + mbr::kSignature);
+  return HasSignature(sector);
 }
 
 }  // namespace

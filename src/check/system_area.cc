@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <cstddef>
-#include <iterator>
 #include <vector>
 
 #include "check/partitions.h"
@@ -16,11 +15,6 @@ namespace {
 
 bool Overlap(const Partition& a, const Partition& b) {
   return std::max(a.start, b.start) < std::min(a.end, b.end);
-}
-
-bool IsSigned(const std::uint8_t* boot) {
-  return std::equal(std::begin(kSignatureBytes), std::end(kSignatureBytes),
-                    boot + boot_sector::kSignature);
 }
 
 void CheckClusterCount(const Fat16FsInfo& info, VolumeClaim claim, FindingList& findings) {
@@ -72,7 +66,7 @@ void CheckPartitions(const std::uint8_t* sector, std::uint64_t imageBytes, const
 
 bool CheckBootSector(const std::uint8_t* boot, std::uint64_t imageBytes, const Fat16FsInfo& info,
                      FindingList& findings) {
-  if (!IsSigned(boot)) findings.Add(FindingKind::kNoSignature);
+  if (!HasSignature(boot)) findings.Add(FindingKind::kNoSignature);
   if (!std::has_single_bit(info.sectorsPerCluster)) {
     findings.Add(FindingKind::kOddClusterSize, {info.sectorsPerCluster});
   }

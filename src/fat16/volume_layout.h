@@ -21,6 +21,10 @@ inline constexpr std::uint8_t kSelfJump[3] = {0xEB, 0xFE, 0x90};
 
 // The two bytes that end a master boot record and a boot sector.
 inline constexpr std::uint8_t kSignatureBytes[2] = {0x55, 0xAA};
+constexpr bool HasSignature(const std::uint8_t* sector) {
+  return sector[mbr::kSignature] == kSignatureBytes[0] &&
+         sector[mbr::kSignature + 1] == kSignatureBytes[1];
+}
 
 namespace partition_entry {  // 16 bytes
 inline constexpr std::size_t kSize = 16;

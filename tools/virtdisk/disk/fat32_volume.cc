@@ -45,8 +45,7 @@ std::vector<std::uint8_t> SectorAt(internal::ByteSource& image, std::uint64_t of
 }
 
 bool IsSigned(const std::vector<std::uint8_t>& sector) {
-  return sector.size() == kSectorBytes && sector[mbr::kSignature] == internal::kSignatureBytes[0] &&
-         sector[mbr::kSignature + 1] == internal::kSignatureBytes[1];
+  return sector.size() == kSectorBytes && internal::HasSignature(sector.data());
 }
 
 std::optional<Fat32Volume::Partition> FindPartition(const std::vector<std::uint8_t>& sector) {

@@ -56,8 +56,8 @@ class Mapper {
     for (std::uint32_t i = 0; i < map.clusters.size(); ++i) {
       ClusterUse& use = map.clusters[i];
       const std::uint16_t word = view.FatWord(fat::kFirstCluster + i);
-      if (use.owner == kNobody && !fat::IsFree(word))
-        use.area = fat::IsBad(word) ? Area::kBad : Area::kLost;
+      if (use.owner != kNobody || fat::IsFree(word)) continue;
+      use.area = fat::IsBad(word) ? Area::kBad : Area::kLost;
     }
   }
 

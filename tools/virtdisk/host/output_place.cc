@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <iterator>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -36,9 +35,7 @@ bool IsSigned(internal::ByteSource& source) {
   std::vector<std::uint8_t> buffer;
   if (source.Size() < internal::kSectorBytes) return false;
   const std::uint8_t* first = source.Read(0, internal::kSectorBytes, buffer, err);
-  return first != nullptr &&
-         std::equal(std::begin(internal::kSignatureBytes), std::end(internal::kSignatureBytes),
-                    first + internal::mbr::kSignature);
+  return first != nullptr && internal::HasSignature(first);
 }
 
 enum class Disk { kNone, kOneVolume, kWithOtherPartitions };
