@@ -11,7 +11,6 @@ namespace {
 constexpr char kTooSmall[] = "Image too small (minimum 64 KB)";
 constexpr char kTooSmallForMbr[] = "Image too small to hold MBR";
 constexpr char kTooSmallForMetadata[] = "Image too small to hold FAT16 metadata";
-constexpr char kTooLarge[] = "Volume too large for FAT16 (max ~2 GB)";
 
 constexpr std::uint64_t kMinimumBytes = 65536;
 constexpr std::uint64_t kMiB = 1048576;
@@ -72,7 +71,7 @@ bool LayOutSectors(std::uint64_t imageSectors, Geometry& geometry, std::string& 
   if (dataStartSector >= imageSectors) return Fail(err, kTooSmallForMetadata);
   const std::uint64_t dataSectors = imageSectors - dataStartSector;
   const std::uint64_t clusterCount = dataSectors / sectorsPerCluster;
-  if (clusterCount > kMostFat16Clusters) return Fail(err, kTooLarge);
+  if (clusterCount > kMostFat16Clusters) return Fail(err, kSizeTooLarge);
 
   // From here on at most 65,525 clusters of 128 sectors: everything fits into 32 bits.
   geometry.imageSectors = static_cast<std::uint32_t>(imageSectors);

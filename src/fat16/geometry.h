@@ -31,6 +31,10 @@ struct Geometry {
   std::uint32_t clusterCount = 0;
 };
 
+// What messages of too few bytes begin with, and that of too many.
+inline constexpr char kSizeTooSmall[] = "Image too small";
+inline constexpr char kSizeTooLarge[] = "Volume too large for FAT16 (max ~2 GB)";
+
 // Computes the geometry of an image of `sizeBytes` bytes, whatever the number: nothing wraps and
 // nothing is allocated. On failure returns false and sets `err` to one of
 //   "Image too small (minimum 64 KB)"

@@ -23,6 +23,7 @@
 #include "commands/shown_preview.h"
 #include "disk/volume_view.h"
 #include "fat16/fat16_image.h"
+#include "fat16/full_disk.h"
 #include "fat16/geometry.h"
 #include "guard/host_view.h"
 #include "terminal/exit_status.h"
@@ -32,15 +33,9 @@ namespace quorbix::virtdisk::tool {
 namespace {
 
 constexpr std::size_t kShownOfAKind = 10;  // remarks
-constexpr std::string_view kRootFull = "Root directory is full";
-constexpr std::string_view kTooLarge = "Volume too large for FAT16 (max ~2 GB)";
 
-// "Disk full", "Disk full while writing file", "Disk full, cannot extend directory"
-bool IsDiskFull(std::string_view message) { return message.substr(0, 9) == "Disk full"; }
-
-bool StartsWith(std::string_view text, std::string_view beginning) {
-  return text.substr(0, beginning.size()) == beginning;
-}
+// With or without what it was full for.
+bool IsDiskFull(std::string_view message) { return message.starts_with(internal::kDiskFull); }
 
 std::string WhatTheFolderNeeds(const BuildPreview& preview) {
   const std::uint64_t size = AutoSize(preview);
@@ -49,16 +44,16 @@ std::string WhatTheFolderNeeds(const BuildPreview& preview) {
 }
 
 std::string HintFor(const std::string& message, const BuildPreview& preview) {
-  if (message == kTooLarge) {
+  if (message == internal::kSizeTooLarge) {
     return "The largest image is one of --size 4095M. " + WhatTheFolderNeeds(preview);
   }
   if (IsDiskFull(message)) return WhatTheFolderNeeds(preview);
-  if (message == kRootFull) {
+  if (message == internal::kRootFull) {
     return "The root holds at most " + Count(internal::kMostRootEntries, "entry", "entries") +
            " beside the label, whatever the size; move some of the folder's entries into "
            "subfolders.";
   }
-  if (StartsWith(message, "Image too small")) {
+  if (message.starts_with(internal::kSizeTooSmall)) {
     return "Take a larger size, or --size auto to have it chosen.";
   }
   return {};
