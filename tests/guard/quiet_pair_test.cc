@@ -32,7 +32,8 @@ std::function<void()> beforeReadingTheDisk;  // once
 
 int quorbix::virtdisk::test::InPlaceOf(const Opening& opening) {
   const std::string_view path = opening.path;
-  if (beforeReadingTheDisk && !opening.isOpenat && path.ends_with("/DISK.IMG")) {
+  const bool isToRead = (opening.flags & O_NOCTTY) != 0;  // as an image is opened for that
+  if (beforeReadingTheDisk && isToRead && path.ends_with("/DISK.IMG")) {
     std::exchange(beforeReadingTheDisk, nullptr)();
   }
   if (path.ends_with(".sync/state")) ++statesRead;
