@@ -3,8 +3,8 @@
 
 option(QUORBIX_VIRTDISK_WARNINGS_AS_ERRORS "Treat warnings as errors (CI does)" OFF)
 option(QUORBIX_VIRTDISK_BUILD_FUZZ "Build the libFuzzer explorers (needs clang)" OFF)
-option(QUORBIX_VIRTDISK_OPTIMISE_HASHES
-  "Optimise the few sources that hash contents, where most of a test's time goes without" OFF)
+option(QUORBIX_VIRTDISK_OPTIMISE_LIBRARY
+  "Optimise the library a little, and what hashes contents more: a test's time goes there" OFF)
 set(QUORBIX_VIRTDISK_TEST_SHARDS 0 CACHE STRING
   "Processes that each test program is run in; 0: one for each test, so that ctest can choose")
 set(QUORBIX_VIRTDISK_SANITIZE "" CACHE STRING
