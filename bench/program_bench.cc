@@ -29,6 +29,8 @@ namespace fs = std::filesystem;
 
 using Command = std::vector<std::string>;
 
+const std::string kFirstFile = "/D0/F0.BIN";  // of those that BenchFolder makes
+
 struct Run {
   double milliseconds = 0;
   double peakMiB = 0;
@@ -92,7 +94,14 @@ class Bench {
 
   void List(const std::string& what, const fs::path& image) {
     Compare(what, {virtdisk, "ls", "-R", image.string()},
+            {"mdir", "-/", "-i", image.string() + "@@512", "::"});
+    Compare(what + " (names alone)", {virtdisk, "ls", "-R", image.string()},
             {"mdir", "-/", "-b", "-i", image.string() + "@@512", "::"});
+  }
+
+  void Print(const std::string& what, const fs::path& image) {
+    Compare(what, {virtdisk, "cat", image.string(), kFirstFile},
+            {"mtype", "-i", image.string() + "@@512", "::" + kFirstFile});
   }
 
   void Extract(const std::string& what, const fs::path& image) {
@@ -105,9 +114,9 @@ class Bench {
   void Put(const std::string& what, const fs::path& image, std::uint64_t bytes,
            const std::string& option) {
     folder.AddFiles("new", 1, bytes, 1);
-    const std::string source = (folder.Path() / "new/D0/F0.BIN").string();
-    Compare(what, {virtdisk, "put", image.string(), "/D0/F0.BIN", source, option},
-            {"mcopy", "-o", "-i", image.string() + "@@512", source, "::/D0/F0.BIN"});
+    const std::string source = folder.Path().string() + "/new" + kFirstFile;
+    Compare(what, {virtdisk, "put", image.string(), kFirstFile, source, option},
+            {"mcopy", "-o", "-i", image.string() + "@@512", source, "::" + kFirstFile});
   }
 
   void Alone(const std::string& what, const Command& command) {
@@ -155,6 +164,10 @@ void RunCases(Bench& bench) {
   for (const char* command : {"info", "tree", "map", "verify"}) {
     bench.Alone(std::string(command) + ", the same", {bench.Program(), command, large.string()});
   }
+  bench.Alone("find, the same", {bench.Program(), "find", large.string(), "F1"});
+  bench.Print("cat of 4 KiB, the same", large);
+  bench.Put("put of 4 KiB, the same", large, 4096, "--quiet");
+  bench.Put("put --in-place of 4 KiB, the same", large, 4096, "--in-place");
   fs::remove(large);
   const fs::path medium = bench.MakeImage("medium", 3000, 40960, 512);
   bench.List("ls -R, 3,000 files, 512 MiB", medium);
