@@ -223,8 +223,9 @@ std::string EntriesText(const Summary& summary) {
 
 std::string OtherPartitionsText(const std::vector<internal::Partition>& partitions) {
   std::string types;
-  for (const internal::Partition& one : partitions)
+  for (const internal::Partition& one : partitions) {
     types += ", type " + FormatPartitionType(one.type);
+  }
   return (partitions.size() == 1 ? "another partition is" : "other partitions are") +
          std::string(" not looked into: ") + types.substr(2);
 }

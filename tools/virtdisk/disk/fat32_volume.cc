@@ -90,8 +90,9 @@ std::optional<Fat32Volume> VolumeAt(internal::ByteSource& image, std::uint64_t o
   volume.totalSectors = LoadU32(boot + boot_sector::kTotalSectors32);
   volume.sectorsPerFat = LoadU32(boot + kSectorsPerFat32);
   if (!IsFat32(volume, boot)) return std::nullopt;
-  if (boot[kExtendedSignature] == boot_sector::kExtendedSignatureValue)
+  if (boot[kExtendedSignature] == boot_sector::kExtendedSignatureValue) {
     volume.volumeId = LoadU32(boot + kVolumeId);
+  }
   volume.label = internal::TrimPaddedAscii(boot + kVolumeLabel, boot_sector::kVolumeLabelSize);
   volume.fileSystemType =
       internal::TrimPaddedAscii(boot + kFileSystemType, boot_sector::kFileSystemTypeSize);

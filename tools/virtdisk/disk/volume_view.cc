@@ -79,8 +79,9 @@ bool VolumeView::LoadVolumeId(std::uint64_t bootSector, internal::ByteSource& so
   std::vector<std::uint8_t> buffer;
   const std::uint8_t* boot = source.Read(bootSector, kBytesToTheVolumeId, buffer, err);
   if (boot == nullptr) return false;
-  if (boot[boot_sector::kExtendedSignature] == boot_sector::kExtendedSignatureValue)
+  if (boot[boot_sector::kExtendedSignature] == boot_sector::kExtendedSignatureValue) {
     volumeId = internal::LoadU32(boot + boot_sector::kVolumeId);
+  }
   return true;
 }
 
