@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "common/file_rights.h"
 #include "common/host_file.h"
 #include "guard/clock.h"
 #include "guard/host_view.h"
@@ -25,6 +26,11 @@ namespace {
 constexpr std::size_t kManyFiles = 16;
 // Who may read, write and run it, without the bits that give rights to whoever runs it.
 constexpr ::mode_t kPlainMode = 0777;
+
+// Of an entry of an open folder, wherever that is by now.
+std::string PathIn(int folder, const std::string& name) {
+  return "/proc/self/fd/" + std::to_string(folder) + '/' + name;
+}
 
 Ending Busy(const std::string& path) {
   return Ending::Busy(path + " has changed since it was looked at");
@@ -174,10 +180,10 @@ Ending HostChanges::WriteTemporary(const HostWrite& write, const DiskContents& c
                                 O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
   if (!out) return Cannot("write beside", write.host);
   if (write.replaces) {
-    // Where the file system, or the process's rights, do not let it, the file is as it would be
-    // new. What a guest has written never runs with the rights of the program it replaces.
-    static_cast<void>(::fchown(out.Get(), old.st_uid, old.st_gid));
-    static_cast<void>(::fchmod(out.Get(), old.st_mode & kPlainMode));
+    // Where the file system does not let it, the file is as it would be new. What a guest has
+    // written never runs with the rights of the program it replaces.
+    old.st_mode &= kPlainMode;
+    static_cast<void>(TakeOverRights(out.Get(), PathIn(folder.Get(), NameOf(write.host)), old));
   }
   Content content{.hash = kEmptyHash, .size = 0};
   bool isWritten = true;

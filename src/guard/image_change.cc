@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "common/byte_order.h"
+#include "common/file_rights.h"
 #include "common/host_file.h"
 #include "fat16/volume_layout.h"
 #include "guard/copying.h"
@@ -39,13 +40,11 @@ bool WriteAt(int file, std::size_t offset, std::span<const std::uint8_t> bytes) 
   return ::lseek(file, static_cast<::off_t>(offset), SEEK_SET) >= 0 && WriteFully(file, bytes);
 }
 
-// The old image's mode and owner. Where the file system, or the process's rights, do not let it,
-// the file is as it would be new.
+// Where the file system does not let it, the file is as it would be new.
 bool TakeAfter(int file, const fs::path& old) {
   struct ::stat status;
   if (::stat(old.c_str(), &status) != 0) return false;
-  static_cast<void>(::fchown(file, status.st_uid, status.st_gid));
-  static_cast<void>(::fchmod(file, status.st_mode & 07777));
+  static_cast<void>(TakeOverRights(file, old, status));
   return true;
 }
 

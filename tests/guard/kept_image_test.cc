@@ -12,6 +12,7 @@
 
 #include "common/byte_order.h"
 #include "guard/guarded_pair.h"
+#include "support/access_list.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace {
@@ -99,6 +100,24 @@ TEST_F(KeptImage, ImageInPlace_KeepsItsInode) {
   ASSERT_EQ(::stat(Image().c_str(), &after), 0);
   EXPECT_EQ(before.st_ino, after.st_ino);
   EXPECT_EQ(OnDisk().at("A.TXT"), "new");
+}
+
+TEST_F(KeptImage, WhatIsReplaced_HandsItsAccessListAndAttributesOn) {
+  folder.File("host/a.txt", "a").File("host/b.txt", "b");
+  BuildAndAgree();
+  const std::filesystem::path file = Host() / "a.txt";
+  if (!test::SetAttribute(file, test::kAccessList, test::kForUser1000)) {
+    GTEST_SKIP() << "this file system has no such lists";
+  }
+  ASSERT_TRUE(test::SetAttribute(file, "user.note", "n"));
+  ASSERT_TRUE(test::SetAttribute(Image(), test::kAccessList, test::kForUser1000));
+  GuestWrites("A.TXT", "guest");
+  folder.File("host/b.txt", "host");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(folder.Read("host/a.txt"), "guest");
+  EXPECT_EQ(test::AttributeOf(file, test::kAccessList), test::kForUser1000);
+  EXPECT_EQ(test::AttributeOf(file, "user.note"), "n");
+  EXPECT_EQ(test::AttributeOf(Image(), test::kAccessList), test::kForUser1000);
 }
 
 TEST_F(KeptImage, NewImage_HasTheOldOnesModeAndOwner) {

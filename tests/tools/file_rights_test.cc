@@ -1,19 +1,17 @@
 // Who may do what to a file that was replaced.
 
-#include "host/file_rights.h"
+#include "common/file_rights.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
-#include <array>
 #include <filesystem>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "host/new_file.h"
+#include "support/access_list.h"
 #include "support/child_process.h"
 #include "support/temp_folder.h"
 
@@ -22,20 +20,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using test::kAccessList;
+using test::kForUser1000;
+using test::kListForNewFiles;
+using test::SetAttribute;
 using test::TempFolder;
-using namespace std::string_view_literals;
-
-constexpr char kList[] = "system.posix_acl_access";
-constexpr char kListForNewFiles[] = "system.posix_acl_default";
-
-// user::rw-, user:1000:rw-, group::---, mask::rw-, other::---
-constexpr std::string_view kForUser1000 =
-    "\x02\0\0\0"
-    "\x01\0\x06\0\xFF\xFF\xFF\xFF"
-    "\x02\0\x06\0\xE8\x03\0\0"
-    "\x04\0\0\0\xFF\xFF\xFF\xFF"
-    "\x10\0\x06\0\xFF\xFF\xFF\xFF"
-    "\x20\0\0\0\xFF\xFF\xFF\xFF"sv;
 
 class FileRights : public ::testing::Test {
  protected:
@@ -50,16 +39,7 @@ class FileRights : public ::testing::Test {
            file.Commit(err);
   }
 
-  static bool Set(const std::string& path, const char* name, std::string_view value) {
-    return ::setxattr(path.c_str(), name, value.data(), value.size(), 0) == 0;
-  }
-
-  // "-": there is none.
-  std::string Get(const char* name) const {
-    std::array<char, 256> value{};
-    const ::ssize_t got = ::getxattr(Path().c_str(), name, value.data(), value.size());
-    return got < 0 ? "-" : std::string(value.data(), static_cast<std::size_t>(got));
-  }
+  std::string Get(const char* name) const { return test::AttributeOf(Path(), name); }
 
   ::mode_t Mode() const {
     struct ::stat status {};
@@ -71,8 +51,9 @@ class FileRights : public ::testing::Test {
 };
 
 TEST_F(FileRights, AttributesOfTheUser_Stay) {
-  if (!Set(Path(), "user.note", "n")) GTEST_SKIP() << "this file system has no such attributes";
-  ASSERT_TRUE(Set(Path(), "user.empty", ""));
+  if (!SetAttribute(Path(), "user.note", "n"))
+    GTEST_SKIP() << "this file system has no such attributes";
+  ASSERT_TRUE(SetAttribute(Path(), "user.empty", ""));
   EXPECT_TRUE(Replace());
   EXPECT_EQ(Get("user.note"), "n");
   EXPECT_EQ(Get("user.empty"), "");
@@ -80,20 +61,21 @@ TEST_F(FileRights, AttributesOfTheUser_Stay) {
 
 TEST_F(FileRights, AccessControlList_Stays) {
   ASSERT_EQ(::chmod(Path().c_str(), 0600), 0);
-  if (!Set(Path(), kList, kForUser1000)) GTEST_SKIP() << "this file system has no such lists";
+  if (!SetAttribute(Path(), kAccessList, kForUser1000))
+    GTEST_SKIP() << "this file system has no such lists";
   EXPECT_TRUE(Replace());
-  EXPECT_EQ(Get(kList), kForUser1000);
+  EXPECT_EQ(Get(kAccessList), kForUser1000);
   EXPECT_EQ(Mode(), 0660U);  // the list's mask
 }
 
 TEST_F(FileRights, ListThatTheFolderGivesToNewFiles_IsNotForThisOne) {
-  if (!Set(folder.Path().string(), kListForNewFiles, kForUser1000)) {
+  if (!SetAttribute(folder.Path(), kListForNewFiles, kForUser1000)) {
     GTEST_SKIP() << "this file system has no such lists";
   }
   ASSERT_EQ(::chmod(Path().c_str(), 0640), 0);
-  EXPECT_EQ(Get(kList), "-");
+  EXPECT_EQ(Get(kAccessList), "-");
   EXPECT_TRUE(Replace());
-  EXPECT_EQ(Get(kList), "-");
+  EXPECT_EQ(Get(kAccessList), "-");
   EXPECT_EQ(Mode(), 0640U);
 }
 
@@ -111,7 +93,8 @@ TEST_F(FileRights, FileOfAnotherGroup_GivesTheNewGroupNoMoreThanOthersHave) {
 
 TEST_F(FileRights, ListOfAnotherGroup_GivesTheNewGroupNothing) {
   if (::geteuid() != 0) GTEST_SKIP() << "only the superuser gives files away";
-  if (!Set(Path(), kList, kForUser1000)) GTEST_SKIP() << "this file system has no such lists";
+  if (!SetAttribute(Path(), kAccessList, kForUser1000))
+    GTEST_SKIP() << "this file system has no such lists";
   fs::permissions(folder.Path(), fs::perms{0777});
   ASSERT_EQ(::chown(Path().c_str(), 0, 4), 0);
   ASSERT_EQ(test::RunInChild({.dropRoot = true},
@@ -122,7 +105,7 @@ TEST_F(FileRights, ListOfAnotherGroup_GivesTheNewGroupNothing) {
                              }),
             0);
   EXPECT_EQ(Mode(), 0600U);
-  EXPECT_EQ(Get(kList), "-");
+  EXPECT_EQ(Get(kAccessList), "-");
 }
 
 }  // namespace

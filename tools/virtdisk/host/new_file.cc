@@ -7,10 +7,10 @@
 #include <cstdio>
 #include <functional>
 
+#include "common/file_rights.h"
 #include "common/host_file.h"
 #include "guard/host_view.h"
 #include "guard/renames.h"
-#include "host/file_rights.h"
 #include "host/host_file.h"
 #include "host/stop_signals.h"
 
@@ -64,7 +64,7 @@ bool NewFile::Create(const fs::path& path, std::string& err, Naming naming) {
 fs::path NewFile::PathSoFar() const { return name.empty() ? NameByDescriptor(file.Get()) : name; }
 
 bool NewFile::Commit(std::string& err) {
-  const bool isReady = !ReplacesFile() || TakeOverRights(file.Get(), target, *before);
+  const bool isReady = !ReplacesFile() || internal::TakeOverRights(file.Get(), target, *before);
   if (!isReady || ::fsync(file.Get()) != 0) return Fail(err, errno);
   if (!TakePlace()) {
     return errno == EEXIST ? FailToWriteFile(err, target, kChangedMeanwhile) : Fail(err, errno);

@@ -1,4 +1,4 @@
-#include "host/file_rights.h"
+#include "common/file_rights.h"
 
 #include <sys/types.h>
 #include <sys/xattr.h>
@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace quorbix::virtdisk::tool {
+namespace quorbix::virtdisk::internal {
 namespace {
 
 constexpr char kAccessList[] = "system.posix_acl_access";
@@ -20,20 +20,20 @@ constexpr ::mode_t kAllBits = 07777;
 
 // Nothing where there is none, or the file system knows none.
 std::optional<std::vector<char>> Attribute(const char* path, const char* name) {
-  const ::ssize_t size = ::lgetxattr(path, name, nullptr, 0);
+  const ::ssize_t size = ::getxattr(path, name, nullptr, 0);
   if (size < 0) return std::nullopt;
   std::vector<char> value(static_cast<std::size_t>(size));
-  const ::ssize_t got = ::lgetxattr(path, name, value.data(), value.size());
+  const ::ssize_t got = ::getxattr(path, name, value.data(), value.size());
   if (got < 0) return std::nullopt;
   value.resize(static_cast<std::size_t>(got));
   return value;
 }
 
 void CopyUserAttributes(int file, const char* path) {
-  const ::ssize_t size = ::llistxattr(path, nullptr, 0);
+  const ::ssize_t size = ::listxattr(path, nullptr, 0);
   if (size <= 0) return;
   std::string names(static_cast<std::size_t>(size), '\0');
-  const ::ssize_t got = ::llistxattr(path, names.data(), names.size());
+  const ::ssize_t got = ::listxattr(path, names.data(), names.size());
   if (got <= 0) return;
   names.resize(static_cast<std::size_t>(got));
   for (std::size_t begin = 0; begin < names.size();) {
@@ -77,4 +77,4 @@ bool TakeOverRights(int file, const std::filesystem::path& old, const struct ::s
   return true;
 }
 
-}  // namespace quorbix::virtdisk::tool
+}  // namespace quorbix::virtdisk::internal
