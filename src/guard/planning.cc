@@ -390,6 +390,17 @@ bool IsOnDisk(const std::string& host, const Plan& plan, const Observation& obse
          item->second.isReadable;
 }
 
+bool NoteCutLinks(const FileLinks& links, const LinkFuture& future, const Plan& plan,
+                  Observation& observation) {
+  bool isNews = false;
+  for (const auto& [link, next] : links) {
+    const bool isCut = observation.host.contains(link) && future.IsCut(link);
+    if (!isCut || !IsOnDisk(link, plan, observation)) continue;
+    isNews = observation.hostCutLinks.insert(link).second || isNews;
+  }
+  return isNews;
+}
+
 }  // namespace
 
 Plan MakePlan(const Observation& observation, const Memory& memory, const Pairing& pairing,
@@ -400,14 +411,14 @@ Plan MakePlan(const Observation& observation, const Memory& memory, const Pairin
 bool ForeseeLinks(const FileLinks& links, const Plan& plan, Observation& observation) {
   if (links.empty()) return false;
   const LinkFuture future(links, plan);
+  // A plan that knows of these writes files in their places: what leads through them is not cut.
+  if (NoteCutLinks(links, future, plan, observation)) return true;
   bool isNews = false;
   for (const auto& [link, next] : links) {
     const auto item = observation.host.find(link);
     if (item == observation.host.end()) continue;
     const std::optional<Content> written = future.WrittenBehind(link);
-    if (future.IsCut(link) && IsOnDisk(link, plan, observation)) {
-      isNews = observation.hostCutLinks.insert(link).second || isNews;
-    } else if (future.IsCut(link)) {
+    if (future.IsCut(link) && !observation.hostCutLinks.contains(link)) {
       observation.host.erase(item);
       observation.hostLeftOut.insert(link);
       isNews = true;

@@ -143,6 +143,18 @@ TEST_F(KeptNames, DeletionOfWhatALinkLeadsTo_LeavesTheGuestTheFileThatItHasOfThe
   EXPECT_EQ(Pass().outcome, kNothingToDo);
 }
 
+TEST_F(KeptNames, NewLinkThroughALinkWhoseFileIsDeleted_LeadsToWhatComesThere) {
+  folder.File("host/a.txt", "one").Link("host/b.txt", "a.txt");
+  BuildAndAgree();
+  folder.Link("host/c.txt", "b.txt");
+  GuestRemoves("A.TXT");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnDisk(), (FileTree{{"B.TXT", "one"}, {"C.TXT", "one"}}));
+  EXPECT_FALSE(std::filesystem::is_symlink(Host() / "b.txt"));
+  EXPECT_EQ(folder.Read("host/c.txt"), "one");
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
 // The disk has nothing of its own of it yet.
 TEST_F(KeptNames, DeletionOfWhatANewLinkLeadsTo_LeavesItLeadingNowhere) {
   folder.File("host/a.txt", "one").File("host/c.txt", "c");
