@@ -140,12 +140,27 @@ TEST(DrawSvg, Slack_IsDrawnAndTold) {
   ImageCrafter crafter;
   crafter.File("HALF", {.firstCluster = 2, .size = 256}).Chain({2});
   const std::string half = DrawSvg(Map(crafter), "DISK", "disk.img");
-  EXPECT_THAT(half, HasSubstr("<path class=\"k\""));
+  EXPECT_THAT(half, HasSubstr("<path class=\"k\" fill=\"#fff\" pointer-events"));
   EXPECT_THAT(half, HasSubstr(">behind the ends of files</text>"));
   EXPECT_THAT(half, HasSubstr(">256 bytes</text>"));
   ImageCrafter full;
   full.File("FULL", {.firstCluster = 2, .size = 512}).Chain({2});
   EXPECT_THAT(DrawSvg(Map(full), "DISK", "disk.img"), Not(HasSubstr("<path class=\"k\"")));
+}
+
+// Most of each cell has the file's own colour, by which it is told from what is beside it.
+TEST(DrawSvg, SlackOfAFileOfOneByte_LeavesMostOfItsCellAsItIs) {
+  ImageCrafter crafter;
+  crafter.File("TINY", {.firstCluster = 2, .size = 1}).Chain({2});
+  const std::string svg = DrawSvg(Map(crafter), "DISK", "disk.img");
+  const std::size_t path = svg.find("d=\"M", svg.find("<path class=\"k\"")) + 4;
+  double left = 0;
+  double top = 0;
+  double width = 0;
+  double height = 0;
+  ASSERT_EQ(std::sscanf(svg.c_str() + path, "%lf %lfh%lfv%lf", &left, &top, &width, &height), 4);
+  EXPECT_GT(width, 0);
+  EXPECT_LT(height, width / 3);
 }
 
 // Thirty files whose paths end alike beyond what there is room for, and one path twice.

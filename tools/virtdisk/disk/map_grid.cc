@@ -20,6 +20,8 @@ constexpr std::size_t kMostCells = 4608;
 constexpr std::size_t kMostRunsTold = 8;
 constexpr double kGap = 2;           // between two cells
 constexpr double kSeenSlack = 0.04;  // share of a cell below which it is not drawn
+// Of a cell. What is above has the file's own colour, however little of the cell the file fills.
+constexpr double kSlackHeight = 0.3;
 
 std::string OwnerTitle(const Owner& owner) {
   std::string title = Printable(owner.path) + "\n";
@@ -209,12 +211,13 @@ std::string MapGrid::Slack() const {
     const double slack = drawing.cells[i].slack;
     if (slack < kSeenSlack) continue;
     const double width = CellSide() * slack;
-    shapes += "M" + SvgNumber(CellLeft(i) + CellSide() - width) + " " + SvgNumber(CellTop(i)) +
-              "h" + SvgNumber(width) + "v" + SvgNumber(CellSide()) + "h" + SvgNumber(-width) + "z";
+    const double height = CellSide() * kSlackHeight;
+    shapes += "M" + SvgNumber(CellLeft(i) + CellSide() - width) + " " +
+              SvgNumber(CellTop(i) + CellSide() - height) + "h" + SvgNumber(width) + "v" +
+              SvgNumber(height) + "h" + SvgNumber(-width) + "z";
   }
   if (shapes.empty()) return {};
-  return "<path class=\"k\" fill=\"#fff\" fill-opacity=\"0.5\" pointer-events=\"none\" d=\"" +
-         shapes + "\"/>\n";
+  return "<path class=\"k\" fill=\"#fff\" pointer-events=\"none\" d=\"" + shapes + "\"/>\n";
 }
 
 std::string MapGrid::Title(Area area, std::uint32_t owner) const {

@@ -109,8 +109,8 @@ std::string PageLegend(const DiskMap& map) {
     legend += PageLegendItem(
         area, inClusters ? Count(counts[i], "cluster", "clusters") : FormatBytes(512 * sectors));
   }
-  return legend + "<li><small>pale: behind the ends of files, " + FormatBytes(SlackBytes(map)) +
-         " in all</small></li></ul>\n";
+  return legend + "<li><small>white at the foot: behind the ends of files, " +
+         FormatBytes(SlackBytes(map)) + " in all</small></li></ul>\n";
 }
 
 std::string GridPicture(const MapGrid& grid) {

@@ -137,7 +137,7 @@ class Picture {
 
   std::string SlackItem(double x, double y) const {
     return SvgRect(x, y - 11, 13, 13, " rx=\"3\" fill=\"" + FileColour(0) + "\"") +
-           SvgRect(x + 7, y - 11, 6, 13, " fill=\"#fff\" fill-opacity=\"0.5\"") + "\n" +
+           SvgRect(x + 5, y - 2, 8, 4, " fill=\"#fff\"") + "\n" +
            Text(x + 20, y, "l", "behind the ends of files") +
            Text(x + 20, y + 18, "n", FormatBytes(SlackBytes(map)));
   }
