@@ -1,41 +1,31 @@
 #include "commands/auto_size.h"
 
+#include <cstddef>
+
+#include "fat16/full_disk.h"
 #include "fat16/geometry.h"
 #include "terminal/text.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
 
-bool IsInRoot(const BuildPreviewEntry& entry) {
-  return entry.fate == BuildFate::kCopied && entry.directory == BuildPreviewEntry::kRoot;
-}
+constexpr std::uint64_t kLargestImage = std::uint64_t{4095} << 20;
 
-bool IsEmptyFile(const BuildPreviewEntry& entry) { return !entry.isDirectory && entry.bytes == 0; }
-
-BuildPreview WithoutDropped(BuildPreview preview) {
-  std::uint64_t inRoot = 0;
-  for (BuildPreviewEntry& entry : preview.entries) {
-    if (!IsInRoot(entry)) continue;
-    if (inRoot == internal::kMostRootEntries && IsEmptyFile(entry)) {
-      entry.fate = BuildFate::kPassedOver;
-    } else {
-      ++inRoot;
-    }
+// Without the empty files that find no slot in an image of any size.
+BuildPreview WithoutDropped(BuildPreview preview, const ImageFit& fit) {
+  for (const std::size_t dropped : fit.droppedEntries) {
+    preview.entries[dropped].fate = BuildFate::kPassedOver;
   }
   return preview;
-}
-
-bool RootOverflows(const BuildPreview& preview) {
-  std::uint64_t inRoot = 0;
-  for (const BuildPreviewEntry& entry : preview.entries) inRoot += IsInRoot(entry) ? 1U : 0U;
-  return inRoot > internal::kMostRootEntries;
 }
 
 }  // namespace
 
 std::uint64_t AutoSize(const BuildPreview& preview, std::uint64_t aboveBytes) {
-  if (preview.isEndless || !RootOverflows(preview)) return SmallestImage(preview, aboveBytes);
-  return SmallestImage(WithoutDropped(preview), aboveBytes);
+  const std::uint64_t smallest = SmallestImage(preview, aboveBytes);
+  if (smallest != 0 || preview.isEndless) return smallest;
+  const ImageFit fit = FitIntoImage(preview, kLargestImage);
+  return fit.dropped == 0 ? 0 : SmallestImage(WithoutDropped(preview, fit), aboveBytes);
 }
 
 std::string WhyNoSizeWillDo(const BuildPreview& preview) {
@@ -43,7 +33,7 @@ std::string WhyNoSizeWillDo(const BuildPreview& preview) {
     return "It needs more than 4.0 GiB, the most that an image can hold; do links in it lead back "
            "up?";
   }
-  if (RootOverflows(preview)) {
+  if (FitIntoImage(preview, kLargestImage).message == internal::kRootFull) {
     return "It has more than " + Count(internal::kMostRootEntries, "entry", "entries") +
            " at its top, and the root of an image holds no more, whatever the size; move some of "
            "them into subfolders.";
