@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <string>
 #include <system_error>
 
 namespace quorbix::virtdisk::internal {
@@ -60,6 +62,17 @@ Descriptor OpenRegularFileIn(int folder, const char* name, struct ::stat& status
   file.Close();
   errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
   return Descriptor();
+}
+
+Descriptor OpenFolderBelow(const char* root, std::string_view path) {
+  Descriptor folder = OpenHostPath(root, O_RDONLY | O_DIRECTORY);
+  while (folder && !path.empty()) {
+    const std::size_t end = std::min(path.find('/'), path.size());
+    const std::string name(path.substr(0, end));
+    path.remove_prefix(std::min(end + 1, path.size()));
+    folder = Open(folder.Get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW, 0);
+  }
+  return folder;
 }
 
 std::ptrdiff_t ReadFully(int file, std::span<std::uint8_t> buffer) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <span>
+#include <string_view>
 
 #include "common/descriptor.h"
 
@@ -33,6 +34,10 @@ Descriptor OpenRegularFile(const char* path, struct ::stat& status);
 
 // The same for an entry `name` of an open folder.
 Descriptor OpenRegularFileIn(int folder, const char* name, struct ::stat& status);
+
+// Opens the folder at `path` below `root` to be listed: one element after the other, so that no
+// link leads anywhere else, and that a path may be longer than the system takes at once.
+Descriptor OpenFolderBelow(const char* root, std::string_view path);
 
 // Reads until `buffer` is full or the file ends. Returns how much was read, or -1 on failure.
 std::ptrdiff_t ReadFully(int file, std::span<std::uint8_t> buffer);

@@ -152,18 +152,8 @@ TrashRequest HostChanges::RequestFor(const std::string& path, const char* why) c
   return {"folder", path, why, seen == stamps.end() ? 0 : seen->second.identity.inode};
 }
 
-// One element after the other, so that no link leads anywhere else.
 Descriptor HostChanges::OpenFolder(const std::string& path) const {
-  Descriptor folder = OpenHostPath(root.c_str(), O_RDONLY | O_DIRECTORY);
-  std::size_t begin = 0;
-  while (folder && begin < path.size()) {
-    const std::size_t end = std::min(path.find('/', begin), path.size());
-    const std::string name = path.substr(begin, end - begin);
-    folder = Descriptor(
-        ::openat(folder.Get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
-    begin = end + 1;
-  }
-  return folder;
+  return OpenFolderBelow(root.c_str(), path);
 }
 
 Ending HostChanges::WriteTemporary(const HostWrite& write, const DiskContents& contents,

@@ -174,18 +174,13 @@ class ImageMaker {
       Fill(*bytes, writer);
       return {};
     }
-    struct ::stat status;
-    const Descriptor file = OpenRegularFile((parts.folder / entry.host).c_str(), status);
+    const Descriptor file = OpenOnHost(entry.host);
     if (!file && (errno == ENOENT || errno == ENOTDIR)) return FileChanged(entry.host);
-    if (!file) {
-      return Cannot("read", entry.host);
-    }
+    if (!file) return Cannot("read", entry.host);
     std::uint64_t hash = kEmptyHash;
     for (auto part = writer.Next(kReadAtOnce); !part.empty(); part = writer.Next(kReadAtOnce)) {
       const std::ptrdiff_t got = ReadFully(file.Get(), part);
-      if (got < 0) {
-        return Cannot("read", entry.host);
-      }
+      if (got < 0) return Cannot("read", entry.host);
       if (static_cast<std::size_t>(got) < part.size()) return HostChanged(entry.host);
       hash = HashBytes(part, hash);
       monitor.Add(part.size());
@@ -194,6 +189,14 @@ class ImageMaker {
     std::array<std::uint8_t, 1> beyond{};
     const bool isSame = hash == entry.content.hash && ReadFully(file.Get(), beyond) == 0;
     return isSame ? Ending{} : HostChanged(entry.host);
+  }
+
+  Descriptor OpenOnHost(const std::string& path) const {
+    struct ::stat status;
+    Descriptor file = OpenRegularFile((parts.folder / path).c_str(), status);
+    if (file || errno != ENAMETOOLONG) return file;
+    const Descriptor folder = OpenFolderBelow(parts.folder.c_str(), ParentOf(path));
+    return folder ? OpenRegularFileIn(folder.Get(), NameOf(path).c_str(), status) : Descriptor();
   }
 
   Ending HostChanged(const std::string& path) {

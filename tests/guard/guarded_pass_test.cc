@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <limits.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -23,6 +25,7 @@
 #include "guard/state_file.h"
 #include "support/child_process.h"
 #include "support/clock_ahead.h"
+#include "support/deep_folder.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace {
@@ -387,6 +390,29 @@ TEST(GuardedSyncOptions, Defaults_AreAsTheHeaderSays) {
 }
 
 // By default a file that was changed less than two seconds ago is left to whoever is at it.
+// What has not changed is read by its path when the disk is made anew.
+TEST_F(GuardedPassTest, FileWhosePathIsLongerThanTheSystemTakes_StaysInStep) {
+  BuildImage();
+  folder.Folder("top");
+  const std::filesystem::path top = folder / "top";
+  const int levels = static_cast<int>((PATH_MAX - 20 - top.native().size()) / 2);
+  const test::DeepFolder deep(top, levels);
+  const std::filesystem::path host = top / test::DeepPath(levels);
+  const auto write = [&](const std::string& name) {
+    const Descriptor open = OpenHostPath(host.c_str(), O_RDONLY | O_DIRECTORY);
+    const Descriptor file(::openat(open.Get(), name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666));
+    return file && ::write(file.Get(), "text", 4) == 4;
+  };
+  ASSERT_TRUE(write("a name that makes the path too long.txt"));
+  test::secondsAhead = 10;  // so that it is not read again
+  EXPECT_EQ(CreateGuardedFolderSync(Image(), host, options)->Pass().outcome, kDone);
+  ASSERT_TRUE(write("B.TXT"));
+  const GuardedReport again = CreateGuardedFolderSync(Image(), host, options)->Pass();
+  EXPECT_EQ(again.outcome, kDone) << again.message;
+  test::secondsAhead = 0;
+  EXPECT_EQ(OnDisk(), (FileTree{{"A_NAME_T.TXT", "text"}, {"B.TXT", "text"}}));
+}
+
 TEST_F(GuardedPassTest, DefaultSettlingTime_IsTwoSeconds) {
   folder.File("host/a.txt", "a");
   BuildAndAgree();
