@@ -89,7 +89,8 @@ struct GuardedStep {
     kNew,         // on the other side
     kChanged,     // on the other side
     kDeleted,     // on the other side
-    kConflict,    // changed on both sides, or different at the first meeting
+    kConflict,    // changed on both sides, or different at the first meeting; but what a build has
+                  // left without a date is older there than the host's version: kChanged
     kUnreadable,  // on the disk, and so written there again
   };
   Kind kind = Kind::kWriteOnHost;
@@ -192,8 +193,8 @@ class QUORBIX_VIRTDISK_EXPORT IGuardedFolderSync {
  public:
   virtual ~IGuardedFolderSync() = default;
 
-  // Tells what Pass would do now with these hazards accepted. Touches nothing, neither the two
-  // sides nor the state.
+  // Tells what Pass would do now with these hazards accepted, unless somebody else has the locks,
+  // which are not asked for. Touches nothing, neither the two sides nor the state.
   virtual GuardedReport Preview(const std::vector<GuardedHazard>& accepted = {}) = 0;
 
   // Looks as Preview does. Then, unless a hazard stands that is not among `accepted`, carries out
