@@ -79,6 +79,23 @@ TEST_F(SyncCommand, RestoreIntoTheFolder_GivesTheOldName) {
   EXPECT_EQ(folder.Read("DISK/SUB/B.TXT"), "b\n");
 }
 
+TEST_F(SyncCommand, RestoreOntoWhatIsNoFile_IsRefusedWhateverIsForced) {
+  Sync();
+  GuestWrites("SUB/B.TXT", "of the guest");
+  Sync();
+  folder.Pipe("pipe").Folder("place");
+  const std::string id = RunVirtdisk({"restore", Image(), "--json"}).JsonLines().at(0)["id"];
+  const std::vector<std::string> places{(folder / "pipe").string(), (folder / "place").string(),
+                                        "/dev/null"};
+  for (const std::string& place : places) {
+    for (const char* option : {"--quiet", "--force"}) {
+      const ProgramRun run = RunVirtdisk({"restore", Image(), id, "--to", place, option});
+      EXPECT_EQ(run.status, 3) << place;
+      EXPECT_THAT(run.err, HasSubstr(place + " is no file, and is not replaced\n  --to FILE"));
+    }
+  }
+}
+
 TEST_F(SyncCommand, RestoreWithoutState_Fails) {
   const ProgramRun run = RunVirtdisk({"restore", Image()});
   EXPECT_EQ(run.status, 1);
@@ -131,12 +148,12 @@ TEST_F(SyncCommand, RestoreOverAFileWhileASyncRuns_TellsWhoKeepsThePair) {
   const std::string id = RunVirtdisk({"restore", Image(), "--json"}).JsonLines().at(0)["id"];
   Background sync({"sync", Image(), Folder(), "--settle", "0"}, folder / "log");
   const std::vector<std::string> command{"restore", Image(), id, "--folder", Folder(), "--force"};
-  ASSERT_TRUE(WaitFor([&] {
-    const ProgramRun run = RunVirtdisk(command);
-    return run.err.find("keeps this pair in step already") != std::string::npos;
-  }));
+  const std::string told = "keeps this pair in step already";
+  ASSERT_TRUE(WaitFor([&] { return Sync().err.find(told) != std::string::npos; }));
+  EXPECT_THAT(RunVirtdisk(command).err, HasSubstr(told));
   EXPECT_EQ(sync.End(SIGTERM), 143);
-  EXPECT_EQ(RunVirtdisk(command).status, 0);
+  const ProgramRun after = RunVirtdisk(command);
+  EXPECT_EQ(after.status, 0) << after.err;
 }
 
 }  // namespace

@@ -375,10 +375,14 @@ TEST_F(SyncCommand, EventThatIsAccepted_IsAcceptedOnce) {
   EXPECT_EQ(sync.End(SIGTERM), 143);
 }
 
-TEST_F(SyncCommand, RunningSync_EndsAtOnceOnInterrupt) {
-  Background sync({"sync", Image(), Folder(), "--interval", "4294967295"}, folder / "log");
-  ASSERT_TRUE(WaitFor([&] { return folder.Exists("log.err") && !folder.Read("log.err").empty(); }));
-  EXPECT_EQ(sync.End(SIGINT), 128 + SIGINT);
+TEST_F(SyncCommand, RunningSync_EndsAtOnceOnASignal) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    folder.Remove("log.err");
+    Background sync({"sync", Image(), Folder(), "--interval", "4294967295"}, folder / "log");
+    ASSERT_TRUE(
+        WaitFor([&] { return folder.Exists("log.err") && !folder.Read("log.err").empty(); }));
+    EXPECT_EQ(sync.End(signal), 128 + signal);
+  }
 }
 
 // A file so large that a signal comes in the middle of it.

@@ -71,7 +71,8 @@ class TerminalOfColumns : public ::testing::TestWithParam<unsigned short> {};
 INSTANTIATE_TEST_SUITE_P(Columns, TerminalOfColumns, ::testing::Values(40, 80, 200));
 
 TEST_P(TerminalOfColumns, Help_KeepsToThem) {
-  for (const char* command : {"build", "measure", "put", "ls", "get", "map", "sync"}) {
+  for (const char* command : {"build", "measure", "info", "ls", "find", "tree", "cat", "get", "put",
+                              "map", "verify", "sync", "restore", "demo"}) {
     const TerminalRun run = RunOnTerminal({command, "--help"}, {.columns = GetParam()});
     EXPECT_EQ(run.status, 0);
     EXPECT_LE(run.Widest(), GetParam()) << run.shown;

@@ -72,6 +72,13 @@ bool Exists(const fs::path& path) {
   return fs::exists(fs::symlink_status(path, unknown));
 }
 
+// A folder, a device, a pipe.
+bool IsNoFile(const fs::path& path) {
+  std::error_code unknown;
+  const fs::file_status status = fs::symlink_status(path, unknown);
+  return fs::exists(status) && !fs::is_regular_file(status) && !fs::is_symlink(status);
+}
+
 int BringBack(Console& console, const RestoreOptions& options,
               const std::vector<TrashedItem>& items) {
   const auto item = std::find_if(items.begin(), items.end(), [&](const TrashedItem& candidate) {
@@ -85,6 +92,10 @@ int BringBack(Console& console, const RestoreOptions& options,
   if (target.empty()) {
     return Fail(console, "where should " + item->path + " go?",
                 "Give --to FILE, or --folder FOLDER for its old name in there.");
+  }
+  if (IsNoFile(target)) {
+    return Refuse(console, target.string() + " is no file, and is not replaced",
+                  "--to FILE gives it another name.");
   }
   std::string err;
   const StopFlag stop;
