@@ -138,10 +138,9 @@ class GuardedFolderSync final : public IGuardedFolderSync {
   }
 
   // False: somebody else has it, and `report` says who. One that cannot be had is a hazard. Where
-  // nothing is known yet no folder is made for it: the pass may be refused.
+  // nothing was ever kept nothing is made for it either: the pass may be refused.
   bool TakeLockIfKnown(const Places& places, std::string& lockError, GuardedReport& report) {
-    std::error_code ignored;
-    if (!std::filesystem::exists(places.stateFolder, ignored)) {
+    if (!HoldsState(places.stateFolder)) {
       lock = StateLock();
       return true;
     }

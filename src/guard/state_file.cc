@@ -108,6 +108,14 @@ bool SetStateAside(const fs::path& folder, const std::string& when, std::string&
   return Fail(err, "cannot rename " + state.string() + " (" + SystemText() + ")");
 }
 
+bool HoldsState(const fs::path& folder) {
+  const auto holds = [&](const char* name) {
+    struct ::stat status;
+    return ::lstat((folder / name).c_str(), &status) == 0;
+  };
+  return holds(kStateName) || holds(kLockName);
+}
+
 bool MakeStateFolder(const fs::path& folder, std::string& err) {
   std::error_code failed;
   fs::create_directories(folder, failed);

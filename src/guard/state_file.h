@@ -41,6 +41,9 @@ StateLoad LoadState(const std::filesystem::path& folder, State& state, std::stri
 [[nodiscard]] bool SetStateAside(const std::filesystem::path& folder, const std::string& when,
                                  std::string& err);
 
+// Whether anything of a state lies in the folder, which may be anybody's else.
+bool HoldsState(const std::filesystem::path& folder);
+
 // Makes the folder when it is missing.
 [[nodiscard]] bool MakeStateFolder(const std::filesystem::path& folder, std::string& err);
 

@@ -24,6 +24,18 @@ using enum GuardedOutcome;
 
 class RefusedPass : public GuardedPair {};
 
+TEST_F(RefusedPass, FolderNamedForTheState_StaysAsItIs) {
+  folder.File("host/a.txt", "a").File("mine/letter.txt", "dear aunt");
+  BuildImage();
+  options.stateFolder = folder / "mine";
+  std::filesystem::rename(Image(), folder / "away.img");
+  EXPECT_EQ(Sync()->Pass().outcome, kRefused);
+  EXPECT_EQ(folder.Files("mine"), (FileTree{{"letter.txt", "dear aunt"}}));
+  std::filesystem::rename(folder / "away.img", Image());
+  EXPECT_EQ(Sync()->Pass().outcome, kNothingToDo);
+  EXPECT_TRUE(folder.Exists("mine/state"));
+}
+
 TEST_F(RefusedPass, AnotherFolder_IsRefusedAndMergedWhenAccepted) {
   folder.File("host/a.txt", "a");
   BuildAndAgree();
