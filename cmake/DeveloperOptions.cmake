@@ -3,6 +3,8 @@
 
 option(QUORBIX_VIRTDISK_WARNINGS_AS_ERRORS "Treat warnings as errors (CI does)" OFF)
 option(QUORBIX_VIRTDISK_BUILD_FUZZ "Build the libFuzzer explorers (needs clang)" OFF)
+option(QUORBIX_VIRTDISK_PRECOMPILE
+  "Precompile what many sources of the library and the program include" ${PROJECT_IS_TOP_LEVEL})
 option(QUORBIX_VIRTDISK_OPTIMISE_LIBRARY
   "Optimise the library a little, and what hashes contents more: a test's time goes there" OFF)
 set(QUORBIX_VIRTDISK_TEST_SHARDS 0 CACHE STRING
