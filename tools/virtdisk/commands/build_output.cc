@@ -21,6 +21,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr char kCopiesItself[] =
+    "The next build would copy the image into itself. Give another path, or --force.";
+
 bool Refuse(Console& console, const std::string& message, const std::string& hint) {
   Fail(console, message, hint);
   return false;
@@ -49,7 +52,7 @@ bool MakeRoomOrShrink(int file, std::uint64_t size) {
 bool AreExchanged(const fs::path& folder, const fs::path& image) {
   if (LookAtOutput(image) != OutputKind::kFolder) return false;
   const OutputKind kind = LookAtOutput(folder);
-  return kind == OutputKind::kDiskImage || HasOtherPartitions(folder) ||
+  return kind == OutputKind::kDiskImage || kind == OutputKind::kSharedDisk ||
          (kind == OutputKind::kNothing && HasNameOfAnImage(folder));
 }
 
@@ -68,12 +71,12 @@ bool IsOutputAcceptable(Console& console, const BuildOptions& options) {
         return Refuse(console, image + " exists, and you may not read it",
                       "Give another path; --force replaces it unread.");
       }
-      if (HasOtherPartitions(options.image)) {
-        return Refuse(console, image + " has other partitions, which would be lost",
-                      "Give another path, or --force to have the whole disk replaced.");
-      }
       return Refuse(console, image + " exists, and is no FAT16 disk image that can be read",
                     "Give another path, or --force to have the file replaced.");
+    case OutputKind::kSharedDisk:
+      if (options.force) break;
+      return Refuse(console, image + " has other partitions, which would be lost",
+                    "Give another path, or --force to have the whole disk replaced.");
     case OutputKind::kDiskImage:
       if (options.force || !IsDenied(options.image, W_OK)) break;
       return Refuse(console, image + " is write-protected",
@@ -82,8 +85,7 @@ bool IsOutputAcceptable(Console& console, const BuildOptions& options) {
       break;
   }
   if (options.force || !LiesWithin(options.image, options.folder)) return true;
-  return Refuse(console, image + " lies inside " + options.folder.string(),
-                "The next build would copy the image into itself. Give another path, or --force.");
+  return Refuse(console, image + " lies inside " + options.folder.string(), kCopiesItself);
 }
 
 bool IsLeftAlone(Console& console, const BuildOptions& options, const BuildPreview& preview) {
@@ -104,7 +106,7 @@ bool IsLeftAlone(Console& console, const BuildOptions& options, const BuildPrevi
   return Refuse(console,
                 (options.folder / found->hostPath).string() +
                     (found->isDirectory ? " is the folder of " : " is ") + options.image.string(),
-                "The next build would copy the image into itself. Give another path, or --force.");
+                kCopiesItself);
 }
 
 bool ImageOutput::Open(const fs::path& image, bool inPlace, std::string& err) {

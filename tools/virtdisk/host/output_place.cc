@@ -38,9 +38,8 @@ bool IsSigned(internal::ByteSource& source) {
   return first != nullptr && internal::HasSignature(first);
 }
 
-enum class Disk { kNone, kOneVolume, kWithOtherPartitions };
-
-Disk LookAtDisk(const fs::path& path) {
+OutputKind LookAtContent(const fs::path& path) {
+  if (IsBlank(path)) return OutputKind::kDiskImage;
   std::string err;
   Fat16FsInfo info;
   std::vector<internal::Partition> others;
@@ -49,13 +48,13 @@ Disk LookAtDisk(const fs::path& path) {
                          internal::DescribeVolume(*source, info, err) &&
                          !internal::WouldBeMisread(internal::ClaimOf(info)) &&
                          internal::FindOtherPartitions(*source, info, others, err);
-  if (!hasVolume) return Disk::kNone;
+  if (!hasVolume) return OutputKind::kOtherFile;
   // An entry of no length has nothing in it that could be lost. A volume that is bare has no table.
   const bool isAlone = !info.partitioned || std::all_of(others.begin(), others.end(),
                                                         [](const internal::Partition& other) {
                                                           return other.start == other.end;
                                                         });
-  return isAlone ? Disk::kOneVolume : Disk::kWithOtherPartitions;
+  return isAlone ? OutputKind::kDiskImage : OutputKind::kSharedDisk;
 }
 
 // Whether the links lead into the folder that the system makes up for processes: what is there
@@ -92,12 +91,7 @@ OutputKind LookAtOutput(const fs::path& path) {
   if (fs::is_directory(status)) return OutputKind::kFolder;
   if (!fs::exists(status)) return OutputKind::kNothing;
   if (!fs::is_regular_file(status) || LeadsIntoProcesses(path)) return OutputKind::kNoRegularFile;
-  const bool isImage = IsBlank(path) || LookAtDisk(path) == Disk::kOneVolume;
-  return isImage ? OutputKind::kDiskImage : OutputKind::kOtherFile;
-}
-
-bool HasOtherPartitions(const fs::path& path) {
-  return LookAtDisk(path) == Disk::kWithOtherPartitions;
+  return LookAtContent(path);
 }
 
 bool IsDenied(const fs::path& path, int access) {

@@ -9,17 +9,15 @@ namespace quorbix::virtdisk::tool {
 
 // What stands where an image is to be written.
 enum class OutputKind {
-  kNothing,    // or a folder that leads there is missing
-  kDiskImage,  // a FAT16 volume and no other partition, or nothing but blank space
-  kOtherFile,  // a regular file that is neither, or that cannot be read
+  kNothing,     // or a folder that leads there is missing
+  kDiskImage,   // a FAT16 volume and no other partition, or nothing but blank space
+  kSharedDisk,  // a FAT16 volume beside other partitions
+  kOtherFile,   // a regular file that is neither, or that cannot be read
   kFolder,
   kNoRegularFile  // a device, a pipe, a socket
 };
 
 OutputKind LookAtOutput(const std::filesystem::path& path);
-
-// Whether a disk with a FAT16 volume stands there that has other partitions, too.
-bool HasOtherPartitions(const std::filesystem::path& path);
 
 // Whether both paths lead to one existing file.
 bool IsSameFile(const std::filesystem::path& a, const std::filesystem::path& b);
