@@ -9,7 +9,7 @@
 namespace quorbix::virtdisk::tool {
 namespace {
 
-constexpr std::uint64_t kLargestImage = std::uint64_t{4095} << 20;
+constexpr std::uint64_t kLargestImage = kLargestImageMiB << 20;
 
 // Without the empty files that find no slot in an image of any size.
 BuildPreview WithoutDropped(BuildPreview preview, const ImageFit& fit) {

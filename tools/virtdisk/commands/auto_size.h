@@ -8,6 +8,9 @@
 
 namespace quorbix::virtdisk::tool {
 
+// In whole MiB.
+inline constexpr std::uint64_t kLargestImageMiB = 4095;
+
 // The size that `--size auto` stands for: as SmallestImage, but a root with too many entries is no
 // hindrance where a build only drops the empty files among them. In bytes; 0 when no size will do.
 std::uint64_t AutoSize(const BuildPreview& preview, std::uint64_t aboveBytes = 0);

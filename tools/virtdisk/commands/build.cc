@@ -45,7 +45,8 @@ std::string WhatTheFolderNeeds(const BuildPreview& preview) {
 
 std::string HintFor(const std::string& message, const BuildPreview& preview) {
   if (message == internal::kSizeTooLarge) {
-    return "The largest image is one of --size 4095M. " + WhatTheFolderNeeds(preview);
+    return "The largest image is one of --size " + std::to_string(kLargestImageMiB) + "M. " +
+           WhatTheFolderNeeds(preview);
   }
   if (IsDiskFull(message)) return WhatTheFolderNeeds(preview);
   if (message == internal::kRootFull) {

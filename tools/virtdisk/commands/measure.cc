@@ -20,7 +20,6 @@ namespace {
 
 constexpr std::uint64_t kMiB = 1048576;
 constexpr std::uint64_t kGiB = 1024 * kMiB;
-constexpr std::uint64_t kLargestMiB = 4095;
 
 struct SizeRow {
   std::uint64_t bytes = 0;
@@ -30,8 +29,8 @@ struct SizeRow {
 // The smallest size that will do, the doublings above it, and the largest size of all.
 std::vector<SizeRow> SizesThatWillDo(const BuildPreview& preview, std::uint64_t smallest) {
   if (smallest == 0) return {};
-  std::set<std::uint64_t> sizes{smallest, kLargestMiB * kMiB};
-  for (std::uint64_t mebi = 4; mebi <= kLargestMiB; mebi *= 2) sizes.insert(mebi * kMiB);
+  std::set<std::uint64_t> sizes{smallest, kLargestImageMiB * kMiB};
+  for (std::uint64_t mebi = 4; mebi <= kLargestImageMiB; mebi *= 2) sizes.insert(mebi * kMiB);
   std::vector<SizeRow> rows;
   for (auto size = sizes.find(smallest); size != sizes.end(); ++size) {
     const ImageFit fit = FitIntoImage(preview, *size);
