@@ -115,11 +115,25 @@ int WritePicture(Console& console, const MapOptions& options, const std::string&
   return Fail(console, err, "Nothing was written to " + options.picture.string() + ".");
 }
 
+// On the console, or as a picture or page.
+int Draw(Console& console, const MapOptions& options, const OpenedImage& image,
+         const DiskMap& map) {
+  const std::string volume = DescribeVolume(map, image.Bytes());
+  const std::string name = options.image.filename().string();
+  const std::string& label = image.Info().volumeLabel;
+  const std::string& title = label.empty() ? name : label;
+  if (options.picture.empty()) {
+    PrintToOut(console, DrawText(map, title + ": " + volume, {console.width, console.colour}));
+    return kDone;
+  }
+  const auto draw = KindOf(options.picture) == PictureKind::kPage ? DrawHtml : DrawSvg;
+  return WritePicture(console, options, draw(map, title, name + ", " + volume));
+}
+
 }  // namespace
 
 int RunMap(Console& console, const MapOptions& options) {
-  const PictureKind kind = KindOf(options.picture);
-  if (!options.picture.empty() && kind == PictureKind::kUnknown) {
+  if (!options.picture.empty() && KindOf(options.picture) == PictureKind::kUnknown) {
     return FailUsage(console,
                      options.picture.string() + " is no name of a picture that can be drawn",
                      "One that ends in .svg is a picture, in .html or .htm a page; - is a picture "
@@ -140,24 +154,12 @@ int RunMap(Console& console, const MapOptions& options) {
   }
   const ImageTree tree = image->Tree(console);
   const DiskMap map = MapVolume(*view, tree);
-  const std::string volume = DescribeVolume(map, image->Bytes());
-  const std::string name = options.image.filename().string();
-  const std::string& label = image->Info().volumeLabel;
-  if (options.json) {
-    Json record = Record(options, map);
-    record["remark"] = remark.empty() ? Json() : Json(remark);
-    AddError(console, record);
-    console.out << OneLine(record) << "\n";
-    return kDone;
-  }
-  if (options.picture.empty()) {
-    const std::string heading = (label.empty() ? name : label) + ": " + volume;
-    PrintToOut(console, DrawText(map, heading, {console.width, console.colour}));
-    return kDone;
-  }
-  const auto draw = kind == PictureKind::kPage ? DrawHtml : DrawSvg;
-  return WritePicture(console, options,
-                      draw(map, label.empty() ? name : label, name + ", " + volume));
+  if (!options.json) return Draw(console, options, *image, map);
+  Json record = Record(options, map);
+  record["remark"] = remark.empty() ? Json() : Json(remark);
+  AddError(console, record);
+  console.out << OneLine(record) << "\n";
+  return kDone;
 }
 
 }  // namespace quorbix::virtdisk::tool

@@ -67,18 +67,6 @@ bool CopyOut(Console& console, const RestoreOptions& options, const fs::path& ta
                  [&](const GuardedProgress& told) { line.Show(told); });
 }
 
-bool Exists(const fs::path& path) {
-  std::error_code unknown;
-  return fs::exists(fs::symlink_status(path, unknown));
-}
-
-// A folder, a device, a pipe.
-bool IsNoFile(const fs::path& path) {
-  std::error_code unknown;
-  const fs::file_status status = fs::symlink_status(path, unknown);
-  return fs::exists(status) && !fs::is_regular_file(status) && !fs::is_symlink(status);
-}
-
 int BringBack(Console& console, const RestoreOptions& options,
               const std::vector<TrashedItem>& items) {
   const auto item = std::find_if(items.begin(), items.end(), [&](const TrashedItem& candidate) {
@@ -93,13 +81,15 @@ int BringBack(Console& console, const RestoreOptions& options,
     return Fail(console, "where should " + item->path + " go?",
                 "Give --to FILE, or --folder FOLDER for its old name in there.");
   }
-  if (IsNoFile(target)) {
+  std::error_code unknown;
+  const fs::file_status there = fs::symlink_status(target, unknown);
+  const bool isTaken = fs::exists(there);
+  if (isTaken && !fs::is_regular_file(there) && !fs::is_symlink(there)) {
     return Refuse(console, target.string() + " is no file, and is not replaced",
                   "--to FILE gives it another name.");
   }
   std::string err;
   const StopFlag stop;
-  const bool isTaken = Exists(target);
   if (!CopyOut(console, options, target, err)) {
     if (StopFlag::IsSet()) return StopFlag::ExitStatus();
     const bool mayReplace = isTaken && !options.force;
