@@ -109,9 +109,7 @@ std::vector<ManifestLine> ReadManifest(const fs::path& folder) {
   if (LoadText(folder / kManifestName, bytes, ignored) != StateLoad::kLoaded) return lines;
   std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   while (!text.empty()) {
-    const std::size_t end = std::min(text.find('\n'), text.size());
-    Line line(text.substr(0, end));
-    text.remove_prefix(std::min(end + 1, text.size()));
+    Line line(TakeLine(text));
     ManifestLine item;
     if (line.Word() != kItemLine) continue;
     item.number = line.Path();
