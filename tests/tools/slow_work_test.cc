@@ -1,17 +1,21 @@
 // What takes long tells how far it is, on a terminal: here every look at the clock comes a second
 // after the one before.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <time.h>
+#include <unistd.h>
 
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "host/stop_signals.h"
 #include "program.h"
+#include "support/child_process.h"
 #include "support/guest_editor.h"
 #include "support/next_function.h"
 #include "support/temp_folder.h"
@@ -145,6 +149,41 @@ TEST_F(SlowWork, Verify_TellsHowManyOfTheClustersInUseItHasSeen) {
   EXPECT_THAT(Shown({"verify", Path("disk.img")}),
               AllOf(HasSubstr("\rchecking clusters: 6 of 7, 85 %"),
                     HasSubstr("\rchecking clusters: 7 of 7, 100 %")));
+}
+
+// Raises a signal once what is printed says that writing has begun.
+class RaisingOutput : public std::stringbuf {
+  std::streamsize xsputn(const char* text, std::streamsize size) override {
+    const std::streamsize put = std::stringbuf::xsputn(text, size);
+    if (!hasRaised && str().find("writing: ") != std::string::npos) {
+      hasRaised = true;
+      ::raise(SIGTERM);
+    }
+    return put;
+  }
+
+  bool hasRaised = false;
+};
+
+TEST_F(SlowWork, PutInPlaceThatTakesLongAfterASignal_EndsHalfWrittenAndSaysSo) {
+  folder.File("BIG/A.BIN", std::string(4 << 20, 'a')).File("new.bin", std::string(4 << 20, 'b'));
+  ASSERT_EQ(RunVirtdisk({"build", Path("BIG"), Path("big.img"), "--size", "8M"}).status, 0);
+  const int status = RunInChild({}, [&] {
+    const int log = ::open(Path("log").c_str(), O_WRONLY | O_CREAT, 0600);
+    ::dup2(log, STDERR_FILENO);
+    tool::EndOnSignals();
+    RaisingOutput raising;
+    std::ostream err(&raising);
+    std::ostringstream out;
+    tool::Console console{.out = out, .err = err, .errIsTerminal = true};
+    return tool::RunProgram(console,
+                            {"put", Path("big.img"), "A.BIN", Path("new.bin"), "--in-place"});
+  });
+  EXPECT_EQ(status, 143);
+  EXPECT_THAT(folder.Read("log"), HasSubstr("big.img may be half written; put it"));
+  const std::string image = folder.Read("big.img");
+  EXPECT_NE(image.find("aaaa"), image.npos);
+  EXPECT_NE(image.find("bbbb"), image.npos);
 }
 
 TEST_F(SlowWork, ManyEntries_AreToldWhileTheyArePutInOrder) {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -35,6 +36,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using Clock = std::chrono::steady_clock;
+
+// Of a signal, for the end of what is being written in place.
+constexpr std::chrono::milliseconds kLongestWait{700};
+
 // The volume of an image, indexed without loading it.
 struct IndexedImage {
   std::unique_ptr<internal::FileSource> source;
@@ -57,6 +63,13 @@ struct IndexedImage {
 std::uint64_t BytesOf(const std::vector<ByteRun>& runs) {
   return std::accumulate(runs.begin(), runs.end(), std::uint64_t{0},
                          [](std::uint64_t bytes, const ByteRun& run) { return bytes + run.bytes; });
+}
+
+// What writing to a file would do to others, as what is to be said of the file; null: nothing.
+const char* HarmOf(const internal::VolumeIndex& index, const internal::RewritePlan& plan) {
+  if (WritesOutside(index, plan)) return "has clusters outside of the volume";
+  if (!WritesOverOthers(index, plan)) return nullptr;
+  return "shares clusters with another file, a directory or a lost chain";
 }
 
 class Rewrite {
@@ -83,11 +96,10 @@ class Rewrite {
     if (!internal::PlanRewrite(image->Index(), options.path, newBytes, plan, err)) {
       return Fail(console, err, HintFor(image->Index(), newBytes));
     }
-    if (!options.force && WritesOutside(image->Index(), plan)) {
-      return RefuseToWrite("has clusters outside of the volume");
-    }
-    if (!options.force && WritesOverOthers(image->Index(), plan)) {
-      return RefuseToWrite("shares clusters with another file, a directory or a lost chain");
+    const char* harm = options.force ? nullptr : HarmOf(image->Index(), plan);
+    if (harm != nullptr) {
+      return Refuse(console, Within(options.path, options.image) + " " + harm,
+                    "`virtdisk verify` tells more; --force writes all the same.");
     }
     const std::uint64_t room = BytesOf(RunsOf(plan.chain, image->Index().Chains()));
     // One byte more tells that there are too many.
@@ -102,11 +114,6 @@ class Rewrite {
   }
 
  private:
-  int RefuseToWrite(const std::string& why) {
-    return Refuse(console, Within(options.path, options.image) + " " + why,
-                  "`virtdisk verify` tells more; --force writes all the same.");
-  }
-
   // Before anything is written: what may be slow, or fail, is over by then.
   bool ReadContent(std::uint64_t bytes, std::uint64_t most) {
     Progress progress(console, "reading", bytes);
@@ -157,17 +164,30 @@ class Rewrite {
   }
 
   // The old content lies where the new one goes: once it is written over, the only way not to leave
-  // half of each is to go on, and a signal waits for it.
+  // half of each is to go on, and a signal waits for that, but not for long.
   bool Write(int file, const std::vector<ByteRun>& runs, std::uint64_t sizeOffset) {
     std::optional<SignalsHeld> held;
-    if (options.inPlace) held.emplace();
+    std::optional<LastWords> words;
+    std::optional<Clock::time_point> asked;
+    if (options.inPlace) {
+      held.emplace();
+      words.emplace(FailureText(console, HalfWritten()));
+    }
     Progress progress(console, "writing", BytesOf(runs));
     isTouched = true;
     const auto moved = [&](std::uint64_t bytes) {
-      if (held && SignalsHeld::IsAnyWaiting()) progress.Rename("ending when it is written");
+      if (held && SignalsHeld::IsAnyWaiting()) {
+        asked = asked.value_or(Clock::now());
+        if (Clock::now() - *asked > kLongestWait) held.reset();  // and so it comes
+        progress.Rename("ending when it is written");
+      }
       progress.Add(bytes);
     };
     return WriteRuns(file, runs, sizeOffset, content, moved) || FailAtTarget();
+  }
+
+  std::string HalfWritten() const {
+    return Within(options.path, options.image) + " may be half written; put it again";
   }
 
   bool Flush(int file) { return ::fsync(file) == 0 || FailAtTarget(); }
@@ -201,8 +221,7 @@ class Rewrite {
 
   int FailToWrite() {
     if (options.inPlace && isTouched) {
-      return Fail(console, err,
-                  Within(options.path, options.image) + " may be half written; put it again.");
+      return Fail(console, err, HalfWritten() + ".");
     }
     return Fail(console, err,
                 "Nothing was written to " + options.image.string() + "." +
