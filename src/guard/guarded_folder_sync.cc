@@ -6,6 +6,7 @@
 
 #include "guard/folder_lock.h"
 #include "guard/guarded_pass.h"
+#include "guard/memory.h"
 #include "guard/quiet_sides.h"
 #include "guard/sight.h"
 #include "guard/state_file.h"
@@ -72,6 +73,13 @@ GuardedOutcome OutcomeBefore(const Sight& sight, const std::vector<GuardedHazard
   return isInStep ? GuardedOutcome::kNothingToDo : GuardedOutcome::kDone;
 }
 
+GuardedReport OutOfMemory() {
+  GuardedReport report;
+  report.outcome = GuardedOutcome::kFailed;
+  report.message = kNoMemory;
+  return report;
+}
+
 class GuardedFolderSync final : public IGuardedFolderSync {
  public:
   GuardedFolderSync(std::filesystem::path imagePath, std::filesystem::path folderPath,
@@ -81,6 +89,15 @@ class GuardedFolderSync final : public IGuardedFolderSync {
         options(std::move(itsOptions)) {}
 
   GuardedReport Preview(const std::vector<GuardedHazard>& accepted) override {
+    return WithinMemory([&] { return LookAhead(accepted); }, OutOfMemory);
+  }
+
+  GuardedReport Pass(const std::vector<GuardedHazard>& accepted) override {
+    return WithinMemory([&] { return LookAndCarryOut(accepted); }, OutOfMemory);
+  }
+
+ private:
+  GuardedReport LookAhead(const std::vector<GuardedHazard>& accepted) {
     const Places places = FindPlaces(image, folder, options.stateFolder);
     WorkMonitor monitor(options.stop, options.onProgress);
     KnownState known = Recall(places);
@@ -91,7 +108,7 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     return report;
   }
 
-  GuardedReport Pass(const std::vector<GuardedHazard>& accepted) override {
+  GuardedReport LookAndCarryOut(const std::vector<GuardedHazard>& accepted) {
     const Places places = FindPlaces(image, folder, options.stateFolder);
     const bool isFirst = !lock.IsHeld();
     GuardedReport locked;
@@ -130,7 +147,6 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     return report;
   }
 
- private:
   static KnownState Recall(const Places& places) {
     KnownState known;
     known.load = LoadState(places.stateFolder, known.state, known.error);
@@ -172,7 +188,8 @@ class GuardedFolderSync final : public IGuardedFolderSync {
   void CarryOut(const Places& places, const Sight& sight, KeptContents& kept, WorkMonitor& monitor,
                 GuardedReport& report) {
     GuardedPass pass(places, options, sight, kept, folderLock, monitor);
-    const Ending ending = pass.Run();
+    const Ending ending =
+        WithinMemory([&] { return pass.Run(); }, [] { return Ending::Failed(kNoMemory); });
     for (GuardedStep& step : report.steps) step.isDone = pass.IsDone(step);
     if (!ending.IsDone()) {
       report.outcome = OutcomeOf(ending.result);

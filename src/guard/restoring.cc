@@ -15,6 +15,7 @@
 #include "guard/clock.h"
 #include "guard/ending.h"
 #include "guard/host_view.h"
+#include "guard/memory.h"
 #include "guard/paths.h"
 #include "guard/renames.h"
 #include "guard/state_file.h"
@@ -70,7 +71,7 @@ fs::path FolderOf(const fs::path& target) {
 bool FindItem(const fs::path& stateFolder, const std::string& id, TrashedItem& item,
               std::string& err) {
   std::vector<TrashedItem> items;
-  if (!ListTrash(stateFolder, items, err)) return false;
+  if (!ListItems(stateFolder, items, err)) return false;
   const auto found = std::find_if(items.begin(), items.end(),
                                   [&](const TrashedItem& listed) { return listed.id == id; });
   if (found == items.end()) return Fail(err, "the trash holds nothing named " + id);
@@ -181,16 +182,12 @@ bool RestoreOver(const fs::path& stateFolder, const TrashedItem& item, const fs:
          Fail(err, "cannot write out " + FolderOf(target).string());
 }
 
-}  // namespace
-
-bool RestoreTrashed(const fs::path& stateFolder, const std::string& id, const fs::path& target,
-                    std::string& err, const std::atomic<bool>* stop,
-                    const std::function<void(const GuardedProgress&)>& onProgress) {
+bool RestoreNew(const fs::path& stateFolder, const std::string& id, const fs::path& target,
+                WorkMonitor& monitor, std::string& err) {
   TrashedItem item;
   if (!FindItem(stateFolder, id, item, err)) return false;
   std::vector<fs::path> made;
   if (!MakeMissing(FolderOf(target), made, err)) return false;
-  WorkMonitor monitor(stop, onProgress);
   monitor.Begin(GuardedWork::kRestore, item.bytes);
   const bool restored =
       Restore(PlaceInTrash(stateFolder, id), FolderOf(target), target, monitor, err);
@@ -198,12 +195,11 @@ bool RestoreTrashed(const fs::path& stateFolder, const std::string& id, const fs
   return restored;
 }
 
-bool RestoreTrashedOver(const fs::path& stateFolder, const std::string& id, const fs::path& target,
-                        std::string& err, const std::atomic<bool>* stop,
-                        const std::function<void(const GuardedProgress&)>& onProgress) {
+bool RestoreAnyway(const fs::path& stateFolder, const std::string& id, const fs::path& target,
+                   WorkMonitor& monitor, std::string& err) {
   struct ::stat there;
   if (::lstat(target.c_str(), &there) != 0) {
-    return RestoreTrashed(stateFolder, id, target, err, stop, onProgress);
+    return RestoreNew(stateFolder, id, target, monitor, err);
   }
   if (!S_ISREG(there.st_mode) && !S_ISLNK(there.st_mode)) {
     return Fail(err, target.string() + " is no file, and is not replaced");
@@ -214,9 +210,35 @@ bool RestoreTrashedOver(const fs::path& stateFolder, const std::string& id, cons
   if (lock.Take(stateFolder, err) != StateLock::Result::kTaken) return false;
   const std::string writer = item.side == "disk" ? FindWriter(target) : std::string();
   if (!writer.empty()) return Fail(err, writer + " has " + target.string() + " open for writing");
-  WorkMonitor monitor(stop, onProgress);
   monitor.Begin(GuardedWork::kRestore, item.bytes);
   return RestoreOver(stateFolder, item, target, monitor, err);
+}
+
+}  // namespace
+
+bool ListTrash(const fs::path& stateFolder, std::vector<TrashedItem>& items, std::string& err) {
+  items.clear();
+  const bool isListed = WithinMemoryOr(err, [&] { return ListItems(stateFolder, items, err); });
+  if (!isListed) items.clear();
+  return isListed;
+}
+
+bool RestoreTrashed(const fs::path& stateFolder, const std::string& id, const fs::path& target,
+                    std::string& err, const std::atomic<bool>* stop,
+                    const std::function<void(const GuardedProgress&)>& onProgress) {
+  return WithinMemoryOr(err, [&] {
+    WorkMonitor monitor(stop, onProgress);
+    return RestoreNew(stateFolder, id, target, monitor, err);
+  });
+}
+
+bool RestoreTrashedOver(const fs::path& stateFolder, const std::string& id, const fs::path& target,
+                        std::string& err, const std::atomic<bool>* stop,
+                        const std::function<void(const GuardedProgress&)>& onProgress) {
+  return WithinMemoryOr(err, [&] {
+    WorkMonitor monitor(stop, onProgress);
+    return RestoreAnyway(stateFolder, id, target, monitor, err);
+  });
 }
 
 }  // namespace quorbix::virtdisk

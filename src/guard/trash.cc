@@ -23,10 +23,8 @@
 #include "guard/paths.h"
 #include "guard/state_file.h"
 #include "guard/system_text.h"
-#include "quorbix/virtdisk/guarded_folder_sync.h"
 
-namespace quorbix::virtdisk {
-namespace internal::guard {
+namespace quorbix::virtdisk::internal::guard {
 namespace fs = std::filesystem;
 
 namespace {
@@ -339,18 +337,12 @@ std::string LatestPassIn(const fs::path& stateFolder) {
   return names.empty() ? std::string() : names.back();
 }
 
-}  // namespace internal::guard
-
-bool ListTrash(const std::filesystem::path& stateFolder, std::vector<TrashedItem>& items,
-               std::string& err) {
-  namespace fs = std::filesystem;
-  using namespace internal::guard;
-  items.clear();
+bool ListItems(const fs::path& stateFolder, std::vector<TrashedItem>& items, std::string& err) {
   const fs::path trash = stateFolder / kTrashName;
   std::error_code error;
   const std::vector<std::string> passes = PassesIn(trash, error);
   if (error && error != std::errc::no_such_file_or_directory) {
-    return internal::Fail(err, "cannot list " + trash.string() + " (" + error.message() + ")");
+    return Fail(err, "cannot list " + trash.string() + " (" + error.message() + ")");
   }
   for (const std::string& pass : passes) {
     for (const ManifestLine& line : ReadManifest(trash / pass)) {
@@ -367,4 +359,4 @@ bool ListTrash(const std::filesystem::path& stateFolder, std::vector<TrashedItem
   return true;
 }
 
-}  // namespace quorbix::virtdisk
+}  // namespace quorbix::virtdisk::internal::guard

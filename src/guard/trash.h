@@ -11,6 +11,7 @@
 
 #include "guard/ending.h"
 #include "guard/work_monitor.h"
+#include "quorbix/virtdisk/guarded_folder_sync.h"
 
 namespace quorbix::virtdisk::internal::guard {
 
@@ -94,6 +95,10 @@ void TrimTrash(const std::filesystem::path& stateFolder, const TrashBound& bound
 // What was announced and has not come, by inode: a pass that was cut off may have had it in its
 // hands.
 std::map<std::uint64_t, TrashRequest> NeverCome(const std::filesystem::path& stateFolder);
+
+// All that has come, the oldest first. On failure returns false and says why in `err`.
+[[nodiscard]] bool ListItems(const std::filesystem::path& stateFolder,
+                             std::vector<TrashedItem>& items, std::string& err);
 
 // The name of the latest pass's folder; empty when there is none.
 std::string LatestPassIn(const std::filesystem::path& stateFolder);

@@ -6,7 +6,7 @@
 #include "browser/browser_fixture.h"
 #include "browser/file_source.h"
 #include "browser/volume_index.h"
-#include "browser/watched_heap.h"
+#include "support/watched_heap.h"
 #include "support/temp_folder.h"
 
 namespace quorbix::virtdisk::test {

@@ -2,7 +2,7 @@
 // goes through.
 
 #include "browser/browser_fixture.h"
-#include "browser/watched_heap.h"
+#include "support/watched_heap.h"
 
 namespace quorbix::virtdisk::test {
 namespace {

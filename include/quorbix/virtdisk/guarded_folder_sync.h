@@ -18,8 +18,10 @@
 // every file keep its own name on the host. IFolderSyncManager is the other way: it does without
 // all of that, on a thread of its own.
 //
-// Everything here works on the calling thread, prints nothing, and throws nothing but
-// std::bad_alloc, whatever a disk, a folder or an image may do. Texts are for people, in English.
+// Everything here works on the calling thread, prints nothing, and throws nothing, whatever a disk,
+// a folder or an image may do. Where memory runs out, that is a failure as others are, with the
+// text "out of memory"; only what returns an object or a path, and no report, throws std::bad_alloc
+// then. Texts are for people, in English.
 
 namespace quorbix::virtdisk {
 

@@ -1,7 +1,8 @@
-#ifndef QUORBIX_VIRTDISK_TESTS_BROWSER_WATCHED_HEAP_H_
-#define QUORBIX_VIRTDISK_TESTS_BROWSER_WATCHED_HEAP_H_
+#ifndef QUORBIX_VIRTDISK_TESTS_SUPPORT_WATCHED_HEAP_H_
+#define QUORBIX_VIRTDISK_TESTS_SUPPORT_WATCHED_HEAP_H_
 
 #include <cstddef>
+#include <limits>
 #include <new>
 
 namespace quorbix::virtdisk::test {
@@ -15,9 +16,14 @@ std::size_t BytesInUse();
 std::size_t PeakBytesInUse();
 void ResetPeak();
 
+// Lets so many allocations succeed and so many after them fail.
+void AllowAllocations(long allocations,  // negative: any number
+                      long failures = std::numeric_limits<long>::max());
+// Whether one has failed since.
+bool HasFailedAllocation();
+
 // Runs `operation` with `allocations` that succeed; the next one throws. Returns whether the
 // operation went through.
-void AllowAllocations(long allocations);  // negative: any number
 template <class Operation>
 bool RunWithAllocations(long allocations, Operation&& operation) {
   AllowAllocations(allocations);
@@ -33,4 +39,4 @@ bool RunWithAllocations(long allocations, Operation&& operation) {
 
 }  // namespace quorbix::virtdisk::test
 
-#endif  // QUORBIX_VIRTDISK_TESTS_BROWSER_WATCHED_HEAP_H_
+#endif  // QUORBIX_VIRTDISK_TESTS_SUPPORT_WATCHED_HEAP_H_

@@ -1,4 +1,4 @@
-#include "browser/watched_heap.h"
+#include "support/watched_heap.h"
 
 #include <malloc.h>
 
@@ -8,6 +8,8 @@
 namespace {
 
 long allocationsLeft = -1;  // that still succeed; negative: all do
+long failuresLeft = 0;      // of those that come then
+bool hasFailed = false;
 std::size_t bytesInUse = 0;
 std::size_t peakBytesInUse = 0;
 
@@ -19,7 +21,11 @@ void Free(void* memory) {
 }  // namespace
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  if (allocationsLeft == 0) return nullptr;
+  if (allocationsLeft == 0 && failuresLeft > 0) {
+    --failuresLeft;
+    hasFailed = true;
+    return nullptr;
+  }
   if (allocationsLeft > 0) --allocationsLeft;
   void* memory = std::malloc(size == 0 ? 1 : size);
   bytesInUse += ::malloc_usable_size(memory);
@@ -44,6 +50,12 @@ std::size_t PeakBytesInUse() { return peakBytesInUse; }
 
 void ResetPeak() { peakBytesInUse = bytesInUse; }
 
-void AllowAllocations(long allocations) { allocationsLeft = allocations; }
+void AllowAllocations(long allocations, long failures) {
+  allocationsLeft = allocations;
+  failuresLeft = failures;
+  hasFailed = false;
+}
+
+bool HasFailedAllocation() { return hasFailed; }
 
 }  // namespace quorbix::virtdisk::test
