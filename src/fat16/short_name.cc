@@ -37,17 +37,20 @@ std::string ToFat83Name(std::string_view hostName) {
          MapAndPad(extension, dir_entry::kExtensionSize);
 }
 
+std::string WithTail(std::string_view shortName, int number) {
+  const std::string tail = std::string("~").append(std::to_string(number));
+  // The blanks of a short base stay before the tail: readers trim only trailing blanks.
+  return std::string(shortName.substr(0, dir_entry::kBaseNameSize - tail.size()))
+      .append(tail)
+      .append(shortName.substr(dir_entry::kBaseNameSize));
+}
+
 std::string UniqueFat83Name(std::string_view hostName,
                             const std::unordered_set<std::string>& used) {
   std::string plain = ToFat83Name(hostName);
   if (plain.empty() || !used.contains(plain)) return plain;
-  const std::string base = plain.substr(0, dir_entry::kBaseNameSize);
-  const std::string extension = plain.substr(dir_entry::kBaseNameSize);
   for (int n = 1; n <= kHighestTail; ++n) {
-    const std::string tail = std::string("~").append(std::to_string(n));
-    // The blanks of a short base stay before the tail: readers trim only trailing blanks.
-    std::string candidate = base.substr(0, dir_entry::kBaseNameSize - tail.size());
-    candidate.append(tail).append(extension);
+    std::string candidate = WithTail(plain, n);
     if (!used.contains(candidate)) return candidate;
   }
   return {};

@@ -14,6 +14,9 @@ namespace quorbix::virtdisk::internal {
 // letter, digit or one of "!#$%&'()-@^_`{}~" becomes "_". Empty for "" and ".".
 std::string ToFat83Name(std::string_view hostName);
 
+// The short name with a tail "~<number>" that ends in the eighth column of its base.
+std::string WithTail(std::string_view shortName, int number);
+
 // Maps a host file name to a short name that is not in `used`: the plain one, else one whose base
 // ends, in its eighth column, in a tail "~1" to "~99". Empty when there is none.
 std::string UniqueFat83Name(std::string_view hostName, const std::unordered_set<std::string>& used);

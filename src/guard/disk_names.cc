@@ -16,15 +16,7 @@ std::string Upper(std::string text) {
   return text;
 }
 
-// Beyond those that UniqueFat83Name tries.
-constexpr int kFirstLongTail = 100;
-constexpr int kLastLongTail = 999'999;
-
-std::string WithTail(const std::string& shortName, int number) {
-  const std::string tail = '~' + std::to_string(number);
-  return shortName.substr(0, dir_entry::kBaseNameSize - tail.size()) + tail +
-         shortName.substr(dir_entry::kBaseNameSize);
-}
+constexpr int kLastTail = 999'999;
 
 }  // namespace
 
@@ -38,21 +30,22 @@ void DiskNames::UseListed(const std::string& diskPath) {
 
 std::string DiskNames::Take(const std::string& directory, const std::string& hostName) {
   Directory& taken = used[DiskKey(directory)];
-  std::string shortName = UniqueFat83Name(hostName, taken.names);
-  if (shortName.empty()) shortName = TakeLongTail(hostName, taken);
+  std::string shortName = ToFat83Name(hostName);
+  if (taken.names.contains(shortName)) shortName = FreeWithTail(shortName, taken);
   if (shortName.empty() || HasBlankBase(shortName)) return {};
   taken.names.insert(shortName);
   return ShownName(shortName);
 }
 
-// Thousands of photos share a beginning: each search goes on where the last one ended.
-std::string DiskNames::TakeLongTail(const std::string& hostName, Directory& directory) {
-  const std::string plain = ToFat83Name(hostName);
-  if (plain.empty()) return {};
-  int& next = directory.nextLongTails.try_emplace(plain, kFirstLongTail).first->second;
-  while (next <= kLastLongTail) {
-    std::string candidate = WithTail(plain, next++);
-    if (!directory.names.contains(candidate)) return candidate;
+// Thousands of photos share a beginning: each search goes on where the last one ended, of all names
+// that come to the same with tails of so many digits.
+std::string DiskNames::FreeWithTail(const std::string& shortName, Directory& directory) {
+  for (int first = 1; first <= kLastTail; first *= 10) {
+    int& next = directory.nextTails.try_emplace(WithTail(shortName, first), first).first->second;
+    while (next < first * 10) {
+      std::string candidate = WithTail(shortName, next++);
+      if (!directory.names.contains(candidate)) return candidate;
+    }
   }
   return {};
 }

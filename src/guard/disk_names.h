@@ -22,10 +22,11 @@ class DiskNames {
 
  private:
   struct Directory {
-    std::unordered_set<std::string> names;               // the slots' eleven bytes
-    std::unordered_map<std::string, int> nextLongTails;  // by the name without a tail
+    std::unordered_set<std::string> names;  // the slots' eleven bytes
+    // By the name with the first tail of as many digits.
+    std::unordered_map<std::string, int> nextTails;
   };
-  static std::string TakeLongTail(const std::string& hostName, Directory& directory);
+  static std::string FreeWithTail(const std::string& shortName, Directory& directory);
 
   std::unordered_map<std::string, Directory> used;  // by key
 };

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <string>
+
 #include "guard/disk_names.h"
 #include "guard/host_names.h"
 
@@ -17,6 +20,47 @@ TEST(DiskNames, NameInLowerCaseOnTheDisk_IsUsedToo) {
   DiskNames names;
   names.Use("", "readme  txt");
   EXPECT_EQ(names.Take("", "README.TXT"), "README~1.TXT");
+}
+
+TEST(DiskNames, NamesThatComeToTheSame_TakeTheFirstTailThatIsFree) {
+  DiskNames names;
+  EXPECT_EQ(names.Take("", "IMG_0001 a.jpg"), "IMG_0001.JPG");
+  EXPECT_EQ(names.Take("", "IMG_0001 b.jpg"), "IMG_00~1.JPG");
+  EXPECT_EQ(names.Take("", "IMG_0002 a.jpg"), "IMG_0002.JPG");
+  EXPECT_EQ(names.Take("", "IMG_0002 b.jpg"), "IMG_00~2.JPG");
+  names.UseListed("IMG_00~3.JPG");
+  EXPECT_EQ(names.Take("", "IMG_0001 c.jpg"), "IMG_00~4.JPG");
+  // Others from the seventh column on.
+  EXPECT_EQ(names.Take("", "IMG_01.jpg"), "IMG_01.JPG");
+  EXPECT_EQ(names.Take("", "IMG_01 .jpg"), "IMG_01_.JPG");
+  EXPECT_EQ(names.Take("", "IMG_01?.jpg"), "IMG_01~1.JPG");
+  for (int n = 5; n <= 9; ++n) {
+    EXPECT_EQ(names.Take("", "IMG_0003 a.jpg"),
+              n == 5 ? "IMG_0003.JPG" : "IMG_00~" + std::to_string(n - 1) + ".JPG");
+  }
+  EXPECT_EQ(names.Take("", "IMG_0003 a.jpg"), "IMG_00~9.JPG");
+  EXPECT_EQ(names.Take("", "IMG_0003 a.jpg"), "IMG_0~10.JPG");
+  EXPECT_EQ(names.Take("", "IMG_0004 a.jpg"), "IMG_0004.JPG");
+  EXPECT_EQ(names.Take("", "IMG_0004 a.jpg"), "IMG_0~11.JPG");
+}
+
+TEST(DiskNames, BeyondTheTailsOfABuild_TailsGoOn) {
+  DiskNames names;
+  for (int n = 0; n < 100; ++n) names.Take("", "photo one.jpg");
+  EXPECT_EQ(names.Take("", "photo one.jpg"), "PHOT~100.JPG");
+}
+
+// A search of its own for each of them took minutes.
+TEST(DiskNames, CopiesOfAllPhotosThatADirectoryHolds_AreNamedInAMoment) {
+  constexpr int kPhotos = 30'000;
+  DiskNames names;
+  const auto begin = std::chrono::steady_clock::now();
+  for (int n = 0; n < kPhotos; ++n) {
+    const std::string number = std::to_string(n);
+    names.Take("", "IMG_" + number + ".jpg");
+    EXPECT_NE(names.Take("", "IMG_" + number + " copy.jpg"), "");
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
 }
 
 TEST(DiskNames, NameWithABlankBase_IsNone) { EXPECT_EQ(DiskNames().Take("", ".profile"), ""); }
