@@ -1,5 +1,6 @@
 #include "guard/places.h"
 
+#include <algorithm>
 #include <system_error>
 
 #include "common/host_file.h"
@@ -18,20 +19,31 @@ fs::path Itself(const fs::path& path) {
   return failed ? fs::absolute(path, failed).lexically_normal() : itself;
 }
 
-// A name that ends in "/" has no last element to speak of.
-fs::path WithoutSlash(const fs::path& path) {
-  std::error_code ignored;
-  const fs::path absolute = fs::absolute(path, ignored).lexically_normal();
-  return absolute.has_filename() ? absolute : absolute.parent_path();
+bool GoesUp(const fs::path& path) {
+  return std::any_of(path.begin(), path.end(), [](const fs::path& part) { return part == ".."; });
+}
+
+// A path with a last element that is a name. What ".." leads to only the system knows: a link may
+// come before it. Where that leads nowhere the path says so as it is.
+fs::path WithName(const fs::path& path) {
+  std::error_code failed;
+  const fs::path absolute = fs::absolute(path, failed);
+  if (!GoesUp(absolute)) {
+    const fs::path plain = absolute.lexically_normal();
+    return plain.has_filename() ? plain : plain.parent_path();
+  }
+  const fs::path itself = fs::canonical(absolute, failed);
+  if (!failed) return itself;
+  const fs::path above = fs::canonical(absolute.parent_path(), failed);
+  return failed ? absolute : above / absolute.filename();
 }
 
 }  // namespace
 
 Places FindPlaces(const fs::path& image, const fs::path& folder, const fs::path& stateFolder) {
-  return {
-      .image = Itself(image),
-      .folder = WithoutSlash(folder),
-      .stateFolder = stateFolder.empty() ? DefaultStateFolder(image) : WithoutSlash(stateFolder)};
+  return {.image = Itself(image),
+          .folder = WithName(folder),
+          .stateFolder = stateFolder.empty() ? DefaultStateFolder(image) : WithName(stateFolder)};
 }
 
 }  // namespace internal::guard
