@@ -57,7 +57,8 @@ struct StateFacts {
   bool isDamaged = false;
   std::string error{};  // what is wrong with it
   bool isWritable = true;
-  std::string lockError{};  // why its lock cannot be had; empty: it can
+  std::string lockError{};   // why its lock cannot be had; empty: it can
+  std::string trashError{};  // why nothing can be put into its trash; empty: it can
 };
 
 // What can be known before anything is planned.

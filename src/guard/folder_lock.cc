@@ -1,13 +1,11 @@
 #include "guard/folder_lock.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -15,7 +13,9 @@
 #include <utility>
 #include <vector>
 
+#include "common/fail.h"
 #include "common/host_file.h"
+#include "guard/file_lock.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace fs = std::filesystem;
@@ -23,6 +23,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t kNowhere = std::string_view::npos;
+constexpr char kUnknownHolder[] = "another process";
 constexpr char kAllLocks[] = "/proc/locks";
 // Some thousands of lines: of more, the holder may remain unknown.
 constexpr std::size_t kMostBytesOfLocks = std::size_t{256} * 1024;
@@ -58,7 +59,18 @@ std::string HolderOf(const struct ::stat& folder) {
     if (!holder.empty()) return "process " + std::string(holder);
     text.remove_prefix(end + 1);
   }
-  return "another process";
+  return kUnknownHolder;
+}
+
+std::string TextFor(int file, const fs::path& folder) {
+  struct ::stat status;
+  const std::string holder = ::fstat(file, &status) == 0 ? HolderOf(status) : kUnknownHolder;
+  return holder + " keeps the folder " + folder.string() +
+         " in step already, and remembers it elsewhere";
+}
+
+Descriptor OpenToLock(const fs::path& folder) {
+  return OpenHostPath(folder.c_str(), O_RDONLY | O_DIRECTORY);
 }
 
 }  // namespace
@@ -67,17 +79,18 @@ bool FolderLock::Take(const fs::path& folder, std::string& err) {
   if (locked && IsOpenAt(locked.Get(), folder)) return true;
   // Whoever finds the old folder elsewhere may work on it.
   locked.Close();
-  Descriptor opened = OpenHostPath(folder.c_str(), O_RDONLY | O_DIRECTORY);
-  struct ::stat status;
-  if (!opened || ::fstat(opened.Get(), &status) != 0) return true;
-  if (::flock(opened.Get(), LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK) return true;
-    err = HolderOf(status) + " keeps the folder " + folder.string() +
-          " in step already, and remembers it elsewhere";
-    return false;
-  }
-  locked = std::move(opened);
-  return true;
+  Descriptor opened = OpenToLock(folder);
+  const Locking locking = opened ? TryLock(opened.Get()) : Locking::kFailed;
+  if (locking == Locking::kTaken) locked = std::move(opened);
+  if (locking != Locking::kHeld) return true;
+  return Fail(err, TextFor(opened.Get(), folder));
+}
+
+bool FolderLock::Look(const fs::path& folder, std::string& err) const {
+  if (locked && IsOpenAt(locked.Get(), folder)) return true;
+  const Descriptor opened = OpenToLock(folder);
+  const bool isHeld = opened && LookAtLock(opened.Get()) == Locking::kHeld;
+  return !isHeld || Fail(err, TextFor(opened.Get(), folder));
 }
 
 }  // namespace quorbix::virtdisk::internal::guard

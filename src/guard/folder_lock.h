@@ -16,6 +16,8 @@ class FolderLock {
   // says who. A folder that is not there, may not be read, or lies on a file system that has no
   // such locks is worked on without.
   [[nodiscard]] bool Take(const std::filesystem::path& folder, std::string& err);
+  // What Take would return; nothing is taken.
+  [[nodiscard]] bool Look(const std::filesystem::path& folder, std::string& err) const;
 
  private:
   Descriptor locked;

@@ -101,10 +101,15 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     const Places places = FindPlaces(image, folder, options.stateFolder);
     WorkMonitor monitor(options.stop, options.onProgress);
     KnownState known = Recall(places);
-    static_cast<void>(StateLock::CanBeTaken(places.stateFolder, known.lockError));
+    std::string holder;
+    const bool isFree = LookAtLocks(places, known.lockError, holder);
     const Sight sight = Look(places, options, known, monitor);
     GuardedReport report = ReportOf(sight);
     report.outcome = OutcomeBefore(sight, accepted, report.message);
+    if (!isFree) {
+      report.outcome = GuardedOutcome::kNotNow;
+      report.message = holder;
+    }
     return report;
   }
 
@@ -153,6 +158,15 @@ class GuardedFolderSync final : public IGuardedFolderSync {
     return known;
   }
 
+  // False: somebody else has one of them, and `holder` says who.
+  bool LookAtLocks(const Places& places, std::string& lockError, std::string& holder) const {
+    std::string text;
+    const Locking locking = lock.Look(places.stateFolder, text);
+    if (locking == Locking::kHeld) holder = text;
+    if (locking == Locking::kFailed) lockError = text;
+    return locking != Locking::kHeld && folderLock.Look(places.folder, holder);
+  }
+
   // False: somebody else has it, and `report` says who. One that cannot be had is a hazard. Where
   // nothing was ever kept nothing is made for it either: the pass may be refused.
   bool TakeLockIfKnown(const Places& places, std::string& lockError, GuardedReport& report) {
@@ -160,26 +174,26 @@ class GuardedFolderSync final : public IGuardedFolderSync {
       lock = StateLock();
       return true;
     }
-    const StateLock::Result result = lock.Take(places.stateFolder, report.message);
-    if (result == StateLock::Result::kFailed) lockError = report.message;
+    const Locking result = lock.Take(places.stateFolder, report.message);
+    if (result == Locking::kFailed) lockError = report.message;
     report.outcome = GuardedOutcome::kNotNow;
-    return result != StateLock::Result::kHeld;
+    return result != Locking::kHeld;
   }
 
   // After the look, which knew of nothing: whatever another process has done since is not in it.
   bool TakeLockForTheFirstTime(const Places& places, GuardedReport& report) {
     const GuardedOutcome planned = std::exchange(report.outcome, GuardedOutcome::kFailed);
     if (!MakeStateFolder(places.stateFolder, report.message)) return false;
-    const StateLock::Result result = lock.Take(places.stateFolder, report.message);
-    if (result == StateLock::Result::kFailed) return false;
+    const Locking result = lock.Take(places.stateFolder, report.message);
+    if (result == Locking::kFailed) return false;
     State ignored;
     const StateLoad load = LoadState(places.stateFolder, ignored, report.message);
-    if (result == StateLock::Result::kTaken && load == StateLoad::kNone) {
+    if (result == Locking::kTaken && load == StateLoad::kNone) {
       report.outcome = planned;
       return true;
     }
     report.outcome = GuardedOutcome::kNotNow;
-    if (result == StateLock::Result::kTaken) {
+    if (result == Locking::kTaken) {
       report.message = "another process has just begun to keep this pair in step";
     }
     return false;

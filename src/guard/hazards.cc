@@ -199,6 +199,12 @@ void CheckState(const Facts& facts, Collector& found) {
                   facts.state.lockError +
                   "): another process could not be kept from it. Put that right, or name another "
                   "folder");
+  } else if (!facts.state.trashError.empty()) {
+    found.Add(kStateNotWritable, false,
+              "the state's folder " + facts.stateFolder + " cannot be used (" +
+                  facts.state.trashError +
+                  "): what is replaced or deleted could not be kept. Put that right, or name "
+                  "another folder");
   }
 }
 

@@ -103,6 +103,7 @@ class Pairer {
   // New entries of the host that the disk has already. The map's order puts a folder before what it
   // holds.
   void TakeNamesakes(const Wanted& wanted) {
+    if (observation.disk.empty()) return;
     for (const auto& [path, item] : observation.host) {
       if (pairedOnHost.contains(path)) continue;
       const auto directory = DiskFolderFor(ParentOf(path));

@@ -207,7 +207,7 @@ bool RestoreAnyway(const fs::path& stateFolder, const std::string& id, const fs:
   TrashedItem item;
   StateLock lock;
   if (!FindItem(stateFolder, id, item, err)) return false;
-  if (lock.Take(stateFolder, err) != StateLock::Result::kTaken) return false;
+  if (lock.Take(stateFolder, err) != Locking::kTaken) return false;
   const std::string writer = item.side == "disk" ? FindWriter(target) : std::string();
   if (!writer.empty()) return Fail(err, writer + " has " + target.string() + " open for writing");
   monitor.Begin(GuardedWork::kRestore, item.bytes);

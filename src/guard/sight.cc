@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <optional>
 #include <set>
 #include <system_error>
@@ -16,6 +17,7 @@
 #include "guard/pairing.h"
 #include "guard/room.h"
 #include "guard/system_text.h"
+#include "guard/trash.h"
 #include "guard/writers.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -24,6 +26,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
+// A century in nanoseconds has room in 64 bits.
+constexpr std::chrono::milliseconds kLongestSettle = std::chrono::years(100);
 // Two are enough, unless links change what is planned for their files in turn; such a pass finds
 // something changed, and the next one goes on.
 constexpr int kMostRounds = 4;
@@ -131,6 +135,7 @@ class Looker {
     state.error = remembered.error;
     state.isWritable = MayWriteInto(places.stateFolder);
     state.lockError = remembered.lockError;
+    state.trashError = WhyTrashIsUnusable(places.stateFolder);
   }
 
   void CheckNesting() {
@@ -209,7 +214,7 @@ class Looker {
   }
 
   std::int64_t SettleNanoseconds() const {
-    return options.settle.count() * kNanosecondsPerMillisecond;
+    return std::min(options.settle, kLongestSettle).count() * kNanosecondsPerMillisecond;
   }
 
   std::vector<Identity> OwnParts() const {
@@ -338,6 +343,7 @@ class Looker {
       DoubtDeletions(sight.seen.disk, known);
     }
     NameHints hints{.remembered = namesBefore, .built = {}};
+    if (monitor.IsStopped()) return;
     if (sight.isFirstMeeting) {
       FirstMeeting meeting = MeetFirst(places.folder, sight.seen, monitor);
       hints.built = std::move(meeting.names);
@@ -351,10 +357,13 @@ class Looker {
     Pairing pairing;
     bool isNews = true;
     for (int round = 0; isNews && round < kMostRounds; ++round) {
+      if (monitor.IsStopped()) return;
       pairing = PairEntries(sight.seen, known, hints);
+      if (monitor.IsStopped()) return;
       sight.plan = MakePlan(sight.seen, known, pairing, rules);
       isNews = ForeseeLinks(sight.host.links, sight.plan, sight.seen);
     }
+    if (monitor.IsStopped()) return;
     const Hazards ofPlan =
         HazardsOfPlan(sight.facts, FactsOfPlan(), sight.seen, known, pairing, sight.plan,
                       {.mostDeletions = options.mostDeletions,

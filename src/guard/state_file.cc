@@ -1,7 +1,6 @@
 #include "guard/state_file.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -45,7 +44,23 @@ std::optional<std::string> HolderIn(int file) {
 std::string CannotLock(const fs::path& lock) {
   return "cannot lock " + lock.string() + " (" + SystemText() + ")";
 }
-std::string NoLock(const fs::path& lock) { return lock.string() + " is no lock of this program"; }
+
+// What comes of locking a file: one that is no lock is none that could be had.
+Locking Judge(const Descriptor& lock, Locking locking, const fs::path& path, std::string& err) {
+  if (locking == Locking::kFailed) {
+    err = CannotLock(path);
+    return locking;
+  }
+  const std::optional<std::string> holder = HolderIn(lock.Get());
+  if (locking == Locking::kHeld) {
+    err = (!holder || holder->empty() ? "another process" : "process " + *holder) +
+          " keeps this pair in step already";
+    return locking;
+  }
+  if (holder) return Locking::kTaken;
+  err = path.string() + " is no lock of this program";
+  return Locking::kFailed;
+}
 
 }  // namespace
 
@@ -127,38 +142,26 @@ bool StateLock::IsHeldIn(const fs::path& folder) const {
   return IsHeld() && IsOpenAt(file.Get(), folder / kLockName);
 }
 
-bool StateLock::CanBeTaken(const fs::path& folder, std::string& err) {
+Locking StateLock::Look(const fs::path& folder, std::string& err) const {
   const fs::path path = folder / kLockName;
+  if (IsHeldIn(folder)) return Locking::kTaken;
   const Descriptor lock = OpenHostFile(path.c_str(), O_RDWR | O_NOFOLLOW);
-  if (!lock && errno == ENOENT) return true;
-  if (!lock) return Fail(err, CannotLock(path));
-  return HolderIn(lock.Get()) || Fail(err, NoLock(path));
+  if (!lock && (errno == ENOENT || errno == ENOTDIR)) return Locking::kTaken;
+  return Judge(lock, lock ? LookAtLock(lock.Get()) : Locking::kFailed, path, err);
 }
 
-StateLock::Result StateLock::Take(const fs::path& folder, std::string& err) {
+Locking StateLock::Take(const fs::path& folder, std::string& err) {
   const fs::path path = folder / kLockName;
-  if (IsHeldIn(folder)) return Result::kTaken;
+  if (IsHeldIn(folder)) return Locking::kTaken;
   file.Close();
   Descriptor lock = OpenHostFile(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
-  if (!lock || (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0 && errno != EWOULDBLOCK)) {
-    err = CannotLock(path);
-    return Result::kFailed;
-  }
-  const std::optional<std::string> holder = HolderIn(lock.Get());
-  if (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) {
-    err = (!holder || holder->empty() ? "another process" : "process " + *holder) +
-          " keeps this pair in step already";
-    return Result::kHeld;
-  }
-  if (!holder) {
-    err = NoLock(path);
-    return Result::kFailed;
-  }
+  const Locking locking = Judge(lock, lock ? TryLock(lock.Get()) : Locking::kFailed, path, err);
+  if (locking != Locking::kTaken) return locking;
   const std::string self = std::to_string(::getpid()) + "\n";
   // For the message of others alone: without it they say less.
   if (::ftruncate(lock.Get(), 0) == 0) static_cast<void>(WriteFully(lock.Get(), AsBytes(self)));
   file = std::move(lock);
-  return Result::kTaken;
+  return Locking::kTaken;
 }
 
 }  // namespace quorbix::virtdisk::internal::guard

@@ -7,6 +7,7 @@
 
 #include "common/byte_buffer.h"
 #include "common/descriptor.h"
+#include "guard/file_lock.h"
 #include "guard/state.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -50,12 +51,10 @@ bool HoldsState(const std::filesystem::path& folder);
 // The lock of a state folder; the system takes it back when the process ends.
 class StateLock {
  public:
-  enum class Result { kTaken, kHeld, kFailed };
-
   // kHeld: somebody else has it, and `err` says who. kFailed: it cannot be had, and `err` says why.
-  [[nodiscard]] Result Take(const std::filesystem::path& folder, std::string& err);
-  // Whether Take would fail, without taking or making anything; `err` says why.
-  static bool CanBeTaken(const std::filesystem::path& folder, std::string& err);
+  [[nodiscard]] Locking Take(const std::filesystem::path& folder, std::string& err);
+  // What Take would come to; nothing is taken or made.
+  [[nodiscard]] Locking Look(const std::filesystem::path& folder, std::string& err) const;
   bool IsHeld() const { return static_cast<bool>(file); }
   // False also when the folder has gone since.
   bool IsHeldIn(const std::filesystem::path& folder) const;

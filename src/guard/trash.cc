@@ -21,6 +21,7 @@
 #include "guard/host_view.h"
 #include "guard/lines.h"
 #include "guard/paths.h"
+#include "guard/rights.h"
 #include "guard/state_file.h"
 #include "guard/system_text.h"
 
@@ -275,6 +276,16 @@ bool TrashRun::MakeFolder(std::string& err) {
     name = NameAfter(name, name);
   }
   return Fail(err, CannotMake(trash, failed));
+}
+
+std::string WhyTrashIsUnusable(const fs::path& stateFolder) {
+  const fs::path trash = stateFolder / kTrashName;
+  std::error_code unknown;
+  const fs::file_type type = fs::symlink_status(trash, unknown).type();
+  const bool isMissing = type == fs::file_type::not_found || type == fs::file_type::none;
+  if (isMissing) return "";
+  if (!fs::is_directory(trash, unknown)) return trash.string() + " is no folder";
+  return MayChange(trash) ? "" : trash.string() + " cannot be written to";
 }
 
 fs::path PlaceInTrash(const fs::path& stateFolder, const std::string& id) {

@@ -54,6 +54,10 @@ class TrashRun {
   std::size_t count = 0;
 };
 
+// Why a pass could put nothing into the trash of a state folder; empty: it could, as far as kinds
+// of entries and permissions tell.
+std::string WhyTrashIsUnusable(const std::filesystem::path& stateFolder);
+
 // Where a copy lies until it is whole: what is named in the manifest is never cut.
 std::filesystem::path PartOf(const std::filesystem::path& place);
 

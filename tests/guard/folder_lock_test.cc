@@ -2,16 +2,20 @@
 
 #include "guard/folder_lock.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "guard/guarded_pair.h"
@@ -121,11 +125,43 @@ TEST_F(TwoOnOneFolder, FirstInAnotherProcess_IsNamedUntilItHasEnded) {
   EXPECT_EQ(Other()->Pass().outcome, kNothingToDo);
 }
 
-TEST_F(TwoOnOneFolder, Preview_IsNobodysBusiness) {
-  EXPECT_EQ(Other()->Preview().outcome, kNothingToDo);
+TEST_F(TwoOnOneFolder, PreviewOfTheSecond_SaysWhoIsFirstAndWhatThereIsToDo) {
+  folder.File("host/new.txt", "new");
+  const auto second = Other();
+  const GuardedReport report = second->Preview();
+  EXPECT_EQ(report.outcome, kNotNow);
+  EXPECT_EQ(report.message, HeldBy(::getpid()));
+  EXPECT_EQ(report.steps.size(), 1u);
+  EXPECT_EQ(first->Preview().outcome, kDone);
+}
+
+TEST_F(TwoOnOneFolder, PreviewOfTheSamePair_SaysWhoIsFirst) {
+  const GuardedReport report = Sync()->Preview();
+  EXPECT_EQ(report.outcome, kNotNow);
+  EXPECT_EQ(report.message,
+            "process " + std::to_string(::getpid()) + " keeps this pair in step already");
+  EXPECT_EQ(first->Preview().outcome, kNothingToDo);
+}
+
+TEST_F(TwoOnOneFolder, Preview_TakesNoLock) {
+  first.reset();
   const auto second = Other();
   ASSERT_EQ(second->Preview().outcome, kNothingToDo);
-  EXPECT_EQ(first->Pass().outcome, kNothingToDo);
+  EXPECT_EQ(Sync()->Pass().outcome, kNothingToDo);
+}
+
+// As a preview has it.
+TEST_F(TwoOnOneFolder, LockThatSomebodyHasForAMoment_IsWaitedFor) {
+  first.reset();
+  const int file = ::open(Host().c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_EQ(::flock(file, LOCK_SH), 0);
+  std::thread other([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    ::close(file);
+  });
+  std::string err;
+  EXPECT_TRUE(FolderLock().Take(Host(), err)) << err;
+  other.join();
 }
 
 TEST_F(TwoOnOneFolder, FolderInTheOthersPlace_BelongsToWhoeverComesFirst) {

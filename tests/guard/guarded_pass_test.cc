@@ -128,6 +128,14 @@ TEST_F(GuardedPassTest, FileThatIsBeingWritten_IsLeftToSettle) {
   EXPECT_EQ(report.message, "new.txt is being written just now");
 }
 
+TEST_F(GuardedPassTest, LongestTimeToSettle_IsNeverOver) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  options.settle = std::chrono::milliseconds::max();
+  folder.File("host/new.txt", "n");
+  EXPECT_EQ(Pass().outcome, kNotNow);
+}
+
 TEST_F(GuardedPassTest, MissingImage_IsToldWithoutWaitingForTheFolder) {
   folder.File("host/a.txt", "just written");
   options.settle = std::chrono::hours(1);

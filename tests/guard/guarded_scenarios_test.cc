@@ -248,18 +248,21 @@ class Scenario {
 
   // --- the passes
 
-  GuardedReport Pass(const std::vector<GuardedHazard>& accepted) {
+  // Now and then another one, which knows what the state's folder holds and nothing else.
+  IGuardedFolderSync& Sync() {
     if (!sync || Below(2) == 0) {
       sync.reset();
       sync = CreateGuardedFolderSync(image, root / "host", options);
     }
-    return sync->Pass(accepted);
+    return *sync;
   }
+
+  GuardedReport Pass(const std::vector<GuardedHazard>& accepted) { return Sync().Pass(accepted); }
 
   void PassOnce() {
     const Contents before = OnSides();
     const std::string hostBefore = Fingerprint();
-    const GuardedReport preview = CreateGuardedFolderSync(image, root / "host", options)->Preview();
+    const GuardedReport preview = Sync().Preview();
     EXPECT_EQ(Fingerprint(), hostBefore) << "a preview touches nothing";
     std::vector<GuardedHazard> accepted;
     GuardedReport report = Pass({});
@@ -274,8 +277,7 @@ class Scenario {
         EXPECT_TRUE(hazard.canBeAccepted) << hazard.text;
         accepted.push_back(hazard.hazard);
       }
-      const std::string foretold =
-          Foretold(CreateGuardedFolderSync(image, root / "host", options)->Preview(accepted));
+      const std::string foretold = Foretold(Sync().Preview(accepted));
       report = Pass(accepted);
       EXPECT_EQ(foretold, Foretold(report));
     }
@@ -308,6 +310,7 @@ class Scenario {
     const GuardedReport quick = Pass({});
     GuardedSyncOptions everything = options;
     everything.verify = true;
+    sync.reset();
     const GuardedReport whole =
         CreateGuardedFolderSync(image, root / "host", everything)->Preview();
     EXPECT_EQ(quick.outcome, whole.outcome) << quick.message << whole.message << Describe(whole);

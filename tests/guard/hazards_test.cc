@@ -115,7 +115,9 @@ INSTANTIATE_TEST_SUITE_P(
                     SideRow{"StateNotWritable", GuardedHazard::kStateNotWritable, false,
                             [](Facts& f) { f.state.isWritable = false; }},
                     SideRow{"LockNotToBeHad", GuardedHazard::kStateNotWritable, false,
-                            [](Facts& f) { f.state.lockError = "no lock"; }}),
+                            [](Facts& f) { f.state.lockError = "no lock"; }},
+                    SideRow{"TrashNotToBeUsed", GuardedHazard::kStateNotWritable, false,
+                            [](Facts& f) { f.state.trashError = "no trash"; }}),
     [](const auto& row) { return row.param.name; });
 
 TEST(HazardsOfSides, NestingThatCannotBeAccepted_IsToldFirst) {

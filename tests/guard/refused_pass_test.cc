@@ -84,6 +84,29 @@ TEST_F(RefusedPass, SomebodyElsesFileInTheLocksPlace_IsToldBeforehandAndLeftAlon
   EXPECT_EQ(folder.Read("DISK.IMG.sync/lock"), "mine");
 }
 
+TEST_F(RefusedPass, SomebodyElsesFileInTheTrashsPlace_IsToldBeforehandAndLeftAlone) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.File("host/a.txt", "edited");
+  for (const char* kind : {"file", "link"}) {
+    std::filesystem::remove_all(StateFolder() / "trash");
+    if (kind == std::string("file")) folder.File("DISK.IMG.sync/trash", "mine");
+    if (kind == std::string("link")) {
+      std::filesystem::create_symlink("nowhere", StateFolder() / "trash");
+    }
+    EXPECT_EQ(Sync()->Preview().outcome, kRefused) << kind;
+    const GuardedReport report = Pass();
+    EXPECT_EQ(report.outcome, kRefused) << kind;
+    EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kStateNotWritable)) << kind;
+    EXPECT_THAT(report.message,
+                testing::HasSubstr((StateFolder() / "trash").string() + " is no folder"));
+    EXPECT_TRUE(std::filesystem::is_symlink(StateFolder() / "trash") ||
+                folder.Read("DISK.IMG.sync/trash") == "mine");
+  }
+  std::filesystem::remove(StateFolder() / "trash");
+  EXPECT_EQ(Pass().outcome, kDone);
+}
+
 TEST_F(RefusedPass, DamagedState_IsKeptUnderAnotherName) {
   folder.File("host/a.txt", "a");
   BuildAndAgree();

@@ -104,11 +104,11 @@ TEST(StateLock, SecondProcess_IsToldWhoHasIt) {
   TempFolder folder;
   StateLock lock;
   std::string err;
-  ASSERT_EQ(lock.Take(folder.Path(), err), StateLock::Result::kTaken) << err;
+  ASSERT_EQ(lock.Take(folder.Path(), err), Locking::kTaken) << err;
   const std::string holder = std::to_string(::getpid());
   const int status = RunInChild({}, [&] {
     StateLock second;
-    if (second.Take(folder.Path(), err) != StateLock::Result::kHeld) return 1;
+    if (second.Take(folder.Path(), err) != Locking::kHeld) return 1;
     return err == "process " + holder + " keeps this pair in step already" ? 0 : 2;
   });
   EXPECT_EQ(status, 0);
@@ -119,9 +119,9 @@ TEST(StateLock, SecondObjectInOneProcess_DoesNotGetItEither) {
   StateLock first;
   StateLock second;
   std::string err;
-  ASSERT_EQ(first.Take(folder.Path(), err), StateLock::Result::kTaken);
-  EXPECT_EQ(second.Take(folder.Path(), err), StateLock::Result::kHeld);
-  EXPECT_EQ(first.Take(folder.Path(), err), StateLock::Result::kTaken);
+  ASSERT_EQ(first.Take(folder.Path(), err), Locking::kTaken);
+  EXPECT_EQ(second.Take(folder.Path(), err), Locking::kHeld);
+  EXPECT_EQ(first.Take(folder.Path(), err), Locking::kTaken);
 }
 
 TEST(StateLock, ProcessThatEnds_GivesItBack) {
@@ -129,11 +129,11 @@ TEST(StateLock, ProcessThatEnds_GivesItBack) {
   RunInChild({}, [&] {
     StateLock* lock = new StateLock;  // never destroyed, as when the process is killed
     std::string err;
-    return lock->Take(folder.Path(), err) == StateLock::Result::kTaken ? 0 : 1;
+    return lock->Take(folder.Path(), err) == Locking::kTaken ? 0 : 1;
   });
   StateLock lock;
   std::string err;
-  EXPECT_EQ(lock.Take(folder.Path(), err), StateLock::Result::kTaken) << err;
+  EXPECT_EQ(lock.Take(folder.Path(), err), Locking::kTaken) << err;
 }
 
 TEST(StateLock, FileOfThatNameThatIsNoLock_IsLeftAlone) {
@@ -143,7 +143,7 @@ TEST(StateLock, FileOfThatNameThatIsNoLock_IsLeftAlone) {
     folder.File("lock", text);
     StateLock lock;
     std::string err;
-    EXPECT_EQ(lock.Take(folder.Path(), err), StateLock::Result::kFailed);
+    EXPECT_EQ(lock.Take(folder.Path(), err), Locking::kFailed);
     EXPECT_EQ(err, (folder / "lock").string() + " is no lock of this program");
     EXPECT_FALSE(lock.IsHeld());
     EXPECT_EQ(folder.Read("lock"), text);

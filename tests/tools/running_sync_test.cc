@@ -215,7 +215,9 @@ TEST_F(SyncCommand, SecondSyncOfThePair_IsToldWhoIsFirst) {
   Background sync({"sync", Image(), Folder(), "--settle", "50"}, folder / "log");
   ASSERT_TRUE(WaitFor([&] { return folder.Exists("disk.img.sync/state"); }));
   const ProgramRun run = Sync({"--dry-run"});
-  EXPECT_EQ(run.status, 0);  // looking is free
+  EXPECT_EQ(run.status, 3);
+  EXPECT_THAT(run.err, HasSubstr("process " + std::to_string(sync.Process()) +
+                                 " keeps this pair in step already"));
   const auto second = CreateGuardedFolderSync(Image(), Folder())->Pass();
   EXPECT_EQ(second.outcome, GuardedOutcome::kNotNow);
   EXPECT_THAT(second.message, MatchesRegex("process [0-9]+ keeps this pair in step already"));

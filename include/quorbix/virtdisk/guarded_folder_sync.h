@@ -195,8 +195,9 @@ class QUORBIX_VIRTDISK_EXPORT IGuardedFolderSync {
  public:
   virtual ~IGuardedFolderSync() = default;
 
-  // Tells what Pass would do now with these hazards accepted, unless somebody else has the locks,
-  // which are not asked for. Touches nothing, neither the two sides nor the state.
+  // Tells what Pass would do now with these hazards accepted. Touches nothing, neither the two
+  // sides nor the state. While somebody else has the locks it is kNotNow, and tells all the same
+  // what there is to do.
   virtual GuardedReport Preview(const std::vector<GuardedHazard>& accepted = {}) = 0;
 
   // Looks as Preview does. Then, unless a hazard stands that is not among `accepted`, carries out
