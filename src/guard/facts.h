@@ -73,21 +73,24 @@ struct Facts {
 };
 
 // What a plan needs of the host.
+// Where something is to be written.
+struct Room {
+  std::uint64_t device = 0;  // its file system
+  // Bytes, with those that a pass gives back before it needs them; nothing: unknown.
+  std::optional<std::uint64_t> free{};
+};
+
 struct PlanFacts {
   std::vector<std::string> unwritableFolders{};  // of those that the plan changes; host paths
   bool isImageWritable = true;
-  // Bytes on its file system, with those that a pass gives back before it needs them.
-  std::optional<std::uint64_t> freeForFolder{};
-  std::optional<std::uint64_t> freeForImage{};
-  bool isSameFileSystem = false;  // for both
-  // What goes to a trash on another file system is copied there.
-  std::optional<std::uint64_t> freeForTrash{};
-  bool areFilesCopied = false;
-  bool isImageCopied = false;
-  std::uint64_t trashBytes = 0;      // that the trash holds
-  bool isTrashBesideFolder = false;  // on the same file system
-  bool isTrashBesideImage = false;
-  unsigned imageCopies = 1;  // that are made beside the old image
+  Room folder{};
+  Room image{};
+  Room newImage{};  // until it has the name of the old one, or has been written over it
+  Room trash{};     // what goes there from another file system is copied
+  std::uint64_t trashBytes = 0;  // that the trash holds
+  bool isInPlace = false;        // the image is written over, and copied to the trash before
+  bool isTorn = false;           // an earlier pass has written over half of it: the same for it
+  std::uint64_t holes = 0;       // bytes of the image that nothing was written to yet
 };
 
 }  // namespace quorbix::virtdisk::internal::guard

@@ -1,8 +1,11 @@
 #include "guard/hazards.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "fat16/geometry.h"
 #include "guard/fitting.h"
@@ -359,10 +362,9 @@ void CheckFit(const Facts& facts, const Plan& plan, Collector& found) {
   found.Add(kDoesNotFit, false, why + HowToFit(fitting, facts.onDisk.bytes));
 }
 
-std::uint64_t BytesForTrash(const Facts& facts, const PlanFacts& planFacts, const Plan& plan,
-                            const Observation& seen) {
-  std::uint64_t bytes = plan.needsImage && planFacts.isImageCopied ? facts.onDisk.bytes : 0;
-  if (!planFacts.areFilesCopied) return bytes;
+// Of files that are replaced or deleted.
+std::uint64_t BytesReplaced(const Plan& plan, const Observation& seen) {
+  std::uint64_t bytes = 0;
   const auto add = [&](const std::string& path) {
     const auto item = seen.host.find(path);
     if (item != seen.host.end()) bytes += item->second.content.size;
@@ -372,43 +374,57 @@ std::uint64_t BytesForTrash(const Facts& facts, const PlanFacts& planFacts, cons
   return bytes;
 }
 
-std::string HowToMakeRoom(const Facts& facts, const PlanFacts& planFacts, bool isTrashThere) {
-  if (!isTrashThere || planFacts.trashBytes == 0) return ". Make room, or accept that it is tried";
+// Room that a pass needs in one place.
+struct Need {
+  const Room& room;
+  const std::string& path;  // to name it by
+  std::uint64_t bytes = 0;
+};
+
+std::vector<Need> NeedsOf(const Facts& facts, const PlanFacts& planFacts, const Plan& plan,
+                          const Observation& seen) {
+  const std::uint64_t image = facts.onDisk.bytes;
+  const bool isWrittenOver = planFacts.isTorn || (plan.needsImage && planFacts.isInPlace);
+  const bool isImageCopied =
+      planFacts.isInPlace || planFacts.newImage.device != planFacts.trash.device;
+  std::uint64_t forFolder = 0;
+  for (const HostWrite& write : plan.hostWrites) forFolder += write.content.size;
+  std::uint64_t forTrash = planFacts.isTorn ? image : 0;
+  if (plan.needsImage && isImageCopied) forTrash += image;
+  if (planFacts.folder.device != planFacts.trash.device) forTrash += BytesReplaced(plan, seen);
+  return {{planFacts.folder, facts.folder, forFolder},
+          {planFacts.newImage, planFacts.isInPlace ? facts.stateFolder : facts.image,
+           plan.needsImage ? image : 0},
+          {planFacts.image, facts.image, isWrittenOver ? planFacts.holes : 0},
+          {planFacts.trash, facts.stateFolder, forTrash}};
+}
+
+std::string HowToMakeRoom(const Facts& facts, const PlanFacts& planFacts, const Room& room) {
+  const bool isTrashThere = room.device == planFacts.trash.device && planFacts.trashBytes > 0;
+  if (!isTrashThere) return ". Make room, or accept that it is tried";
   return ". Make room, or let the trash in " + facts.stateFolder + ", which has " +
          std::to_string(planFacts.trashBytes) +
          " bytes there, keep less (trashBytes, or --trash-size of virtdisk sync; the latest pass "
          "stays), or accept that it is tried";
 }
 
+// Each file system has to have room for all that is written to it.
 void CheckRoom(const Facts& facts, const PlanFacts& planFacts, const Plan& plan,
                const Observation& seen, Collector& found) {
-  std::uint64_t forFolder = 0;
-  for (const HostWrite& write : plan.hostWrites) forFolder += write.content.size;
-  const std::uint64_t forImage = plan.needsImage ? facts.onDisk.bytes * planFacts.imageCopies : 0;
-  const auto lacks = [](std::uint64_t needed, const std::optional<std::uint64_t>& free) {
-    return free && needed > *free;
-  };
-  const std::uint64_t together = planFacts.isSameFileSystem ? forFolder + forImage : forFolder;
-  if (lacks(together, planFacts.freeForFolder)) {
+  std::set<std::uint64_t> told;
+  const std::vector<Need> needs = NeedsOf(facts, planFacts, plan, seen);
+  for (const Need& need : needs) {
+    if (need.bytes == 0 || !told.insert(need.room.device).second) continue;
+    std::uint64_t bytes = 0;
+    for (const Need& other : needs) {
+      if (other.room.device == need.room.device) bytes += other.bytes;
+    }
+    if (!need.room.free || bytes <= *need.room.free) continue;
     found.Add(kNoRoom, true,
-              "the file system of " + facts.folder + " has " +
-                  std::to_string(*planFacts.freeForFolder) + " bytes left, and " +
-                  std::to_string(together) + " are needed" +
-                  HowToMakeRoom(facts, planFacts, planFacts.isTrashBesideFolder));
-  } else if (lacks(forImage, planFacts.freeForImage)) {
-    found.Add(
-        kNoRoom, true,
-        "the file system of " + facts.image + " has " + std::to_string(*planFacts.freeForImage) +
-            " bytes left, and the new image beside the old one needs " + std::to_string(forImage) +
-            HowToMakeRoom(facts, planFacts, planFacts.isTrashBesideImage));
+              "the file system of " + need.path + " has " + std::to_string(*need.room.free) +
+                  " bytes left, and what is written to it needs " + std::to_string(bytes) +
+                  HowToMakeRoom(facts, planFacts, need.room));
   }
-  const std::uint64_t forTrash = BytesForTrash(facts, planFacts, plan, seen);
-  if (!lacks(forTrash, planFacts.freeForTrash)) return;
-  found.Add(kNoRoom, true,
-            "the file system of the trash in " + facts.stateFolder + " has " +
-                std::to_string(*planFacts.freeForTrash) +
-                " bytes left, and what is replaced needs " + std::to_string(forTrash) +
-                HowToMakeRoom(facts, planFacts, true));
 }
 
 }  // namespace

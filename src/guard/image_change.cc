@@ -48,6 +48,19 @@ bool TakeAfter(int file, const fs::path& old) {
   return true;
 }
 
+// Gives room to what was never written to, so that no full disk ends the writing half way. A file
+// system that cannot do that beforehand is left to itself.
+bool FillHoles(int file) {
+  struct ::stat status;
+  if (::fstat(file, &status) != 0) return false;
+  if (RoomOf(status) >= static_cast<std::uint64_t>(status.st_size)) return true;
+  int result;
+  do {
+    result = ::fallocate(file, 0, 0, status.st_size);
+  } while (result != 0 && errno == EINTR);
+  return result == 0 || errno == EOPNOTSUPP || errno == ENOSYS;
+}
+
 bool IsSameFile(const fs::path& one, const fs::path& other) {
   const auto a = StampAt(one);
   const auto b = StampAt(other);
@@ -166,7 +179,8 @@ Ending ImageChange::RenameByLink(const fs::path& whole, const fs::path& place) {
   if (::link(path.c_str(), place.c_str()) != 0) {
     const Descriptor old = OpenHostPath(path.c_str(), O_RDONLY | O_NOFOLLOW);
     if (!old) return Cannot("read", path);
-    Ending copied = CopyToTrash(old.Get(), kReplaced);
+    fs::path ignored;
+    Ending copied = CopyToTrash(old.Get(), kReplaced, ignored);
     if (!copied.IsDone()) return copied;
   }
   std::string err;
@@ -183,7 +197,7 @@ Ending ImageChange::RenameByLink(const fs::path& whole, const fs::path& place) {
   return FlushFolder(path.parent_path()) ? Ending{} : Cannot("write out the folder of", path);
 }
 
-Ending ImageChange::CopyToTrash(int from, const std::string& why) {
+Ending ImageChange::CopyToTrash(int from, const std::string& why, fs::path& copy) {
   std::vector<fs::path> places;
   std::string err;
   if (!trash.Announce({{"disk", path.filename().string(), why}}, places, err)) {
@@ -200,6 +214,7 @@ Ending ImageChange::CopyToTrash(int from, const std::string& why) {
     ::unlink(part.c_str());
     return ending;
   }
+  copy = places.front();
   return trash.Flush(err) ? Ending{} : Ending::Failed(err);
 }
 
@@ -235,9 +250,14 @@ Ending ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId,
   if (!from) return Cannot("read the new image", whole);
   const Descriptor to = OpenHostFile(path.c_str(), O_RDWR | O_NOFOLLOW);
   if (!to) return Cannot("write to the image", path);
-  Ending copied = CopyToTrash(to.Get(), why);
-  if (!copied.IsDone()) return copied;
-  if (!IsAsSeen(path)) return ImageChanged(path);
+  fs::path copy;
+  Ending ending = CopyToTrash(to.Get(), why, copy);
+  if (ending.IsDone() && !IsAsSeen(path)) ending = ImageChanged(path);
+  if (ending.IsDone() && !FillHoles(to.Get())) ending = Cannot("make room in the image", path);
+  if (!ending.IsDone()) {
+    if (!copy.empty()) ::unlink(copy.c_str());
+    return ending;
+  }
   // From here on it goes on to the end: half of an image is of no use to anybody.
   return CopyOver(from.Get(), to.Get(), tornId);
 }

@@ -44,7 +44,8 @@ class ImageChange {
                 const std::map<std::string, DiskItem>& expected);
   Ending RenameByLink(const std::filesystem::path& whole, const std::filesystem::path& place);
   Ending TakeBack(const std::filesystem::path& whole, const Stamp& made, Ending why) const;
-  Ending CopyToTrash(int from, const std::string& why);
+  // `copy` is where it lies then.
+  Ending CopyToTrash(int from, const std::string& why, std::filesystem::path& copy);
   Ending CopyTo(const std::filesystem::path& copy, int from);
   Ending CopyBytes(int from, int to, const std::filesystem::path& copy);
   Ending CopyOver(int from, int to, std::uint32_t tornId);

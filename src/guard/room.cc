@@ -20,26 +20,33 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::optional<std::uint64_t> FreeBytes(const fs::path& folder) {
-  struct ::statvfs status;
-  if (::statvfs(folder.c_str(), &status) != 0) return std::nullopt;
-  return std::uint64_t{status.f_bavail} * status.f_frsize;
-}
-
 void Add(std::uint64_t bytes, std::optional<std::uint64_t>& free) {
   if (free) *free += bytes;
-}
-
-bool IsOnSameFileSystem(const fs::path& one, const fs::path& other) {
-  const auto a = StampAt(one);
-  const auto b = StampAt(other);
-  return a && b && a->identity.device == b->identity.device;
 }
 
 // The folder, or the nearest one above it that exists.
 fs::path Existing(fs::path folder) {
   while (!StampAt(folder) && folder.has_relative_path()) folder = folder.parent_path();
   return folder;
+}
+
+// Of a folder, or of where it is to be made.
+Room RoomAt(const fs::path& folder) {
+  const fs::path there = Existing(folder);
+  Room room;
+  if (const auto status = StampAt(there)) room.device = status->identity.device;
+  struct ::statvfs status;
+  if (::statvfs(there.c_str(), &status) == 0) {
+    room.free = std::uint64_t{status.f_bavail} * status.f_frsize;
+  }
+  return room;
+}
+
+std::uint64_t HolesOf(const fs::path& image) {
+  struct ::stat status;
+  if (::stat(image.c_str(), &status) != 0) return 0;
+  const auto size = static_cast<std::uint64_t>(status.st_size);
+  return size - std::min(size, RoomOf(status));
 }
 
 std::vector<std::string> UnwritableFolders(const Places& places, const Sight& sight) {
@@ -72,7 +79,6 @@ std::vector<std::string> UnwritableFolders(const Places& places, const Sight& si
   return {unwritable.begin(), unwritable.end()};
 }
 
-// What a pass that was cut off has left of its new image is removed before another is made.
 std::uint64_t BytesOfLeftover(const fs::path& newImages, const Sight& sight) {
   struct ::stat status;
   const bool isThere = sight.pending && !sight.pending->wholeImage.empty() &&
@@ -86,29 +92,26 @@ bool MayWriteInto(const fs::path& folder) { return MayChange(Existing(folder)); 
 
 PlanFacts LookForRoom(const Places& places, const GuardedSyncOptions& options, const Sight& sight) {
   PlanFacts facts;
-  if (sight.plan.IsEmpty()) return facts;
+  facts.isInPlace = options.inPlace;
+  facts.isTorn = sight.cutOff == CutOff::kTorn;
+  if (sight.plan.IsEmpty() && !facts.isTorn) return facts;
   facts.unwritableFolders = UnwritableFolders(places, sight);
   const fs::path beside = places.image.parent_path();
   const fs::path newImages = options.inPlace ? places.stateFolder : beside;
-  const fs::path state = Existing(places.stateFolder);
   facts.isImageWritable = MayWrite(places.image) && (options.inPlace || MayChange(beside));
-  facts.imageCopies = options.inPlace ? 2 : 1;
-  facts.freeForFolder = FreeBytes(places.folder);
-  facts.freeForImage = FreeBytes(newImages);
-  facts.freeForTrash = FreeBytes(state);
-  facts.isSameFileSystem = IsOnSameFileSystem(places.folder, newImages);
-  facts.isTrashBesideFolder = IsOnSameFileSystem(places.folder, state);
-  facts.isTrashBesideImage = IsOnSameFileSystem(newImages, state);
-  facts.areFilesCopied = !facts.isTrashBesideFolder;
-  facts.isImageCopied = !options.inPlace && !facts.isTrashBesideImage;
-  const std::uint64_t leftover = BytesOfLeftover(newImages, sight);
-  Add(leftover, facts.freeForImage);
-  if (facts.isSameFileSystem) Add(leftover, facts.freeForFolder);
-  // What is beyond the trash's bound goes before anything is written.
+  facts.holes = HolesOf(places.image);
   facts.trashBytes = sight.trash->held;
-  Add(sight.trash->spare, facts.freeForTrash);
-  if (facts.isTrashBesideFolder) Add(sight.trash->spare, facts.freeForFolder);
-  if (facts.isTrashBesideImage) Add(sight.trash->spare, facts.freeForImage);
+  facts.folder = RoomAt(places.folder);
+  facts.image = RoomAt(beside);
+  facts.newImage = RoomAt(newImages);
+  facts.trash = RoomAt(places.stateFolder);
+  // What a pass that was cut off has left of its new image is removed before another is made, and
+  // what is beyond the trash's bound before anything is written.
+  const std::uint64_t leftover = BytesOfLeftover(newImages, sight);
+  for (Room* room : {&facts.folder, &facts.image, &facts.newImage, &facts.trash}) {
+    if (room->device == facts.newImage.device) Add(leftover, room->free);
+    if (room->device == facts.trash.device) Add(sight.trash->spare, room->free);
+  }
   return facts;
 }
 

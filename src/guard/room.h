@@ -14,7 +14,7 @@ namespace quorbix::virtdisk::internal::guard {
 bool MayWriteInto(const std::filesystem::path& folder);
 
 // What a plan needs of the host: the permissions for all that it changes, and the room. The sight
-// has its plan, and the trash has been measured unless that is empty.
+// has its plan, and the trash has been measured unless that is empty and nothing has to be mended.
 PlanFacts LookForRoom(const Places& places, const GuardedSyncOptions& options, const Sight& sight);
 
 }  // namespace quorbix::virtdisk::internal::guard

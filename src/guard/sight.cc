@@ -374,7 +374,7 @@ class Looker {
   }
 
   PlanFacts FactsOfPlan() {
-    if (!sight.plan.IsEmpty()) MeasureTrashOnce();
+    if (!sight.plan.IsEmpty() || sight.cutOff == CutOff::kTorn) MeasureTrashOnce();
     return LookForRoom(places, options, sight);
   }
 

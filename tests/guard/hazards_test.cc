@@ -300,43 +300,101 @@ TEST(HazardsOfPlan, WhatTheDiskNeedNotTake_NeedNotFit) {
   EXPECT_THAT(Found(seen, {}), IsEmpty());
 }
 
-TEST(HazardsOfPlan, TooLittleRoom_IsOne) {
-  const Observation toHost = Seen({}, {{"A", 'a'}});
-  EXPECT_THAT(Kinds(Found(toHost, {}, {.freeForFolder = 0})), ElementsAre(GuardedHazard::kNoRoom));
-  EXPECT_THAT(Found(toHost, {}, {.freeForFolder = 1}), IsEmpty());
-  const Observation toDisk = Seen({{"a", 'a'}}, {});
-  EXPECT_THAT(Kinds(Found(toDisk, {}, {.freeForImage = (3 << 20) - 1})),
-              ElementsAre(GuardedHazard::kNoRoom));
-  EXPECT_THAT(Found(toDisk, {}, {.freeForImage = 3 << 20}), IsEmpty());
+constexpr std::uint64_t kImageBytes = 3 << 20;
+
+// Each place on a file system of its own.
+PlanFacts Apart() {
+  PlanFacts facts;
+  facts.folder.device = 1;
+  facts.image.device = 2;
+  facts.newImage.device = 3;
+  facts.trash.device = 4;
+  return facts;
+}
+
+// Whether there is too little room with so many bytes in one place, and enough with one more.
+void ExpectNeed(const Observation& seen, const Memory& known, PlanFacts facts,
+                Room PlanFacts::*place, std::uint64_t bytes) {
+  (facts.*place).free = bytes - 1;
+  EXPECT_THAT(Kinds(Found(seen, known, facts)), ElementsAre(GuardedHazard::kNoRoom));
+  (facts.*place).free = bytes;
+  EXPECT_THAT(Found(seen, known, facts), IsEmpty());
+}
+
+TEST(HazardsOfPlan, TooLittleRoomForFilesOfTheDisk_IsOne) {
+  ExpectNeed(Seen({}, {{"A", 'a'}}), {}, Apart(), &PlanFacts::folder, 1);
+}
+
+TEST(HazardsOfPlan, TooLittleRoomForTheNewImage_IsOne) {
+  ExpectNeed(Seen({{"a", 'a'}}, {}), {}, Apart(), &PlanFacts::newImage, kImageBytes);
+  PlanFacts facts = Apart();
+  facts.image.free = 0;
+  EXPECT_THAT(Found(Seen({{"a", 'a'}}, {}), {}, facts), IsEmpty());
+}
+
+TEST(HazardsOfPlan, TooLittleRoomForWhatIsReplaced_IsOneWhereItIsCopied) {
+  const Observation replaced = Seen({{"a", 'a'}}, {{"A", 'b'}});
+  const Memory known = Knows({{"a", "A", 'a'}});
+  ExpectNeed(replaced, known, Apart(), &PlanFacts::trash, 1);
+  PlanFacts facts = Apart();
+  facts.trash = facts.folder;
+  facts.trash.free = facts.folder.free = 1;  // for the file of the disk alone
+  EXPECT_THAT(Found(replaced, known, facts), IsEmpty());
+}
+
+TEST(HazardsOfPlan, TooLittleRoomForTheOldImage_IsOneWhereItIsCopied) {
+  const Observation edited = Seen({{"a", 'b'}}, {{"A", 'a'}});
+  const Memory known = Knows({{"a", "A", 'a'}});
+  ExpectNeed(edited, known, Apart(), &PlanFacts::trash, kImageBytes);
+  PlanFacts facts = Apart();
+  facts.trash.device = facts.newImage.device;
+  ExpectNeed(edited, known, facts, &PlanFacts::newImage, kImageBytes);
+}
+
+TEST(HazardsOfPlan, ImageInPlace_NeedsRoomForACopyAndForItsHoles) {
+  const Observation edited = Seen({{"a", 'b'}}, {{"A", 'a'}});
+  const Memory known = Knows({{"a", "A", 'a'}});
+  PlanFacts facts = Apart();
+  facts.isInPlace = true;
+  facts.holes = 1000;
+  ExpectNeed(edited, known, facts, &PlanFacts::image, 1000);
+  facts.trash.device = facts.newImage.device;
+  ExpectNeed(edited, known, facts, &PlanFacts::newImage, 2 * kImageBytes);
+  facts.image.device = facts.newImage.device;
+  ExpectNeed(edited, known, facts, &PlanFacts::newImage, 2 * kImageBytes + 1000);
+  facts.isInPlace = false;
+  ExpectNeed(edited, known, facts, &PlanFacts::newImage, kImageBytes);
+}
+
+TEST(HazardsOfPlan, TornImage_NeedsRoomForACopyOfItAlsoWhereNothingHasChanged) {
+  const Observation same = Seen({{"a", 'a'}}, {{"A", 'a'}});
+  const Memory known = Knows({{"a", "A", 'a'}});
+  PlanFacts facts = Apart();
+  facts.isTorn = true;
+  facts.holes = 1000;
+  ExpectNeed(same, known, facts, &PlanFacts::trash, kImageBytes);
+  ExpectNeed(same, known, facts, &PlanFacts::image, 1000);
 }
 
 TEST(HazardsOfPlan, TooLittleRoomBesideTheTrash_TellsItsSize) {
   const Observation seen = Seen({}, {{"A", 'a'}});
-  PlanFacts facts{.freeForFolder = 0, .trashBytes = 4321, .isTrashBesideFolder = true};
-  EXPECT_THAT(Found(seen, {}, facts).at(0).text, HasSubstr("has 4321 bytes there, keep less"));
-  facts.isTrashBesideFolder = false;
+  PlanFacts facts = Apart();
+  facts.folder.free = 0;
+  facts.trashBytes = 4321;
   EXPECT_THAT(Found(seen, {}, facts).at(0).text, Not(HasSubstr("trash")));
+  facts.trash.device = facts.folder.device;
+  EXPECT_THAT(Found(seen, {}, facts).at(0).text, HasSubstr("has 4321 bytes there, keep less"));
 }
 
-TEST(HazardsOfPlan, BothSidesOnOneFileSystem_NeedRoomTogether) {
+TEST(HazardsOfPlan, PlacesOnOneFileSystem_NeedRoomTogetherAndAreToldOnce) {
   const Observation seen = Seen({{"a", 'a'}}, {{"B", 'b'}});
-  const PlanFacts both{.freeForFolder = 3 << 20, .freeForImage = 3 << 20, .isSameFileSystem = true};
-  EXPECT_THAT(Kinds(Found(seen, {}, both)), ElementsAre(GuardedHazard::kNoRoom));
-}
-
-TEST(HazardsOfPlan, TrashOnAnotherFileSystem_NeedsRoomThere) {
-  const Observation replaced = Seen({{"a", 'a'}}, {{"A", 'b'}});
-  const Memory known = Knows({{"a", "A", 'a'}});
-  EXPECT_THAT(Kinds(Found(replaced, known, {.freeForTrash = 0, .areFilesCopied = true})),
-              ElementsAre(GuardedHazard::kNoRoom));
-  EXPECT_THAT(Found(replaced, known, {.freeForTrash = 1, .areFilesCopied = true}), IsEmpty());
-  EXPECT_THAT(Found(replaced, known, {.freeForTrash = 0}), IsEmpty());
-  const Observation edited = Seen({{"a", 'b'}}, {{"A", 'a'}});
-  const std::uint64_t image = 3 << 20;
-  EXPECT_THAT(Kinds(Found(edited, known, {.freeForTrash = image - 1, .isImageCopied = true})),
-              ElementsAre(GuardedHazard::kNoRoom));
-  EXPECT_THAT(Found(edited, known, {.freeForTrash = image, .isImageCopied = true}), IsEmpty());
-  EXPECT_THAT(Found(edited, known, {.freeForTrash = 0}), IsEmpty());
+  PlanFacts together;
+  ExpectNeed(seen, {}, Apart(), &PlanFacts::newImage, kImageBytes);
+  together.folder.free = together.image.free = together.newImage.free = together.trash.free =
+      kImageBytes;
+  EXPECT_THAT(Kinds(Found(seen, {}, together)), ElementsAre(GuardedHazard::kNoRoom));
+  EXPECT_THAT(Found(seen, {}, together).at(0).text,
+              HasSubstr("has 3145728 bytes left, and what is written to it needs 3145729. Make"));
 }
 
 TEST(StandsInTheWay, AcceptedHazards_DoNot) {
