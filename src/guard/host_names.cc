@@ -1,6 +1,7 @@
 #include "guard/host_names.h"
 
 #include <cstddef>
+#include <optional>
 
 #include "common/ascii.h"
 #include "guard/model.h"
@@ -9,6 +10,7 @@ namespace quorbix::virtdisk::internal::guard {
 namespace {
 
 constexpr char kMark[] = "disk";
+constexpr char kMarkBegins[] = " (disk ";
 constexpr std::size_t kLongestName = 255;  // bytes, of the usual file systems
 // What is longer behind a dot is no extension but the rest of a title, and may be cut.
 constexpr std::size_t kLongestExtension = 32;
@@ -33,6 +35,27 @@ std::string Marked(const std::string& name, const std::string& mark) {
   const std::string end = " (" + mark + ")" + name.substr(extension);
   const std::size_t room = kLongestName > end.size() ? kLongestName - end.size() : 0;
   return Beginning(name.substr(0, extension), room) + end;
+}
+
+// " (disk 2026-11-21 17.20.05)" in a name.
+struct MarkPlace {
+  std::size_t begin = 0;
+  std::size_t end = 0;
+};
+
+std::optional<MarkPlace> FindMark(const std::string& name) {
+  const std::size_t begin = name.find(kMarkBegins);
+  const std::size_t close = begin == std::string::npos ? begin : name.find(')', begin);
+  if (close == std::string::npos) return std::nullopt;
+  return MarkPlace{begin, close + 1};
+}
+
+// Of long names a mark leaves more than this, and cuts the rest off.
+constexpr std::size_t kLeftOfAnyName = 128;
+
+std::string Family(const std::string& folder, const std::string& base,
+                   const std::string& extension) {
+  return folder + '/' + base.substr(0, kLeftOfAnyName) + '/' + extension;
 }
 
 }  // namespace
@@ -64,18 +87,28 @@ std::string HostNames::TakeMarked(const std::string& folder, const std::string& 
   return path;
 }
 
-bool MayBeBeside(const std::string& name) {
-  return name.find(std::string(" (") + kMark + ' ') != std::string::npos;
+bool MayBeBeside(const std::string& name) { return name.find(kMarkBegins) != std::string::npos; }
+
+std::string FamilyOf(const std::string& hostPath) {
+  const std::string name = NameOf(hostPath);
+  const std::size_t extension = ExtensionOf(name);
+  return Family(ParentOf(hostPath), name.substr(0, extension), name.substr(extension));
+}
+
+std::string FamilyOfBeside(const std::string& candidate) {
+  const std::string name = NameOf(candidate);
+  const auto mark = FindMark(name);
+  if (!mark) return {};
+  return Family(ParentOf(candidate), name.substr(0, mark->begin), name.substr(mark->end));
 }
 
 bool IsBeside(const std::string& candidate, const std::string& hostPath) {
   if (ParentOf(candidate) != ParentOf(hostPath)) return false;
-  const std::string name = NameOf(hostPath);
   const std::string other = NameOf(candidate);
-  const std::size_t mark = other.find(std::string(" (") + kMark + ' ');
-  const std::size_t close = other.find(')', mark == std::string::npos ? 0 : mark);
-  if (mark == std::string::npos || close == std::string::npos) return false;
-  return Marked(name, other.substr(mark + 2, close - mark - 2)) == other;
+  const auto mark = FindMark(other);
+  if (!mark) return false;
+  const std::string text = other.substr(mark->begin + 2, mark->end - mark->begin - 3);
+  return Marked(NameOf(hostPath), text) == other;
 }
 
 }  // namespace quorbix::virtdisk::internal::guard

@@ -32,6 +32,10 @@ class HostNames {
 // Whether a name has the mark of those that TakeBeside gives.
 bool MayBeBeside(const std::string& name);
 
+// What a file and every version beside it have in common, and few others do.
+std::string FamilyOf(const std::string& hostPath);
+std::string FamilyOfBeside(const std::string& candidate);
+
 // Whether `candidate` is a path that TakeBeside gives for `hostPath`, whatever the time.
 bool IsBeside(const std::string& candidate, const std::string& hostPath);
 

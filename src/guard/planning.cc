@@ -61,7 +61,7 @@ class Planner {
     for (const auto& [path, item] : observation.host) {
       const bool isReadable = item.type == EntryType::kFile && item.isReadable;
       if (!isReadable || !MayBeBeside(NameOf(path)) || agreed.contains(path)) continue;
-      versionsBeside[ParentOf(path)].push_back(path);
+      versionsBeside[FamilyOfBeside(path)].push_back(path);
     }
   }
 
@@ -218,7 +218,7 @@ class Planner {
   // Whether a file beside the host's own holds the disk's version already, from a pass that was cut
   // off. What has been agreed on may be about to change or to go.
   bool HasKeptVersion(const Row& row) const {
-    const auto beside = versionsBeside.find(ParentOf(row.host));
+    const auto beside = versionsBeside.find(FamilyOf(row.host));
     return beside != versionsBeside.end() &&
            std::any_of(beside->second.begin(), beside->second.end(), [&](const std::string& path) {
              return observation.host.at(path).content == row.onDisk->content &&
@@ -326,7 +326,7 @@ class Planner {
 
   const Observation& observation;
   const Memory& memory;
-  // Files of the host that are new and have names of kept versions, by their folders.
+  // Files of the host that are new and have names of kept versions, by what they are versions of.
   std::map<std::string, std::vector<std::string>> versionsBeside;
   const Pairing& pairing;
   const PlanRules& rules;

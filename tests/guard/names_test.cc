@@ -131,6 +131,22 @@ TEST(HostNames, TitleWithAnEarlyDot_IsCutAtItsEnd) {
   EXPECT_TRUE(IsBeside(beside, "d/" + title));
 }
 
+TEST(FamilyOf, FileAndItsVersions_IsOne) {
+  for (const std::string& name :
+       {std::string("Letter.doc"), std::string("no extension"), std::string("a.b.c"),
+        std::string(".5 of it"), std::string(250, 'l') + ".txt", std::string(255, 'l'),
+        std::string(80, 'l') + ". " + std::string(160, 'l')}) {
+    HostNames names;
+    const std::string first = names.TakeBeside("d/" + name, "2026-11-21 17.20.05");
+    const std::string second = names.TakeBeside("d/" + name, "2026-11-21 17.20.05");
+    EXPECT_NE(first, second);
+    EXPECT_EQ(FamilyOfBeside(first), FamilyOf("d/" + name)) << first;
+    EXPECT_EQ(FamilyOfBeside(second), FamilyOf("d/" + name)) << second;
+    EXPECT_NE(FamilyOfBeside(first), FamilyOf("e/" + name));
+    EXPECT_NE(FamilyOfBeside(first), FamilyOf("d/m" + name));
+  }
+}
+
 TEST(IsBeside, WhatTakeBesideGives_IsAndOthersAreNot) {
   EXPECT_TRUE(IsBeside("d/Letter (disk 2026-11-21 17.20.05).doc", "d/Letter.doc"));
   EXPECT_TRUE(IsBeside("Letter (disk 2026-11-21 17.20.05 2)", "Letter"));

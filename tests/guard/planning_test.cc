@@ -122,6 +122,24 @@ TEST(Planning, ManyConflicts_ArePlannedWithOneLookAtTheFolder) {
   EXPECT_EQ(Planned(seen, memory).conflicts.size(), 40'000u);
 }
 
+TEST(Planning, ManyConflictsWithManyKeptVersions_FindTheirOwn) {
+  constexpr int kFiles = 20'000;
+  Observation seen;
+  Memory memory;
+  for (int i = 0; i < kFiles; ++i) {
+    const std::string name = "f" + std::to_string(i);
+    const std::string disk = "F" + std::to_string(i);
+    seen.host[name + ".txt"] = HostFile('b');
+    seen.host[name + " (disk 2026-11-21 17.20.05).txt"] = HostFile('c');
+    seen.disk[DiskKey(disk)] = {
+        .path = disk, .shortName = ShortNameOf(disk), .content = Says('c'), .isDated = true};
+    memory.pairs.push_back({name + ".txt", disk, EntryType::kFile, Says('a')});
+  }
+  const Plan plan = Planned(seen, memory);
+  EXPECT_EQ(plan.conflicts.size(), std::size_t{kFiles});
+  EXPECT_THAT(plan.hostWrites, IsEmpty());
+}
+
 TEST(Planning, ConflictRules_TakeOneSide) {
   const Observation seen = Seen({{"a.txt", 'h'}}, {{"A.TXT", 'd'}});
   const Memory memory = Knows({{"a.txt", "A.TXT", 'o'}});
