@@ -29,6 +29,15 @@ Descriptor OpenFile(int folder, const char* path, int flags, ::mode_t newFileMod
   return Open(folder, path, flags, newFileMode);
 }
 
+// `file`, if it is a regular file.
+Descriptor IfRegular(Descriptor file, struct ::stat& status) {
+  if (!file || ::fstat(file.Get(), &status) != 0) return Descriptor();
+  if (S_ISREG(status.st_mode)) return file;
+  file.Close();
+  errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+  return Descriptor();
+}
+
 }  // namespace
 
 std::filesystem::path FollowLinks(std::filesystem::path path) {
@@ -51,17 +60,20 @@ Descriptor OpenHostFile(const char* path, int flags, ::mode_t newFileMode) {
   return OpenFile(AT_FDCWD, path, flags, newFileMode);
 }
 
+Descriptor OpenHostFileNow(const char* path, int flags) {
+  return Open(AT_FDCWD, path, flags | O_NONBLOCK, 0);
+}
+
 Descriptor OpenRegularFile(const char* path, struct ::stat& status) {
   return OpenRegularFileIn(AT_FDCWD, path, status);
 }
 
 Descriptor OpenRegularFileIn(int folder, const char* name, struct ::stat& status) {
-  Descriptor file = OpenFile(folder, name, O_RDONLY, 0);
-  if (!file || ::fstat(file.Get(), &status) != 0) return Descriptor();
-  if (S_ISREG(status.st_mode)) return file;
-  file.Close();
-  errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-  return Descriptor();
+  return IfRegular(OpenFile(folder, name, O_RDONLY, 0), status);
+}
+
+Descriptor OpenRegularFileNow(int folder, const char* name, struct ::stat& status) {
+  return IfRegular(Open(folder, name, O_RDONLY | O_NONBLOCK, 0), status);
 }
 
 Descriptor OpenFolderBelow(const char* root, std::string_view path) {

@@ -28,12 +28,19 @@ Descriptor OpenHostPath(const char* path, int flags, ::mode_t newFileMode = 0666
 // clients, to give it back.
 Descriptor OpenHostFile(const char* path, int flags, ::mode_t newFileMode = 0666);
 
-// The same for reading, and nothing unless it is a regular file; `status` is what it is when
-// opened.
+// The same without waiting for a lease either: nothing then, and EWOULDBLOCK in errno. Whoever
+// holds it has been asked to give it back.
+Descriptor OpenHostFileNow(const char* path, int flags);
+
+// The same as OpenHostFile for reading, and nothing unless it is a regular file; `status` is what
+// it is when opened.
 Descriptor OpenRegularFile(const char* path, struct ::stat& status);
 
 // The same for an entry `name` of an open folder.
 Descriptor OpenRegularFileIn(int folder, const char* name, struct ::stat& status);
+
+// The same without waiting for a lease.
+Descriptor OpenRegularFileNow(int folder, const char* name, struct ::stat& status);
 
 // Opens the folder at `path` below `root` to be listed: one element after the other, so that no
 // link leads anywhere else, and that a path may be longer than the system takes at once.

@@ -1,5 +1,6 @@
 #include "guard/disk_view.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -16,6 +17,7 @@
 #include "check/check_volume.h"
 #include "check/partitions.h"
 #include "common/byte_order.h"
+#include "common/host_file.h"
 #include "fat16/geometry.h"
 #include "guard/clock.h"
 #include "guard/disk_names.h"
@@ -111,6 +113,12 @@ class DiskLooker {
   }
 
   void Look() {
+    // As long as it is open here, nobody gets a lease on it for which the next opening would wait.
+    const Descriptor held = OpenHostFileNow(image.c_str(), O_RDONLY | O_NOCTTY);
+    if (!held && errno == EWOULDBLOCK) {
+      view.result = DiskView::Result::kBusy;
+      return;
+    }
     std::string err;
     const auto source = FileSource::Open(image, err);
     if (!source) return Spoil(ImageFacts::State::kUnreadable, err);

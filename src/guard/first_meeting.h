@@ -17,6 +17,7 @@ struct FirstMeeting {
   // Entries of the disk that are what a build makes of entries that take no part here, such as
   // links to folders: nothing that a machine has put there.
   std::map<std::string, Ignored> ignored{};  // by key
+  std::string busyPath{};  // a file that somebody would have to let go of before it can be read
 };
 
 // Looks at the folder as a build would, when nothing is known of it and the disk yet. What it

@@ -218,7 +218,8 @@ class HostLooker {
     file.taken = NowNanoseconds();
     struct ::stat before {};
     struct ::stat after;
-    const Descriptor opened = OpenRegularFileIn(folder, name.c_str(), before);
+    const Descriptor opened = OpenRegularFileNow(folder, name.c_str(), before);
+    if (!opened && errno == EWOULDBLOCK) return Stop(HostView::Result::kBusy, path);
     file.stamp = StampOf(before);
     if (opened && file.stamp.size > look.mostBytes) {
       view.items[path] = {.content = {.size = file.stamp.size}};

@@ -248,7 +248,10 @@ Ending ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId,
                                  const std::string& why) {
   const Descriptor from = OpenHostPath(whole.c_str(), O_RDONLY | O_NOFOLLOW);
   if (!from) return Cannot("read the new image", whole);
-  const Descriptor to = OpenHostFile(path.c_str(), O_RDWR | O_NOFOLLOW);
+  const Descriptor to = OpenHostFileNow(path.c_str(), O_RDWR | O_NOFOLLOW);
+  if (!to && errno == EWOULDBLOCK) {
+    return Ending::Busy("another process holds a lease on the image " + path.string());
+  }
   if (!to) return Cannot("write to the image", path);
   fs::path copy;
   Ending ending = CopyToTrash(to.Get(), why, copy);

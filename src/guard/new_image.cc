@@ -1,5 +1,6 @@
 #include "guard/new_image.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -175,7 +176,9 @@ class ImageMaker {
       return {};
     }
     const Descriptor file = OpenOnHost(entry.host);
-    if (!file && (errno == ENOENT || errno == ENOTDIR)) return FileChanged(entry.host);
+    if (!file && (errno == ENOENT || errno == ENOTDIR || errno == EWOULDBLOCK)) {
+      return FileChanged(entry.host);
+    }
     if (!file) return Cannot("read", entry.host);
     std::uint64_t hash = kEmptyHash;
     for (auto part = writer.Next(kReadAtOnce); !part.empty(); part = writer.Next(kReadAtOnce)) {
@@ -193,10 +196,10 @@ class ImageMaker {
 
   Descriptor OpenOnHost(const std::string& path) const {
     struct ::stat status;
-    Descriptor file = OpenRegularFile((parts.folder / path).c_str(), status);
+    Descriptor file = OpenRegularFileNow(AT_FDCWD, (parts.folder / path).c_str(), status);
     if (file || errno != ENAMETOOLONG) return file;
     const Descriptor folder = OpenFolderBelow(parts.folder.c_str(), ParentOf(path));
-    return folder ? OpenRegularFileIn(folder.Get(), NameOf(path).c_str(), status) : Descriptor();
+    return folder ? OpenRegularFileNow(folder.Get(), NameOf(path).c_str(), status) : Descriptor();
   }
 
   Ending HostChanged(const std::string& path) {

@@ -313,9 +313,8 @@ class Looker {
     if (HasFatal(sight.hazards)) return false;
     Forget();
     Plan();
-    if (!monitor.IsStopped()) return true;
-    Fail(Sight::Result::kStopped, kWasStopped);
-    return false;
+    if (monitor.IsStopped()) Fail(Sight::Result::kStopped, kWasStopped);
+    return sight.result == Sight::Result::kComplete;
   }
 
   // Accepting one of these means to begin anew: nothing is agreed on. The names are still known.
@@ -348,6 +347,9 @@ class Looker {
       FirstMeeting meeting = MeetFirst(places.folder, sight.seen, monitor);
       hints.built = std::move(meeting.names);
       known.ignored = std::move(meeting.ignored);
+      if (!meeting.busyPath.empty()) {
+        return Fail(Sight::Result::kNotNow, meeting.busyPath + " is being written just now");
+      }
       for (const auto& [host, disk] : namesBefore) known.ignored.erase(DiskKey(disk));
     }
     const PlanRules rules{.onConflict = options.onConflict,

@@ -176,7 +176,8 @@ void VisitPasses(const fs::path& trash, const TrashBound& bound, const Visit& vi
 
 bool CopyFile(int folder, const std::string& name, const fs::path& place, WorkMonitor& monitor) {
   struct ::stat status;
-  const Descriptor from = OpenRegularFileIn(folder, name.c_str(), status);
+  const Descriptor from = OpenRegularFileNow(folder, name.c_str(), status);
+  if (!from && errno == EWOULDBLOCK) errno = EBUSY;
   if (!from) return false;
   const Descriptor to = OpenHostFile(place.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
   if (!to) return false;
@@ -302,8 +303,11 @@ bool CopyEntry(int folder, const std::string& name, const fs::path& place, WorkM
 Ending MoveToTrash(int folder, const std::string& name, const fs::path& place,
                    WorkMonitor& monitor) {
   if (::renameat(folder, name.c_str(), AT_FDCWD, place.c_str()) == 0) return {};
-  if (errno == EXDEV && CopyAndRemove(folder, name, place, monitor)) return {};
-  if (errno == ECANCELED) return Ending::Stopped();
+  if (errno == EXDEV) {
+    if (CopyAndRemove(folder, name, place, monitor)) return {};
+    if (errno == ECANCELED) return Ending::Stopped();
+    if (errno == EBUSY) return Ending::Busy(name + " is being written just now");
+  }
   return Ending::Failed("cannot move " + name + " to the trash " + place.string() + " (" +
                         SystemText() + ")");
 }

@@ -26,8 +26,8 @@ namespace {
 // system has no leases, or this process may not take one.
 std::optional<bool> IsOpenForWriting(const fs::path& path) {
   struct ::stat status;
-  const Descriptor file = OpenRegularFile(path.c_str(), status);
-  if (!file) return std::nullopt;
+  const Descriptor file = OpenRegularFileNow(AT_FDCWD, path.c_str(), status);
+  if (!file) return errno == EWOULDBLOCK ? std::optional(true) : std::nullopt;
   // Whoever opens the file while the lease is held makes the system send a signal; the usual one
   // would end the process.
   if (::fcntl(file.Get(), F_SETSIG, SIGURG) != 0) return std::nullopt;

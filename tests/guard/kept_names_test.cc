@@ -294,7 +294,8 @@ TEST_F(KeptNames, FirstMeetingThatIsStopped_DoesNotFollowLinksToTheirEnd) {
   BuildImage();
   std::atomic<bool> stop = false;
   WorkMonitor monitor(&stop, {});
-  const Observation seen{.host = {{"a.txt", {}}}, .disk = {{"A.TXT", {}}}, .hostLeftOut = {"link"}};
+  const Observation seen{
+      .host = {{"a.txt", {}}}, .disk = {{DiskKey("A.TXT"), {}}}, .hostLeftOut = {"link"}};
   EXPECT_EQ(MeetFirst(Host(), seen, monitor).names.size(), 1u);
   stop = true;
   EXPECT_TRUE(MeetFirst(Host(), seen, monitor).names.empty());

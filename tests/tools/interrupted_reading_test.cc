@@ -15,6 +15,7 @@
 
 #include "host/stop_signals.h"
 #include "support/child_process.h"
+#include "support/kept_lease.h"
 #include "support/next_function.h"
 #include "support/temp_folder.h"
 #include "tools/built_program.h"
@@ -86,46 +87,13 @@ TEST_F(InterruptedReading, SignalAtAnyRead_EndsItAndLeavesNothing) {
   }
 }
 
-// Has the lease on a file, so that who opens it waits: the system takes it away after 45 s only.
-class KeptLease {
- public:
-  explicit KeptLease(const std::string& path) : file(::open(path.c_str(), O_RDWR | O_CLOEXEC)) {
-    ::sigemptyset(&asked);
-    ::sigaddset(&asked, SIGIO);
-    ::pthread_sigmask(SIG_BLOCK, &asked, &before);
-    holds = ::fcntl(file, F_SETLEASE, F_WRLCK) == 0;
-  }
-  ~KeptLease() {
-    ::fcntl(file, F_SETLEASE, F_UNLCK);
-    ::close(file);
-    const ::timespec atOnce{};
-    while (::sigtimedwait(&asked, nullptr, &atOnce) > 0) {
-    }
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  }
-  KeptLease(const KeptLease&) = delete;
-  KeptLease& operator=(const KeptLease&) = delete;
-
-  bool Holds() const { return holds; }
-  bool WaitUntilAsked() const {
-    const ::timespec generous{30, 0};
-    return ::sigtimedwait(&asked, nullptr, &generous) == SIGIO;
-  }
-
- private:
-  int file;
-  bool holds = false;
-  ::sigset_t asked{};
-  ::sigset_t before{};
-};
-
 TEST_F(InterruptedReading, SignalWhileAFileIsWaitedFor_EndsEveryCommand) {
   std::vector<Command> commands = Commands();
   commands.push_back({"measure", Path("DISK")});
   for (const Command& command : commands) {
     for (const int signal : kEndingSignals) {
       SCOPED_TRACE(command[0] + ", signal " + std::to_string(signal));
-      const KeptLease lease(Path(command[0] == "measure" ? "DISK/A.TXT" : "disk.img"));
+      const test::KeptLease lease(Path(command[0] == "measure" ? "DISK/A.TXT" : "disk.img"));
       if (!lease.Holds()) GTEST_SKIP() << "this file system has no leases";
       Background program(command, folder / "log");
       ASSERT_TRUE(lease.WaitUntilAsked());
