@@ -8,6 +8,7 @@
 #include "guard/guarded_pass.h"
 #include "guard/memory.h"
 #include "guard/quiet_sides.h"
+#include "guard/room.h"
 #include "guard/sight.h"
 #include "guard/state_file.h"
 
@@ -124,7 +125,8 @@ class GuardedFolderSync final : public IGuardedFolderSync {
       return locked;
     }
     if (isFirst && !options.verify) quiet = QuietSides::Load(places);
-    if (quiet && lock.IsHeld() && quiet->AreStill(places)) return quiet->Report();
+    const bool mayRemember = lock.IsHeld() && MayWriteInto(places.stateFolder);
+    if (quiet && mayRemember && quiet->AreStill(places)) return quiet->Report();
     quiet.reset();
     KnownState known = Recall(places);
     known.lockError = lockError;

@@ -19,6 +19,7 @@
 #include "common/host_file.h"
 #include "guard/guarded_pair.h"
 #include "guard/lines.h"
+#include "support/child_process.h"
 #include "support/clock_ahead.h"
 #include "support/memory_folder.h"
 #include "support/opening.h"
@@ -138,7 +139,7 @@ TEST_F(QuietPair, EachKindOfChange_IsNoticed) {
       ASSERT_TRUE(isAnew ? IsQuickAnew() : IsQuick(*sync));
       if (isAnew) sync = Sync();
       changes[i]();
-      EXPECT_EQ(Preview().outcome, kDone);
+      EXPECT_EQ(sync->Preview().outcome, kDone);
       EXPECT_FALSE(IsQuick(*sync));
       EXPECT_EQ(report.outcome, kDone) << report.message;
       BecomeQuiet();
@@ -177,6 +178,23 @@ TEST_F(QuietPair, LinkToAnotherImage_IsNoticed) {
   ASSERT_TRUE(IsQuick(*sync));
   folder.Remove("link.img").Link("link.img", folder / "other.img");
   EXPECT_FALSE(IsQuick(*sync));
+}
+
+// What changes next could not be remembered.
+TEST_F(QuietPair, StateThatCannotBeWrittenTo_IsRefusedAsAPreviewSays) {
+  sync.reset();
+  for (const fs::path& file : {Image(), StateFolder() / "state", StateFolder() / "lock", Quiet()}) {
+    fs::permissions(file, fs::perms{0666});
+  }
+  ASSERT_TRUE(IsQuickAnew() || IsQuickAnew());
+  sync.reset();
+  fs::permissions(folder.Path(), fs::perms{0777});
+  fs::permissions(StateFolder(), fs::perms{0555});
+  const int status = test::RunInChild({.dropRoot = true}, [&] {
+    if (Sync()->Preview().outcome != kRefused) return 1;
+    return Sync()->Pass().outcome == kRefused ? 0 : 2;
+  });
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(QuietPair, StateThatIsGone_IsNotDoneWithout) {
