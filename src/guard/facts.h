@@ -81,7 +81,7 @@ struct Room {
 };
 
 struct PlanFacts {
-  std::vector<std::string> unwritableFolders{};  // of those that the plan changes; host paths
+  std::vector<std::string> unwritable{};  // folders and files that the plan changes; host paths
   bool isImageWritable = true;
   Room folder{};
   Room image{};

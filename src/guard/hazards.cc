@@ -223,18 +223,19 @@ bool HasFiles(const Items& items) {
                      [](const auto& entry) { return entry.second.type == EntryType::kFile; });
 }
 
+// What both sides have deleted is gone already.
 void CheckEmptiness(const Facts& facts, const Observation& observation, const Memory& memory,
-                    Collector& found) {
+                    const Plan& plan, Collector& found) {
   const std::size_t agreed = CountAgreedFiles(memory);
   if (agreed == 0) return;
-  if (!HasFiles(observation.host)) {
+  if (!HasFiles(observation.host) && plan.deletedOnDisk > 0) {
     found.Add(kFolderEmpty, true,
               "the folder " + facts.folder + " is empty, and had " +
                   Number(agreed, "file", "files") +
                   " in step: they would be deleted from the disk. Bring them back, or accept that "
                   "they were deleted on purpose");
   }
-  if (!HasFiles(observation.disk)) {
+  if (!HasFiles(observation.disk) && plan.deletedOnHost > 0) {
     found.Add(kImageEmpty, true,
               "the disk in " + facts.image + " is empty, and had " +
                   Number(agreed, "file", "files") +
@@ -318,8 +319,8 @@ void CheckConflicts(const Plan& plan, const HazardLimits& limits, Collector& fou
 
 void CheckPermissions(const Facts& facts, const PlanFacts& planFacts, const Plan& plan,
                       Collector& found) {
-  if (!planFacts.unwritableFolders.empty()) {
-    std::vector<std::string> paths = planFacts.unwritableFolders;
+  if (!planFacts.unwritable.empty()) {
+    std::vector<std::string> paths = planFacts.unwritable;
     std::replace(paths.begin(), paths.end(), std::string(), std::string(kTopFolder));
     found.Add(kFolderNotWritable, false,
               "the folder " + facts.folder +
@@ -442,7 +443,7 @@ Hazards HazardsOfPlan(const Facts& facts, const PlanFacts& planFacts,
                       const Observation& observation, const Memory& memory, const Pairing& pairing,
                       const Plan& plan, const HazardLimits& limits) {
   Collector found;
-  CheckEmptiness(facts, observation, memory, found);
+  CheckEmptiness(facts, observation, memory, plan, found);
   CheckDeletions(observation, plan, memory, limits, found);
   CheckReadability(observation, memory, found);
   CheckClashes(pairing, found);

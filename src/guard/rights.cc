@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
+
 #include "guard/model.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -17,11 +19,24 @@ bool MayWrite(const fs::path& file) {
   return ::faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) == 0;
 }
 
+namespace {
+
+// Whether nobody may rename or delete it, whatever his rights.
+bool IsFixed(int folder, const std::string& name) {
+  struct ::statx status;
+  constexpr std::uint64_t kFixed = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
+  return ::statx(folder, name.c_str(), AT_SYMLINK_NOFOLLOW, 0, &status) == 0 &&
+         (status.stx_attributes & kFixed) != 0;
+}
+
+}  // namespace
+
 // In a folder with the sticky bit an entry is its owner's to take away, and the folder's owner's.
 bool MayTakeAway(int folder, const std::string& name) {
   const std::string parent = ParentOf(name);
   const std::string in = parent.empty() ? "." : parent;
   if (::faccessat(folder, in.c_str(), W_OK | X_OK, AT_EACCESS) != 0) return false;
+  if (IsFixed(folder, name) || IsFixed(folder, in)) return false;
   struct ::stat above;
   struct ::stat entry;
   if (::fstatat(folder, in.c_str(), &above, 0) != 0 ||

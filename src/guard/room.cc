@@ -49,7 +49,7 @@ std::uint64_t HolesOf(const fs::path& image) {
   return size - std::min(size, RoomOf(status));
 }
 
-std::vector<std::string> UnwritableFolders(const Places& places, const Sight& sight) {
+std::vector<std::string> WhatIsUnwritable(const Places& places, const Sight& sight) {
   if (sight.facts.onHost.state == FolderFacts::State::kMissing) return {};
   std::set<std::string> folders;
   std::set<std::string> unwritable;
@@ -60,7 +60,8 @@ std::vector<std::string> UnwritableFolders(const Places& places, const Sight& si
   const auto takeAway = [&](const std::string& path) {
     add(path);
     const std::string whole = places.folder / path;
-    if (StampAt(whole) && !MayTakeAway(AT_FDCWD, whole)) unwritable.insert(ParentOf(path));
+    if (!StampAt(whole) || MayTakeAway(AT_FDCWD, whole)) return;
+    unwritable.insert(MayChange(places.folder / ParentOf(path)) ? path : ParentOf(path));
   };
   const Plan& plan = sight.plan;
   for (const HostWrite& write : plan.hostWrites) {
@@ -95,10 +96,11 @@ PlanFacts LookForRoom(const Places& places, const GuardedSyncOptions& options, c
   facts.isInPlace = options.inPlace;
   facts.isTorn = sight.cutOff == CutOff::kTorn;
   if (sight.plan.IsEmpty() && !facts.isTorn) return facts;
-  facts.unwritableFolders = UnwritableFolders(places, sight);
+  facts.unwritable = WhatIsUnwritable(places, sight);
   const fs::path beside = places.image.parent_path();
   const fs::path newImages = options.inPlace ? places.stateFolder : beside;
-  facts.isImageWritable = MayWrite(places.image) && (options.inPlace || MayChange(beside));
+  facts.isImageWritable =
+      MayWrite(places.image) && (options.inPlace || MayTakeAway(AT_FDCWD, places.image.native()));
   facts.holes = HolesOf(places.image);
   facts.trashBytes = sight.trash->held;
   facts.folder = RoomAt(places.folder);

@@ -235,12 +235,12 @@ TEST(HazardsOfPlan, Conflict_IsOneWhereThatWasAskedFor) {
 }
 
 TEST(HazardsOfPlan, FolderThatCannotBeWritten_IsOne) {
-  EXPECT_THAT(Kinds(Found(Seen({}, {{"A", 'a'}}), {}, {.unwritableFolders = {"d"}})),
+  EXPECT_THAT(Kinds(Found(Seen({}, {{"A", 'a'}}), {}, {.unwritable = {"d"}})),
               ElementsAre(GuardedHazard::kFolderNotWritable));
 }
 
 TEST(HazardsOfPlan, TopThatCannotBeWritten_HasAName) {
-  const Hazards hazards = Found(Seen({}, {{"A", 'a'}}), {}, {.unwritableFolders = {"", "d"}});
+  const Hazards hazards = Found(Seen({}, {{"A", 'a'}}), {}, {.unwritable = {"", "d"}});
   EXPECT_THAT(hazards.at(0).paths, ElementsAre(".", "d"));
 }
 

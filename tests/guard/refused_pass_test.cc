@@ -1,8 +1,12 @@
 // Hazards that keep a pass from being carried out, from end to end, and what comes of those that
 // are accepted.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -117,6 +121,17 @@ TEST_F(RefusedPass, DamagedState_IsKeptUnderAnotherName) {
     if (path.starts_with("state-damaged-")) kept.push_back(content);
   }
   EXPECT_THAT(kept, ElementsAre("my own notes"));
+}
+
+TEST_F(RefusedPass, FileThatBothSidesHaveDeleted_IsNoReasonToAsk) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.Remove("host/a.txt");
+  GuestRemoves("A.TXT");
+  const GuardedReport report = Pass();
+  EXPECT_THAT(report.hazards, IsEmpty());
+  EXPECT_THAT(report.steps, IsEmpty());
+  EXPECT_EQ(report.outcome, kNothingToDo);
 }
 
 TEST_F(RefusedPass, ResizedImage_IsRefused) {
@@ -295,6 +310,32 @@ TEST_F(RefusedPass, ManyDeletions_AreAsManyAsTheOptionsSay) {
   EXPECT_THAT(HazardsOf(Preview()), IsEmpty());
   options.mostDeletedShare = 0.25;
   options.mostDeletions = 2;
+  EXPECT_EQ(Pass().outcome, kDone);
+}
+
+// Whether the file system knows files that nobody may change, and this process may make them.
+bool SetFixed(const std::filesystem::path& file, bool isFixed) {
+  const int opened = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  int flags = 0;
+  bool isSet = ::ioctl(opened, FS_IOC_GETFLAGS, &flags) == 0;
+  flags = isFixed ? flags | FS_IMMUTABLE_FL : flags & ~FS_IMMUTABLE_FL;
+  isSet = isSet && ::ioctl(opened, FS_IOC_SETFLAGS, &flags) == 0;
+  ::close(opened);
+  return isSet;
+}
+
+TEST_F(RefusedPass, FileThatNobodyMayChange_IsToldBeforehand) {
+  folder.File("host/a.txt", "a").File("host/b.txt", "b");
+  BuildAndAgree();
+  GuestWrites("A.TXT", "new");
+  GuestWrites("B.TXT", "new");
+  if (!SetFixed(Host() / "a.txt", true)) GTEST_SKIP() << "this file system cannot";
+  const GuardedReport report = Pass();
+  SetFixed(Host() / "a.txt", false);
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kFolderNotWritable));
+  EXPECT_THAT(report.hazards.at(0).paths, ElementsAre("a.txt"));
+  EXPECT_EQ(OnHost().at("b.txt"), "b");
   EXPECT_EQ(Pass().outcome, kDone);
 }
 
