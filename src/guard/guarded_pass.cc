@@ -15,7 +15,6 @@
 #include "guard/image_change.h"
 #include "guard/new_image.h"
 #include "guard/paths.h"
-#include "guard/writers.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace fs = std::filesystem;
@@ -199,20 +198,17 @@ Ending GuardedPass::ChangeImage() {
   const fs::path whole = folder / pending->wholeImage;
   ImageChange change(places.image, mended.value_or(sight.disk.stamp), trash, monitor);
   ending = change.Save(image, whole, Apply(sight.plan, sight.seen).disk);
-  if (ending.IsDone() && options.inPlace) {
+  if (!ending.IsDone()) return ending;
+  if (options.inPlace) {
     ending = change.WriteInPlace(whole, pending->tornId, "image replaced");
     if (ending.IsDone() && ::unlink(whole.c_str()) != 0) {
       ending = Cannot("remove", whole);
     }
-  } else if (ending.IsDone()) {
-    const std::string writer = FindWriter(places.image);
-    if (writer.empty()) {
-      ending = change.Rename(whole);
-    } else {
-      ::unlink(whole.c_str());
-      ending = Ending::Busy(writer + " has the image open for writing");
-    }
+  } else {
+    ending = change.Rename(whole);
   }
+  // Where the old one is the image yet, nothing has to be mended: the next pass makes another one.
+  if (!ending.IsDone() && !change.IsBegun()) ::unlink(whole.c_str());
   isImageDone = ending.IsDone();
   return ending;
 }

@@ -21,6 +21,7 @@
 #include "guard/disk_view.h"
 #include "guard/host_view.h"
 #include "guard/renames.h"
+#include "guard/writers.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace fs = std::filesystem;
@@ -59,6 +60,11 @@ bool FillHoles(int file) {
     result = ::fallocate(file, 0, 0, status.st_size);
   } while (result != 0 && errno == EINTR);
   return result == 0 || errno == EOPNOTSUPP || errno == ENOSYS;
+}
+
+Ending WhileNobodyWrites(const fs::path& image) {
+  const std::string writer = FindWriter(image);
+  return writer.empty() ? Ending{} : Ending::Busy(writer + " has the image open for writing");
 }
 
 bool IsSameFile(const fs::path& one, const fs::path& other) {
@@ -140,15 +146,20 @@ Ending ImageChange::Rename(const fs::path& whole) {
   }
   const auto made = StampAt(whole);
   if (!made) return Cannot("find the new image", whole);
-  if (!IsAsSeen(path)) return ImageChanged(path);
+  Ending ready = IsAsSeen(path) ? WhileNobodyWrites(path) : ImageChanged(path);
+  if (!ready.IsDone()) return ready;
   if (!ExchangeNames(AT_FDCWD, whole.c_str(), path.c_str())) {
     if (errno == EINVAL) return RenameByLink(whole, places.front());
     return errno == ENOENT ? ImageChanged(path) : Cannot("replace the image", path);
   }
-  if (!IsAsSeen(whole)) {
-    // Somebody was quicker: what he has written is the image.
+  isBegun = true;
+  // Somebody was quicker: what he has written, or is about to write into what he has open, is the
+  // image. Under its temporary name nobody else opens it.
+  Ending quicker = IsAsSeen(whole) ? WhileNobodyWrites(whole) : ImageChanged(path);
+  if (!quicker.IsDone()) {
     if (!ExchangeNames(AT_FDCWD, whole.c_str(), path.c_str())) return Cannot("put back", path);
-    return ImageChanged(path);
+    isBegun = !IsStill(AT_FDCWD, whole, *made);
+    return quicker;
   }
   if (!FlushFolder(path.parent_path())) return Cannot("write out the folder of", path);
   // From here on the new image is the image; the old one keeps its name beside it until it has
@@ -185,9 +196,10 @@ Ending ImageChange::RenameByLink(const fs::path& whole, const fs::path& place) {
   }
   std::string err;
   if (!trash.Flush(err)) return Ending::Failed(err);
-  Ending ending = IsAsSeen(path) ? Ending{} : ImageChanged(path);
-  if (ending.IsDone() && ::rename(whole.c_str(), path.c_str()) != 0) {
-    ending = Cannot("replace the image", path);
+  Ending ending = IsAsSeen(path) ? WhileNobodyWrites(path) : ImageChanged(path);
+  if (ending.IsDone()) {
+    isBegun = ::rename(whole.c_str(), path.c_str()) == 0;
+    if (!isBegun) ending = Cannot("replace the image", path);
   }
   if (!ending.IsDone()) {
     // The image itself under a second name is no old one.
@@ -261,6 +273,7 @@ Ending ImageChange::WriteInPlace(const fs::path& whole, std::uint32_t tornId,
     if (!copy.empty()) ::unlink(copy.c_str());
     return ending;
   }
+  isBegun = true;
   // From here on it goes on to the end: half of an image is of no use to anybody.
   return CopyOver(from.Get(), to.Get(), tornId);
 }

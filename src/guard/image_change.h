@@ -37,6 +37,9 @@ class ImageChange {
   [[nodiscard]] Ending WriteInPlace(const std::filesystem::path& whole, std::uint32_t tornId,
                                     const std::string& why);
 
+  // Whether the image is another one than it was, or is being written over, as far as these came.
+  bool IsBegun() const { return isBegun; }
+
  private:
   bool IsAsSeen(const std::filesystem::path& file) const;
   Ending SaveTo(Descriptor& file, const Fat16Image& made, const std::filesystem::path& whole);
@@ -54,6 +57,7 @@ class ImageChange {
   const Stamp seen;
   TrashRun& trash;
   WorkMonitor& monitor;
+  bool isBegun = false;
 };
 
 }  // namespace quorbix::virtdisk::internal::guard

@@ -35,6 +35,7 @@ using namespace internal::guard;
 using internal::Fail;
 using internal::FlushFolder;
 
+constexpr char kDisk[] = "disk";
 constexpr char kRestoredOver[] = "restored over";
 
 void RemoveMade(const std::vector<fs::path>& made) {
@@ -124,15 +125,16 @@ Ending KeepOld(const fs::path& target, const fs::path& place, WorkMonitor& monit
 }
 
 // Gives the new file the name, if the old one is still what has it.
-Ending TakeName(const fs::path& temporary, const fs::path& target, const Stamp& old) {
+Ending TakeName(const fs::path& temporary, const fs::path& target, const Stamp& old, bool isImage) {
   Ending changed = Ending::Busy(target.string() + " has changed just now, and is not replaced");
   if (!IsStill(AT_FDCWD, target, old)) return changed;
   if (!ExchangeNames(AT_FDCWD, temporary.c_str(), target.c_str())) {
     if (errno != EINVAL) return Cannot("replace", target);
     return ::rename(temporary.c_str(), target.c_str()) == 0 ? Ending{} : Cannot("replace", target);
   }
-  if (IsStill(AT_FDCWD, temporary, old)) return {};
-  // Somebody was quicker: what he has written is the file.
+  const bool isWritten = isImage && !FindWriter(temporary).empty();
+  if (IsStill(AT_FDCWD, temporary, old) && !isWritten) return {};
+  // Somebody was quicker: what he has written, or is about to, is the file.
   if (ExchangeNames(AT_FDCWD, temporary.c_str(), target.c_str())) return changed;
   return Cannot("put back", target);
 }
@@ -148,7 +150,7 @@ Ending Replace(const fs::path& stateFolder, const TrashedItem& item, const fs::p
   monitor.Begin(GuardedWork::kKeep, old.size);
   Ending ending = KeepOld(target, places.front(), monitor);
   if (ending.IsDone() && !trash.Flush(err)) ending = Ending::Failed(err);
-  if (ending.IsDone()) ending = TakeName(temporary, target, old);
+  if (ending.IsDone()) ending = TakeName(temporary, target, old, item.side == kDisk);
   if (!ending.IsDone()) {
     ::unlink(places.front().c_str());
     trash.DropIfEmpty();
@@ -208,7 +210,7 @@ bool RestoreAnyway(const fs::path& stateFolder, const std::string& id, const fs:
   StateLock lock;
   if (!FindItem(stateFolder, id, item, err)) return false;
   if (lock.Take(stateFolder, err) != Locking::kTaken) return false;
-  const std::string writer = item.side == "disk" ? FindWriter(target) : std::string();
+  const std::string writer = item.side == kDisk ? FindWriter(target) : std::string();
   if (!writer.empty()) return Fail(err, writer + " has " + target.string() + " open for writing");
   monitor.Begin(GuardedWork::kRestore, item.bytes);
   return RestoreOver(stateFolder, item, target, monitor, err);

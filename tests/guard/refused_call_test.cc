@@ -1,7 +1,10 @@
 // Calls of the system that fail under a pass, one kind at a time.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -10,6 +13,7 @@
 
 #include "guard/contents.h"
 #include "guard/refusals.h"
+#include "support/guest_editor.h"
 #include "support/search_effort.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -106,6 +110,61 @@ TEST_F(RefusedCall, FlushOfManyFiles_KeepsTheirNamesAsTheyWere) {
 }
 
 // --- flushes, wherever they are
+
+// He would write into what lies in the trash by then.
+TEST_F(RefusedCall, WhoOpensTheImageJustBeforeItIsReplaced_KeepsIt) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.File("host/a.txt", "edited");
+  struct ::stat before {};
+  struct ::stat after {};
+  ASSERT_EQ(::stat(Image().c_str(), &before), 0);
+  int writer = -1;
+  answer = [&](std::string_view call, const std::string& path) {
+    if (call == "renameat2" && path == Image() && writer < 0) {
+      writer = ::open(Image().c_str(), O_RDWR | O_CLOEXEC);
+    }
+    return 0;
+  };
+  const GuardedReport report = Sync()->Pass();
+  answer = nullptr;
+  ASSERT_GE(writer, 0);
+  EXPECT_EQ(report.outcome, kNotNow);
+  EXPECT_THAT(report.message, HasSubstr("has the image open for writing"));
+  ASSERT_EQ(::stat(Image().c_str(), &after), 0);
+  EXPECT_EQ(before.st_ino, after.st_ino);
+  EXPECT_THAT(NamesIn(folder.Path()), UnorderedElementsAre("host", "DISK.IMG", "DISK.IMG.sync"));
+  EXPECT_EQ(InTrash(), FileTree());
+  ::close(writer);
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "edited"}}));
+}
+
+// The next one has nothing to mend, and whoever does not make one has no large file lying about.
+TEST_F(RefusedCall, ImageThatIsChangedOrCannotBeReplaced_LeavesNoNewOneBehind) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.File("host/a.txt", "edited");
+  for (const bool inPlace : {false, true}) {
+    options.inPlace = inPlace;
+    for (const int error : {0, ENOSPC}) {
+      answer = [&](std::string_view call, const std::string& path) {
+        const bool isTrash = call == "openat" && path.ends_with("/manifest");
+        if (isTrash && error == 0) test::GuestEditor(Image()).Save();
+        return isTrash ? error : 0;
+      };
+      const GuardedReport report = Sync()->Pass();
+      answer = nullptr;
+      EXPECT_EQ(report.outcome, error == 0 ? kNotNow : kFailed) << report.message;
+      EXPECT_THAT(NamesIn(folder.Path()),
+                  UnorderedElementsAre("host", "DISK.IMG", "DISK.IMG.sync"));
+      for (const std::string& name : NamesIn(StateFolder())) {
+        EXPECT_FALSE(name.starts_with(".quorbix")) << name;
+      }
+      EXPECT_THAT(Sync()->Preview().notes, testing::IsEmpty());
+    }
+  }
+}
 
 class RefusedFlush : public RefusedCall, public testing::WithParamInterface<bool> {};
 
