@@ -232,10 +232,8 @@ class DiskLooker {
     monitor.Begin(work, std::min(contentBytes, left));
     UsableNames names(index);
     std::string err;
-    const bool areUsable = report.Found(FindingKind::kUnusableName) == 0;
-    if (!areUsable && !names.Choose(source, err)) {
-      return Spoil(ImageFacts::State::kUnreadable, err);
-    }
+    // The check does not look behind a cluster that it has met before; the index does.
+    if (!names.Choose(source, err)) return Spoil(ImageFacts::State::kUnreadable, err);
     LongNames longNames(index, source);
     std::size_t longNamed = 0;
     for (std::size_t number = 0; number < index.Records().size(); ++number) {

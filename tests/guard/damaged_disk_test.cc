@@ -150,6 +150,21 @@ TEST_F(MeetingChains, MixtureThatTheFolderDoesNotHave_IsTold) {
   EXPECT_THAT(OnDisk(), SizeIs(2));
 }
 
+// The check stops where a chain meets another one; the listing goes on, into a text full of dots.
+TEST_F(DamagedDisk, DirectoryThatRunsIntoAFile_IsNoReasonToFail) {
+  folder.File("host/z", std::string(9000, '.'));
+  BuildAndAgree();
+  GuestMakesFolder("D1");
+  GuestWrites("D1/A", "a");
+  ASSERT_EQ(Pass().outcome, kDone);
+  Load();
+  SetFatWord(FirstClusterOf("D1         "), FirstClusterOf("Z          "));
+  Save();
+  PassRefusedAndAccepted();
+  EXPECT_EQ(OnDisk().at("Z"), std::string(9000, '.'));
+  EXPECT_EQ(OnHost().at("D1/A"), "a");
+}
+
 TEST_F(DamagedDisk, DirectoryThatHasTheNameOfAFile_IsNoReasonToFail) {
   folder.File("host/file", "f").File("host/sub/in.txt", "in").File("host/z.txt", "z");
   BuildAndAgree();
