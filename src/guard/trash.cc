@@ -32,6 +32,7 @@ namespace {
 
 constexpr char kTrashName[] = "trash";
 constexpr char kManifestName[] = "manifest";
+constexpr char kTimeLine[] = "time";
 constexpr char kItemLine[] = "item";
 
 // A pass's time as the name of its folder, and back.
@@ -101,16 +102,23 @@ struct ManifestLine {
   TrashRequest request;
 };
 
-std::vector<ManifestLine> ReadManifest(const fs::path& folder) {
+struct Manifest {
+  std::string time;  // of the pass; its folder may have a later one
   std::vector<ManifestLine> lines;
+};
+
+Manifest ReadManifest(const fs::path& folder) {
+  Manifest manifest{.time = TimeOf(folder.filename()), .lines = {}};
   ByteBuffer bytes;
   std::string ignored;
-  if (LoadText(folder / kManifestName, bytes, ignored) != StateLoad::kLoaded) return lines;
+  if (LoadText(folder / kManifestName, bytes, ignored) != StateLoad::kLoaded) return manifest;
   std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   while (!text.empty()) {
     Line line(TakeLine(text));
     ManifestLine item;
-    if (line.Word() != kItemLine) continue;
+    const std::string_view kind = line.Word();
+    if (kind == kTimeLine) manifest.time = line.Path();
+    if (kind != kItemLine) continue;
     item.number = line.Path();
     item.request.side = line.Path();
     item.request.why = line.Path();
@@ -119,9 +127,9 @@ std::vector<ManifestLine> ReadManifest(const fs::path& folder) {
     // The last line can be cut, when the pass was.
     const bool isItem =
         line.IsSound() && IsShortNumber(item.number) && StaysInside(item.request.path);
-    if (isItem) lines.push_back(std::move(item));
+    if (isItem) manifest.lines.push_back(std::move(item));
   }
-  return lines;
+  return manifest;
 }
 
 std::string CannotMake(const fs::path& trash, const std::error_code& why) {
@@ -229,6 +237,10 @@ bool TrashRun::Announce(const std::vector<TrashRequest>& requests, std::vector<f
   if (requests.empty()) return true;
   if (folder.empty() && !MakeFolder(err)) return false;
   std::string lines;
+  // The folder is named after what was last thrown away, where a clock was ahead then.
+  if (count == 0 && TimeOf(folder.filename()) != when) {
+    lines.append(kTimeLine).append(" ").append(Escaped(when)).append("\n");
+  }
   for (const TrashRequest& request : requests) {
     const std::string number = std::to_string(++count);
     lines.append(kItemLine).append(" ").append(number);
@@ -335,7 +347,7 @@ std::map<std::uint64_t, TrashRequest> NeverCome(const fs::path& stateFolder) {
   const fs::path trash = stateFolder / kTrashName;
   std::error_code ignored;
   for (const std::string& pass : PassesIn(trash, ignored)) {
-    for (const ManifestLine& line : ReadManifest(trash / pass)) {
+    for (const ManifestLine& line : ReadManifest(trash / pass).lines) {
       struct ::stat status;
       const bool hasCome = ::lstat((trash / pass / line.number).c_str(), &status) == 0;
       if (!hasCome && line.request.inode != 0) {
@@ -360,11 +372,12 @@ bool ListItems(const fs::path& stateFolder, std::vector<TrashedItem>& items, std
     return Fail(err, "cannot list " + trash.string() + " (" + error.message() + ")");
   }
   for (const std::string& pass : passes) {
-    for (const ManifestLine& line : ReadManifest(trash / pass)) {
+    const Manifest manifest = ReadManifest(trash / pass);
+    for (const ManifestLine& line : manifest.lines) {
       struct ::stat status;
       if (::lstat((trash / pass / line.number).c_str(), &status) != 0) continue;
       items.push_back({.id = pass + '/' + line.number,
-                       .time = TimeOf(pass),
+                       .time = manifest.time,
                        .side = line.request.side,
                        .path = line.request.path,
                        .why = line.request.why,

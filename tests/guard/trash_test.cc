@@ -63,6 +63,21 @@ class Trash : public testing::Test {
   WorkMonitor nobody;
 };
 
+// A pass under a clock that was ahead must not be the last one to go.
+TEST_F(Trash, PassAfterOneOfTheFuture_ComesAfterItAndIsListedUnderItsOwnTime) {
+  folder.File("a", "a").File("b", "b").File("c", "c");
+  Throw("a", "2036-05-25 20.36.46");
+  Throw("b");
+  Throw("c", "2026-11-21 17.20.06");
+  const std::vector<TrashedItem> items = Listed();
+  ASSERT_EQ(items.size(), 3u);
+  EXPECT_EQ(items[0].time, "2036-05-25 20.36.46");
+  EXPECT_EQ(items[1].id, "2036-05-25_20.36.46#2/1");
+  EXPECT_EQ(items[1].time, kWhen);
+  EXPECT_EQ(items[2].path, "c");
+  EXPECT_EQ(items[2].time, "2026-11-21 17.20.06");
+}
+
 TEST_F(Trash, WhatIsThrownAway_IsListed) {
   folder.File("My letter.txt", "dear");
   Throw("My letter.txt");
