@@ -211,6 +211,14 @@ TEST_F(LargeSync, SignalWhileTheNewImageIsWritten_EndsItAndLeavesNoneBehind) {
   ExpectEndedSoon(sync);
 }
 
+// As nohup makes it, for who has gone to the folder first.
+TEST_F(SyncCommand, OutputInsideTheFolder_IsRefused) {
+  Background sync({"sync", Image(), Folder(), "--settle", "0"}, folder / "DISK/nohup.out");
+  EXPECT_EQ(sync.Wait(), 3);
+  EXPECT_THAT(folder.Read("DISK/nohup.out.err"), HasSubstr("the output goes to "));
+  EXPECT_FALSE(folder.Exists("disk.img.sync"));
+}
+
 TEST_F(SyncCommand, SecondSyncOfThePair_IsToldWhoIsFirst) {
   Background sync({"sync", Image(), Folder(), "--settle", "50"}, folder / "log");
   ASSERT_TRUE(WaitFor([&] { return folder.Exists("disk.img.sync/state"); }));

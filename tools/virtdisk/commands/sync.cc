@@ -105,6 +105,18 @@ class Synchroniser {
                   "Give another path, or remove it first.");
   }
 
+  // What it says would be carried to the disk, and that told in turn, without an end.
+  bool IsOutputElsewhere() {
+    for (const char* output : {"/proc/self/fd/1", "/proc/self/fd/2"}) {
+      std::error_code unknown;
+      const fs::path leadsTo = fs::read_symlink(output, unknown);
+      if (!fs::is_regular_file(leadsTo, unknown) || !LiesWithin(leadsTo, folder)) continue;
+      return Refuse("the output goes to " + leadsTo.string() + ", inside " + folder.string(),
+                    "It would be carried to the disk, and that told in turn. Send it elsewhere.");
+    }
+    return true;
+  }
+
   int Preview() {
     line.emplace(console);
     const GuardedReport report = sync->Preview(accepted);
@@ -368,7 +380,8 @@ int RunSync(Console& console, const SyncOptions& options) {
   Synchroniser synchroniser(console, options);
   if (!synchroniser.IsStatusAcceptable()) return kRefused;
   if (options.dryRun) return synchroniser.Preview();
-  return options.once ? synchroniser.Once() : synchroniser.KeepInStep();
+  if (options.once) return synchroniser.Once();
+  return synchroniser.IsOutputElsewhere() ? synchroniser.KeepInStep() : kRefused;
 }
 
 }  // namespace quorbix::virtdisk::tool
