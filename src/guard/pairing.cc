@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "common/ascii.h"
+#include "guard/code_page.h"
 #include "guard/disk_names.h"
 #include "guard/host_names.h"
 
@@ -156,7 +157,10 @@ class Pairer {
     if (ofOld) return keys;
     // No build gives such a name: a machine has, and the host has it from there.
     const bool isOfMachine = !IsOwnShortName(NameOf(path));
-    if (isOfMachine) keys.push_back(own);
+    if (isOfMachine) {
+      keys.push_back(own);
+      keys.push_back(DiskKey(Join(directory, ToCodePage437(NameOf(path)))));
+    }
     add(hints.built);
     if (!isOfMachine) keys.push_back(own);
     return keys;
@@ -176,7 +180,7 @@ class Pairer {
       const auto known = before.find(key);
       const bool isKnown = known != before.end() && ParentOf(known->second) == folder &&
                            !observation.host.contains(known->second);
-      const std::string name = NameOf(isKnown ? known->second : item.path);
+      const std::string name = isKnown ? NameOf(known->second) : FromCodePage437(NameOf(item.path));
       Add({hostNames.Take(folder, VisibleName(name)), item.path, item.type, std::nullopt, item,
            std::nullopt});
     }

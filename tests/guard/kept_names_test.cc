@@ -279,6 +279,22 @@ TEST_F(KeptNames, OldBuild_GivesWayToTheHostsVersion) {
   EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "new"}}));
 }
 
+TEST_F(KeptNames, NameOfTheGuestBeyondAscii_IsReadableOnTheHostAndMeetsItsOwnAgain) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  GuestMakesFolder("M\x81LL");
+  GuestWrites("M\x81LL/CAF\x82.TXT", "c");
+  EXPECT_EQ(Pass().outcome, kDone);
+  const FileTree host{{"M\xC3\xBCLL/CAF\xC3\xA9.TXT", "c"}, {"a.txt", "a"}};
+  EXPECT_EQ(OnHost(), host);
+  folder.File("host/M\xC3\xBCLL/CAF\xC3\xA9.TXT", "of the host");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "a"}, {"M\x81LL/CAF\x82.TXT", "of the host"}}));
+  // Also when nothing is remembered.
+  std::filesystem::remove_all(StateFolder());
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
 TEST_F(KeptNames, FileThatAMachineHasWritten_IsAConflictAtTheFirstMeeting) {
   folder.File("host/a.txt", "old");
   BuildImage();

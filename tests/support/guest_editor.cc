@@ -233,7 +233,10 @@ std::size_t GuestEditor::FindSlot(const Place& place) const {
   for (const std::size_t slot : Slots(place.directory)) {
     if (image[slot] == 0x00) break;
     const bool counts = image[slot] != 0xE5 && (image[slot + 11] & 0x08) == 0;
-    if (counts && std::equal(place.name.begin(), place.name.end(), &image[slot])) return slot;
+    const auto isSame = [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; };
+    if (counts && std::equal(place.name.begin(), place.name.end(), &image[slot], isSame)) {
+      return slot;
+    }
   }
   return kNone;
 }
