@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 #include "guard/folder_lock.h"
@@ -74,6 +75,13 @@ GuardedOutcome OutcomeBefore(const Sight& sight, const std::vector<GuardedHazard
   return isInStep ? GuardedOutcome::kNothingToDo : GuardedOutcome::kDone;
 }
 
+// Whatever folder the process goes to afterwards, a pair stays the pair that was named.
+std::filesystem::path Absolute(const std::filesystem::path& path) {
+  std::error_code failed;
+  std::filesystem::path absolute = std::filesystem::absolute(path, failed);
+  return failed ? path : absolute;
+}
+
 GuardedReport OutOfMemory() {
   GuardedReport report;
   report.outcome = GuardedOutcome::kFailed;
@@ -83,11 +91,11 @@ GuardedReport OutOfMemory() {
 
 class GuardedFolderSync final : public IGuardedFolderSync {
  public:
-  GuardedFolderSync(std::filesystem::path imagePath, std::filesystem::path folderPath,
+  GuardedFolderSync(const std::filesystem::path& imagePath, const std::filesystem::path& folderPath,
                     GuardedSyncOptions itsOptions)
-      : image(std::move(imagePath)),
-        folder(std::move(folderPath)),
-        options(std::move(itsOptions)) {}
+      : image(Absolute(imagePath)), folder(Absolute(folderPath)), options(std::move(itsOptions)) {
+    if (!options.stateFolder.empty()) options.stateFolder = Absolute(options.stateFolder);
+  }
 
   GuardedReport Preview(const std::vector<GuardedHazard>& accepted) override {
     return WithinMemory([&] { return LookAhead(accepted); }, OutOfMemory);
@@ -217,7 +225,7 @@ class GuardedFolderSync final : public IGuardedFolderSync {
 
   const std::filesystem::path image;
   const std::filesystem::path folder;
-  const GuardedSyncOptions options;
+  GuardedSyncOptions options;
   StateLock lock;
   FolderLock folderLock;
   std::optional<QuietSides> quiet;  // after a pass that had nothing to do

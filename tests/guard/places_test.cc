@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
+#include <string>
 
+#include "quorbix/virtdisk/fat_image_builder.h"
 #include "quorbix/virtdisk/guarded_folder_sync.h"
 #include "support/temp_folder.h"
 
@@ -49,6 +52,28 @@ TEST_F(PlacesTest, PathThatGoesNowhereUp_StaysAsItIsButForWhatSaysNothing) {
   EXPECT_EQ(FolderFor(folder / "docs/"), folder / "docs");
   EXPECT_EQ(FolderFor(folder / "./docs/."), folder / "docs");
   EXPECT_EQ(FolderFor(folder / "link"), folder / "link");
+}
+
+// An emulator goes to its data's folder while it starts.
+TEST_F(PlacesTest, ProcessThatGoesElsewhere_KeepsThePairThatItNamed) {
+  for (const char* place : {"one", "two"}) {
+    folder.File(std::string(place) + "/host/a.txt", place);
+    const auto builder = CreateFat16Builder();
+    ASSERT_TRUE(builder->Build(folder / place / "host", folder / place / "DISK.IMG", 3 << 20));
+  }
+  const fs::path before = fs::current_path();
+  fs::current_path(folder / "one");
+  GuardedSyncOptions options;
+  options.settle = std::chrono::milliseconds(0);
+  options.stateFolder = "state";
+  const auto sync = CreateGuardedFolderSync("DISK.IMG", "host", options);
+  fs::current_path(folder / "two");
+  folder.File("one/host/new.txt", "n").File("two/host/new.txt", "n");
+  const GuardedReport report = sync->Pass();
+  fs::current_path(before);
+  EXPECT_EQ(report.outcome, GuardedOutcome::kDone);
+  EXPECT_TRUE(folder.Exists("one/state/state"));
+  EXPECT_FALSE(folder.Exists("two/state"));
 }
 
 }  // namespace

@@ -213,7 +213,8 @@ class QUORBIX_VIRTDISK_EXPORT IGuardedFolderSync {
   virtual GuardedReport Pass(const std::vector<GuardedHazard>& accepted = {}) = 0;
 };
 
-// Returns a new object, owned by the caller. Nothing is looked at yet.
+// Returns a new object, owned by the caller. Nothing is looked at yet. Relative paths begin where
+// the process is now, wherever it goes later.
 [[nodiscard]] QUORBIX_VIRTDISK_EXPORT std::unique_ptr<IGuardedFolderSync> CreateGuardedFolderSync(
     const std::filesystem::path& image, const std::filesystem::path& folder,
     const GuardedSyncOptions& options = {});
