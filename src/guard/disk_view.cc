@@ -34,6 +34,8 @@ namespace {
 
 // Directories nested thousands deep have paths of gigabytes in all.
 constexpr std::uint64_t kMostPathBytes = std::uint64_t{64} << 20;
+// Twice what a system takes as one path: nobody has put such a directory there to be used.
+constexpr std::uint64_t kLongestPath = 8192;
 
 constexpr char kNoUsableName[] = "has a name that no system takes: ";
 constexpr char kInNextImage[] = " in the next image";
@@ -221,11 +223,13 @@ class DiskLooker {
   void TakeRecords(const VolumeIndex& index, FileSource& source) {
     std::uint64_t pathBytes = 0;
     std::uint64_t contentBytes = 0;
+    std::uint64_t longest = 0;
     for (const EntryRecord& record : index.Records()) {
       pathBytes += record.pathLength;
+      longest = std::max<std::uint64_t>(longest, record.pathLength);
       contentBytes += record.IsDirectory() ? 0 : record.size;
     }
-    if (pathBytes > kMostPathBytes) {
+    if (pathBytes > kMostPathBytes || longest > kLongestPath) {
       return Spoil(ImageFacts::State::kCutShort, "its directories are nested too deep");
     }
     left = view.facts.bytes;

@@ -59,6 +59,7 @@ Ending HostChanges::SweepLeftovers(const std::vector<std::string>& paths,
     return Ending::Failed(ending.text);
   }
   for (std::size_t i = 0; i < paths.size(); ++i) {
+    if (monitor.IsStopped()) return Ending::Stopped();
     const Descriptor folder = OpenFolder(ParentOf(paths[i]));
     if (!folder) return Cannot("open the folder of", paths[i]);
     const std::string name = NameOf(paths[i]);
@@ -73,6 +74,7 @@ Ending HostChanges::SweepLeftovers(const std::vector<std::string>& paths,
 
 Ending HostChanges::MakeFolders(const std::vector<std::string>& paths) {
   for (const std::string& path : paths) {
+    if (monitor.IsStopped()) return Ending::Stopped();
     const Descriptor folder = OpenFolder(ParentOf(path));
     if (!folder) return Cannot("open the folder of", path);
     if (::mkdirat(folder.Get(), NameOf(path).c_str(), 0777) != 0) {
@@ -134,6 +136,7 @@ Ending HostChanges::DeleteFiles(const std::vector<std::string>& paths) {
 
 Ending HostChanges::RemoveFolders(const std::vector<std::string>& paths) {
   for (const std::string& path : paths) {
+    if (monitor.IsStopped()) return Ending::Stopped();
     const Descriptor folder = OpenFolder(ParentOf(path));
     const bool removed =
         folder && ::unlinkat(folder.Get(), NameOf(path).c_str(), AT_REMOVEDIR) == 0;
@@ -303,6 +306,7 @@ void HostChanges::NoteWritten(int folder, const NewFile& file) {
 
 Ending HostChanges::FlushFolders() const {
   for (const std::string& path : touched) {
+    if (monitor.IsStopped()) return Ending::Stopped();
     const Descriptor folder = OpenFolder(path);
     if (folder && ::fsync(folder.Get()) != 0 && errno != EINVAL) {
       return Cannot("write out the folder", path.empty() ? root.string() : path);

@@ -59,7 +59,9 @@ class Planner {
       if (pair.agreed) agreed.insert(pair.host);
     }
     for (const auto& [path, item] : observation.host) {
-      const bool isReadable = item.type == EntryType::kFile && item.isReadable;
+      const bool isFolder = item.type == EntryType::kFolder;
+      hasUnreadableFolders = hasUnreadableFolders || (isFolder && !item.isReadable);
+      const bool isReadable = !isFolder && item.isReadable;
       if (!isReadable || !MayBeBeside(NameOf(path)) || agreed.contains(path)) continue;
       versionsBeside[FamilyOfBeside(path)].push_back(path);
     }
@@ -117,6 +119,7 @@ class Planner {
   }
 
   bool IsWhereNothingCanBeSeen(const std::string& hostPath) const {
+    if (!hasUnreadableFolders) return false;
     for (std::string path = ParentOf(hostPath); !path.empty(); path = ParentOf(path)) {
       const auto folder = observation.host.find(path);
       if (folder != observation.host.end() && !folder->second.isReadable) return true;
@@ -332,6 +335,7 @@ class Planner {
   const PlanRules& rules;
   HostNames hostNames;
   DiskNames diskNames;
+  bool hasUnreadableFolders = false;
   std::set<std::string> lively;  // folders of the host that hold something afterwards
   Plan plan;
 };

@@ -11,15 +11,10 @@
 namespace quorbix::virtdisk::internal::guard {
 namespace fs = std::filesystem;
 
-bool MayChange(const fs::path& folder) {
-  return ::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
-}
-
-bool MayWrite(const fs::path& file) {
-  return ::faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) == 0;
-}
-
 namespace {
+
+// Whoever may not read a folder cannot have its entries written out to the disk.
+constexpr int kToChange = R_OK | W_OK | X_OK;
 
 // Whether nobody may rename or delete it, whatever his rights.
 bool IsFixed(int folder, const std::string& name) {
@@ -31,11 +26,19 @@ bool IsFixed(int folder, const std::string& name) {
 
 }  // namespace
 
+bool MayChange(const fs::path& folder) {
+  return ::faccessat(AT_FDCWD, folder.c_str(), kToChange, AT_EACCESS) == 0;
+}
+
+bool MayWrite(const fs::path& file) {
+  return ::faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
 // In a folder with the sticky bit an entry is its owner's to take away, and the folder's owner's.
 bool MayTakeAway(int folder, const std::string& name) {
   const std::string parent = ParentOf(name);
   const std::string in = parent.empty() ? "." : parent;
-  if (::faccessat(folder, in.c_str(), W_OK | X_OK, AT_EACCESS) != 0) return false;
+  if (::faccessat(folder, in.c_str(), kToChange, AT_EACCESS) != 0) return false;
   if (IsFixed(folder, name) || IsFixed(folder, in)) return false;
   struct ::stat above;
   struct ::stat entry;

@@ -44,7 +44,9 @@ constexpr char kImageLeftOver[] =
     "where it may be the only one of its kind";
 constexpr char kFileLeftOver[] = "left over from a pass that was cut off: it goes to the trash";
 
+// What cannot be resolved is empty, and nothing lies in it.
 bool IsBelowOrSame(const fs::path& path, const fs::path& folder) {
+  if (folder.empty()) return false;
   const std::string& text = path.native();
   const std::string& prefix = folder.native();
   return text == prefix || (text.starts_with(prefix) && text[prefix.size()] == '/');
@@ -171,7 +173,9 @@ class Looker {
                   .readsEverything = options.verify,
                   .kept = kept,
                   .settleNanoseconds = SettleNanoseconds()};
-    if (const auto image = StampAt(places.image)) look.mostBytes = image->size;
+    // Without an image there is nothing to compare contents with.
+    const auto image = StampAt(places.image);
+    look.mostBytes = image ? image->size : 0;
     sight.host = LookAtHost(look, monitor);
     switch (sight.host.result) {
       case HostView::Result::kComplete:

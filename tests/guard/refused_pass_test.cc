@@ -16,6 +16,7 @@
 
 #include "common/byte_order.h"
 #include "guard/guarded_pair.h"
+#include "guard/hazards.h"
 #include "support/child_process.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -132,6 +133,36 @@ TEST_F(RefusedPass, FileThatBothSidesHaveDeleted_IsNoReasonToAsk) {
   EXPECT_THAT(report.hazards, IsEmpty());
   EXPECT_THAT(report.steps, IsEmpty());
   EXPECT_EQ(report.outcome, kNothingToDo);
+}
+
+TEST_F(RefusedPass, StateBehindALinkThatLeadsRoundAndRound_IsNotToldAsNested) {
+  folder.File("host/a.txt", "a").Link("loop", "loop");
+  BuildImage();
+  options.stateFolder = folder / "loop/state";
+  const GuardedReport report = Sync()->Pass();
+  EXPECT_EQ(report.outcome, kRefused);
+  EXPECT_FALSE(Contains(report.hazards, GuardedHazard::kNested));
+}
+
+// A slip in its name must not cost the reading of everything.
+TEST_F(RefusedPass, MissingImage_IsToldWithoutReadingTheFolder) {
+  folder.File("host/large", "");
+  std::filesystem::resize_file(Host() / "large", std::uint64_t{1} << 30);
+  std::uint64_t read = 0;
+  options.onProgress = [&](const GuardedProgress& told) { read += told.bytes; };
+  EXPECT_THAT(HazardsOf(Sync()->Pass()), ElementsAre(GuardedHazard::kImageMissing));
+  EXPECT_EQ(read, 0u);
+}
+
+TEST_F(RefusedPass, DirectoriesThatAreNestedDeeperThanAnySystemTakes_AreRefused) {
+  BuildImage();
+  test::GuestEditor guest(Image());
+  std::string path = "ABCDEFGH";
+  for (int depth = 0; depth < 1000 && guest.MakeFolder(path); ++depth) path += "/ABCDEFGH";
+  guest.Save();
+  const GuardedReport report = Pass();
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kImageCutShort));
+  EXPECT_THAT(report.message, testing::HasSubstr("its directories are nested too deep"));
 }
 
 TEST_F(RefusedPass, ResizedImage_IsRefused) {
@@ -365,6 +396,32 @@ TEST_F(WithoutRights, FolderThatMayNotBeListed_IsRefused) {
             }),
             0);
   EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "a"}}));
+}
+
+// Its entries could not be written out to the disk.
+TEST_F(WithoutRights, FolderOfTheImageThatMayNotBeListed_IsRefused) {
+  folder.File("host/a.txt", "a").Folder("disk");
+  BuildImage();
+  std::filesystem::rename(Image(), folder / "disk/DISK.IMG");
+  options.stateFolder = StateFolder();
+  folder.Folder("DISK.IMG.sync");
+  const std::filesystem::path image = folder / "disk/DISK.IMG";
+  ASSERT_EQ(CreateGuardedFolderSync(image, Host(), options)->Pass().outcome, kNothingToDo);
+  folder.File("host/a.txt", "edited");
+  namespace fs = std::filesystem;
+  fs::permissions(image, fs::perms{0666});
+  fs::permissions(folder / "disk", fs::perms{0333});
+  for (const fs::path& place : {folder.Path(), StateFolder()})
+    fs::permissions(place, fs::perms{0777});
+  for (const auto& entry : fs::directory_iterator(StateFolder())) {
+    fs::permissions(entry.path(), fs::perms{0666});
+  }
+  const int status = test::RunInChild({.dropRoot = true}, [&] {
+    const GuardedReport report = CreateGuardedFolderSync(image, Host(), options)->Pass();
+    if (report.outcome != kRefused) return 1;
+    return HazardsOf(report) == std::vector{GuardedHazard::kImageNotWritable} ? 0 : 2;
+  });
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(WithoutRights, FileThatMayNotBeRead_IsRefusedAndStaysOnBothSidesWhenAccepted) {
