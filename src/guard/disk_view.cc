@@ -36,6 +36,7 @@ namespace {
 constexpr std::uint64_t kMostPathBytes = std::uint64_t{64} << 20;
 // Twice what a system takes as one path: nobody has put such a directory there to be used.
 constexpr std::uint64_t kLongestPath = 8192;
+constexpr std::uint64_t kMostBytesCopiedInVain = std::uint64_t{4} << 20;
 
 constexpr char kNoUsableName[] = "has a name that no system takes: ";
 constexpr char kInNextImage[] = " in the next image";
@@ -77,8 +78,9 @@ const char* KindOf(::mode_t mode) {
 
 class DiskLooker {
  public:
-  DiskLooker(const fs::path& imagePath, GuardedWork itsWork, WorkMonitor& workMonitor)
-      : image(imagePath), work(itsWork), monitor(workMonitor) {}
+  DiskLooker(const fs::path& imagePath, GuardedWork itsWork, WorkMonitor& workMonitor,
+             const DiskKeeping* diskKeeping)
+      : image(imagePath), work(itsWork), monitor(workMonitor), keeping(diskKeeping) {}
 
   DiskView Run() {
     struct ::stat before;
@@ -322,16 +324,43 @@ class DiskLooker {
     left -= record.size;
     ContentReader reader = index.Open(record.firstCluster, record.size);
     item.isReadable = reader.Total() == record.size;
+    const bool mayBeKept = item.isReadable && MayBeKept(item);
+    std::vector<std::uint8_t> bytes;
+    if (mayBeKept) bytes.reserve(record.size);
     std::span<const std::uint8_t> piece;
     std::string err;
     while (item.isReadable) {
       item.isReadable = reader.Next(piece, err);
-      if (!item.isReadable || piece.empty()) return;
+      if (!item.isReadable) return;
+      if (piece.empty()) break;
       item.content.hash = HashBytes(piece, item.content.hash);
+      if (mayBeKept) bytes.insert(bytes.end(), piece.begin(), piece.end());
       monitor.Add(piece.size());
       if (monitor.IsStopped()) view.result = DiskView::Result::kStopped;
       if (view.result != DiskView::Result::kComplete) return;
     }
+    if (mayBeKept && IsNews(item)) {
+      keeping->kept.Keep(KeptContents::KeyOnDisk(DiskKey(item.path)), item.content,
+                         std::move(bytes));
+    }
+  }
+
+  const Content* KnownOf(const DiskItem& item) const {
+    const auto known = keeping->known.find(DiskKey(item.path));
+    return known == keeping->known.end() ? nullptr : &known->second;
+  }
+
+  bool IsNews(const DiskItem& item) const {
+    const Content* known = KnownOf(item);
+    return known == nullptr || *known != item.content;
+  }
+
+  // A large file of the size that it had is hardly ever another one, and not worth the copying.
+  bool MayBeKept(const DiskItem& item) const {
+    if (keeping == nullptr || !keeping->kept.HasRoomFor(item.content.size)) return false;
+    const Content* known = KnownOf(item);
+    return known == nullptr || known->size != item.content.size ||
+           item.content.size <= kMostBytesCopiedInVain;
   }
 
   void NoteStart(const Fat16FsInfo& info) {
@@ -352,6 +381,7 @@ class DiskLooker {
   const fs::path& image;
   const GuardedWork work;
   WorkMonitor& monitor;
+  const DiskKeeping* const keeping;
   std::vector<std::uint8_t> buffer;
   std::uint64_t left = 0;   // bytes that sound files may still have
   std::size_t dropped = 0;  // entries
@@ -361,8 +391,9 @@ class DiskLooker {
 
 }  // namespace
 
-DiskView LookAtDisk(const fs::path& image, GuardedWork work, WorkMonitor& monitor) {
-  return DiskLooker(image, work, monitor).Run();
+DiskView LookAtDisk(const fs::path& image, GuardedWork work, WorkMonitor& monitor,
+                    const DiskKeeping* keeping) {
+  return DiskLooker(image, work, monitor, keeping).Run();
 }
 
 struct ImageContents::Opened {
@@ -372,25 +403,35 @@ struct ImageContents::Opened {
   VolumeIndex index;
 };
 
-ImageContents::ImageContents(const fs::path& image, const DiskView& diskView)
-    : path(image), view(diskView) {}
+ImageContents::ImageContents(const fs::path& image, const DiskView& diskView,
+                             const KeptContents& keptContents)
+    : path(image), view(diskView), kept(keptContents) {}
 
 ImageContents::~ImageContents() = default;
 
-Ending ImageContents::Read(const std::string& diskPath, const Sink& sink) {
+Ending ImageContents::Open() {
   std::string err;
-  if (!opened) {
-    auto source = FileSource::Open(path, err);
-    if (!source) return Ending::Failed(err);
-    opened = std::make_unique<Opened>(std::move(source));
-    if (!opened->index.Parse(err)) return Ending::Busy(err);
-  }
+  if (opened) return {};
+  auto source = FileSource::Open(path, err);
+  if (!source) return Ending::Failed(err);
+  opened = std::make_unique<Opened>(std::move(source));
+  return opened->index.Parse(err) ? Ending{} : Ending::Busy(err);
+}
+
+Ending ImageContents::Read(const std::string& diskPath, const Sink& sink) {
   const std::string key = DiskKey(diskPath);
   const auto item = view.items.find(key);
   if (item == view.items.end()) return Ending::Busy(diskPath + " is not on the disk");
+  if (const auto* bytes = kept.Find(KeptContents::KeyOnDisk(key), item->second.content)) {
+    sink(*bytes);
+    return {};
+  }
+  Ending ending = Open();
+  if (!ending.IsDone()) return ending;
   ContentReader reader =
       opened->index.Open(view.entries.at(key).firstCluster, item->second.content.size);
   std::span<const std::uint8_t> piece;
+  std::string err;
   for (;;) {
     if (!reader.Next(piece, err)) {
       return Ending::Failed(std::string(diskPath).append(": ").append(err));

@@ -12,6 +12,7 @@
 #include "fat16/volume_layout.h"
 #include "guard/facts.h"
 #include "guard/host_changes.h"
+#include "guard/kept_contents.h"
 #include "guard/model.h"
 #include "guard/state.h"
 #include "guard/work_monitor.h"
@@ -49,14 +50,21 @@ struct DiskView {
   std::string rootLabel{};                              // eleven bytes; empty when there is none
 };
 
+// Which contents are kept: those that differ from what is known.
+struct DiskKeeping {
+  std::map<std::string, Content> known{};  // by key
+  KeptContents& kept;
+};
+
 // Reads the image from end to end: every file of the volume is hashed. `work` is what that is told
 // to be.
-DiskView LookAtDisk(const std::filesystem::path& image, GuardedWork work, WorkMonitor& monitor);
+DiskView LookAtDisk(const std::filesystem::path& image, GuardedWork work, WorkMonitor& monitor,
+                    const DiskKeeping* keeping = nullptr);
 
-// Hands out the contents of the files of an image that was looked at.
+// Hands out the contents of the files of an image that was looked at, which must all outlive it.
 class ImageContents {
  public:
-  ImageContents(const std::filesystem::path& image, const DiskView& view);
+  ImageContents(const std::filesystem::path& image, const DiskView& view, const KeptContents& kept);
   ~ImageContents();
   ImageContents(const ImageContents&) = delete;
   ImageContents& operator=(const ImageContents&) = delete;
@@ -66,8 +74,11 @@ class ImageContents {
  private:
   struct Opened;
 
+  Ending Open();
+
   const std::filesystem::path path;
   const DiskView& view;
+  const KeptContents& kept;
   std::unique_ptr<Opened> opened;
 };
 

@@ -157,7 +157,7 @@ Ending GuardedPass::ChangeHost() {
   if (ending.IsDone()) ending = host.SweepLeftovers(sight.host.leftovers, neverCome);
   if (ending.IsDone()) ending = host.MakeFolders(plan.hostFolders);
   if (ending.IsDone() && !plan.hostWrites.empty()) {
-    ImageContents contents(places.image, sight.disk);
+    ImageContents contents(places.image, sight.disk, kept);
     ending = host.WriteFiles(plan.hostWrites, [&](const std::string& path, const Sink& sink) {
       return contents.Read(path, sink);
     });
@@ -181,7 +181,7 @@ Ending GuardedPass::MakeHostFolder() {
 
 Ending GuardedPass::ChangeImage() {
   imageTaken = NowNanoseconds();
-  ImageContents oldContents(places.image, sight.disk);
+  ImageContents oldContents(places.image, sight.disk, kept);
   Fat16Image image;
   std::string suspect;
   Ending ending = MakeImage({.tree = sight.plan.tree,

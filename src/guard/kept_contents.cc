@@ -4,15 +4,17 @@
 
 namespace quorbix::virtdisk::internal::guard {
 
-void KeptContents::Keep(const std::string& hostPath, const Content& content,
+void KeptContents::Keep(const std::string& path, const Content& content,
                         std::vector<std::uint8_t> bytes) {
+  File& file = files[path];
   held += bytes.size();
-  files.emplace(hostPath, File{content, std::move(bytes)});
+  held -= file.bytes.size();
+  file = {content, std::move(bytes)};
 }
 
-const std::vector<std::uint8_t>* KeptContents::Find(const std::string& hostPath,
+const std::vector<std::uint8_t>* KeptContents::Find(const std::string& path,
                                                     const Content& content) const {
-  const auto file = files.find(hostPath);
+  const auto file = files.find(path);
   return file != files.end() && file->second.content == content ? &file->second.bytes : nullptr;
 }
 

@@ -14,17 +14,20 @@ namespace quorbix::virtdisk::internal::guard {
 // memory as well: the gigabytes that a first meeting reads are not kept.
 constexpr std::uint64_t kMostKeptBytes = std::uint64_t{64} << 20;
 
-// What a look at the folder has read, for the new image to be made of: a file that has changed is
-// read once, as far as all of them have room here.
+// What a look has read of both sides, for the new image to be made of and the folder's files to be
+// written from: a file that has changed is read once, as far as all of them have room here.
 class KeptContents {
  public:
   bool HasRoomFor(std::uint64_t bytes) const { return bytes <= kMostKeptBytes - held; }
 
-  // What there is room for, once for each path.
-  void Keep(const std::string& hostPath, const Content& content, std::vector<std::uint8_t> bytes);
+  // What there is room for. `path` is relative to the folder, or that of KeyOnDisk.
+  void Keep(const std::string& path, const Content& content, std::vector<std::uint8_t> bytes);
 
   // The bytes of that content of the file; null: not kept.
-  const std::vector<std::uint8_t>* Find(const std::string& hostPath, const Content& content) const;
+  const std::vector<std::uint8_t>* Find(const std::string& path, const Content& content) const;
+
+  // Of a file of the disk: nothing that a path of the folder can be.
+  static std::string KeyOnDisk(const std::string& diskKey) { return '/' + diskKey; }
 
   void Clear();
 

@@ -250,8 +250,18 @@ class Looker {
     sight.facts.onDisk.volumeIdBefore = imageBefore->volumeId;
   }
 
+  DiskView LookAtDisk(const fs::path& image) {
+    constexpr GuardedWork kWork = GuardedWork::kReadDisk;
+    if (kept == nullptr) return guard::LookAtDisk(image, kWork, monitor);
+    DiskKeeping keeping{.kept = *kept};
+    for (const Pair& pair : sight.state.memory.pairs) {
+      if (pair.agreed) keeping.known.emplace(DiskKey(pair.disk), *pair.agreed);
+    }
+    return guard::LookAtDisk(image, kWork, monitor, &keeping);
+  }
+
   bool ReadImage(const fs::path& image) {
-    sight.disk = LookAtDisk(image, GuardedWork::kReadDisk, monitor);
+    sight.disk = LookAtDisk(image);
     sight.wasDiskRead = true;
     sight.facts.onDisk = sight.disk.facts;
     NoteImageBefore();

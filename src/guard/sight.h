@@ -59,7 +59,7 @@ struct Sight {
 };
 
 // Looks at both sides and plans. A hazard that can be accepted is planned for as if it were.
-// `kept`, unless null, gets what it has read of the folder.
+// `kept`, unless null, gets what it has read of both sides.
 Sight Look(const Places& places, const GuardedSyncOptions& options, const KnownState& remembered,
            WorkMonitor& monitor, KeptContents* kept = nullptr);
 

@@ -28,5 +28,21 @@ TEST(KeptContents, Room_IsOneForAllFiles) {
   EXPECT_EQ(kept.Find("a", kOne), nullptr);
 }
 
+TEST(KeptContents, WhatComesInItsPlace_GivesItsRoomBack) {
+  KeptContents kept;
+  kept.Keep("a", kOne, {1, 2, 3});
+  kept.Keep("a", {.hash = 2, .size = 1}, {4});
+  EXPECT_EQ(kept.Find("a", kOne), nullptr);
+  EXPECT_TRUE(kept.HasRoomFor(kMostKeptBytes - 1));
+  EXPECT_FALSE(kept.HasRoomFor(kMostKeptBytes));
+}
+
+TEST(KeptContents, FileOfTheDisk_IsNoneOfTheFolder) {
+  KeptContents kept;
+  kept.Keep(KeptContents::KeyOnDisk("a"), kOne, {1, 2, 3});
+  EXPECT_EQ(kept.Find("a", kOne), nullptr);
+  EXPECT_NE(kept.Find(KeptContents::KeyOnDisk("a"), kOne), nullptr);
+}
+
 }  // namespace
 }  // namespace quorbix::virtdisk::internal::guard
