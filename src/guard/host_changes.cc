@@ -15,6 +15,7 @@
 #include "guard/host_view.h"
 #include "guard/paths.h"
 #include "guard/renames.h"
+#include "guard/writers.h"
 #include "sync/hash_bytes.h"
 
 namespace quorbix::virtdisk::internal::guard {
@@ -35,6 +36,8 @@ std::string PathIn(int folder, const std::string& name) {
 Ending Busy(const std::string& path) {
   return Ending::Busy(path + " has changed since it was looked at");
 }
+
+Ending InUse(const std::string& path) { return Ending::Busy(HasOpenText(path)); }
 
 }  // namespace
 
@@ -164,7 +167,8 @@ Ending HostChanges::WriteTemporary(const HostWrite& write, const DiskContents& c
   const Descriptor folder = OpenFolder(ParentOf(write.host));
   if (!folder) return Cannot("open the folder of", write.host);
   struct ::stat old {};
-  if (write.replaces && ::fstatat(folder.Get(), NameOf(write.host).c_str(), &old, 0) != 0) {
+  const std::string name = NameOf(write.host);
+  if (write.replaces && ::fstatat(folder.Get(), name.c_str(), &old, 0) != 0) {
     return Busy(write.host);
   }
   // A file that is replaced may be nobody else's to read, from the first byte on.
@@ -176,7 +180,7 @@ Ending HostChanges::WriteTemporary(const HostWrite& write, const DiskContents& c
     // Where the file system does not let it, the file is as it would be new. What a guest has
     // written never runs with the rights of the program it replaces.
     old.st_mode &= kPlainMode;
-    static_cast<void>(TakeOverRights(out.Get(), PathIn(folder.Get(), NameOf(write.host)), old));
+    static_cast<void>(TakeOverRights(out.Get(), PathIn(folder.Get(), name), old));
   }
   Content content{.hash = kEmptyHash, .size = 0};
   bool isWritten = true;
@@ -269,9 +273,8 @@ Ending HostChanges::Replace(int folder, NewFile& file, const fs::path& place) {
     return ending;
   }
   file.holdsOld = true;
-  Ending ending = IsAsSeen(folder, file.temporary, path)
-                      ? MoveToTrash(folder, file.temporary, place, monitor)
-                      : Busy(path);
+  Ending ending = LeftAlone(folder, file.temporary, path);
+  if (ending.IsDone()) ending = MoveToTrash(folder, file.temporary, place, monitor);
   if (ending.IsDone()) return ending;
   if (!ExchangeNames(folder, temporary, name.c_str())) return Cannot("put back", path);
   file.holdsOld = false;
@@ -281,11 +284,19 @@ Ending HostChanges::Replace(int folder, NewFile& file, const fs::path& place) {
 // Takes a file away under another name, if it is the one that was looked at.
 Ending HostChanges::SetAside(int folder, const std::string& path, const std::string& aside) const {
   const std::string name = NameOf(path);
-  if (!IsAsSeen(folder, name, path)) return Busy(path);
+  Ending ending = LeftAlone(folder, name, path);
+  if (!ending.IsDone()) return ending;
   if (!RenameIfFree(folder, name.c_str(), folder, aside.c_str())) return Cannot("move", path);
-  if (IsAsSeen(folder, aside, path)) return {};
+  ending = LeftAlone(folder, aside, path);
+  if (ending.IsDone()) return ending;
   static_cast<void>(RenameIfFree(folder, aside.c_str(), folder, name.c_str()));
-  return Busy(path);
+  return ending;
+}
+
+// Whether it is what was looked at, and nobody writes to it: what he writes would go to the trash.
+Ending HostChanges::LeftAlone(int folder, const std::string& name, const std::string& path) const {
+  if (!IsAsSeen(folder, name, path)) return Busy(path);
+  return IsOpenForWriting(folder, name) ? InUse(path) : Ending{};
 }
 
 bool HostChanges::IsAsSeen(int folder, const std::string& name, const std::string& path) const {
@@ -304,7 +315,7 @@ void HostChanges::NoteWritten(int folder, const NewFile& file) {
   written[write.host] = {.stamp = stamp, .taken = file.taken, .content = write.content};
 }
 
-Ending HostChanges::FlushFolders() const {
+Ending HostChanges::FlushFolders() {
   for (const std::string& path : touched) {
     if (monitor.IsStopped()) return Ending::Stopped();
     const Descriptor folder = OpenFolder(path);
@@ -312,6 +323,7 @@ Ending HostChanges::FlushFolders() const {
       return Cannot("write out the folder", path.empty() ? root.string() : path);
     }
   }
+  touched.clear();
   return {};
 }
 

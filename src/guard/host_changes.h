@@ -72,15 +72,16 @@ class HostChanges {
   static Ending NameNew(int folder, const NewFile& file);
   Ending Replace(int folder, NewFile& file, const std::filesystem::path& place);
   Ending SetAside(int folder, const std::string& path, const std::string& aside) const;
+  Ending LeftAlone(int folder, const std::string& name, const std::string& path) const;
   bool IsAsSeen(int folder, const std::string& name, const std::string& path) const;
   void NoteWritten(int folder, const NewFile& file);
-  Ending FlushFolders() const;
+  Ending FlushFolders();
 
   const std::filesystem::path root;
   const std::map<std::string, Stamp>& stamps;
   TrashRun& trash;
   WorkMonitor& monitor;
-  std::set<std::string> touched;  // folders whose entries have changed
+  std::set<std::string> touched;  // folders with changed entries that are not written out yet
   std::map<std::string, SeenFile> written;
   std::set<std::string> changed;
 };

@@ -1,5 +1,6 @@
 #include "guard/sight.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -458,11 +459,25 @@ class Looker {
     if (!isOwnImage && isFresh(sight.disk.stamp.modified)) {
       return Fail(Sight::Result::kNotNow, "the image is being changed just now");
     }
-    if (options.inPlace) return;
+    if (!IsFolderLeftAlone() || options.inPlace) return;
     const std::string writer = FindWriter(places.image);
     if (!writer.empty()) {
       Fail(Sight::Result::kNotNow, writer + " has the image open for writing");
     }
+  }
+
+  // What is to be taken away, others may be writing to.
+  bool IsFolderLeftAlone() {
+    const auto isInUse = [&](const std::string& path) {
+      if (!IsOpenForWriting(AT_FDCWD, places.folder / path)) return false;
+      Fail(Sight::Result::kNotNow, HasOpenText(path));
+      return true;
+    };
+    const auto& plan = sight.plan;
+    return std::none_of(
+               plan.hostWrites.begin(), plan.hostWrites.end(),
+               [&](const HostWrite& write) { return write.replaces && isInUse(write.host); }) &&
+           std::none_of(plan.hostDeletions.begin(), plan.hostDeletions.end(), isInUse);
   }
 
   const Places& places;

@@ -24,9 +24,9 @@ namespace {
 
 // A lease for reading is granted when nobody has the file open for writing. Nothing: the file
 // system has no leases, or this process may not take one.
-std::optional<bool> IsOpenForWriting(const fs::path& path) {
+std::optional<bool> AskForWriters(int folder, const std::string& name) {
   struct ::stat status;
-  const Descriptor file = OpenRegularFileNow(AT_FDCWD, path.c_str(), status);
+  const Descriptor file = OpenRegularFileNow(folder, name.c_str(), status);
   if (!file) return errno == EWOULDBLOCK ? std::optional(true) : std::nullopt;
   // Whoever opens the file while the lease is held makes the system send a signal; the usual one
   // would end the process.
@@ -83,10 +83,21 @@ std::string FindProcess(const fs::path& path) {
 }  // namespace
 
 std::string FindWriter(const fs::path& file) {
-  const auto known = IsOpenForWriting(file);
+  const auto known = AskForWriters(AT_FDCWD, file.native());
   if (known && !*known) return {};
   const std::string process = FindProcess(file);
   return process.empty() && known ? "another process" : process;
+}
+
+bool IsOpenForWriting(int folder, const std::string& name) {
+  struct ::stat status;
+  const bool isFile =
+      ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(status.st_mode);
+  return isFile && AskForWriters(folder, name).value_or(false);
+}
+
+std::string HasOpenText(const std::string& path) {
+  return "another program has " + path + " open for writing";
 }
 
 }  // namespace quorbix::virtdisk::internal::guard

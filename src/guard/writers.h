@@ -10,6 +10,13 @@ namespace quorbix::virtdisk::internal::guard {
 // or nobody can be seen to.
 std::string FindWriter(const std::filesystem::path& file);
 
+// Whether somebody has the file `name` of an open folder open for writing, as far as a lease tells:
+// where there are none, or for files of others, nobody seems to have. Of a link: no.
+bool IsOpenForWriting(int folder, const std::string& name);
+
+// What is to be said then of the file at `path`.
+std::string HasOpenText(const std::string& path);
+
 }  // namespace quorbix::virtdisk::internal::guard
 
 #endif  // QUORBIX_VIRTDISK_GUARD_WRITERS_H_

@@ -144,6 +144,27 @@ TEST_F(GuardedPassTest, MissingImage_IsToldWithoutWaitingForTheFolder) {
   EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kImageMissing));
 }
 
+// What it writes would go to the trash from then on.
+TEST_F(GuardedPassTest, FileThatAProgramHasOpenForWriting_IsNeitherReplacedNorDeleted) {
+  folder.File("host/a.txt", "a").File("host/b.txt", "b");
+  BuildAndAgree();
+  for (const bool isDeleted : {false, true}) {
+    isDeleted ? GuestRemoves("A.TXT") : GuestWrites("A.TXT", "of the guest");
+    const std::string before = folder.Read("host/a.txt");
+    {
+      const Descriptor program = OpenHostPath((Host() / "a.txt").c_str(), O_RDWR);
+      const GuardedReport report = Pass();
+      EXPECT_EQ(report.outcome, kNotNow);
+      EXPECT_EQ(report.message, "another program has a.txt open for writing");
+      EXPECT_EQ(folder.Read("host/a.txt"), before);
+      EXPECT_EQ(OnHost().size(), 2u);
+    }
+    const Descriptor reader = OpenHostPath((Host() / "a.txt").c_str(), O_RDONLY);
+    EXPECT_EQ(Pass().outcome, kDone);
+  }
+  EXPECT_EQ(OnHost(), (FileTree{{"b.txt", "b"}}));
+}
+
 TEST_F(GuardedPassTest, FolderThatIsBeingChanged_IsLeftToSettle) {
   folder.File("host/a.txt", "a").File("host/b.txt", "b");
   BuildAndAgree();

@@ -140,6 +140,31 @@ TEST_F(RefusedCall, WhoOpensTheImageJustBeforeItIsReplaced_KeepsIt) {
   EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "edited"}}));
 }
 
+TEST_F(RefusedCall, WhoOpensAFileJustBeforeItIsTakenAway_KeepsIt) {
+  folder.File("host/a.txt", "a").File("host/b.txt", "b");
+  BuildAndAgree();
+  for (const bool isDeleted : {false, true}) {
+    isDeleted ? GuestRemoves("A.TXT") : GuestWrites("A.TXT", "of the guest");
+    const std::string before = folder.Read("host/a.txt");
+    int writer = -1;
+    answer = [&](std::string_view call, const std::string&) {
+      if (call == "renameat2" && writer < 0) {
+        writer = ::open((Host() / "a.txt").c_str(), O_RDWR | O_APPEND | O_CLOEXEC);
+      }
+      return 0;
+    };
+    EXPECT_EQ(Sync()->Pass().outcome, kNotNow);
+    answer = nullptr;
+    ASSERT_GE(writer, 0);
+    EXPECT_EQ(::write(writer, "!", 1), 1);
+    ::close(writer);
+    EXPECT_EQ(folder.Read("host/a.txt"), before + "!");
+    EXPECT_EQ(OnHost().size(), 2u);
+    options.onConflict = GuardedSyncOptions::ConflictRule::kTakeDisk;
+    EXPECT_EQ(Pass().outcome, kDone);
+  }
+}
+
 // The next one has nothing to mend, and whoever does not make one has no large file lying about.
 TEST_F(RefusedCall, ImageThatIsChangedOrCannotBeReplaced_LeavesNoNewOneBehind) {
   folder.File("host/a.txt", "a");
