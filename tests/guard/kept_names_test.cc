@@ -317,6 +317,19 @@ TEST_F(KeptNames, FirstMeetingThatIsStopped_DoesNotFollowLinksToTheirEnd) {
   EXPECT_TRUE(MeetFirst(Host(), seen, monitor).names.empty());
 }
 
+// One that asked a build for its image would be without them.
+TEST_F(KeptNames, FilesForWhichABuildHasNoNameLeft_AreCarriedAllTheSame) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  for (int n = 0; n < 102; ++n) folder.File("host/The same name " + std::to_string(n), "n");
+  const auto builder = CreateFat16Builder();
+  ASSERT_TRUE(builder->Build(Host(), folder / "BUILT.IMG", kImageBytes));
+  EXPECT_THAT(builder->SkippedFiles(), SizeIs(2));
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(OnDisk().size(), 103u);
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
 TEST_F(KeptNames, EmptyFolder_IsFilledFromTheDisk) {
   folder.File("host/a.txt", "a").File("host/SUB/b.txt", "b");
   BuildImage();

@@ -182,6 +182,21 @@ TEST_F(Program, DemoAsJson_IsOneObjectALine) {
   EXPECT_EQ(error["hint"], "TMPDIR names the folder for it: set it to one in which you may write.");
 }
 
+// A plain pass would make twins of them.
+TEST_F(Program, DemoOfLongNames_CarriesTheirEditsTheGuardedWay) {
+  folder.Folder("tmp")
+      .File("NAMES/A long name.txt", "one\n")
+      .File("NAMES/B long name.txt", "two\n");
+  const CommandResult run = RunInShell("TMPDIR=" + (folder / "tmp").string() + " virtdisk demo " +
+                                       (folder / "NAMES").string());
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_THAT(
+      run.out,
+      AllOf(HasSubstr("  folder -> disk  changed   A long name.txt -> A_LONG_N.TXT"),
+            HasSubstr("  disk -> folder  changed   B_LONG_N.TXT -> B long name.txt"),
+            HasSubstr("\nThe folder:\n  A long name.txt, "), testing::Not(HasSubstr("~1"))));
+}
+
 TEST_F(Program, DemoOfAFolder_LeavesItAlone) {
   folder.Folder("tmp").File("DISK/A long name.txt", "long\n");
   const auto before = folder.Files("DISK");
