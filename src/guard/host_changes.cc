@@ -11,6 +11,7 @@
 
 #include "common/file_rights.h"
 #include "common/host_file.h"
+#include "common/write_out.h"
 #include "guard/clock.h"
 #include "guard/host_view.h"
 #include "guard/paths.h"
@@ -186,8 +187,9 @@ Ending HostChanges::WriteTemporary(const HostWrite& write, const DiskContents& c
   bool isWritten = true;
   Ending ending = contents(write.disk, [&](std::span<const std::uint8_t> bytes) {
     content.hash = HashBytes(bytes, content.hash);
-    content.size += bytes.size();
     isWritten = WriteFully(out.Get(), bytes);
+    WriteOutSoon(out.Get(), content.size, content.size + bytes.size());
+    content.size += bytes.size();
     monitor.Add(bytes.size());
     return isWritten && !monitor.IsStopped();
   });

@@ -16,6 +16,7 @@
 #include "common/byte_order.h"
 #include "common/file_rights.h"
 #include "common/host_file.h"
+#include "common/write_out.h"
 #include "fat16/volume_layout.h"
 #include "guard/copying.h"
 #include "guard/disk_view.h"
@@ -107,7 +108,10 @@ Ending ImageChange::Save(const Fat16Image& made, const fs::path& whole,
 
 Ending ImageChange::SaveTo(Descriptor& file, const Fat16Image& made, const fs::path& whole) {
   monitor.Begin(GuardedWork::kWriteDisk, made.Bytes().size());
-  const bool written = made.WriteTo(file.Get(), [this](std::size_t bytes) {
+  std::uint64_t done = 0;
+  const bool written = made.WriteTo(file.Get(), [&](std::size_t bytes) {
+    WriteOutSoon(file.Get(), done, done + bytes);
+    done += bytes;
     monitor.Add(bytes);
     return !monitor.IsStopped();
   });

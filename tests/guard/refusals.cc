@@ -87,6 +87,11 @@ extern "C" int syncfs(int file) noexcept {
   return IsRefused("syncfs", file) ? -1 : NextOf<int(int)>("syncfs")(file);
 }
 
+extern "C" int sync_file_range(int file, off64_t offset, off64_t size, unsigned flags) {
+  static_cast<void>(IsRefused("sync_file_range", file));
+  return NextOf<int(int, off64_t, off64_t, unsigned)>("sync_file_range")(file, offset, size, flags);
+}
+
 extern "C" int flock(int file, int operation) noexcept {
   return IsRefused("flock", file) ? -1 : NextOf<int(int, int)>("flock")(file, operation);
 }

@@ -8,6 +8,8 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <map>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -188,6 +190,34 @@ TEST_F(RefusedCall, ImageThatIsChangedOrCannotBeReplaced_LeavesNoNewOneBehind) {
       }
       EXPECT_THAT(Sync()->Preview().notes, testing::IsEmpty());
     }
+  }
+}
+
+// The flush at its end would take as long as the disk needs for all of it, and no signal end it.
+TEST_F(RefusedCall, WhatIsLarge_IsWrittenOutWhileItIsWritten) {
+  folder.File("host/a.txt", "a");
+  BuildImage(std::uint64_t{40} << 20);
+  ASSERT_EQ(Pass().outcome, kNothingToDo);
+  folder.File("host/b.txt", "b");
+  GuestWrites("LARGE.BIN", std::string(std::size_t{9} << 20, 'l'));
+  for (const bool inPlace : {false, true}) {
+    options.inPlace = inPlace;
+    std::map<std::string, int> begun;
+    answer = [&](std::string_view call, const std::string& path) {
+      if (call == "sync_file_range") ++begun[path];
+      return 0;
+    };
+    EXPECT_EQ(Sync()->Pass().outcome, kDone);
+    answer = nullptr;
+    std::set<int> counts;
+    for (const auto& [path, count] : begun) counts.insert(count);
+    // Of the image ten pieces are begun, and six of them waited for.
+    EXPECT_TRUE(counts.contains(16));
+    if (!inPlace) {
+      EXPECT_TRUE(counts.contains(2)) << "the large file";
+    }
+    EXPECT_EQ(begun.size(), inPlace ? 3u : 2u) << "with the copy of the image in the trash";
+    folder.File("host/b.txt", "c");
   }
 }
 

@@ -13,21 +13,12 @@
 #include <vector>
 
 #include "common/host_file.h"
+#include "common/write_out.h"
 
 namespace quorbix::virtdisk::tool {
 namespace {
 
 constexpr std::size_t kPieceBytes = std::size_t{8} << 20;
-// Bytes that may wait to be written out, however fast they come.
-constexpr ::off64_t kMostWaiting = ::off64_t{64} << 20;
-
-// Not every file system can do it; then flushing takes longer.
-void WriteOut(int file, ::off64_t end) {
-  const auto piece = static_cast<::off64_t>(kPieceBytes);
-  ::sync_file_range(file, std::max<::off64_t>(end - piece, 0), piece, SYNC_FILE_RANGE_WRITE);
-  if (end <= kMostWaiting) return;
-  ::sync_file_range(file, end - kMostWaiting - piece, piece, SYNC_FILE_RANGE_WAIT_BEFORE);
-}
 
 // Where data begins at `offset` or after it; `end` when there is nothing but a hole, and `offset`
 // where the file system does not tell.
@@ -68,7 +59,8 @@ bool CopyData(int from, int to, ::off64_t offset, ::off64_t end, const MovedByte
     if (copied == 0) errno = ENODATA;
     if (copied <= 0) return false;
     offset += copied;
-    WriteOut(to, offset);
+    internal::WriteOutSoon(to, static_cast<std::uint64_t>(offset - copied),
+                           static_cast<std::uint64_t>(offset));
     if (moved) moved(static_cast<std::uint64_t>(copied));
   }
   return true;
@@ -129,7 +121,8 @@ bool WriteInPieces(int file, std::span<const std::uint8_t> bytes, const MovedByt
   while (!bytes.empty()) {
     const auto piece = bytes.first(std::min(bytes.size(), kPieceBytes));
     if (!internal::WriteFully(file, piece)) return false;
-    WriteOut(file, ::lseek(file, 0, SEEK_CUR));
+    const auto end = static_cast<std::uint64_t>(::lseek(file, 0, SEEK_CUR));
+    internal::WriteOutSoon(file, end - piece.size(), end);
     if (moved) moved(piece.size());
     bytes = bytes.subspan(piece.size());
   }
