@@ -120,7 +120,8 @@ Ending GuardedPass::MendCutOff() {
       return Ending::Failed(err);
     }
     monitor.Begin(GuardedWork::kKeep, sight.disk.stamp.size);
-    return MoveToTrash(AT_FDCWD, whole.string(), placesInTrash.front(), monitor);
+    return MoveToTrash(AT_FDCWD, whole.string(), placesInTrash.front(), monitor,
+                       places.image.string());
   }
   if (::unlink(whole.c_str()) == 0) return {};
   return Cannot("remove", whole);

@@ -69,7 +69,7 @@ Ending HostChanges::SweepLeftovers(const std::vector<std::string>& paths,
     const std::string name = NameOf(paths[i]);
     // The mending of a pass that was cut off may have taken it away.
     if (::faccessat(folder.Get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) continue;
-    ending = MoveToTrash(folder.Get(), name, places[i], monitor);
+    ending = MoveToTrash(folder.Get(), name, places[i], monitor, paths[i]);
     if (!ending.IsDone()) return ending;
     touched.insert(ParentOf(paths[i]));
   }
@@ -126,7 +126,7 @@ Ending HostChanges::DeleteFiles(const std::vector<std::string>& paths) {
     Ending ending = SetAside(folder.Get(), paths[i], aside);
     if (!ending.IsDone()) return ending;
     touched.insert(ParentOf(paths[i]));
-    ending = MoveToTrash(folder.Get(), aside, places[i], monitor);
+    ending = MoveToTrash(folder.Get(), aside, places[i], monitor, paths[i]);
     if (!ending.IsDone()) {
       static_cast<void>(
           RenameIfFree(folder.Get(), aside.c_str(), folder.Get(), NameOf(paths[i]).c_str()));
@@ -262,7 +262,7 @@ Ending HostChanges::Replace(int folder, NewFile& file, const fs::path& place) {
     const std::string aside = NewTemporaryName();
     Ending ending = SetAside(folder, path, aside);
     if (!ending.IsDone()) return ending;
-    ending = MoveToTrash(folder, aside, place, monitor);
+    ending = MoveToTrash(folder, aside, place, monitor, path);
     if (!ending.IsDone()) {
       static_cast<void>(RenameIfFree(folder, aside.c_str(), folder, name.c_str()));
       return ending;
@@ -276,7 +276,7 @@ Ending HostChanges::Replace(int folder, NewFile& file, const fs::path& place) {
   }
   file.holdsOld = true;
   Ending ending = LeftAlone(folder, file.temporary, path);
-  if (ending.IsDone()) ending = MoveToTrash(folder, file.temporary, place, monitor);
+  if (ending.IsDone()) ending = MoveToTrash(folder, file.temporary, place, monitor, path);
   if (ending.IsDone()) return ending;
   if (!ExchangeNames(folder, temporary, name.c_str())) return Cannot("put back", path);
   file.holdsOld = false;

@@ -169,7 +169,7 @@ Ending ImageChange::Rename(const fs::path& whole) {
   // From here on the new image is the image; the old one keeps its name beside it until it has
   // found its place.
   monitor.Begin(GuardedWork::kKeep, seen.size);
-  Ending kept = MoveToTrash(AT_FDCWD, whole.string(), places.front(), monitor);
+  Ending kept = MoveToTrash(AT_FDCWD, whole.string(), places.front(), monitor, path.string());
   if (!kept.IsDone()) return TakeBack(whole, *made, std::move(kept));
   if (!trash.Flush(err)) return Ending::Failed(err);
   return FlushFolder(path.parent_path()) ? Ending{} : Cannot("write out the folder of", path);

@@ -312,15 +312,15 @@ bool CopyEntry(int folder, const std::string& name, const fs::path& place, WorkM
                                  : CopyFile(folder, name, place, monitor);
 }
 
-Ending MoveToTrash(int folder, const std::string& name, const fs::path& place,
-                   WorkMonitor& monitor) {
+Ending MoveToTrash(int folder, const std::string& name, const fs::path& place, WorkMonitor& monitor,
+                   const std::string& shown) {
   if (::renameat(folder, name.c_str(), AT_FDCWD, place.c_str()) == 0) return {};
   if (errno == EXDEV) {
     if (CopyAndRemove(folder, name, place, monitor)) return {};
     if (errno == ECANCELED) return Ending::Stopped();
-    if (errno == EBUSY) return Ending::Busy(name + " is being written just now");
+    if (errno == EBUSY) return Ending::Busy(shown + " is being written just now");
   }
-  return Ending::Failed("cannot move " + name + " to the trash " + place.string() + " (" +
+  return Ending::Failed("cannot move " + shown + " to the trash " + place.string() + " (" +
                         SystemText() + ")");
 }
 

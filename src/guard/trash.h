@@ -71,10 +71,11 @@ std::filesystem::path PlaceInTrash(const std::filesystem::path& stateFolder, con
                              const std::filesystem::path& place, WorkMonitor& monitor);
 
 // Moves the entry `name` of an open folder to `place`; copies it, with its mode and times, where
-// that is on another file system. Unless that is done, the entry is
-// where it was.
+// that is on another file system. Unless that is done, the entry is where it was. `shown` is what a
+// text calls it, where it goes by a temporary name.
 [[nodiscard]] Ending MoveToTrash(int folder, const std::string& name,
-                                 const std::filesystem::path& place, WorkMonitor& monitor);
+                                 const std::filesystem::path& place, WorkMonitor& monitor,
+                                 const std::string& shown);
 
 // How much room a trash takes, in bytes of its file system.
 struct TrashSize {

@@ -130,12 +130,27 @@ TEST_F(ImageFault, DiskOfTheHostThatFails_IsNoDamageOfTheImage) {
     EXPECT_EQ(OnHost(), host);
   }
   EXPECT_GE(reads, 3);
-  // From here on the look was over, and the carrying out ends where it is.
-  EXPECT_TRUE(report.outcome == kFailed || report.outcome == kNotNow);
+  // From here on the look was over, and has kept what the carrying out needs.
+  EXPECT_EQ(report.outcome, kDone);
+  EXPECT_EQ(OnHost().at("a.txt"), std::string(19'000, 'n'));
+}
+
+// A file that was too large to be kept.
+TEST_F(ImageFault, DiskOfTheHostThatFailsOnceItWasLookedAt_EndsThePassWhereItIs) {
+  constexpr std::size_t kLarge = std::size_t{5} << 20;
+  constexpr int kMany = 1'000'000;
+  folder.File("host/a.txt", std::string(kLarge, 'a')).File("host/b.txt", "b");
+  BuildAndAgree(std::uint64_t{8} << 20);
+  GuestWrites("A.TXT", std::string(kLarge, 'n'));
+  const FileTree host = OnHost();
+  readsBeforeError = kMany;
+  EXPECT_EQ(Sync()->Preview().outcome, kDone);
+  const GuardedReport report = PassWithReads(kMany - readsBeforeError + 2);
+  EXPECT_EQ(report.outcome, kNotNow) << report.message;
   EXPECT_THAT(report.message, EndsWith("image could not be read: Input/output error"));
   EXPECT_EQ(OnHost(), host);
   EXPECT_EQ(Pass().outcome, kDone);
-  EXPECT_EQ(OnHost().at("a.txt"), std::string(19'000, 'n'));
+  EXPECT_EQ(OnHost().at("a.txt"), std::string(kLarge, 'n'));
 }
 
 TEST_F(ImageFault, ImageThatChangesWhileItIsRead_IsReadAgainByTheNextPass) {

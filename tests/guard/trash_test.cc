@@ -41,7 +41,7 @@ class Trash : public testing::Test {
     std::string err;
     ASSERT_TRUE(run.Announce({{"folder", name, "deleted"}}, places, err)) << err;
     const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
-    const Ending moved = MoveToTrash(top.Get(), name, places.at(0), nobody);
+    const Ending moved = MoveToTrash(top.Get(), name, places.at(0), nobody, "a");
     ASSERT_TRUE(moved.IsDone()) << moved.text;
     ASSERT_TRUE(run.Flush(err)) << err;
   }
@@ -275,7 +275,7 @@ TEST_F(Trash, OnAnotherFileSystem_FilesAreCopiedWithModeAndTime) {
   std::string err;
   ASSERT_TRUE(run.Announce({{"folder", "a", "deleted"}}, places, err)) << err;
   const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
-  const Ending moved = MoveToTrash(top.Get(), "a", places.at(0), nobody);
+  const Ending moved = MoveToTrash(top.Get(), "a", places.at(0), nobody, "a");
   ASSERT_TRUE(moved.IsDone()) << moved.text;
   EXPECT_FALSE(folder.Exists("a"));
   EXPECT_EQ(test::ReadWholeFile(places[0]), std::string(100'000, 'x'));
@@ -303,7 +303,7 @@ TEST_F(Trash, OnAFullFileSystem_TheFileStaysWhereItIs) {
   ASSERT_TRUE(run.Announce({{"folder", "a", "deleted"}}, places, err)) << err;
   const int status = test::RunInChild({.fileSizeLimit = 50'000}, [&] {
     const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
-    const Ending moved = MoveToTrash(top.Get(), "a", places.at(0), nobody);
+    const Ending moved = MoveToTrash(top.Get(), "a", places.at(0), nobody, "a");
     return moved.result == Ending::Result::kFailed ? 0 : 1;
   });
   EXPECT_EQ(status, 0);
@@ -322,7 +322,8 @@ TEST_F(Trash, StoppedWhileItIsCopied_TheFileStaysWhereItIs) {
   const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
   std::atomic<bool> stop = false;
   WorkMonitor monitor(&stop, [&](const GuardedProgress&) { stop = true; });
-  EXPECT_EQ(MoveToTrash(top.Get(), "a", places.at(0), monitor).result, Ending::Result::kStopped);
+  EXPECT_EQ(MoveToTrash(top.Get(), "a", places.at(0), monitor, "a").result,
+            Ending::Result::kStopped);
   EXPECT_EQ(folder.Read("a"), std::string(1'000'000, 'x'));
   EXPECT_FALSE(fs::exists(places[0]));
   EXPECT_FALSE(fs::exists(PartOf(places[0])));
@@ -337,7 +338,7 @@ TEST_F(Trash, LinkOnAnotherFileSystem_StaysALink) {
   std::string err;
   ASSERT_TRUE(run.Announce({{"folder", "a", "deleted"}}, places, err)) << err;
   const Descriptor top = OpenHostPath(folder.Path().c_str(), O_RDONLY | O_DIRECTORY);
-  const Ending moved = MoveToTrash(top.Get(), "a", places.at(0), nobody);
+  const Ending moved = MoveToTrash(top.Get(), "a", places.at(0), nobody, "a");
   ASSERT_TRUE(moved.IsDone()) << moved.text;
   EXPECT_EQ(fs::read_symlink(places[0]), "target");
 }
