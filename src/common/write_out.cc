@@ -27,4 +27,10 @@ void WriteOutSoon(int file, std::uint64_t begin, std::uint64_t end) {
   errno = error;
 }
 
+void WriteRestOutSoon(int file) {
+  const int error = errno;
+  ::sync_file_range(file, 0, 0, SYNC_FILE_RANGE_WRITE);
+  errno = error;
+}
+
 }  // namespace quorbix::virtdisk::internal

@@ -10,6 +10,9 @@ namespace quorbix::virtdisk::internal {
 // file system cannot do it, that takes longer. Keeps errno.
 void WriteOutSoon(int file, std::uint64_t begin, std::uint64_t end);
 
+// The same for all of it, once nothing more comes.
+void WriteRestOutSoon(int file);
+
 }  // namespace quorbix::virtdisk::internal
 
 #endif  // QUORBIX_VIRTDISK_COMMON_WRITE_OUT_H_

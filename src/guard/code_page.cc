@@ -8,6 +8,8 @@ namespace quorbix::virtdisk::internal::guard {
 namespace {
 
 constexpr unsigned char kFirstBeyondAscii = 0x80;
+constexpr char kFree = '\xE5';
+constexpr char kStandsForFree = '\x05';
 
 // The Unicode characters of the bytes from 0x80 on.
 constexpr std::array<char16_t, 128> kCharacters{
@@ -76,9 +78,11 @@ void Append(char16_t character, std::string& text) {
 }  // namespace
 
 std::string FromCodePage437(std::string_view name) {
-  if (IsUtf8(name)) return std::string(name);
+  std::string bytes(name);
+  if (bytes.starts_with(kStandsForFree)) bytes.front() = kFree;
+  if (IsUtf8(bytes)) return bytes;
   std::string text;
-  for (const char c : name) {
+  for (const char c : bytes) {
     const auto byte = static_cast<unsigned char>(c);
     if (byte < kFirstBeyondAscii) {
       text += c;
@@ -103,6 +107,7 @@ std::string ToCodePage437(std::string_view name) {
     if (found == kCharacters.end()) return {};
     bytes += static_cast<char>(kFirstBeyondAscii + (found - kCharacters.begin()));
   }
+  if (bytes.starts_with(kFree)) bytes.front() = kStandsForFree;
   return bytes;
 }
 

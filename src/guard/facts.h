@@ -51,6 +51,8 @@ struct NestingFacts {
   bool imageInFolder = false;
   bool stateInFolder = false;
   bool folderInState = false;
+
+  bool IsAny() const { return imageInFolder || stateInFolder || folderInState; }
 };
 
 struct StateFacts {

@@ -12,6 +12,7 @@
 #include "guard/room.h"
 #include "guard/sight.h"
 #include "guard/state_file.h"
+#include "guard/trash.h"
 
 namespace quorbix::virtdisk {
 namespace internal::guard {
@@ -133,8 +134,9 @@ class GuardedFolderSync final : public IGuardedFolderSync {
       return locked;
     }
     if (isFirst && !options.verify) quiet = QuietSides::Load(places);
-    const bool mayRemember = lock.IsHeld() && MayWriteInto(places.stateFolder);
-    if (quiet && mayRemember && quiet->AreStill(places)) return quiet->Report();
+    if (quiet && lock.IsHeld() && IsUsable(places) && quiet->AreStill(places)) {
+      return quiet->Report();
+    }
     quiet.reset();
     KnownState known = Recall(places);
     known.lockError = lockError;
@@ -160,6 +162,12 @@ class GuardedFolderSync final : public IGuardedFolderSync {
       if (quiet && lock.IsHeld()) quiet->Save(places);
     }
     return report;
+  }
+
+  // Whether nothing stands in the way of a pass that would have something to do.
+  static bool IsUsable(const Places& places) {
+    return MayRemember(places.stateFolder) && WhyTrashIsUnusable(places.stateFolder).empty() &&
+           !NestingOf(places).IsAny();
   }
 
   static KnownState Recall(const Places& places) {

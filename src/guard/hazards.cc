@@ -178,7 +178,7 @@ std::string NestingText(const Facts& facts) {
 
 void CheckNesting(const Facts& facts, Collector& found) {
   const NestingFacts& nesting = facts.nesting;
-  if (nesting.imageInFolder || nesting.stateInFolder || nesting.folderInState) {
+  if (nesting.IsAny()) {
     found.Add(kNested, !nesting.folderInState, NestingText(facts));
   }
 }

@@ -24,8 +24,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// From so many files on, one call that writes out the whole file system takes less than one each.
-constexpr std::size_t kManyFiles = 16;
 // Who may read, write and run it, without the bits that give rights to whoever runs it.
 constexpr ::mode_t kPlainMode = 0777;
 
@@ -92,18 +90,17 @@ Ending HostChanges::MakeFolders(const std::vector<std::string>& paths) {
 
 Ending HostChanges::WriteFiles(const std::vector<HostWrite>& writes, const DiskContents& contents) {
   std::vector<NewFile> files;
-  const bool flushesEach = writes.size() < kManyFiles;
   std::uint64_t bytes = 0;
   for (const HostWrite& write : writes) bytes += write.content.size;
   monitor.Begin(GuardedWork::kWriteFolder, bytes);
   Ending ending;
   for (const HostWrite& write : writes) {
     NewFile file{.write = &write, .temporary = NewTemporaryName()};
-    ending = WriteTemporary(write, contents, flushesEach, file);
+    ending = WriteTemporary(write, contents, file);
     files.push_back(std::move(file));
     if (!ending.IsDone()) break;
   }
-  if (ending.IsDone() && !flushesEach) ending = FlushAll();
+  if (ending.IsDone()) ending = Flush(files);
   if (ending.IsDone()) ending = NameFiles(files);
   Discard(files);
   const Ending flushed = FlushFolders();
@@ -164,7 +161,7 @@ Descriptor HostChanges::OpenFolder(const std::string& path) const {
 }
 
 Ending HostChanges::WriteTemporary(const HostWrite& write, const DiskContents& contents,
-                                   bool flushes, NewFile& file) {
+                                   NewFile& file) {
   const Descriptor folder = OpenFolder(ParentOf(write.host));
   if (!folder) return Cannot("open the folder of", write.host);
   struct ::stat old {};
@@ -197,7 +194,7 @@ Ending HostChanges::WriteTemporary(const HostWrite& write, const DiskContents& c
   if (monitor.IsStopped()) return Ending::Stopped();
   if (!ending.IsDone()) return ending;
   if (content != write.content) return Ending::Busy("the image has changed meanwhile");
-  if (flushes && ::fdatasync(out.Get()) != 0) return Cannot("write out", write.host);
+  WriteRestOutSoon(out.Get());
   struct ::stat status;
   if (::fstat(out.Get(), &status) != 0) return Cannot("look at", write.host);
   file.stamp = StampOf(status);
@@ -205,9 +202,18 @@ Ending HostChanges::WriteTemporary(const HostWrite& write, const DiskContents& c
   return {};
 }
 
-Ending HostChanges::FlushAll() const {
-  const Descriptor folder = OpenFolder("");
-  return folder && ::syncfs(folder.Get()) == 0 ? Ending{} : Cannot("write out", root.string());
+// All of them are on their way to the disk by now: one after the other takes no longer than all at
+// once, and a signal can end it.
+Ending HostChanges::Flush(const std::vector<NewFile>& files) const {
+  for (const NewFile& file : files) {
+    if (monitor.IsStopped()) return Ending::Stopped();
+    const std::string& path = file.write->host;
+    const Descriptor folder = OpenFolder(ParentOf(path));
+    const Descriptor opened(::openat(folder.Get(), file.temporary.c_str(),
+                                     O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (!opened || ::fdatasync(opened.Get()) != 0) return Cannot("write out", path);
+  }
+  return {};
 }
 
 // Those that have their names by now are not there any more.

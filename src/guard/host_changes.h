@@ -64,9 +64,8 @@ class HostChanges {
 
   Descriptor OpenFolder(const std::string& path) const;
   TrashRequest RequestFor(const std::string& path, const char* why) const;
-  Ending WriteTemporary(const HostWrite& write, const DiskContents& contents, bool flushes,
-                        NewFile& file);
-  Ending FlushAll() const;
+  Ending WriteTemporary(const HostWrite& write, const DiskContents& contents, NewFile& file);
+  Ending Flush(const std::vector<NewFile>& files) const;
   void Discard(const std::vector<NewFile>& files) const;
   Ending NameFiles(std::vector<NewFile>& files);
   static Ending NameNew(int folder, const NewFile& file);

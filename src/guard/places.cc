@@ -38,7 +38,24 @@ fs::path WithName(const fs::path& path) {
   return failed ? absolute : above / absolute.filename();
 }
 
+// What cannot be resolved is empty, and nothing lies in it.
+bool IsBelowOrSame(const fs::path& path, const fs::path& folder) {
+  if (folder.empty()) return false;
+  const std::string& text = path.native();
+  const std::string& prefix = folder.native();
+  return text == prefix || (text.starts_with(prefix) && text[prefix.size()] == '/');
+}
+
 }  // namespace
+
+NestingFacts NestingOf(const Places& places) {
+  std::error_code ignored;
+  const fs::path folder = fs::weakly_canonical(places.folder, ignored);
+  const fs::path state = fs::weakly_canonical(places.stateFolder, ignored);
+  return {.imageInFolder = IsBelowOrSame(places.image, folder),
+          .stateInFolder = IsBelowOrSame(state, folder),
+          .folderInState = IsBelowOrSame(folder, state)};
+}
 
 Places FindPlaces(const fs::path& image, const fs::path& folder, const fs::path& stateFolder) {
   return {.image = Itself(image),

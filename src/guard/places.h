@@ -3,6 +3,8 @@
 
 #include <filesystem>
 
+#include "guard/facts.h"
+
 namespace quorbix::virtdisk::internal::guard {
 
 // Where the two sides and the state are. The image is the file itself, no link to it.
@@ -15,6 +17,9 @@ struct Places {
 // The places that a caller's paths lead to; `stateFolder` may be empty.
 Places FindPlaces(const std::filesystem::path& image, const std::filesystem::path& folder,
                   const std::filesystem::path& stateFolder);
+
+// Which of them lies in which.
+NestingFacts NestingOf(const Places& places);
 
 }  // namespace quorbix::virtdisk::internal::guard
 

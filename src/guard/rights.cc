@@ -17,17 +17,20 @@ namespace {
 constexpr int kToChange = R_OK | W_OK | X_OK;
 
 // Whether nobody may rename or delete it, whatever his rights.
-bool IsFixed(int folder, const std::string& name) {
+bool IsFixed(int folder, const std::string& name, int flags = AT_SYMLINK_NOFOLLOW) {
   struct ::statx status;
   constexpr std::uint64_t kFixed = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
-  return ::statx(folder, name.c_str(), AT_SYMLINK_NOFOLLOW, 0, &status) == 0 &&
+  return ::statx(folder, name.c_str(), flags, 0, &status) == 0 &&
          (status.stx_attributes & kFixed) != 0;
 }
 
 }  // namespace
 
 bool MayChange(const fs::path& folder) {
-  return ::faccessat(AT_FDCWD, folder.c_str(), kToChange, AT_EACCESS) == 0;
+  struct ::stat status;
+  return ::stat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+         ::faccessat(AT_FDCWD, folder.c_str(), kToChange, AT_EACCESS) == 0 &&
+         !IsFixed(AT_FDCWD, folder.native(), 0);
 }
 
 bool MayWrite(const fs::path& file) {

@@ -14,6 +14,7 @@
 
 #include "guard/host_view.h"
 #include "guard/rights.h"
+#include "guard/state_file.h"
 
 namespace quorbix::virtdisk::internal::guard {
 namespace fs = std::filesystem;
@@ -90,6 +91,11 @@ std::uint64_t BytesOfLeftover(const fs::path& newImages, const Sight& sight) {
 }  // namespace
 
 bool MayWriteInto(const fs::path& folder) { return MayChange(Existing(folder)); }
+
+bool MayRemember(const fs::path& stateFolder) {
+  const fs::path state = StateFileIn(stateFolder);
+  return MayWriteInto(stateFolder) && (!StampAt(state) || MayTakeAway(AT_FDCWD, state.native()));
+}
 
 PlanFacts LookForRoom(const Places& places, const GuardedSyncOptions& options, const Sight& sight) {
   PlanFacts facts;

@@ -45,14 +45,6 @@ constexpr char kImageLeftOver[] =
     "where it may be the only one of its kind";
 constexpr char kFileLeftOver[] = "left over from a pass that was cut off: it goes to the trash";
 
-// What cannot be resolved is empty, and nothing lies in it.
-bool IsBelowOrSame(const fs::path& path, const fs::path& folder) {
-  if (folder.empty()) return false;
-  const std::string& text = path.native();
-  const std::string& prefix = folder.native();
-  return text == prefix || (text.starts_with(prefix) && text[prefix.size()] == '/');
-}
-
 // The names that a pass had in mind that was cut off, for what it may have made of them already.
 void AddNames(const Memory& pending, Memory& memory) {
   std::set<std::string> hosts;
@@ -136,19 +128,12 @@ class Looker {
     StateFacts& state = sight.facts.state;
     state.isDamaged = remembered.load == StateLoad::kDamaged;
     state.error = remembered.error;
-    state.isWritable = MayWriteInto(places.stateFolder);
+    state.isWritable = MayRemember(places.stateFolder);
     state.lockError = remembered.lockError;
     state.trashError = WhyTrashIsUnusable(places.stateFolder);
   }
 
-  void CheckNesting() {
-    std::error_code ignored;
-    const fs::path folder = fs::weakly_canonical(places.folder, ignored);
-    const fs::path state = fs::weakly_canonical(places.stateFolder, ignored);
-    sight.facts.nesting = {.imageInFolder = IsBelowOrSame(places.image, folder),
-                           .stateInFolder = IsBelowOrSame(state, folder),
-                           .folderInState = IsBelowOrSame(folder, state)};
-  }
+  void CheckNesting() { sight.facts.nesting = NestingOf(places); }
 
   void Fail(Sight::Result result, std::string message) {
     sight.result = result;

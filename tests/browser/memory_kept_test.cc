@@ -6,8 +6,8 @@
 #include "browser/browser_fixture.h"
 #include "browser/file_source.h"
 #include "browser/volume_index.h"
-#include "support/watched_heap.h"
 #include "support/temp_folder.h"
+#include "support/watched_heap.h"
 
 namespace quorbix::virtdisk::test {
 namespace {

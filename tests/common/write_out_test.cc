@@ -53,5 +53,11 @@ TEST(WriteOutSoon, FourPiecesBehind_IsWaitedFor) {
               testing::ElementsAre(Range(16 * kMiB, 4 * kMiB, kBegin), Range(0, 4 * kMiB, kWait)));
 }
 
+TEST(WriteRestOutSoon, AllOfIt_IsBegun) {
+  ranges.clear();
+  WriteRestOutSoon(0);
+  EXPECT_THAT(ranges, testing::ElementsAre(Range(0, 0, kBegin)));
+}
+
 }  // namespace
 }  // namespace quorbix::virtdisk::internal

@@ -43,6 +43,18 @@ TEST(CodePage437, EveryByte_ComesBack) {
   }
 }
 
+TEST(CodePage437, FirstByteThatMarksAFreeSlot_IsStoredAsAnother) {
+  EXPECT_EQ(FromCodePage437("\x05"
+                            "BC.TXT"),
+            "\xCF\x83"
+            "BC.TXT");  // a small sigma
+  EXPECT_EQ(ToCodePage437("\xCF\x83"
+                          "BC.TXT"),
+            "\x05"
+            "BC.TXT");
+  EXPECT_EQ(ToCodePage437("B\xCF\x83"), "B\xE5");
+}
+
 TEST(CodePage437, CharactersThatItHasNot_HaveNoBytes) {
   EXPECT_EQ(ToCodePage437("\xE2\x82\xAC"), "");  // the euro
   EXPECT_EQ(ToCodePage437("A\x82"), "");

@@ -286,10 +286,25 @@ class Scenario {
     EXPECT_TRUE(isDone) << report.message;
     for (const GuardedStep& step : report.steps) EXPECT_TRUE(step.isDone) << step.hostPath;
     ExpectAllIn(before, Everywhere());
+    ExpectTrashKept();
     ExpectQuiet(report);
     if (isLookedAtQuickly) ExpectVerified();
     // What a build has made of links to folders is new at another meeting when these are gone.
     if (Below(4) == 0 && !hasHadLinks) ExpectToMeetAgain();
+  }
+
+  // What earlier passes have thrown away is there yet.
+  void ExpectTrashKept() {
+    std::vector<TrashedItem> items;
+    std::string err;
+    EXPECT_TRUE(ListTrash(root / "state", items, err)) << err;
+    std::map<std::string, std::uint64_t> now;
+    for (const TrashedItem& item : items) now.emplace(item.id, item.bytes);
+    for (const auto& [id, bytes] : thrownAway) {
+      const auto found = now.find(id);
+      EXPECT_TRUE(found != now.end() && found->second == bytes) << id << " is gone";
+    }
+    thrownAway = std::move(now);
   }
 
   // A copy of the folder in its place is in step as the folder was: every name is known.
@@ -383,6 +398,7 @@ class Scenario {
   bool hasHadLinks = false;
   GuardedSyncOptions options;
   std::unique_ptr<IGuardedFolderSync> sync;
+  std::map<std::string, std::uint64_t> thrownAway;  // bytes by what restore calls it
 };
 
 // GUARDED_SCENARIOS and GUARDED_FIRST_SEED make the search longer, or repeat a part of it.

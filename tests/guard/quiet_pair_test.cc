@@ -197,6 +197,26 @@ TEST_F(QuietPair, StateThatCannotBeWrittenTo_IsRefusedAsAPreviewSays) {
   EXPECT_EQ(status, 0);
 }
 
+TEST_F(QuietPair, FileInTheTrashsPlace_IsRefusedAsAPreviewSays) {
+  folder.File("DISK.IMG.sync/trash", "mine");
+  EXPECT_EQ(sync->Preview().outcome, kRefused);
+  EXPECT_EQ(sync->Pass().outcome, kRefused);
+}
+
+TEST_F(QuietPair, TimeWhenEverythingWasRead_IsThatOfTheLastPassThatDid) {
+  const std::int64_t before = sync->Pass().lastReadInFull;
+  test::secondsAhead = 100;
+  folder.File("host/a.txt", "A");
+  EXPECT_EQ(sync->Pass().lastReadInFull, before);
+  sync.reset();
+  options.verify = true;
+  const std::int64_t verified = Sync()->Pass().lastReadInFull;
+  EXPECT_GE(verified, before + 80);
+  options.verify = false;
+  test::secondsAhead = 200;
+  EXPECT_EQ(Sync()->Pass().lastReadInFull, verified);
+}
+
 TEST_F(QuietPair, StateThatIsGone_IsNotDoneWithout) {
   fs::remove(StateFolder() / "state");
   EXPECT_FALSE(IsQuick(*sync));

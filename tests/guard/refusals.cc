@@ -83,10 +83,6 @@ extern "C" int fdatasync(int file) {
   return IsRefused("fdatasync", file) ? -1 : NextOf<int(int)>("fdatasync")(file);
 }
 
-extern "C" int syncfs(int file) noexcept {
-  return IsRefused("syncfs", file) ? -1 : NextOf<int(int)>("syncfs")(file);
-}
-
 extern "C" int sync_file_range(int file, off64_t offset, off64_t size, unsigned flags) {
   static_cast<void>(IsRefused("sync_file_range", file));
   return NextOf<int(int, off64_t, off64_t, unsigned)>("sync_file_range")(file, offset, size, flags);
@@ -103,6 +99,16 @@ extern "C" int fallocate(int file, int mode, off_t offset, off_t size) {
 
 extern "C" int mkdir(const char* path, mode_t mode) noexcept {
   return IsRefused("mkdir", path) ? -1 : NextOf<int(const char*, mode_t)>("mkdir")(path, mode);
+}
+
+extern "C" int rename(const char* from, const char* to) noexcept {
+  return IsRefused("rename", to) ? -1 : NextOf<int(const char*, const char*)>("rename")(from, to);
+}
+
+extern "C" int renameat(int fromFolder, const char* from, int toFolder, const char* to) noexcept {
+  if (answer && IsRefused("renameat", PathIn(toFolder, to))) return -1;
+  return NextOf<int(int, const char*, int, const char*)>("renameat")(fromFolder, from, toFolder,
+                                                                     to);
 }
 
 extern "C" int renameat2(int fromFolder, const char* from, int toFolder, const char* to,

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <map>
@@ -90,20 +91,19 @@ INSTANTIATE_TEST_SUITE_P(Refusals, CopyToTheHost,
                                          Refusal{"FlushOfTheFolder", "fsync", EIO, false}),
                          [](const auto& refusal) { return refusal.param.name; });
 
-// One call writes out all of them.
-TEST_F(RefusedCall, FlushOfManyFiles_KeepsTheirNamesAsTheyWere) {
+TEST_F(RefusedCall, FlushOfOneOfManyFiles_KeepsAllTheirNamesAsTheyWere) {
   folder.File("host/a.txt", "a").File("host/drop.txt", "d");
   BuildAndAgree();
   for (int i = 10; i < 30; ++i) GuestWrites("F" + std::to_string(i), "f");
   GuestRemoves("DROP.TXT");
-  bool wasCalled = false;
-  answer = [&](std::string_view call, const std::string&) {
-    wasCalled = wasCalled || call == "syncfs";
-    return call == "syncfs" ? EIO : 0;
+  int flushed = 0;
+  answer = [&](std::string_view call, const std::string& path) {
+    const bool isFlush = call == "fdatasync" && IsOfHost(path);
+    return isFlush && ++flushed == 15 ? EIO : 0;
   };
   const GuardedReport report = Sync()->Pass();
   answer = nullptr;
-  EXPECT_TRUE(wasCalled);
+  EXPECT_EQ(flushed, 15);
   EXPECT_EQ(report.outcome, kFailed);
   EXPECT_THAT(report.message, HasSubstr("cannot write out"));
   EXPECT_EQ(OnHost(), (FileTree{{"a.txt", "a"}, {"drop.txt", "d"}}));
@@ -211,14 +211,61 @@ TEST_F(RefusedCall, WhatIsLarge_IsWrittenOutWhileItIsWritten) {
     answer = nullptr;
     std::set<int> counts;
     for (const auto& [path, count] : begun) counts.insert(count);
-    // Of the image ten pieces are begun, and six of them waited for.
+    // Of the image ten pieces are begun, and six of them waited for; of the file two, and the rest.
     EXPECT_TRUE(counts.contains(16));
     if (!inPlace) {
-      EXPECT_TRUE(counts.contains(2)) << "the large file";
+      EXPECT_TRUE(counts.contains(3)) << "the large file";
     }
     EXPECT_EQ(begun.size(), inPlace ? 3u : 2u) << "with the copy of the image in the trash";
     folder.File("host/b.txt", "c");
   }
+}
+
+// What a crash of the machine leaves is what was written out.
+TEST_F(RefusedCall, EverythingThatIsRenamed_IsWrittenOutBeforeAndItsFolderAfterwards) {
+  folder.File("host/edit.txt", "e1").File("host/drop.txt", "d").File("host/mine.txt", "m1");
+  BuildAndAgree();
+  GuestWrites("EDIT.TXT", "e2");
+  GuestRemoves("DROP.TXT");
+  folder.File("host/mine.txt", "m2");
+  std::vector<std::string> calls;
+  answer = [&](std::string_view call, const std::string& path) {
+    const std::string place = path.starts_with(folder.Path().string())
+                                  ? path.substr(folder.Path().string().size())
+                                  : path;
+    const bool isTemporary =
+        place.find("/.quorbix-") != std::string::npos && !place.ends_with("/.quorbix-state.tmp");
+    const std::string shown =
+        isTemporary ? place.substr(0, place.rfind('/')) + "/TEMPORARY" : place;
+    const bool isPass = shown.find("/trash/") != std::string::npos;
+    if (call == "sync_file_range" || call == "write" || call == "openat" || call == "open")
+      return 0;
+    const std::string name = fs::path(shown).filename();
+    calls.push_back(std::string(call) + ' ' + (isPass ? "PASS" : shown) +
+                    (isPass && name.size() == 1 ? "/" + name : ""));
+    return 0;
+  };
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
+  answer = nullptr;
+  const auto expectInOrder = [&](const std::vector<std::string>& wanted) {
+    auto from = calls.begin();
+    for (const std::string& call : wanted) {
+      from = std::find(from, calls.end(), call);
+      ASSERT_NE(from, calls.end()) << call << " in " << testing::PrintToString(calls);
+      ++from;
+    }
+  };
+  // The state is on the disk before anything is touched, and again at the end.
+  const std::vector<std::string> state{"fdatasync /DISK.IMG.sync/.quorbix-state.tmp",
+                                       "rename /DISK.IMG.sync/state", "fsync /DISK.IMG.sync"};
+  expectInOrder(
+      {state[0], state[1], state[2], "renameat2 /host/edit.txt", state[0], state[1], state[2]});
+  // The file of the disk, the one that it replaces, and their folders.
+  expectInOrder({"fdatasync /host/TEMPORARY", "renameat2 /host/edit.txt", "renameat PASS/1",
+                 "fsync PASS", "fsync /host"});
+  // The new image, the old one, and their folders.
+  expectInOrder({"fsync /TEMPORARY", "renameat2 /DISK.IMG", "fsync ", "renameat PASS/3",
+                 "fsync PASS", "fsync "});
 }
 
 class RefusedFlush : public RefusedCall, public testing::WithParamInterface<bool> {};
@@ -239,7 +286,7 @@ TEST_P(RefusedFlush, AtEveryPlace_LosesNothingAndIsEndedByTheNextPass) {
     Contents before{"c1", "c2", "d", "m1", "m2"};
     int flushes = 0;
     answer = [&](std::string_view call, const std::string&) {
-      const bool isFlush = call == "fsync" || call == "fdatasync" || call == "syncfs";
+      const bool isFlush = call == "fsync" || call == "fdatasync";
       return isFlush && flushes++ == place ? EIO : 0;
     };
     const GuardedReport report = Sync()->Pass();

@@ -11,7 +11,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/byte_order.h"
@@ -67,6 +69,39 @@ TEST_F(RefusedPass, FileLargerThanTheImage_IsRefusedWithoutReadingIt) {
   std::filesystem::resize_file(Host() / "large", kImageBytes / 2);
   EXPECT_EQ(Pass().outcome, kDone);
   EXPECT_EQ(most, kImageBytes / 2);
+}
+
+TEST_F(RefusedPass, FolderThatFillsTheLastCluster_FitsAndOneByteMoreDoesNot) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  const std::size_t free = test::GuestEditor(Image()).FreeClusters();
+  folder.File("host/b.bin", std::string((free - 1) * 512, 'b')).Folder("host/D");
+  EXPECT_EQ(Pass().outcome, kDone);
+  EXPECT_EQ(test::GuestEditor(Image()).FreeClusters(), 0u);
+  folder.File("host/b.bin", std::string((free - 1) * 512 + 1, 'b'));
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kDoesNotFit));
+  folder.File("host/b.bin", std::string((free - 1) * 512, 'c')).Folder("host/E");
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kDoesNotFit));
+}
+
+TEST_F(RefusedPass, Preview_LeavesBothSidesAndTheStateAsTheyAre) {
+  folder.File("host/a.txt", "a").File("host/b.txt", "b").File("host/c.txt", "c");
+  BuildAndAgree();
+  folder.File("host/a.txt", "edited");
+  GuestWrites("B.TXT", "of the guest");
+  GuestRemoves("C.TXT");
+  const auto all = [&] {
+    std::map<std::string, std::pair<std::string, std::filesystem::file_time_type>> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.Path())) {
+      const bool isFile = entry.is_regular_file();
+      files[entry.path()] = {isFile ? test::ReadWholeFile(entry.path()) : "",
+                             entry.last_write_time()};
+    }
+    return files;
+  };
+  const auto before = all();
+  EXPECT_EQ(Preview().steps.size(), 3u);
+  EXPECT_EQ(all(), before);
 }
 
 TEST_F(RefusedPass, DamagedState_IsRefusedAndMergedWhenAccepted) {
@@ -353,6 +388,25 @@ bool SetFixed(const std::filesystem::path& file, bool isFixed) {
   isSet = isSet && ::ioctl(opened, FS_IOC_SETFLAGS, &flags) == 0;
   ::close(opened);
   return isSet;
+}
+
+TEST_F(RefusedPass, StateThatNobodyMayChange_IsToldBeforehand) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  folder.File("host/a.txt", "edited");
+  if (!SetFixed(StateFolder() / "state", true)) GTEST_SKIP() << "this file system cannot";
+  const GuardedReport report = Pass();
+  SetFixed(StateFolder() / "state", false);
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kStateNotWritable));
+  EXPECT_EQ(Pass().outcome, kDone);
+}
+
+TEST_F(RefusedPass, StateBelowAFile_IsToldBeforehand) {
+  folder.File("host/a.txt", "a").File("program", "");
+  std::filesystem::permissions(folder / "program", std::filesystem::perms{0777});
+  BuildImage();
+  options.stateFolder = folder / "program/state";
+  EXPECT_THAT(HazardsOf(Pass()), ElementsAre(GuardedHazard::kStateNotWritable));
 }
 
 TEST_F(RefusedPass, FileThatNobodyMayChange_IsToldBeforehand) {

@@ -187,6 +187,19 @@ TEST_F(SlowTrash, ThatDoesNotTakeTheOldImage_LeavesItInItsPlace) {
   EXPECT_EQ(OnDisk().at("A.TXT"), "edited");
 }
 
+TEST_F(TrashFault, FolderOnAFullFileSystem_IsToldBeforehand) {
+  folder.File("host/a.txt", "a");
+  BuildAndAgree();
+  GuestWrites("B.TXT", std::string(65'536, 'b'));
+  fullPlace = Host();
+  freeBytes = 61'440;
+  GuardedReport report = Sync()->Pass();
+  EXPECT_THAT(HazardsOf(report), ElementsAre(GuardedHazard::kNoRoom));
+  EXPECT_THAT(report.message, testing::HasSubstr("the file system of " + Host().string()));
+  freeBytes = 65'536;
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
+}
+
 TEST_F(TrashFault, TrashOnAnotherFileSystem_NeedsRoomThere) {
   const test::MemoryFolder memory;
   if (!memory.Usable()) GTEST_SKIP() << "no other file system";

@@ -5,8 +5,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "commands/sync_report.h"
 #include "support/child_process.h"
@@ -335,6 +338,21 @@ TEST(FindHazard, EveryName_IsFoundAgain) {
     EXPECT_EQ(GuardedHazardName(*hazard), name);
   }
   EXPECT_FALSE(tool::FindHazard("everything"));
+}
+
+TEST_F(SyncCommand, Verify_ReadsEverythingAndSaysWhen) {
+  const auto lastReadInFull = [&](std::vector<std::string> options) {
+    options.insert(options.end(), {"--once", "--json"});
+    return Sync(options).JsonLines().back()["lastReadInFull"].get<std::int64_t>();
+  };
+  // So that the files' times can tell.
+  std::this_thread::sleep_for(std::chrono::milliseconds(2100));
+  const std::int64_t before = lastReadInFull({});
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  EXPECT_EQ(lastReadInFull({}), before);
+  const std::int64_t verified = lastReadInFull({"--verify"});
+  EXPECT_GT(verified, before);
+  EXPECT_EQ(lastReadInFull({}), verified);
 }
 
 }  // namespace

@@ -166,7 +166,8 @@ struct GuardedSyncOptions {
   std::filesystem::path stateFolder{};
   ConflictRule onConflict = ConflictRule::kKeepBoth;
   // How long a side must not have changed before it is touched. Whoever writes several files, or
-  // one in pieces, is left to finish.
+  // one in pieces, is left to finish. Changes are known by their times: with less than a tick of
+  // the file system's clock, some milliseconds, one that comes in the same tick goes unnoticed.
   std::chrono::milliseconds settle{2000};
   // More deletions on one side than this number and this share of the agreed files are a hazard.
   std::size_t mostDeletions = 10;
