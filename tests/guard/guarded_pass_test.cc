@@ -418,7 +418,6 @@ TEST(GuardedSyncOptions, Defaults_AreAsTheHeaderSays) {
   EXPECT_FALSE(options.verify);
 }
 
-// By default a file that was changed less than two seconds ago is left to whoever is at it.
 // What has not changed is read by its path when the disk is made anew.
 TEST_F(GuardedPassTest, FileWhosePathIsLongerThanTheSystemTakes_StaysInStep) {
   BuildImage();

@@ -111,8 +111,9 @@ struct GuardedNote {
 
 enum class GuardedOutcome {
   kNothingToDo,  // both sides are in step
-  kDone,         // Preview: there is something to do. Pass: it was done. Without a step where an
-                 // earlier pass was cut off and had to be ended: the notes say what that was
+  kDone,         // Preview: there is something to do. Pass: it was done, but for removing folders
+                 // on which something is mounted. Without a step where an earlier pass was cut off
+                 // and had to be ended: the notes say what that was
   kRefused,      // hazards stand that were not accepted; nothing was touched
   kNotNow,       // to be tried again, as `message` tells: somebody is writing just now, or another
                  // process keeps this pair in step. What was done before that showed is kept
@@ -245,9 +246,9 @@ struct TrashedItem {
 
 // Copies a thing out of the trash to `target`, through a temporary file and a rename; it stays in
 // the trash as well. Folders above `target` that are missing are made. An existing `target` is
-// refused. On failure returns false and says why in
-// `err`. `stop`, when it is set meanwhile, and `onProgress` are those of GuardedSyncOptions: what
-// was stopped has left nothing behind, and its text is "it was stopped".
+// refused. On failure returns false and says why in `err`. `stop`, when it is set meanwhile, and
+// `onProgress` are those of GuardedSyncOptions: what was stopped has left nothing behind, and its
+// text is "it was stopped".
 [[nodiscard]] QUORBIX_VIRTDISK_EXPORT bool RestoreTrashed(
     const std::filesystem::path& stateFolder, const std::string& id,
     const std::filesystem::path& target, std::string& err, const std::atomic<bool>* stop = nullptr,
