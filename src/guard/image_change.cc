@@ -247,7 +247,7 @@ Ending ImageChange::CopyTo(const fs::path& copy, int from) {
 }
 
 Ending ImageChange::CopyBytes(int from, int to, const fs::path& copy) {
-  switch (CopyToEnd(from, to, WhenStopped::kEnd, monitor)) {
+  switch (CopyToEnd(from, to, monitor)) {
     case Copying::kDone:
       return {};
     case Copying::kStopped:
@@ -294,7 +294,7 @@ Ending ImageChange::CopyOver(int from, int to, std::uint32_t tornId) {
   if (!WriteAt(to, 0, torn) || ::fsync(to) != 0) return Cannot("write to the image", path);
   monitor.Begin(GuardedWork::kWriteDisk, seen.size);
   monitor.Add(torn.size());
-  const Copying copying = CopyToEnd(from, to, WhenStopped::kGoOn, monitor);
+  const Copying copying = CopyDifferences(from, to, torn.size(), monitor);
   if (copying == Copying::kCannotRead) return Cannot("read the new image for", path);
   if (copying != Copying::kDone) return Cannot("write to the image", path);
   if (::fsync(to) != 0 || !WriteAt(to, 0, head) || ::fsync(to) != 0) {

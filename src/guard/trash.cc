@@ -189,7 +189,7 @@ bool CopyFile(int folder, const std::string& name, const fs::path& place, WorkMo
   if (!from) return false;
   const Descriptor to = OpenHostFile(place.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
   if (!to) return false;
-  const Copying copying = CopyToEnd(from.Get(), to.Get(), WhenStopped::kEnd, monitor);
+  const Copying copying = CopyToEnd(from.Get(), to.Get(), monitor);
   if (copying == Copying::kStopped) errno = ECANCELED;
   if (copying != Copying::kDone) return false;
   struct ::stat after;

@@ -216,12 +216,29 @@ class PairToCutOff : public testing::TestWithParam<Way> {
     EXPECT_GE(calls, 50);
   }
 
+  // Half of it the old image, half the new one: the next pass writes it once more.
+  bool IsTorn() {
+    const GuardedReport report = CreateGuardedFolderSync(Image(), Host(), options)->Preview();
+    return std::any_of(report.notes.begin(), report.notes.end(), [](const GuardedNote& note) {
+      return note.text.find("while it wrote into the image") != std::string::npos;
+    });
+  }
+
   // The pass deletes what one side has deleted, and nothing that could not be read just then.
-  void ExpectOnlyPlannedDeletions() const {
+  void ExpectOnlyPlannedDeletions() {
     Contents host;
     AddFolder(Host(), host);
     Contents disk;
-    AddDisk(Image(), disk);
+    if (IsTorn()) {
+      for (const auto& entry : std::filesystem::directory_iterator(StateFolder())) {
+        const std::string name = entry.path().filename();
+        if (name.starts_with(".quorbix") && !name.ends_with("state.tmp")) {
+          AddDisk(entry.path(), disk);
+        }
+      }
+    } else {
+      AddDisk(Image(), disk);
+    }
     const auto holdsOneOf = [](const Contents& side, const Contents& versions) {
       return std::any_of(versions.begin(), versions.end(),
                          [&](const std::string& version) { return side.contains(version); });

@@ -50,6 +50,26 @@ TEST_F(RefusedCall, ImageOnAFileSystemThatSharesFiles_IsKeptWithoutBeingWritten)
   EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "b"}}));
 }
 
+// A machine that has it attached sees little change, and it is over sooner.
+TEST_F(RefusedCall, ImageInPlace_IsWrittenOnlyWhereItDiffers) {
+  folder.File("host/a.txt", "a").File("host/b.bin", std::string(std::size_t{9} << 20, 'b'));
+  BuildImage(std::uint64_t{16} << 20);
+  options.inPlace = true;
+  ASSERT_EQ(Pass().outcome, kNothingToDo);
+  folder.File("host/a.txt", "b");
+  ASSERT_EQ(Pass().outcome, kDone);  // passes lay all clusters out alike, a build may not
+  folder.File("host/a.txt", "c");
+  int writes = 0;
+  answer = [&](std::string_view call, const std::string& path) {
+    if (call == "write" && path == Image()) ++writes;
+    return 0;
+  };
+  EXPECT_EQ(Sync()->Pass().outcome, kDone);
+  answer = nullptr;
+  EXPECT_LE(writes, 5);  // the boot sectors before and after, the file, its entry
+  EXPECT_EQ(OnDisk().at("A.TXT"), "c");
+}
+
 // An image that was made by cutting a file to length, and has no room yet but for what was written.
 class SparseImage : public RefusedCall {
  protected:

@@ -176,7 +176,8 @@ TEST_F(RefusedPass, StateBehindALinkThatLeadsRoundAndRound_IsNotToldAsNested) {
   options.stateFolder = folder / "loop/state";
   const GuardedReport report = Sync()->Pass();
   EXPECT_EQ(report.outcome, kRefused);
-  EXPECT_FALSE(Contains(report.hazards, GuardedHazard::kNested));
+  EXPECT_FALSE(
+      quorbix::virtdisk::internal::guard::Contains(report.hazards, GuardedHazard::kNested));
 }
 
 // A slip in its name must not cost the reading of everything.

@@ -177,9 +177,9 @@ struct GuardedSyncOptions {
   // latest stays whatever its size. One that was cut off and the one that ends it count as one.
   std::size_t trashPasses = 50;
   std::uint64_t trashBytes = std::uint64_t{4} << 30;
-  // Writes a new image over the old one's bytes, for a machine that has the file open, instead of
-  // renaming it into its place. Whoever has it open for writing is not waited for then, and once
-  // the bytes are being written `stop` waits for the end.
+  // Writes a new image over the old one's bytes, where they differ, for a machine that has the file
+  // open, instead of renaming it into its place. Whoever has it open for writing is not waited for
+  // then, and once the bytes are being written `stop` waits for the end.
   bool inPlace = false;
   // Reads every file of the folder, instead of those alone whose size, times or inode differ from
   // what is remembered.
