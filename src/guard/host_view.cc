@@ -150,9 +150,9 @@ class HostLooker {
   void TakeLink(const std::string& path, const std::string& name, int folder) {
     struct ::stat target;
     if (::fstatat(folder, name.c_str(), &target, 0) != 0) {
-      if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP) {
-        return LeaveOut(path, kLinkNowhere);
-      }
+      const int why = errno;
+      if (why == ENOENT) NoteLooseLink(path);
+      if (why == ENOENT || why == ENOTDIR || why == ELOOP) return LeaveOut(path, kLinkNowhere);
       view.items[path] = {.isReadable = false};
       view.wasAllRead = false;
       view.notes.push_back({path, kUnreadableFile + SystemText()});
@@ -171,12 +171,24 @@ class HostLooker {
     TakeFile(path, name, folder, target);
   }
 
-  // The path in the folder that a link names itself, which may be another link.
+  // The pass may put something there.
+  void NoteLooseLink(const std::string& link) {
+    const auto end = InFolder(FollowLinks(look.folder / link));
+    if (end) view.links[link] = {.next = NextOf(link).value_or(*end), .end = *end, .isLoose = true};
+  }
+
+  // The path in the folder that a link names itself, which may be another link, or nothing yet.
   std::optional<std::string> NextOf(const std::string& link) const {
     std::error_code failed;
     const fs::path at = look.folder / link;
-    const fs::path named = at.parent_path() / fs::read_symlink(at, failed);
-    const fs::path place = fs::canonical(named.parent_path(), failed) / named.filename();
+    const fs::path named = fs::read_symlink(at, failed);
+    return failed ? std::nullopt : InFolder(at.parent_path() / named);
+  }
+
+  // What the folder calls that place; nothing when it lies elsewhere.
+  std::optional<std::string> InFolder(const fs::path& named) const {
+    std::error_code failed;
+    const fs::path place = fs::weakly_canonical(named.parent_path(), failed) / named.filename();
     if (failed || !place.native().starts_with(realFolder + '/')) return std::nullopt;
     return place.native().substr(realFolder.size() + 1);
   }

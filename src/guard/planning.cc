@@ -340,6 +340,8 @@ class Planner {
   Plan plan;
 };
 
+constexpr int kMostLinks = 40;  // one behind the other, as many as the system follows
+
 // What a plan does to the files that links lead to.
 class LinkFuture {
  public:
@@ -370,7 +372,9 @@ class LinkFuture {
   // of these.
   const std::string* FirstPlannedBehind(const std::string& link) const {
     if (IsPlanned(link)) return nullptr;
-    for (auto at = links.find(link); at != links.end(); at = links.find(at->second.next)) {
+    int followed = 0;
+    for (auto at = links.find(link); at != links.end() && ++followed <= kMostLinks;
+         at = links.find(at->second.next)) {
       if (IsPlanned(at->second.next)) return &at->second.next;
       // By way of a link that takes no part itself.
       if (IsPlanned(at->second.end)) return &at->second.end;
@@ -420,8 +424,14 @@ bool ForeseeLinks(const FileLinks& links, const Plan& plan, Observation& observa
   bool isNews = false;
   for (const auto& [link, next] : links) {
     const auto item = observation.host.find(link);
-    if (item == observation.host.end()) continue;
     const std::optional<Content> written = future.WrittenBehind(link);
+    if (item == observation.host.end()) {
+      if (!next.isLoose || !written) continue;
+      observation.host.emplace(link, HostItem{.content = *written});
+      observation.hostLeftOut.erase(link);
+      isNews = true;
+      continue;
+    }
     if (future.IsCut(link) && !observation.hostCutLinks.contains(link)) {
       observation.host.erase(item);
       observation.hostLeftOut.insert(link);

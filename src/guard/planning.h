@@ -61,17 +61,17 @@ struct Plan {
 Plan MakePlan(const Observation& observation, const Memory& memory, const Pairing& pairing,
               const PlanRules& rules);
 
-// A link of the folder to a file in it.
+// A link of the folder to a file in it, or to where nothing is yet.
 struct FileLink {
-  std::string next{};  // what it names, which may be another link
-  std::string end{};   // the file
+  std::string next{};    // what it names, which may be another link
+  std::string end{};     // the file
+  bool isLoose = false;  // there is none; both say what it names
 };
 using FileLinks = std::map<std::string, FileLink>;  // by path
 
 // What links show when the plan has been carried out is what it has to be made for: tells in
 // `observation` what becomes of those whose files the plan writes or deletes. False when that is
-// what it says already. Those that lead nowhere before are not foreseen: where the plan writes what
-// they name, they are new to the next pass.
+// what it says already.
 bool ForeseeLinks(const FileLinks& links, const Plan& plan, Observation& observation);
 
 // Both sides as they are when the plan has been carried out.

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <iterator>
 #include <optional>
 #include <set>
 #include <system_error>
@@ -386,7 +387,13 @@ class Looker {
   }
 
   void NoteWhatIsLeft(const Pairing& pairing) {
-    sight.notes = sight.host.notes;
+    sight.notes.clear();
+    // But for links that the plan makes lead somewhere.
+    std::copy_if(sight.host.notes.begin(), sight.host.notes.end(), std::back_inserter(sight.notes),
+                 [&](const GuardedNote& note) {
+                   return !sight.host.leftOut.contains(note.path) ||
+                          !sight.seen.host.contains(note.path);
+                 });
     sight.notes.insert(sight.notes.end(), sight.disk.notes.begin(), sight.disk.notes.end());
     for (const std::string& path : pairing.unnamed) {
       sight.notes.push_back({path, "is on the host alone: the disk has no short name left for it"});

@@ -335,26 +335,12 @@ class Scenario {
 
   // A second pass has nothing to do.
   void ExpectQuiet(const GuardedReport& report) {
-    // A pass may have made what such a link names.
-    if (HadLooseLinks(report)) PassOnceMore();
     const GuardedReport again = Pass({GuardedHazard::kImageNotFat16, GuardedHazard::kKindClash,
                                       GuardedHazard::kImageEmpty, GuardedHazard::kFolderEmpty});
     EXPECT_EQ(again.outcome, GuardedOutcome::kNothingToDo)
         << again.message << Describe(again) << "\nafter" << Describe(report) << Listing();
     if (testing::Test::HasFailure()) return;
     EXPECT_LE(again.files, GuestEditor(image).Files().size());
-  }
-
-  static bool HadLooseLinks(const GuardedReport& report) {
-    return std::any_of(report.notes.begin(), report.notes.end(), [](const GuardedNote& note) {
-      return note.text.find("leads nowhere") != note.text.npos;
-    });
-  }
-
-  void PassOnceMore() {
-    std::vector<GuardedHazard> accepted;
-    for (const GuardedHazardReport& hazard : Pass({}).hazards) accepted.push_back(hazard.hazard);
-    Pass(accepted);
   }
 
   std::string Listing() const {

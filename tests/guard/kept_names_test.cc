@@ -330,6 +330,30 @@ TEST_F(KeptNames, FilesForWhichABuildHasNoNameLeft_AreCarriedAllTheSame) {
   EXPECT_EQ(Pass().outcome, kNothingToDo);
 }
 
+// As a source checkout has them beside what a build makes.
+TEST_F(KeptNames, LinkThatLedNowhere_IsAFileOfItsOwnAsSoonAsAPassMakesWhatItNames) {
+  folder.File("host/a.txt", "a");
+  folder.Link("host/link", "NEW.TXT").Link("host/to the link", "link").Link("host/deep", "D/E.TXT");
+  folder.Link("host/.dot", "NEW.TXT").Link("host/by a dot", ".dot");
+  folder.Link("host/round", "round").Link("host/never", "none");
+  BuildAndAgree();
+  GuestWrites("NEW.TXT", "new");
+  GuestMakesFolder("D");
+  GuestWrites("D/E.TXT", "deep");
+  const GuardedReport report = Pass();
+  EXPECT_EQ(report.outcome, kDone);
+  EXPECT_EQ(report.notes.size(), 3u);  // of the dot and the last two links
+  EXPECT_EQ(OnDisk(), (FileTree{{"A.TXT", "a"},
+                                {"BY_A_DOT", "new"},
+                                {"NEW.TXT", "new"},
+                                {"D/E.TXT", "deep"},
+                                {"DEEP", "deep"},
+                                {"LINK", "new"},
+                                {"TO_THE_L", "new"}}));
+  EXPECT_TRUE(std::filesystem::is_symlink(Host() / "link"));
+  EXPECT_EQ(Pass().outcome, kNothingToDo);
+}
+
 TEST_F(KeptNames, EmptyFolder_IsFilledFromTheDisk) {
   folder.File("host/a.txt", "a").File("host/SUB/b.txt", "b");
   BuildImage();
