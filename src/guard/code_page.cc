@@ -103,7 +103,7 @@ std::string ToCodePage437(std::string_view name) {
       bytes += static_cast<char>(character);
       continue;
     }
-    const auto found = std::find(kCharacters.begin(), kCharacters.end(), character);
+    const auto* const found = std::find(kCharacters.begin(), kCharacters.end(), character);
     if (found == kCharacters.end()) return {};
     bytes += static_cast<char>(kFirstBeyondAscii + (found - kCharacters.begin()));
   }

@@ -64,8 +64,8 @@ class NamesOfABuild final : public PopulationTarget {
     return FileResult::kAdded;
   }
 
-  void Skip(const fs::path&, const std::string&) override {}
-  void PassOver(const fs::path&) override {}
+  void Skip(const fs::path& /*path*/, const std::string& /*reason*/) override {}
+  void PassOver(const fs::path& /*path*/) override {}
 
  private:
   std::string DiskPathOf(const PlacedEntry& entry) const {

@@ -81,9 +81,9 @@ bool FolderLock::Take(const fs::path& folder, std::string& err) {
   locked.Close();
   Descriptor opened = OpenToLock(folder);
   const Locking locking = opened ? TryLock(opened.Get()) : Locking::kFailed;
+  if (locking == Locking::kHeld) return Fail(err, TextFor(opened.Get(), folder));
   if (locking == Locking::kTaken) locked = std::move(opened);
-  if (locking != Locking::kHeld) return true;
-  return Fail(err, TextFor(opened.Get(), folder));
+  return true;
 }
 
 bool FolderLock::Look(const fs::path& folder, std::string& err) const {

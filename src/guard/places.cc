@@ -32,7 +32,7 @@ fs::path WithName(const fs::path& path) {
     const fs::path plain = absolute.lexically_normal();
     return plain.has_filename() ? plain : plain.parent_path();
   }
-  const fs::path itself = fs::canonical(absolute, failed);
+  fs::path itself = fs::canonical(absolute, failed);
   if (!failed) return itself;
   const fs::path above = fs::canonical(absolute.parent_path(), failed);
   return failed ? absolute : above / absolute.filename();
