@@ -24,10 +24,6 @@ std::ptrdiff_t ReadAt(int file, std::uint64_t offset, std::span<std::uint8_t> bu
   return ReadFully(file, buffer);
 }
 
-bool WriteAt(int file, std::uint64_t offset, std::span<const std::uint8_t> bytes) {
-  return ::lseek(file, static_cast<::off_t>(offset), SEEK_SET) >= 0 && WriteFully(file, bytes);
-}
-
 // Writes what of `bytes` is not at `offset` already, as `there` says: block by block, and those
 // beside each other together.
 bool WriteDifferences(int file, std::uint64_t offset, std::span<const std::uint8_t> bytes,
@@ -65,6 +61,10 @@ Copying CopyToEnd(int from, int to, WorkMonitor& monitor) {
     done += bytes.size();
     monitor.Add(bytes.size());
   }
+}
+
+bool WriteAt(int file, std::uint64_t offset, std::span<const std::uint8_t> bytes) {
+  return ::lseek(file, static_cast<::off_t>(offset), SEEK_SET) >= 0 && WriteFully(file, bytes);
 }
 
 Copying CopyDifferences(int from, int to, std::uint64_t offset, WorkMonitor& monitor) {

@@ -183,6 +183,13 @@ void CheckNesting(const Facts& facts, Collector& found) {
   }
 }
 
+void AddUnusableState(const Facts& facts, const std::string& why, const std::string& consequence,
+                      Collector& found) {
+  found.Add(kStateNotWritable, false,
+            "the state's folder " + facts.stateFolder + " cannot be used (" + why +
+                "): " + consequence + ". Put that right, or name another folder");
+}
+
 void CheckState(const Facts& facts, Collector& found) {
   if (facts.state.isDamaged) {
     found.Add(kStateDamaged, true,
@@ -197,17 +204,11 @@ void CheckState(const Facts& facts, Collector& found) {
                   " cannot be written to: what is agreed on would be forgotten. Make it writable, "
                   "or name another one");
   } else if (!facts.state.lockError.empty()) {
-    found.Add(kStateNotWritable, false,
-              "the state's folder " + facts.stateFolder + " cannot be used (" +
-                  facts.state.lockError +
-                  "): another process could not be kept from it. Put that right, or name another "
-                  "folder");
+    AddUnusableState(facts, facts.state.lockError, "another process could not be kept from it",
+                     found);
   } else if (!facts.state.trashError.empty()) {
-    found.Add(kStateNotWritable, false,
-              "the state's folder " + facts.stateFolder + " cannot be used (" +
-                  facts.state.trashError +
-                  "): what is replaced or deleted could not be kept. Put that right, or name "
-                  "another folder");
+    AddUnusableState(facts, facts.state.trashError, "what is replaced or deleted could not be kept",
+                     found);
   }
 }
 

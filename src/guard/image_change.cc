@@ -38,10 +38,6 @@ Ending ImageChanged(const fs::path& image) {
   return Ending::Busy("the image " + image.string() + " has changed since it was looked at");
 }
 
-bool WriteAt(int file, std::size_t offset, std::span<const std::uint8_t> bytes) {
-  return ::lseek(file, static_cast<::off_t>(offset), SEEK_SET) >= 0 && WriteFully(file, bytes);
-}
-
 // Where the file system does not let it, the file is as it would be new.
 bool TakeAfter(int file, const fs::path& old) {
   struct ::stat status;
@@ -64,8 +60,8 @@ bool FillHoles(int file) {
 }
 
 Ending WhileNobodyWrites(const fs::path& image) {
-  const std::string writer = FindWriter(image);
-  return writer.empty() ? Ending{} : Ending::Busy(writer + " has the image open for writing");
+  std::string text = ImageInUseText(image);
+  return text.empty() ? Ending{} : Ending::Busy(std::move(text));
 }
 
 bool IsSameFile(const fs::path& one, const fs::path& other) {

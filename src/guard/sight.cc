@@ -452,10 +452,8 @@ class Looker {
       return Fail(Sight::Result::kNotNow, "the image is being changed just now");
     }
     if (!IsFolderLeftAlone() || options.inPlace) return;
-    const std::string writer = FindWriter(places.image);
-    if (!writer.empty()) {
-      Fail(Sight::Result::kNotNow, writer + " has the image open for writing");
-    }
+    std::string text = ImageInUseText(places.image);
+    if (!text.empty()) Fail(Sight::Result::kNotNow, std::move(text));
   }
 
   // What is to be taken away, others may be writing to.

@@ -89,6 +89,11 @@ std::string FindWriter(const fs::path& file) {
   return process.empty() && known ? "another process" : process;
 }
 
+std::string ImageInUseText(const fs::path& image) {
+  const std::string writer = FindWriter(image);
+  return writer.empty() ? writer : writer + " has the image open for writing";
+}
+
 bool IsOpenForWriting(int folder, const std::string& name) {
   struct ::stat status;
   const bool isFile =

@@ -10,6 +10,9 @@ namespace quorbix::virtdisk::internal::guard {
 // or nobody can be seen to.
 std::string FindWriter(const std::filesystem::path& file);
 
+// That of an image, as a text; empty when nobody has it open for writing.
+std::string ImageInUseText(const std::filesystem::path& image);
+
 // Whether somebody has the file `name` of an open folder open for writing, as far as a lease tells:
 // where there are none, or for files of others, nobody seems to have. Of a link: no.
 bool IsOpenForWriting(int folder, const std::string& name);
